@@ -1,0 +1,43 @@
+# Set-up, build and test on a Debian machine (run as root for the install step).
+BUILD_DIR ?= build
+JOBS ?= $(shell nproc)
+PACKAGES = cmake ninja-build g++ libgtest-dev libgmock-dev zlib1g-dev librapidxml-dev
+
+.PHONY: all deps build test demo fuzz sanitize clean
+
+all: build
+
+deps:
+	@missing=""; for p in $(PACKAGES); do dpkg -s $$p >/dev/null 2>&1 || missing="$$missing $$p"; done; \
+	if [ -n "$$missing" ]; then \
+	  echo "Installing:$$missing"; \
+	  apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $$missing; \
+	fi
+
+$(BUILD_DIR)/build.ninja:
+	cmake -S . -B $(BUILD_DIR) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
+
+build: deps $(BUILD_DIR)/build.ninja
+	cmake --build $(BUILD_DIR) -j $(JOBS)
+
+test: build
+	cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS)
+
+demo: build
+	@mkdir -p out
+	$(BUILD_DIR)/tools/tessel export examples/rigged_arm.fbx out/rigged_arm.ts2 --animdefs examples/rigged_arm_animdefs.xml \
+	  && $(BUILD_DIR)/tools/tessel inspect out/rigged_arm.ts2
+
+# Sanitized build of everything, tests included.
+sanitize: deps
+	cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DTESSEL_SANITIZE=ON -DTESSEL_BUILD_BENCH=OFF
+	cmake --build build-asan -j $(JOBS)
+	cd build-asan && ctest --output-on-failure -j $(JOBS)
+
+# libFuzzer programs (clang); run them by hand, e.g. build-fuzz/fuzz/fuzz_fbx_binary fuzz/corpus/fbx_binary
+fuzz:
+	CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTESSEL_FUZZ=ON -DTESSEL_BUILD_TESTS=ON -DTESSEL_BUILD_BENCH=OFF
+	cmake --build build-fuzz -j $(JOBS) --target $$(cd fuzz && ls fuzz_*.cpp | sed 's/\.cpp//')
+
+clean:
+	rm -rf $(BUILD_DIR) build-asan build-fuzz out

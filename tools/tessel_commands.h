@@ -1,0 +1,10 @@
+// Commands of the tessel command-line program. Each returns the process exit
+// status; Arguments start after the command's name.
+#pragma once
+
+int RunExportCommand(int ArgumentCount, char **Arguments);
+int RunSettingsCommand(int ArgumentCount, char **Arguments);
+int RunInspectCommand(int ArgumentCount, char **Arguments);
+
+// True when Arguments hold "--help" or "-h".
+bool WantsHelp(int ArgumentCount, char **Arguments);
