@@ -8,3 +8,8 @@ int RunInspectCommand(int ArgumentCount, char **Arguments);
 
 // True when Arguments hold "--help" or "-h".
 bool WantsHelp(int ArgumentCount, char **Arguments);
+
+// `tessel inspect` detects the file's kind and hands over to one of these.
+// Options are the command's remaining arguments (--json, --vertices N, ...).
+int InspectTS2File(char const *Path, int ArgumentCount, char **Arguments);
+int InspectFBXFile(char const *Path, int ArgumentCount, char **Arguments);
