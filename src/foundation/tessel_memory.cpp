@@ -125,6 +125,7 @@ void VisitLiveBlocks(void (*Visit)(live_block_info const &Block, void *UserData)
 
 static intaddrx AlignUp(intaddrx Value, intaddrx Alignment)
 {
+    if (Alignment <= 0) return Value; // a wiped state
     return ((Value + Alignment - 1) / Alignment) * Alignment;
 }
 
@@ -147,6 +148,13 @@ void SetAggregateClear(aggr_allocator &Allocator) { Allocator.ClearMemory = true
 static aggr_piece &AddPiece(aggr_allocator &Allocator, intaddrx Size)
 {
     Allocator.TotalAggregateSize = AlignUp(Allocator.TotalAggregateSize, Allocator.AllocationAlignment);
+    // Builders never use more than the fixed number of pieces; a runaway
+    // caller reuses the last one rather than writing past the array.
+    int32 const MaxPieces = TESSEL_ARRAY_COUNT(Allocator.Pieces);
+    if (Allocator.Count >= MaxPieces) {
+        TesselError(LogCategory_Memory, "%s %d is out of range [0, %d)", "Allocator.Count", Allocator.Count, MaxPieces);
+        Allocator.Count = MaxPieces - 1;
+    }
     aggr_piece &Piece = Allocator.Pieces[Allocator.Count++];
     Piece.IsAbsolute = false;
     Piece.ResultPointer = 0;
