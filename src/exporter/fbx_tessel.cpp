@@ -1,0 +1,204 @@
+#include "exporter/fbx_tessel.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <rapidxml/rapidxml.hpp>
+
+#include "exporter/fbx_tessel_export_operations.h"
+#include "exporter/fbx_tessel_tool_interface.h"
+#include "foundation/tessel_log.h"
+#include "foundation/tessel_memory.h"
+
+// The parser's own pool goes through the allocation hooks too.
+static void *AllocateParserMemory(std::size_t Size)
+{
+    return TesselAllocate(Size);
+}
+
+static void FreeParserMemory(void *Memory)
+{
+    TesselFree(Memory);
+}
+
+static char *CopyToHeap(char const *Text, intaddrx Length)
+{
+    char *Copy = (char *)TesselAllocate(Length + 1);
+    if (Copy) {
+        memcpy(Copy, Text, (size_t)Length);
+        Copy[Length] = 0;
+    }
+    return Copy;
+}
+
+int32 ParseFrameNumber(char const *Text, int32 Length)
+{
+    char Buffer[256];
+    if (!Text || Length < 0) Length = 0;
+    if (Length > (int32)sizeof(Buffer) - 1) Length = (int32)sizeof(Buffer) - 1;
+    memcpy(Buffer, Text ? Text : "", (size_t)Length);
+    Buffer[Length] = 0;
+    for (char *Character = Buffer; *Character; ++Character) {
+        if (*Character < '0' || *Character > '9') {
+            *Character = 0;
+            break;
+        }
+    }
+    return atoi(Buffer);
+}
+
+// The whole file as NUL-terminated text, or null.
+static char *ReadAnimationDefText(char const *Path)
+{
+    FILE *File = fopen(Path, "r");
+    if (!File) return 0;
+    char *Text = 0;
+    long Size = -1;
+    if (fseek(File, 0, SEEK_END) == 0) Size = ftell(File);
+    if (Size > 0 && fseek(File, 0, SEEK_SET) == 0) {
+        Text = (char *)TesselAllocate((intaddrx)Size + 1);
+        if (Text) {
+            // In text mode fewer bytes than the size may arrive.
+            size_t ReadSize = fread(Text, 1, (size_t)Size, File);
+            if (ReadSize == 0) {
+                TesselFree(Text);
+                Text = 0;
+            } else {
+                Text[ReadSize] = 0;
+            }
+        }
+    }
+    fclose(File);
+    return Text;
+}
+
+static rapidxml::xml_node<> *NextAnimationDef(rapidxml::xml_node<> *Node)
+{
+    return Node->next_sibling("AnimationDef", 0, false);
+}
+
+static void FillAnimationDefs(rapidxml::xml_node<> *Root, animation_def *Defs, int32 Count)
+{
+    rapidxml::xml_node<> *Node = Root->first_node("AnimationDef", 0, false);
+    for (int32 Index = 0; Index < Count; ++Index) {
+        animation_def &Def = Defs[Index];
+        rapidxml::xml_attribute<> *Name = Node ? Node->first_attribute("name", 0, true) : 0;
+        rapidxml::xml_attribute<> *Start = Node ? Node->first_attribute("start", 0, true) : 0;
+        rapidxml::xml_attribute<> *End = Node ? Node->first_attribute("end", 0, true) : 0;
+        if (Name && Start && End) {
+            Def.Name = CopyToHeap(Name->value(), (intaddrx)Name->value_size());
+            Def.StartFrame = ParseFrameNumber(Start->value(), (int32)Start->value_size());
+            Def.EndFrame = ParseFrameNumber(End->value(), (int32)End->value_size());
+            Node = NextAnimationDef(Node);
+        } else {
+            // The walk stays on a bad element, so it and every entry after
+            // it read as errors.
+            Def.Name = CopyToHeap("Error", 5);
+            Def.StartFrame = 0;
+            Def.EndFrame = 0;
+        }
+    }
+}
+
+bool ReadAnimationDefFile(char const *Path, animation_def **AnimationDefs, int32 *AnimationDefCount)
+{
+    CheckPointer(Path, LogCategory_ExportDriver, false);
+    CheckPointer(AnimationDefs, LogCategory_ExportDriver, false);
+    CheckPointer(AnimationDefCount, LogCategory_ExportDriver, false);
+
+    char *Text = ReadAnimationDefText(Path);
+    if (!Text) return false;
+
+    bool Result = false;
+    try {
+        rapidxml::xml_document<> Document;
+        Document.set_allocator(AllocateParserMemory, FreeParserMemory);
+        Document.parse<0>(Text);
+
+        rapidxml::xml_node<> *Root = Document.first_node();
+        if (Root) {
+            int32 Count = 0;
+            for (rapidxml::xml_node<> *Node = Root->first_node("AnimationDef", 0, false); Node;
+                 Node = NextAnimationDef(Node)) {
+                ++Count;
+            }
+            *AnimationDefCount = 0;
+            if (Count >= 1) {
+                animation_def *Defs = TesselAllocateArray(animation_def, Count);
+                if (Defs) {
+                    memset(Defs, 0, sizeof(animation_def) * (size_t)Count);
+                    FillAnimationDefs(Root, Defs, Count);
+                    *AnimationDefs = Defs;
+                    *AnimationDefCount = Count;
+                    Result = true;
+                }
+            }
+        }
+    } catch (...) {
+        TesselFree(Text);
+        throw;
+    }
+    TesselFree(Text);
+    return Result;
+}
+
+void FreeAnimationDefs(animation_def *AnimationDefs, int32 AnimationDefCount)
+{
+    for (int32 Index = 0; Index < AnimationDefCount; ++Index) {
+        TesselFree(AnimationDefs[Index].Name);
+    }
+    TesselFree(AnimationDefs);
+}
+
+// Releases everything the entry made for one call.
+static void ReleaseExport(fbx_tool_interface *Tool)
+{
+    DestroyFBXScene(Tool->FBX);
+    Tool->FBX = 0;
+    FreeAnimationDefs(Tool->AnimationDefs, Tool->AnimationDefCount);
+    Tool->AnimationDefs = 0;
+    Tool->AnimationDefCount = 0;
+    DestroyToolInterface(Tool);
+}
+
+extern "C" TESSEL_API bool ExportFBXFile(char const *fbxPath, char const *outputPath, char const *animationDefPath,
+                                         ExportProgressCallback progressCallback)
+{
+    CheckPointer(fbxPath, LogCategory_ExportDriver, false);
+    CheckPointer(outputPath, LogCategory_ExportDriver, false);
+
+    fbx_tool_interface *Tool = CreateToolInterface(fbxPath);
+    if (!Tool) return false;
+    if (!Tool->FBX) {
+        TesselError(LogCategory_ExportDriver, "Unable to load FBX file %s", fbxPath);
+        ReleaseExport(Tool);
+        return false;
+    }
+
+    export_options Options;
+    Options.SourceFileToEmbed = 0;
+    Options.ShowProgress = true;
+    Options.SettingsFileName = 0;
+
+    if (animationDefPath) {
+        bool Read = false;
+        try {
+            Read = ReadAnimationDefFile(animationDefPath, &Tool->AnimationDefs, &Tool->AnimationDefCount);
+        } catch (...) {
+            ReleaseExport(Tool);
+            throw;
+        }
+        if (!Read) {
+            ReleaseExport(Tool);
+            return false;
+        }
+    }
+
+    // The driver's own result is not passed on: a failed export shows as a
+    // missing output file and an "Export Aborted" stage.
+    RunExport(Tool, outputPath, &Options, progressCallback);
+
+    ReleaseExport(Tool);
+    return true;
+}

@@ -1,0 +1,37 @@
+// The library's entry: ExportFBXFile (declared in tessel/tessel.h), the
+// AnimationDef file and the options the entry hands to the driver.
+#pragma once
+
+#include "foundation/tessel_types.h"
+#include "tessel/tessel.h"
+
+#pragma pack(push, 4)
+// One named frame range of the timeline.
+struct animation_def
+{
+    char *Name; // heap copy; "Error" (also a heap copy) for a bad entry
+    int32 StartFrame;
+    int32 EndFrame;
+};
+
+struct export_options
+{
+    char const *SourceFileToEmbed; // bytes stored in the file's ExtendedData
+    bool ShowProgress;
+    char const *SettingsFileName; // settings file applied before the export
+};
+#pragma pack(pop)
+
+// Reads the AnimationDef file: the children named "AnimationDef" (any case)
+// of the document's first element, each with the attributes "name", "start"
+// and "end" (exact case). An entry that lacks one of them, and every entry
+// after it, reads as "Error" with frames 0 and 0. False when the file can't
+// be read or holds no AnimationDef. A malformed file raises
+// rapidxml::parse_error.
+bool ReadAnimationDefFile(char const *Path, animation_def **AnimationDefs, int32 *AnimationDefCount);
+// Releases each name, then the array. Accepts a null array.
+void FreeAnimationDefs(animation_def *AnimationDefs, int32 AnimationDefCount);
+
+// The leading digits of at most 255 characters of Text as a number; 0 when
+// there are none. There are no negative frames.
+int32 ParseFrameNumber(char const *Text, int32 Length);

@@ -1,0 +1,139 @@
+#include "exporter/fbx_tessel_export_operations.h"
+
+#include "exporter/fbx_tessel.h"
+#include "exporter/fbx_tessel_export_stubs.h"
+#include "exporter/fbx_tessel_progress_window.h"
+#include "exporter/tessel_scene_parser.h"
+#include "foundation/tessel_log.h"
+#include "platform/tessel_platform.h"
+
+// Setting ids and choice ids the driver reads.
+enum
+{
+    FileSettingsId = 69,
+    FileCompressionId = 70,
+    ObjectAlignmentId = 74,
+    VertexObjectAlignmentId = 87,
+    FilePlatformId = 212,
+
+    CompressionNoneChoice = 72,
+    CompressionTrove1Choice = 73,
+    CompressionTrove1AlternateChoice = 133,
+
+    PlatformNativeChoice = 214,
+    Platform32LittleChoice = 215,
+    Platform32BigChoice = 216,
+    Platform64LittleChoice = 217,
+    Platform64BigChoice = 218,
+};
+
+static char const ExportTitle[] = "Tessel 2.8.21.0 is Exporting a TS2 File";
+static char const TemporaryFileRoot[] = "export_buffer";
+
+// Magic value and 16 zero bytes per platform.
+static uint8 const PlatformBlocks[][ExportPlatformBlockSize] = {
+    // 64-bit little endian, this library's own platform
+    {0xe5, 0x9b, 0x49, 0x5e, 0x6f, 0x63, 0x1f, 0x14, 0x1e, 0x13, 0xeb, 0xa9, 0x90, 0xbe, 0xed, 0xc4},
+    // 32-bit little endian
+    {0x29, 0xde, 0x6c, 0xc0, 0xba, 0xa4, 0x53, 0x2b, 0x25, 0xf5, 0xb7, 0xa5, 0xf6, 0x66, 0xe2, 0xee},
+    // 32-bit big endian
+    {0x0e, 0x11, 0x95, 0xb5, 0x6a, 0xa5, 0xb5, 0x4b, 0xeb, 0x28, 0x28, 0x50, 0x25, 0x78, 0xb3, 0x04},
+    // 64-bit big endian
+    {0x31, 0x95, 0xd4, 0xe3, 0x20, 0xdc, 0x4f, 0x62, 0xcc, 0x36, 0xd0, 0x3a, 0xb1, 0x82, 0xff, 0x89},
+};
+
+uint8 const *GetExportPlatformBlock(int32 Choice)
+{
+    switch (Choice) {
+    case Platform32LittleChoice: return PlatformBlocks[1];
+    case Platform32BigChoice: return PlatformBlocks[2];
+    case Platform64BigChoice: return PlatformBlocks[3];
+    case PlatformNativeChoice:
+    case Platform64LittleChoice:
+    default: return PlatformBlocks[0];
+    }
+}
+
+int32 GetExportCompression(int32 Choice)
+{
+    if (Choice == CompressionTrove1Choice || Choice == CompressionTrove1AlternateChoice) return 2;
+    return 0;
+}
+
+// Opens the builder, runs the scene export and packages the file. Builder
+// holds the open builder, so that the caller can abandon it after an
+// exception; it is null again when this returns.
+static bool WriteExportFile(scene_export_context *Context, requester *FileSettings, char const *OutputPath,
+                            export_options const *Options, export_progress *Progress, file_builder *&Builder)
+{
+    uint8 const *Platform = GetExportPlatformBlock(GetExportSettingChoice(FileSettings, FilePlatformId));
+    Builder = BeginExportFile(ExportSectionCount, (uint32)ExportFileTypeTag, Platform,
+                                            GetTemporaryDirectory(), TemporaryFileRoot);
+    bool Result = false;
+    if (!Builder) {
+        TesselError(LogCategory_ExportDriver, "Unable to create file writing buffer.");
+    } else {
+        int32 Compression = GetExportCompression(GetExportSettingChoice(FileSettings, FileCompressionId));
+        int32 ObjectAlignment = GetExportSettingInt(FileSettings, ObjectAlignmentId);
+        int32 VertexAlignment = GetExportSettingInt(FileSettings, VertexObjectAlignmentId);
+        // Section 5 holds pixel data and keeps the builder's own format.
+        SetExportFileSectionFormat(Builder, 0, Compression, ObjectAlignment);
+        SetExportFileSectionFormat(Builder, 1, Compression, VertexAlignment);
+        SetExportFileSectionFormat(Builder, 2, Compression, ObjectAlignment);
+        SetExportFileSectionFormat(Builder, 3, Compression, VertexAlignment);
+        SetExportFileSectionFormat(Builder, 4, Compression, ObjectAlignment);
+        SetExportFileSectionFormat(Builder, 6, Compression, ObjectAlignment);
+        SetExportFileSectionFormat(Builder, 7, Compression, ObjectAlignment);
+
+        if (ExportScene(Context, Options->SourceFileToEmbed, Builder, Progress) && KeepExporting(Progress)) {
+            Result = true;
+        }
+    }
+
+    if (!Result) {
+        SetProgressStage(Progress, "Export Aborted");
+        StepProgress(Progress, "");
+        if (Builder) AbortExportFile(Builder);
+        Builder = 0;
+    } else {
+        SetProgressStage(Progress, "Packaging file");
+        StepProgress(Progress, "");
+        file_builder *Ending = Builder;
+        Builder = 0;
+        Result = EndExportFile(Ending, OutputPath);
+        SetProgressStage(Progress, "Export Complete");
+        StepProgress(Progress, "");
+    }
+    return Result;
+}
+
+bool RunExport(fbx_tool_interface *Tool, char const *OutputPath, export_options const *Options,
+               ExportProgressCallback ProgressCallback)
+{
+    CheckPointer(OutputPath, LogCategory_ExportDriver, false);
+    CheckPointer(Options, LogCategory_ExportDriver, false);
+
+    bool Result = false;
+    export_progress *Progress = 0;
+    scene_export_context *Context = BeginSceneExport(Tool);
+    if (Context) {
+        if (Options->SettingsFileName) LoadExportSettingsFile(Context->Settings, Options->SettingsFileName);
+        requester *FileSettings = FindExportRequester(Context->Settings, FileSettingsId);
+        if (Options->ShowProgress) {
+            Progress = BeginProgress(ProgressCallback);
+            SetProgressTitle(Progress, ExportTitle);
+        }
+        file_builder *Builder = 0;
+        try {
+            Result = WriteExportFile(Context, FileSettings, OutputPath, Options, Progress, Builder);
+        } catch (...) {
+            // Nothing leaves the driver: the export counts as failed and a
+            // builder still open is abandoned with its temporary files.
+            Result = false;
+            if (Builder) AbortExportFile(Builder);
+        }
+    }
+    EndProgress(Progress);
+    EndSceneExport(Context);
+    return Result;
+}

@@ -1,0 +1,143 @@
+#include "exporter/tessel_scene_graph.h"
+
+#include <cstring>
+
+#include "exporter/fbx_tessel_tool_interface.h"
+#include "foundation/tessel_memory.h"
+
+template <typename T>
+static T *AllocateZeroed()
+{
+    T *Object = (T *)TesselAllocate(sizeof(T));
+    if (Object) memset(Object, 0, sizeof(T));
+    return Object;
+}
+
+tool_node_graph *NewToolNodeGraph()
+{
+    tool_node_graph *Graph = AllocateZeroed<tool_node_graph>();
+    if (Graph) {
+        Graph->ModelSentinel.Next = &Graph->ModelSentinel;
+        Graph->ModelSentinel.Previous = &Graph->ModelSentinel;
+    }
+    return Graph;
+}
+
+// Links Model at the tail of the ring, just before the sentinel.
+static tool_model *NewToolModel(tool_node_graph *Graph)
+{
+    tool_model *Model = AllocateZeroed<tool_model>();
+    if (!Model) return 0;
+    tool_model *Sentinel = &Graph->ModelSentinel;
+    Model->Next = Sentinel;
+    Model->Previous = Sentinel->Previous;
+    Sentinel->Previous->Next = Model;
+    Sentinel->Previous = Model;
+    ++Graph->ModelCount;
+    return Model;
+}
+
+tool_mesh *NewToolMesh(tool_node_graph *Graph)
+{
+    if (!Graph) return 0;
+    tool_mesh *Mesh = AllocateZeroed<tool_mesh>();
+    if (!Mesh) return 0;
+    tool_model *Model = NewToolModel(Graph);
+    if (!Model) {
+        TesselFree(Mesh);
+        return 0;
+    }
+    Mesh->Model = Model;
+    Mesh->NextInModel = Model->FirstMesh;
+    Model->FirstMesh = Mesh;
+    ++Model->MeshCount;
+    Mesh->NextInGraph = Graph->FirstMesh;
+    Graph->FirstMesh = Mesh;
+    ++Graph->MeshCount;
+    return Mesh;
+}
+
+tool_node *NewToolNode(tool_node_graph *Graph)
+{
+    if (!Graph) return 0;
+    tool_node *Node = AllocateZeroed<tool_node>();
+    if (!Node) return 0;
+    tool_model *Model = NewToolModel(Graph);
+    if (!Model) {
+        TesselFree(Node);
+        return 0;
+    }
+    Node->BoneIndex = -1;
+    Node->Model = Model;
+    Node->NextInModel = Model->FirstNode;
+    Model->FirstNode = Node;
+    ++Model->NodeCount;
+    Node->NextInGraph = Graph->FirstNode;
+    Graph->FirstNode = Node;
+    ++Graph->NodeCount;
+    return Node;
+}
+
+tool_animation *NewToolAnimation(tool_node_graph *Graph)
+{
+    if (!Graph) return 0;
+    tool_animation *Animation = AllocateZeroed<tool_animation>();
+    if (!Animation) return 0;
+    Animation->Next = Graph->FirstAnimation;
+    Graph->FirstAnimation = Animation;
+    ++Graph->AnimationCount;
+    return Animation;
+}
+
+template <typename T>
+static void FreeGraphList(T *First)
+{
+    while (First) {
+        T *Next = First->NextInGraph;
+        TesselFree(First);
+        First = Next;
+    }
+}
+
+void FreeToolNodeGraph(tool_node_graph *Graph)
+{
+    if (!Graph) return;
+    FreeGraphList(Graph->FirstMesh);
+    FreeGraphList(Graph->FirstNode);
+    FreeGraphList(Graph->FirstTrack);
+    FreeGraphList(Graph->FirstMaterial);
+    FreeGraphList(Graph->FirstTexture);
+    for (tool_animation *Animation = Graph->FirstAnimation; Animation;) {
+        tool_animation *Next = Animation->Next;
+        TesselFree(Animation);
+        Animation = Next;
+    }
+    tool_model *Model = Graph->ModelSentinel.Next;
+    while (Model != &Graph->ModelSentinel) {
+        tool_model *Next = Model->Next;
+        TesselFree(Model);
+        Model = Next;
+    }
+    TesselFree(Graph);
+}
+
+char const *GetToolModelName(fbx_tool_interface *Tool, tool_model *Model, string_table *Strings)
+{
+    if (!Model) return 0;
+    tool_node *Shallowest = 0;
+    int32 SmallestDepth = 65536;
+    for (tool_node *Node = Model->FirstNode; Node; Node = Node->NextInModel) {
+        int32 Depth = GetNodeDepth(Tool, Node);
+        if (Depth <= SmallestDepth) {
+            SmallestDepth = Depth;
+            Shallowest = Node;
+        }
+    }
+    char const *Name = Shallowest ? GetNodeName(Tool, Shallowest, Strings) : 0;
+    tool_material *LastMaterial = 0;
+    for (tool_material *Material = Model->FirstMaterial; Material; Material = Material->NextInModel) {
+        LastMaterial = Material;
+    }
+    if (LastMaterial) Name = GetMaterialName(Tool, LastMaterial, Strings);
+    return Name;
+}

@@ -1,0 +1,63 @@
+// The art-tool-independent export pipeline: makes the file's root record,
+// runs the stages over the scene graph in a fixed order and hands the tree
+// to the file builder.
+#pragma once
+
+#include "foundation/tessel_types.h"
+#include "tessel/tessel.h"
+
+struct fbx_tool_interface;
+struct tool_node_graph;
+struct tool_animation;
+struct settings_node;
+struct settings_pools;
+struct requester;
+struct memory_arena;
+struct string_table;
+struct file_builder;
+struct file_data_tree_writer;
+
+#pragma pack(push, 4)
+struct scene_export_context
+{
+    settings_node *Settings; // root of the settings tree
+    memory_arena *Arena;     // owns every output record
+    settings_pools *Pools;   // requesters, settings and tree nodes
+    string_table *Strings;
+    fbx_tool_interface *Tool;
+    tool_node_graph *Graph;
+};
+
+// What every stage gets, by address.
+struct scene_export_state
+{
+    requester *FileSettings;
+    file_data_tree_writer *Writer;
+    memory_arena *Arena;
+    string_table *Strings;
+    fbx_tool_interface *Tool;
+    tool_node_graph *Graph;
+    int32 MorphTargetLimit;
+    int32 MaterialIndex;
+    int32 ProgressTotal;
+};
+#pragma pack(pop)
+
+// The names of the stages, in the order they run.
+extern char const *const ExportStageNames[6];
+
+// Null when the arena, the string table or the scene graph can't be made.
+scene_export_context *BeginSceneExport(fbx_tool_interface *Tool);
+// Releases the scene graph, the string table, the settings pools and the
+// arena, in this order, then the context. Accepts null.
+void EndSceneExport(scene_export_context *Context);
+
+// Runs every stage and writes the tree into FileBuilder. True in every case:
+// an abort shows only through KeepExporting(Progress).
+bool ExportScene(scene_export_context *Context, char const *SourceFileToEmbed, file_builder *FileBuilder,
+                 export_progress *Progress);
+
+// Morph targets a mesh may have, so that (limit + 1) * MeshCount stays within
+// 262144 vertex data records.
+int32 GetMorphTargetLimit(int32 MeshCount);
+int32 GetAnimationProgressSteps(fbx_tool_interface *Tool, tool_animation *Animation, scene_export_state *State);
