@@ -191,6 +191,10 @@ private:
                      int64 Count);
     int64 ArrayCountOfValue(fbx_value const &Value, fbx_field const *Field) const;
     fbx_field const *AsciiArrayField(fbx_field const *Field) const;
+    // Table growth during parsing; false (with the error set) when out of memory.
+    int32 AddField(int32 Parent, int32 PreviousSibling, uint32 FileOffset, char const *Name, int32 NameLength);
+    bool AddValue(int32 Type, uint32 Offset, uint32 Size);
+    int32 AddSlot();
     friend struct fbx_binary_parser;
     friend struct fbx_ascii_parser;
 

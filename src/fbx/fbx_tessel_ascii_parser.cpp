@@ -1,0 +1,338 @@
+// ASCII FBX: "Name: value, value, ... { children }" with ';' comments.
+// Values stay text in the file's bytes; quoted strings are unquoted in place
+// ("&quot;" becomes '"'). A long value list continues on the next line after
+// a trailing comma or on a line that starts with a comma. A counted array is
+// the value "*n" followed by a block whose field "a" holds the elements.
+#include <charconv>
+#include <cstring>
+
+#include "fbx/fbx_tessel_field_container.h"
+#include "fbx/fbx_tessel_field_internal.h"
+
+static inline bool IsBlank(char Character)
+{
+    return Character == ' ' || Character == '\t' || Character == '\r' || Character == '\f' || Character == '\v';
+}
+
+// Characters that end a bare word or a field name.
+static inline bool EndsWord(char Character)
+{
+    return Character == 0 || IsBlank(Character) || Character == '\n' || Character == ',' || Character == ':' ||
+           Character == '{' || Character == '}' || Character == '"' || Character == ';';
+}
+
+struct fbx_ascii_parser
+{
+    KFbx &Fbx;
+    char *Text;
+    int64 Size;
+    int64 Position;
+
+    char Peek() const { return Position < Size ? Text[Position] : 0; }
+
+    int32 LineAt(int64 At) const
+    {
+        int32 Line = 1;
+        for (int64 Index = 0; Index < At && Index < Size; ++Index)
+        {
+            if (Text[Index] == '\n') ++Line;
+        }
+        return Line;
+    }
+
+    void SkipBlanks()
+    {
+        while (Position < Size && IsBlank(Text[Position])) ++Position;
+    }
+
+    // Blanks, line ends and comments.
+    void SkipSpace()
+    {
+        while (Position < Size)
+        {
+            char Character = Text[Position];
+            if (IsBlank(Character) || Character == '\n')
+            {
+                ++Position;
+            }
+            else if (Character == ';')
+            {
+                while (Position < Size && Text[Position] != '\n') ++Position;
+            }
+            else
+            {
+                break;
+            }
+        }
+    }
+
+    // True when a field name ("Word:") starts at the current position.
+    bool AtFieldName() const
+    {
+        int64 At = Position;
+        while (At < Size && !EndsWord(Text[At])) ++At;
+        if (At == Position) return false;
+        while (At < Size && IsBlank(Text[At])) ++At;
+        return At < Size && Text[At] == ':';
+    }
+
+    bool ParseQuoted()
+    {
+        int64 Start = Position + 1;
+        char *Close = (char *)memchr(Text + Start, '"', (size_t)(Size - Start));
+        if (!Close)
+        {
+            Fbx.Fail("Unterminated string at line %d", LineAt(Position));
+            return false;
+        }
+        int64 End = Close - Text;
+        int64 Write = Start;
+        for (int64 Read = Start; Read < End;)
+        {
+            if (Text[Read] == '&' && End - Read >= 6 && memcmp(Text + Read, "&quot;", 6) == 0)
+            {
+                Text[Write++] = '"';
+                Read += 6;
+            }
+            else
+            {
+                Text[Write++] = Text[Read++];
+            }
+        }
+        Position = End + 1;
+        return Fbx.AddValue(FbxValue_String, (uint32)Start, (uint32)(Write - Start));
+    }
+
+    bool ParseValue()
+    {
+        char Character = Peek();
+        if (Character == '"') return ParseQuoted();
+        int64 Start = Position;
+        while (Position < Size && !EndsWord(Text[Position]) ) ++Position;
+        // A ':' inside a bare word (e.g. a time "00:01") belongs to it.
+        while (Position < Size && Text[Position] == ':')
+        {
+            ++Position;
+            while (Position < Size && !EndsWord(Text[Position])) ++Position;
+        }
+        if (Position == Start)
+        {
+            Fbx.Fail("Unexpected character '%c' at line %d", Character, LineAt(Position));
+            return false;
+        }
+        if (Text[Start] == '*')
+        {
+            int32 Slot = Fbx.AddSlot();
+            return Slot >= 0 && Fbx.AddValue(FbxValue_AsciiArray, (uint32)Start, (uint32)Slot);
+        }
+        return Fbx.AddValue(FbxValue_String, (uint32)Start, (uint32)(Position - Start));
+    }
+
+    // After the colon: values, then optionally a child block.
+    bool ParseFieldBody(int32 Field, int32 Depth)
+    {
+        bool ExpectValue = true;
+        bool AfterComma = false;
+        bool AnyValue = false;
+        for (;;)
+        {
+            SkipBlanks();
+            char Character = Peek();
+            if (Character == '\n' || Character == ';')
+            {
+                // The list may go on on the next line: after a trailing comma,
+                // with a leading comma, or (for an empty list) with the values
+                // of a field whose first value starts the next line.
+                SkipSpace();
+                Character = Peek();
+                if (Character == ',' && !ExpectValue)
+                {
+                    ++Position;
+                    ExpectValue = AfterComma = true;
+                    continue;
+                }
+                if (Character == '{') return ParseBlock(Field, Depth);
+                if (!ExpectValue) return true;
+                if (!AfterComma && (AnyValue || Character == '}' || Character == 0 || AtFieldName()))
+                    return true;
+            }
+            if (Character == 0)
+            {
+                if (Position < Size)
+                {
+                    Fbx.Fail("Unexpected zero byte at line %d", LineAt(Position));
+                    return false;
+                }
+                return true;
+            }
+            if (Character == '{') return ParseBlock(Field, Depth);
+            if (Character == '}') return true;
+            if (ExpectValue)
+            {
+                // An empty value ("Content: ,") reads as an empty string.
+                if (Character == ',' ? !Fbx.AddValue(FbxValue_String, (uint32)Position, 0) : !ParseValue())
+                    return false;
+                ExpectValue = AfterComma = false;
+                AnyValue = true;
+                continue;
+            }
+            if (Character == ',')
+            {
+                ++Position;
+                ExpectValue = AfterComma = true;
+                continue;
+            }
+            Fbx.Fail("Unexpected character '%c' after a value at line %d", Character, LineAt(Position));
+            return false;
+        }
+    }
+
+    bool ParseBlock(int32 Field, int32 Depth)
+    {
+        ++Position; // '{'
+        if (!ParseFields(Field, Depth + 1, true)) return false;
+        return true;
+    }
+
+    bool ParseFields(int32 Parent, int32 Depth, bool InBlock)
+    {
+        if (Depth > FbxMaximumFieldDepth)
+        {
+            Fbx.Fail("FBX fields are nested deeper than %d levels (line %d)", (int32)FbxMaximumFieldDepth,
+                     LineAt(Position));
+            return false;
+        }
+        int32 Previous = -1;
+        for (;;)
+        {
+            SkipSpace();
+            char Character = Peek();
+            if (Position >= Size)
+            {
+                if (!InBlock) return true;
+                Fbx.Fail("The file ends inside a block (a '}' is missing)");
+                return false;
+            }
+            if (Character == '}')
+            {
+                if (!InBlock)
+                {
+                    Fbx.Fail("Unexpected '}' at line %d", LineAt(Position));
+                    return false;
+                }
+                ++Position;
+                return true;
+            }
+            int64 Start = Position;
+            while (Position < Size && !EndsWord(Text[Position])) ++Position;
+            int64 NameEnd = Position;
+            SkipBlanks();
+            if (NameEnd == Start || Peek() != ':' || NameEnd - Start > 255)
+            {
+                Fbx.Fail("Expected a field name and ':' at line %d", LineAt(Start));
+                return false;
+            }
+            ++Position;
+            int32 Field = Fbx.AddField(Parent, Previous, (uint32)Start, Text + Start, (int32)(NameEnd - Start));
+            if (Field < 0) return false;
+            Previous = Field;
+            if (!ParseFieldBody(Field, Depth)) return false;
+        }
+    }
+};
+
+// "; FBX 7.4.0 project file" in the leading comments gives 7400.
+static int32 VersionFromComment(char const *Text, int64 Size)
+{
+    int64 Position = 0;
+    while (Position < Size)
+    {
+        while (Position < Size && (IsBlank(Text[Position]) || Text[Position] == '\n')) ++Position;
+        if (Position >= Size || Text[Position] != ';') return 0;
+        int64 LineEnd = Position;
+        while (LineEnd < Size && Text[LineEnd] != '\n') ++LineEnd;
+        for (int64 At = Position; At + 9 <= LineEnd; ++At)
+        {
+            if (memcmp(Text + At, "FBX ", 4) == 0 && Text[At + 4] >= '1' && Text[At + 4] <= '9' &&
+                Text[At + 5] == '.' && Text[At + 6] >= '0' && Text[At + 6] <= '9' && Text[At + 7] == '.' &&
+                Text[At + 8] >= '0' && Text[At + 8] <= '9')
+            {
+                return (Text[At + 4] - '0') * 1000 + (Text[At + 6] - '0') * 100 + (Text[At + 8] - '0') * 10;
+            }
+        }
+        Position = LineEnd;
+    }
+    return 0;
+}
+
+bool KFbx::ParseAscii()
+{
+    Binary = BigEndian = WideRecords = false;
+    fbx_ascii_parser Parser = {*this, (char *)Bytes, ByteCount, 0};
+    // A UTF-8 byte order mark is allowed before the text.
+    if (ByteCount >= 3 && Bytes[0] == 0xEF && Bytes[1] == 0xBB && Bytes[2] == 0xBF) Parser.Position = 3;
+    if (!Parser.ParseFields(-1, 0, false)) return false;
+    Version = VersionFromComment((char const *)Bytes, ByteCount);
+    // The header's own version wins over the comment.
+    fbx_field const *VersionField = 0;
+    for (int32 Index = FirstTopField; Index >= 0; Index = Fields[Index].NextSibling)
+    {
+        if (strcmp(Names + Fields[Index].NameOffset, "FBXHeaderExtension") == 0)
+        {
+            for (int32 Child = Fields[Index].FirstChild; Child >= 0; Child = Fields[Child].NextSibling)
+            {
+                if (strcmp(Names + Fields[Child].NameOffset, "FBXVersion") == 0)
+                {
+                    VersionField = &Fields[Child];
+                    break;
+                }
+            }
+            break;
+        }
+    }
+    int32 HeaderVersion;
+    if (VersionField && GetValueInt32(VersionField, 0, &HeaderVersion)) Version = HeaderVersion;
+    return true;
+}
+
+// ---------------------------------------------------------------------------
+// Numbers in text
+
+static char const *SkipPlus(char const *Text, char const *End)
+{
+    return (Text < End && *Text == '+') ? Text + 1 : Text;
+}
+
+bool ParseFbxTextReal64(char const *Text, int32 Length, real64 *Result)
+{
+    if (!Text || Length <= 0) return false;
+    char const *End = Text + Length;
+    char const *Start = SkipPlus(Text, End);
+    std::from_chars_result Parsed = std::from_chars(Start, End, *Result);
+    return Parsed.ec == std::errc() && Parsed.ptr == End;
+}
+
+bool ParseFbxTextInt64(char const *Text, int32 Length, int64 *Result)
+{
+    if (!Text || Length <= 0) return false;
+    char const *End = Text + Length;
+    char const *Start = SkipPlus(Text, End);
+    std::from_chars_result Parsed = std::from_chars(Start, End, *Result);
+    if (Parsed.ec == std::errc() && Parsed.ptr == End) return true;
+    real64 Real;
+    if (!ParseFbxTextReal64(Text, Length, &Real)) return false;
+    if (!(Real > -9.2233720368547758e18 && Real < 9.2233720368547758e18)) return false;
+    *Result = (int64)Real;
+    return true;
+}
+
+bool ParseFbxTextBool(char const *Text, int32 Length, bool *Result)
+{
+    if (!Text || Length != 1) return false;
+    switch (Text[0])
+    {
+    case 'T': case 'Y': case 't': case 'y': *Result = true; return true;
+    case 'F': case 'N': case 'f': case 'n': *Result = false; return true;
+    default: return false;
+    }
+}
