@@ -237,6 +237,9 @@ enum
 int32 SizeOfRequesterBlock(requester const *Requester);
 // Writes SizeOfRequesterBlock bytes; returns them, or 0 if Size is too small.
 int32 WriteRequesterBlock(requester const *Requester, uint8 *Buffer, int32 Size);
+// The length of a well-formed block at Data (magic, and every entry's size
+// inside the data), or -1; logs nothing.
+int32 MeasureRequesterBlock(uint8 const *Data, int32 Size);
 // Reads values by id into Requester (null reads nothing but still walks the
 // block). Unknown ids are skipped by their size. Returns the bytes the block
 // took, or -1 when it is malformed ("Corrupted settings data encountered").

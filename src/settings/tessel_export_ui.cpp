@@ -1,0 +1,339 @@
+// The category requesters of the export settings and everything in them.
+// The order of settings within a requester is the order a user sees them in
+// and the order of a written settings file; ids never change.
+#include "settings/tessel_export_ui.h"
+
+#include "foundation/tessel_log.h"
+#include "settings/tessel_export_ui_builder.h"
+
+// ---------------------------------------------------------------------------
+// Shared blocks
+
+// First in every object category: what of the item reaches the file.
+static void AddInclusionBlock(ui_builder &Builder, requester *Requester)
+{
+    Checkbox(Builder, Requester, 75, "Include reference in export",
+             "Any mention of the item in the file at all. Off: neither a record nor its data.", true, false);
+    Checkbox(Builder, Requester, 2, "Include data in export",
+             "Store the item's data. Off: a reference that the object existed can stay, without the data.", true,
+             true);
+    Checkbox(Builder, Requester, 66, "Include art tool specific data",
+             "Store extra attributes and properties of the item in the file.", true, true);
+    Checkbox(Builder, Requester, 251, "Only User Attributes",
+             "Export only attributes that the user created (through script or the tool interface), as far as "
+             "that can be determined.",
+             false, true);
+    Spacer(Builder, Requester, 80);
+}
+
+static void AddMoveToOrigin(ui_builder &Builder, requester *Requester)
+{
+    Checkbox(Builder, Requester, 97, "Move to Origin",
+             "Move the model's first bone to the origin; the model's initial placement moves it back.", true, true);
+}
+
+// Position, orientation and scale/shear fitting of bone animation; in
+// "Animation settings" (with the vector track block) and "Bone animation
+// settings" (without).
+static void AddCurveBlock(ui_builder &Builder, requester *Requester, bool WithVectorTracks)
+{
+    requester *R = Requester;
+    Checkbox(Builder, R, 68, "Reduce curves where possible",
+             "Reduce generated curves to lower-degree splines where they can be; recommended on.", true, true);
+    Checkbox(Builder, R, 52, "Compress animation data",
+             "Compress animation data as b-spline curves; off: raw snapshots of the skeleton at every timestep.",
+             true, true);
+    Checkbox(Builder, R, 219, "Use quantized curves",
+             "The exporter will use quantized curve format where appropriate.", true, true);
+    Checkbox(Builder, R, 220, "Quant. on missed tolerance",
+             "The exporter aggressively attempts to reduce the space used by animations that cannot be fit with a "
+             "bspline to the specified tolerance.",
+             true, true);
+    Checkbox(Builder, R, 227, "Aggressive animation compression",
+             "The exporter aggressively attempts to eliminate unnecessary knots as a post-process in the "
+             "compression step.",
+             false, true, 52);
+
+    Slider(Builder, R, 53, "Position curve type",
+           "Degree of the b-spline fitted to the translational movement of the animation: 0 still frames, 3 full "
+           "cubic, 2 the usual choice.",
+           0, 3, 2, IdentitySliderMapping, true, 52);
+    Number(Builder, R, 149, "Position curve tolerance",
+           "Fitting tolerance for the translational movement of the animation, expressed in tool units.", 0.00001f,
+           10000.0f, 0.01f, false, 52);
+    Checkbox(Builder, R, 114, "Allow position jumps",
+             "The fitter may use discontinuous jumps in the position of an object if it thinks it matches the "
+             "motion best.",
+             false, true, 52);
+    Number(Builder, R, 152, "Position jump tolerance",
+           "Size of jump of the position of an object above which the fitter treats it as a jump.", 0.00001f,
+           10000.0f, 10.0f, true, 114);
+    Checkbox(Builder, R, 115, "Allow position creasing",
+             "The fitter may use sharp creases in the position curve of an object if it thinks it matches the "
+             "motion best.",
+             false, true, 52);
+    Number(Builder, R, 153, "Position crease tolerance",
+           "Sharpness of turn of the position of an object above which the fitter makes a crease.", 0.00001f,
+           10000.0f, 10.0f, true, 115);
+    Spacer(Builder, R, 55, 52);
+
+    Slider(Builder, R, 56, "Orientation curve type",
+           "Degree of the b-spline fitted to the rotational movement of the animation: 0 still frames, 3 full "
+           "cubic, 2 the usual choice.",
+           0, 3, 2, IdentitySliderMapping, true, 52);
+    Number(Builder, R, 150, "Orientation curve tolerance",
+           "Fitting tolerance for the rotational movement of the animation, expressed in degrees of rotation.",
+           0.00001f, 720.0f, 0.1f, false, 52);
+    Checkbox(Builder, R, 117, "Allow orientation jumps",
+             "The fitter may use discontinuous jumps in the orientation of an object if it thinks it matches the "
+             "motion best.",
+             false, true, 52);
+    Number(Builder, R, 154, "Orientation jump tolerance",
+           "Size of jump of the orientation of an object above which the fitter treats it as a jump.", 0.00001f,
+           720.0f, 10.0f, true, 117);
+    Checkbox(Builder, R, 118, "Allow orientation creasing",
+             "The fitter may use sharp creases in the orientation curve of an object if it thinks it matches the "
+             "motion best.",
+             false, true, 52);
+    Number(Builder, R, 155, "Orientation crease tolerance",
+           "Sharpness of turn of the orientation of an object above which the fitter makes a crease.", 0.00001f,
+           720.0f, 10.0f, true, 118);
+    Spacer(Builder, R, 58, 52);
+
+    Slider(Builder, R, 59, "Scale/shear curve type",
+           "Degree of the b-spline fitted to the scaling and shearing of the animation: 0 still frames, 3 full "
+           "cubic, 2 the usual choice.",
+           0, 3, 2, IdentitySliderMapping, true, 52);
+    Number(Builder, R, 151, "Scale/shear curve tolerance",
+           "Fitting tolerance for the scaling and shearing of the animation.", 0.00001f, 10000.0f, 0.001f, false,
+           52);
+    Checkbox(Builder, R, 120, "Allow scale/shear jumps",
+             "The fitter may use discontinuous jumps in the scaling and shearing of an object if it thinks it "
+             "matches the motion best.",
+             false, true, 52);
+    Number(Builder, R, 156, "Scale/shear jump tolerance",
+           "Size of jump of the scaling and shearing of an object above which the fitter treats it as a jump.",
+           0.00001f, 10000.0f, 1.0f, true, 120);
+    Checkbox(Builder, R, 121, "Allow scale/shear creasing",
+             "The fitter may use sharp creases in the scaling and shearing curve of an object if it thinks it "
+             "matches the motion best.",
+             false, true, 52);
+    Number(Builder, R, 157, "Scale/shear crease tolerance",
+           "This value determines how sharp a scale an object must make before the motion fitter decides that it "
+           "should scale stiffly instead of smoothly.",
+           0.00001f, 10000.0f, 1.0f, true, 121);
+    Spacer(Builder, R, 61, 52);
+
+    if (WithVectorTracks) {
+        Checkbox(Builder, R, 245, "Don't oversample vector tracks",
+                 "Sample vector tracks on frame boundaries only, whatever the overall oversampling.", false, true);
+        Checkbox(Builder, R, 252, "Protect constant tracks",
+                 "Keep vector tracks as curves even if the value never changes.", false, true);
+        Slider(Builder, R, 221, "VectorTrack Curve type",
+               "Degree of the b-spline fitted to the source curve: 0 still frames, 3 full cubic, 2 the usual "
+               "choice.",
+               0, 3, 2, IdentitySliderMapping, true);
+        Number(Builder, R, 222, "VectorTrack Curve tolerance",
+               "Fitting tolerance for the translational movement of the animation, expressed in tool units.",
+               0.00001f, 10000.0f, 0.001f, false);
+        Checkbox(Builder, R, 225, "Allow VectorTrack jumps",
+                 "The fitter may use discontinuous jumps in the position of an object if it thinks it matches the "
+                 "motion best.",
+                 false, true);
+        Number(Builder, R, 223, "VectorTrack jump tolerance",
+               "Size of jump of the position of an object above which the fitter treats it as a jump.", 0.00001f,
+               10000.0f, 10.0f, true);
+        Checkbox(Builder, R, 226, "Allow VectorTrack creasing",
+                 "The fitter may use sharp creases in the position curve of an object if it thinks it matches the "
+                 "motion best.",
+                 false, true);
+        Number(Builder, R, 224, "VectorTrack crease tolerance",
+               "Sharpness of turn of the position of an object above which the fitter makes a crease.", 0.00001f,
+               10000.0f, 10.0f, true);
+    }
+
+    Checkbox(Builder, R, 229, "Use Accumulator Neighborhood",
+             "A slightly altered blending mode is used when the track is neighbourhooded to the rest pose.", false,
+             true);
+}
+
+// ---------------------------------------------------------------------------
+// Categories
+
+requester *BuildRootSettings(settings_pools &Pools)
+{
+    ui_builder Builder = {&Pools, false};
+    requester *R = Category(Builder, 1, "Root settings", "All the export settings.");
+    Number(Builder, R, 147, "Main window width",
+           "Width of the settings window (kept for the settings file; nothing in the exporter reads it).", 600.0f,
+           4096.0f, 640.0f, true);
+    Number(Builder, R, 148, "Main window height",
+           "Height of the settings window (kept for the settings file; nothing in the exporter reads it).", 300.0f,
+           4096.0f, 480.0f, true);
+    Checkbox(Builder, R, 67, "Auto close on exit",
+             "The progress window closes itself when the export is complete.", false, false);
+    Checkbox(Builder, R, 228, "Detailed Settings", "The settings user interface shows every setting.", true,
+             false);
+    return Finish(Builder, R);
+}
+
+// ---------------------------------------------------------------------------
+
+requester *BuildMaterialSettings(settings_pools &Pools)
+{
+    ui_builder Builder = {&Pools, false};
+    requester *R = Category(Builder, 9, "Material settings", "How materials are exported.");
+    AddInclusionBlock(Builder, R);
+    return Finish(Builder, R);
+}
+
+requester *BuildModelSettings(settings_pools &Pools)
+{
+    ui_builder Builder = {&Pools, false};
+    requester *R = Category(Builder, 17, "Model settings",
+                            "The structural records that say what constitutes each model.");
+    AddInclusionBlock(Builder, R);
+    AddMoveToOrigin(Builder, R);
+    return Finish(Builder, R);
+}
+
+requester *BuildBoneSettings(settings_pools &Pools)
+{
+    ui_builder Builder = {&Pools, false};
+    requester *R = Category(Builder, 17, "Bone settings", "How the bones of a model are exported.");
+    AddInclusionBlock(Builder, R);
+    return Finish(Builder, R);
+}
+
+requester *BuildAnimationSettings(settings_pools &Pools)
+{
+    ui_builder Builder = {&Pools, false};
+    requester *R = Category(Builder, 4, "Animation settings",
+                            "How the entire animation of the scene is exported.");
+    AddInclusionBlock(Builder, R);
+    Slider(Builder, R, 173, "Oversampling", "Samples per frame of the animation; 2x is recommended.", 1, 8, 2,
+           IdentitySliderMapping, true);
+    Spacer(Builder, R, 254);
+
+    requester *RootMotion = List(Builder, 175, "Root Motion Types", "How root motion is stored.");
+    Choice(Builder, RootMotion, 176, "No root motion accumulation", "The animation stays as it is.");
+    requester *Extraction = Choice(Builder, RootMotion, 177, "Constant Motion Extraction (CME)",
+                                   "Root motion is stored as a constant movement plus a non-constant offset.");
+    static char const *const ToleranceHelp = "Threshold that decides whether a root bone has been displaced for "
+                                             "accumulation or has effectively stayed in place.";
+    Number(Builder, Extraction, 158, "X Position Tolerance", ToleranceHelp, 0.00001f, 10000.0f, 10.0f, true);
+    Number(Builder, Extraction, 159, "Y Position Tolerance", ToleranceHelp, 0.00001f, 10000.0f, 10.0f, true);
+    Number(Builder, Extraction, 160, "Z Position Tolerance", ToleranceHelp, 0.00001f, 10000.0f, 10.0f, true);
+    Number(Builder, Extraction, 161, "X Rotation Tolerance", ToleranceHelp, 0.00001f, 360.0f, 10.0f, true);
+    Number(Builder, Extraction, 162, "Y Rotation Tolerance", ToleranceHelp, 0.00001f, 360.0f, 10.0f, true);
+    Number(Builder, Extraction, 163, "Z Rotation Tolerance", ToleranceHelp, 0.00001f, 360.0f, 10.0f, true);
+    Choice(Builder, RootMotion, 178, "Variable Delta Accumulation (VDA)",
+           "Root motion is stored as a regular curve and accumulation is calculated at run-time.");
+    Combobox(Builder, R, 185, "Root Motion Type",
+             "How looping animations that move the model are played back.", RootMotion, 176, true, true);
+    Spacer(Builder, R, 62);
+
+    AddMoveToOrigin(Builder, R);
+    AddCurveBlock(Builder, R, true);
+    return Finish(Builder, R);
+}
+
+requester *BuildBoneAnimationSettings(settings_pools &Pools)
+{
+    ui_builder Builder = {&Pools, false};
+    requester *R = Category(Builder, 65, "Bone animation settings",
+                            "Per-bone settings of an animation: leave bones out, or change the accuracy of motion "
+                            "compression for particular bones.");
+    AddInclusionBlock(Builder, R);
+    Spacer(Builder, R, 62);
+    AddCurveBlock(Builder, R, false);
+    return Finish(Builder, R);
+}
+
+// ---------------------------------------------------------------------------
+// Shared helpers of the builders
+
+requester *Category(ui_builder &Builder, int32 Id, char const *Label, char const *Help)
+{
+    requester *Result = NewRequester(*Builder.Pools, Id, Label, Help);
+    if (!Result) Builder.Failed = true;
+    return Result;
+}
+
+requester *List(ui_builder &Builder, int32 Id, char const *Label, char const *Help)
+{
+    return Category(Builder, Id, Label, Help);
+}
+
+requester *Choice(ui_builder &Builder, requester *List, int32 Id, char const *Label, char const *Help)
+{
+    requester *Result = List ? AddChoice(List, Id, Label, Help) : nullptr;
+    if (!Result) Builder.Failed = true;
+    return Result;
+}
+
+static setting *Dependency(requester *Requester, int32 EnabledById)
+{
+    return EnabledById ? FindSettingInRequester(Requester, EnabledById) : nullptr;
+}
+
+static setting *Check(ui_builder &Builder, setting *Result)
+{
+    if (!Result) Builder.Failed = true;
+    return Result;
+}
+
+setting *Checkbox(ui_builder &Builder, requester *Requester, int32 Id, char const *Label, char const *Help,
+                  bool Default, bool Detailed, int32 EnabledById)
+{
+    if (!Requester) return Check(Builder, nullptr);
+    return Check(Builder, AddCheckbox(Requester, Id, Label, Help, Default, Detailed,
+                                      Dependency(Requester, EnabledById)));
+}
+
+setting *Number(ui_builder &Builder, requester *Requester, int32 Id, char const *Label, char const *Help,
+                real32 LowerBound, real32 UpperBound, real32 Default, bool Detailed, int32 EnabledById)
+{
+    if (!Requester) return Check(Builder, nullptr);
+    return Check(Builder, AddNumber(Requester, Id, Label, Help, LowerBound, UpperBound, Default, Detailed,
+                                    Dependency(Requester, EnabledById)));
+}
+
+setting *Slider(ui_builder &Builder, requester *Requester, int32 Id, char const *Label, char const *Help,
+                int32 LowerBound, int32 UpperBound, int32 Default, slider_mapping_callback Mapping, bool Detailed,
+                int32 EnabledById)
+{
+    if (!Requester) return Check(Builder, nullptr);
+    return Check(Builder, AddSlider(Requester, Id, Label, Help, LowerBound, UpperBound, Default, Mapping,
+                                    Detailed, Dependency(Requester, EnabledById)));
+}
+
+setting *Spacer(ui_builder &Builder, requester *Requester, int32 Id, int32 EnabledById)
+{
+    if (!Requester) return Check(Builder, nullptr);
+    return Check(Builder, AddSpacer(Requester, Id, Dependency(Requester, EnabledById)));
+}
+
+setting *Combobox(ui_builder &Builder, requester *Requester, int32 Id, char const *Label, char const *Help,
+                  requester *List, int32 DefaultChoiceId, bool Plain, bool Detailed, int32 EnabledById)
+{
+    if (!Requester || !List) return Check(Builder, nullptr);
+    return Check(Builder, AddCombobox(Requester, Id, Label, Help, List, DefaultChoiceId, Plain, Detailed,
+                                      Dependency(Requester, EnabledById)));
+}
+
+requester *Finish(ui_builder &Builder, requester *Requester)
+{
+    if (Builder.Failed) {
+        TesselError(LogCategory_Exporter, "Unable to build the settings requester %s",
+                    Requester ? Requester->Label : "(none)");
+        return nullptr;
+    }
+    return Requester;
+}
+
+// Used by the builders of this file.
+void AddInclusionSettings(ui_builder &Builder, requester *Requester)
+{
+    AddInclusionBlock(Builder, Requester);
+}
