@@ -1,0 +1,533 @@
+// The file builder: streams per section on temporary files, fixups and
+// marshallings in stack allocators, and the layout of the finished file.
+#include "format/tessel_file_builder.h"
+
+#include <cstring>
+
+#include "foundation/tessel_file_io.h"
+#include "foundation/tessel_log.h"
+#include "foundation/tessel_memory.h"
+#include "foundation/tessel_string.h"
+#include "platform/tessel_platform.h"
+
+enum
+{
+    TemporaryNameSize = FileBuilderPathSize * 2 + 64,
+};
+
+int32 GetStreamForMarshalling(uint32 Marshalling)
+{
+    if (Marshalling == 0 || Marshalling == 4) return Stream32Bit;
+    if (Marshalling == 2) return Stream16Bit;
+    return Stream8Bit;
+}
+
+static void GetStreamFileName(file_builder const &Builder, int32 SectionIndex, int32 StreamIndex, char *Name)
+{
+    ConvertToStringArgs(TemporaryNameSize, Name, "%s/%s_%d_%d.utf", Builder.TemporaryDirectory,
+                        Builder.FileNameRoot, SectionIndex, StreamIndex);
+}
+
+static void GetCompressedFileName(file_builder const &Builder, int32 SectionIndex, char *Name)
+{
+    ConvertToStringArgs(TemporaryNameSize, Name, "%s/%s_%d.ctf", Builder.TemporaryDirectory, Builder.FileNameRoot,
+                        SectionIndex);
+}
+
+static void CloseStreamWriters(file_builder &Builder)
+{
+    for (int32 SectionIndex = 0; SectionIndex < Builder.SectionCount; ++SectionIndex) {
+        file_builder_section &Section = Builder.Sections[SectionIndex];
+        for (int32 StreamIndex = 0; StreamIndex < StreamCount; ++StreamIndex) {
+            DeleteFileWriter(Section.StreamWriters[StreamIndex]);
+            Section.StreamWriters[StreamIndex] = 0;
+        }
+    }
+}
+
+static void DeleteTemporaryFiles(file_builder &Builder)
+{
+    char Name[TemporaryNameSize];
+    for (int32 SectionIndex = 0; SectionIndex < Builder.SectionCount; ++SectionIndex) {
+        for (int32 StreamIndex = 0; StreamIndex < StreamCount; ++StreamIndex) {
+            GetStreamFileName(Builder, SectionIndex, StreamIndex, Name);
+            if (FileExists(Name)) DeleteFile(Name);
+        }
+        GetCompressedFileName(Builder, SectionIndex, Name);
+        if (FileExists(Name)) DeleteFile(Name);
+    }
+}
+
+static void FreeFileBuilder(file_builder *Builder)
+{
+    CloseStreamWriters(*Builder);
+    if (Builder->UseTemporaryFiles) DeleteTemporaryFiles(*Builder);
+    StackCleanUp(Builder->FixupAllocator);
+    StackCleanUp(Builder->MarshallingAllocator);
+    TesselFree(Builder);
+}
+
+file_builder *BeginFile(int32 SectionCount, uint32 FileTypeTag, file_magic_block const &MagicBlock,
+                        char const *TemporaryDirectory, char const *FileNameRoot)
+{
+    CheckCondition(SectionCount > 0, LogCategory_FileWriting, 0);
+    CheckPointer(TemporaryDirectory, LogCategory_FileWriting, 0);
+    CheckPointer(FileNameRoot, LogCategory_FileWriting, 0);
+
+    file_builder *Builder = 0;
+    aggr_allocator Allocator;
+    BeginAggregateAllocation(Allocator);
+    SetAggregateClear(Allocator);
+    intaddrx Offset = AggregateAllocate(Allocator, &Builder, sizeof(file_builder));
+    AggregateAllocateArray(Allocator, Offset, TESSEL_OFFSET_OF(file_builder, SectionCount),
+                           TESSEL_OFFSET_OF(file_builder, Sections), SectionCount, sizeof(file_builder_section));
+    if (!EndAggregateAllocation(Allocator)) return 0;
+
+    Builder->PlatformMagicValue = MagicBlock;
+    Builder->FileTypeTag = FileTypeTag;
+    CopyStringMaximum(Builder->TemporaryDirectory, FileBuilderPathSize, TemporaryDirectory);
+    // Every builder gets names of its own: two exports, in one process or in
+    // several, never write to the same temporary file.
+    ConvertToStringArgs(FileBuilderPathSize, Builder->FileNameRoot, "%s_%d_%d", FileNameRoot,
+                        GetProcessIdentifier(), NextUniqueCounter());
+    Builder->UseTemporaryFiles = true;
+    StackInitialize(Builder->FixupAllocator, sizeof(file_builder_fixup), FileBuilderUnitsPerBlock);
+    StackInitialize(Builder->MarshallingAllocator, sizeof(file_builder_marshalling), FileBuilderUnitsPerBlock);
+
+    for (int32 SectionIndex = 0; SectionIndex < SectionCount; ++SectionIndex) {
+        Builder->Sections[SectionIndex].Header.InternalAlignment = 4;
+    }
+
+    char Name[TemporaryNameSize];
+    for (int32 SectionIndex = 0; SectionIndex < SectionCount; ++SectionIndex) {
+        for (int32 StreamIndex = 0; StreamIndex < StreamCount; ++StreamIndex) {
+            GetStreamFileName(*Builder, SectionIndex, StreamIndex, Name);
+            file_writer *Writer = CreatePlatformFileWriter(Name, true);
+            if (!Writer) {
+                TesselError(LogCategory_FileWriting, "Unable to create temporary file %s", Name);
+                FreeFileBuilder(Builder);
+                return 0;
+            }
+            Builder->Sections[SectionIndex].StreamWriters[StreamIndex] = Writer;
+        }
+    }
+
+    Builder->Healthy = true;
+    return Builder;
+}
+
+void SetFileSectionFormat(file_builder *Builder, int32 SectionIndex, int32 CompressionType, int32 Alignment)
+{
+    CheckPointer(Builder, LogCategory_FileWriting, TESSEL_NOTHING);
+    CheckIndex(SectionIndex, Builder->SectionCount, LogCategory_FileWriting, TESSEL_NOTHING);
+    CheckCondition(Alignment > 0, LogCategory_FileWriting, TESSEL_NOTHING);
+
+    if (CompressionType == Trove0Compression) {
+        TesselWarning(LogCategory_Compression,
+                      "Substituting Trove1 compression for obsolete Trove0 compression\n");
+        CompressionType = Trove1Compression;
+    }
+    file_section_header &Header = Builder->Sections[SectionIndex].Header;
+    Header.Format = (uint32)CompressionType;
+    Header.InternalAlignment = (uint32)Alignment;
+}
+
+static bool WriteZeros(file_writer *Writer, uint32 Count)
+{
+    static uint8 const Zeros[4096] = {};
+    bool Result = true;
+    while (Result && Count > 0) {
+        uint32 Piece = Count < sizeof(Zeros) ? Count : (uint32)sizeof(Zeros);
+        Result = Write(Writer, (int32)Piece, Zeros);
+        Count -= Piece;
+    }
+    return Result;
+}
+
+void WriteSectionData(file_builder *Builder, int32 SectionIndex, uint32 Marshalling, int32 Size,
+                      void const *Data, file_location *Result)
+{
+    if (Result) memset(Result, 0, sizeof(*Result));
+    CheckPointer(Builder, LogCategory_FileWriting, TESSEL_NOTHING);
+    CheckIndex(SectionIndex, Builder->SectionCount, LogCategory_FileWriting, TESSEL_NOTHING);
+    CheckCondition(Size >= 0, LogCategory_FileWriting, TESSEL_NOTHING);
+
+    file_builder_section &Section = Builder->Sections[SectionIndex];
+    int32 StreamIndex = GetStreamForMarshalling(Marshalling);
+    if (Result) {
+        Result->SectionIndex = SectionIndex;
+        Result->StreamIndex = StreamIndex;
+        Result->Offset = Section.StreamSize[StreamIndex];
+    }
+    if (!Builder->Healthy) return;
+
+    file_writer *Writer = Section.StreamWriters[StreamIndex];
+    bool Written = (Size == 0) || (Data ? Write(Writer, Size, Data) : WriteZeros(Writer, (uint32)Size));
+    uint32 NewSize = Section.StreamSize[StreamIndex] + (uint32)Size;
+
+    // Pad so that the next object starts on the section's alignment.
+    uint32 Alignment = Section.Header.InternalAlignment;
+    uint32 Remainder = NewSize % Alignment;
+    if (Written && Remainder != 0) {
+        uint32 Padding = Alignment - Remainder;
+        Written = WriteZeros(Writer, Padding);
+        NewSize += Padding;
+    }
+
+    if (!Written || NewSize < Section.StreamSize[StreamIndex]) {
+        TesselError(LogCategory_FileWriting, "Unable to write %d bytes to section %d stream %d", Size, SectionIndex,
+                    StreamIndex);
+        Builder->Healthy = false;
+        return;
+    }
+    Section.StreamSize[StreamIndex] = NewSize;
+}
+
+void OffsetLocation(file_builder *Builder, file_location const &Location, int32 Delta, file_location *Result)
+{
+    CheckPointer(Result, LogCategory_FileWriting, TESSEL_NOTHING);
+    *Result = Location;
+    Result->Offset += (uint32)Delta;
+}
+
+void AddFixup(file_builder *Builder, file_location const &From, int32 Delta, file_location const &To)
+{
+    CheckPointer(Builder, LogCategory_FileWriting, TESSEL_NOTHING);
+    CheckIndex(From.SectionIndex, Builder->SectionCount, LogCategory_FileWriting, TESSEL_NOTHING);
+    CheckIndex(To.SectionIndex, Builder->SectionCount, LogCategory_FileWriting, TESSEL_NOTHING);
+
+    file_builder_fixup *Fixup = (file_builder_fixup *)NewStackUnit(Builder->FixupAllocator, 0);
+    if (!Fixup) {
+        Builder->Healthy = false;
+        return;
+    }
+    Fixup->From = From;
+    Fixup->From.Offset += (uint32)Delta;
+    Fixup->To = To;
+    Fixup->Next = 0;
+
+    file_builder_section &Section = Builder->Sections[From.SectionIndex];
+    if (Section.LastFixup) Section.LastFixup->Next = Fixup;
+    else Section.FirstFixup = Fixup;
+    Section.LastFixup = Fixup;
+    ++Section.Header.PointerFixupArrayCount;
+}
+
+void AddMarshalling(file_builder *Builder, file_location const &Type, file_location const &Object, int32 Count)
+{
+    CheckPointer(Builder, LogCategory_FileWriting, TESSEL_NOTHING);
+    CheckIndex(Type.SectionIndex, Builder->SectionCount, LogCategory_FileWriting, TESSEL_NOTHING);
+    CheckIndex(Object.SectionIndex, Builder->SectionCount, LogCategory_FileWriting, TESSEL_NOTHING);
+
+    file_builder_marshalling *Marshalling =
+        (file_builder_marshalling *)NewStackUnit(Builder->MarshallingAllocator, 0);
+    if (!Marshalling) {
+        Builder->Healthy = false;
+        return;
+    }
+    Marshalling->Count = Count;
+    Marshalling->Type = Type;
+    Marshalling->Object = Object;
+    Marshalling->Next = 0;
+
+    file_builder_section &Section = Builder->Sections[Object.SectionIndex];
+    if (Section.LastMarshalling) Section.LastMarshalling->Next = Marshalling;
+    else Section.FirstMarshalling = Marshalling;
+    Section.LastMarshalling = Marshalling;
+    ++Section.Header.MixedMarshallingFixupArrayCount;
+}
+
+void SetFileRoots(file_builder *Builder, file_location const &TypeLocation, file_location const &ObjectLocation)
+{
+    CheckPointer(Builder, LogCategory_FileWriting, TESSEL_NOTHING);
+    Builder->RootType = TypeLocation;
+    Builder->RootObject = ObjectLocation;
+}
+
+// ---------------------------------------------------------------------------
+// Ending.
+
+// A location as an offset in the section's expanded data.
+static bool FlattenLocation(file_builder const &Builder, file_location const &Location,
+                            file_section_reference *Result)
+{
+    if (Location.SectionIndex < 0 || Location.SectionIndex >= Builder.SectionCount || Location.StreamIndex < 0 ||
+        Location.StreamIndex >= StreamCount) {
+        TesselError(LogCategory_FileWriting, "Location (%d, %d, %d) is outside the file", Location.SectionIndex,
+                    Location.StreamIndex, Location.Offset);
+        return false;
+    }
+    file_section_header const &Header = Builder.Sections[Location.SectionIndex].Header;
+    uint32 Base = 0;
+    if (Location.StreamIndex == Stream16Bit) Base = Header.First16Bit;
+    if (Location.StreamIndex == Stream8Bit) Base = Header.First8Bit;
+    Result->SectionIndex = (uint32)Location.SectionIndex;
+    Result->Offset = Base + Location.Offset;
+    return true;
+}
+
+// Pointer slots hold the source program's addresses; they are stored as zero
+// so that equal inputs give equal files.
+static bool ZeroPointerSlots(file_builder &Builder, int32 SectionIndex)
+{
+    file_builder_section &Section = Builder.Sections[SectionIndex];
+    static uint8 const Zeros[8] = {};
+    char Name[TemporaryNameSize];
+    bool Result = true;
+    for (int32 StreamIndex = 0; Result && StreamIndex < StreamCount; ++StreamIndex) {
+        file_writer *Writer = 0;
+        for (file_builder_fixup *Fixup = Section.FirstFixup; Result && Fixup; Fixup = Fixup->Next) {
+            if (Fixup->From.StreamIndex != StreamIndex) continue;
+            if ((uint64)Fixup->From.Offset + 8 > Section.StreamSize[StreamIndex]) {
+                TesselError(LogCategory_FileWriting, "Pointer fixup at %d lies outside section %d stream %d",
+                            Fixup->From.Offset, SectionIndex, StreamIndex);
+                Result = false;
+                break;
+            }
+            if (!Writer) {
+                GetStreamFileName(Builder, SectionIndex, StreamIndex, Name);
+                Writer = CreatePlatformFileWriter(Name, false);
+                if (!Writer) {
+                    TesselError(LogCategory_FileWriting, "Unable to reopen temporary file %s", Name);
+                    Result = false;
+                    break;
+                }
+            }
+            Result = SeekWriterFromStart(Writer, (int32)Fixup->From.Offset) == (int32)Fixup->From.Offset &&
+                     Write(Writer, sizeof(Zeros), Zeros);
+        }
+        DeleteFileWriter(Writer);
+    }
+    return Result;
+}
+
+// Copies (format 0) or compresses (format 2) the three streams of a section
+// into the section's temporary file; DataSize gets the stored size.
+static bool StoreSection(file_builder &Builder, int32 SectionIndex)
+{
+    file_builder_section &Section = Builder.Sections[SectionIndex];
+    file_section_header &Header = Section.Header;
+    if (Header.ExpandedDataSize == 0) {
+        Header.DataSize = 0;
+        return true;
+    }
+
+    if (Header.Format != NoCompression && Header.Format != Trove1Compression) {
+        TesselError(LogCategory_Compression, "Unrecognized compression type %d", Header.Format);
+        return false;
+    }
+    if (Header.Format == Trove1Compression) {
+        // COMPRESSION CALL SITE: Trove1 sections go through the file
+        // compressor once it is in the library; until then they are stored.
+        Header.Format = NoCompression;
+    }
+
+    char Name[TemporaryNameSize];
+    GetCompressedFileName(Builder, SectionIndex, Name);
+    file_writer *Writer = CreatePlatformFileWriter(Name, true);
+    if (!Writer) {
+        TesselError(LogCategory_FileWriting, "Unable to create temporary file %s", Name);
+        return false;
+    }
+    bool Result = true;
+    uint32 Stored = 0;
+    for (int32 StreamIndex = 0; Result && StreamIndex < StreamCount; ++StreamIndex) {
+        if (Section.StreamSize[StreamIndex] == 0) continue;
+        char StreamName[TemporaryNameSize];
+        GetStreamFileName(Builder, SectionIndex, StreamIndex, StreamName);
+        int32 Copied = 0;
+        Result = ConcatenateFile(Writer, StreamName, &Copied) && (uint32)Copied == Section.StreamSize[StreamIndex];
+        Stored += (uint32)Copied;
+    }
+    DeleteFileWriter(Writer);
+    Header.DataSize = Stored;
+    if (!Result) TesselError(LogCategory_FileWriting, "Unable to store section %d", SectionIndex);
+    return Result;
+}
+
+static uint32 AlignUp4(uint32 Value)
+{
+    return (Value + 3u) & ~3u;
+}
+
+static bool WriteFixups(file_builder const &Builder, file_builder_section const &Section, file_writer *Writer)
+{
+    bool Result = true;
+    for (file_builder_fixup *Fixup = Section.FirstFixup; Result && Fixup; Fixup = Fixup->Next) {
+        file_pointer_fixup Record;
+        file_section_reference From;
+        Result = FlattenLocation(Builder, Fixup->From, &From) && FlattenLocation(Builder, Fixup->To, &Record.To);
+        Record.FromOffset = From.Offset;
+        Result = Result && Write(Writer, sizeof(Record), &Record);
+    }
+    return Result;
+}
+
+static bool WriteMarshallings(file_builder const &Builder, file_builder_section const &Section, file_writer *Writer)
+{
+    bool Result = true;
+    for (file_builder_marshalling *Marshalling = Section.FirstMarshalling; Result && Marshalling;
+         Marshalling = Marshalling->Next) {
+        file_mixed_marshalling_fixup Record;
+        file_section_reference Object;
+        Result = FlattenLocation(Builder, Marshalling->Object, &Object) &&
+                 FlattenLocation(Builder, Marshalling->Type, &Record.Type);
+        Record.Count = (uint32)Marshalling->Count;
+        Record.Offset = Object.Offset;
+        Result = Result && Write(Writer, sizeof(Record), &Record);
+    }
+    return Result;
+}
+
+// Pads the writer to a multiple of 4 counted from Start.
+static bool PadFrom(file_writer *Writer, int32 Start)
+{
+    int32 Position = GetWriterPosition(Writer) - Start;
+    uint32 Padding = AlignUp4((uint32)Position) - (uint32)Position;
+    return Padding == 0 || WriteZeros(Writer, Padding);
+}
+
+static bool LayOutFile(file_builder &Builder, file_writer *Writer)
+{
+    int32 const SectionCount = Builder.SectionCount;
+    bool Result = Builder.Healthy;
+    if (!Result) TesselError(LogCategory_FileWriting, "A write to the file's streams failed earlier");
+
+    for (int32 SectionIndex = 0; Result && SectionIndex < SectionCount; ++SectionIndex) {
+        Result = ZeroPointerSlots(Builder, SectionIndex) && StoreSection(Builder, SectionIndex);
+    }
+    if (!Result) return false;
+
+    // Offsets of everything after the section table.
+    uint32 Position = AlignUp4(GetTotalHeaderSize(SectionCount));
+    for (int32 SectionIndex = 0; SectionIndex < SectionCount; ++SectionIndex) {
+        file_section_header &Header = Builder.Sections[SectionIndex].Header;
+        Header.DataOffset = Position;
+        Position = AlignUp4(Position + Header.DataSize);
+    }
+    for (int32 SectionIndex = 0; SectionIndex < SectionCount; ++SectionIndex) {
+        file_section_header &Header = Builder.Sections[SectionIndex].Header;
+        Header.PointerFixupArrayOffset = Position;
+        Position = AlignUp4(Position + Header.PointerFixupArrayCount * FilePointerFixupSize);
+    }
+    for (int32 SectionIndex = 0; SectionIndex < SectionCount; ++SectionIndex) {
+        file_section_header &Header = Builder.Sections[SectionIndex].Header;
+        Header.MixedMarshallingFixupArrayOffset = Position;
+        Position = AlignUp4(Position + Header.MixedMarshallingFixupArrayCount * FileMixedMarshallingFixupSize);
+    }
+
+    int32 Start = GetWriterPosition(Writer);
+    Result = WriteZeros(Writer, FileMagicBlockSize + FileHeaderSize);
+    if (!Result) return false;
+    BeginWriterCRC(Writer);
+
+    for (int32 SectionIndex = 0; Result && SectionIndex < SectionCount; ++SectionIndex) {
+        Result = Write(Writer, FileSectionHeaderSize, &Builder.Sections[SectionIndex].Header);
+    }
+    char Name[TemporaryNameSize];
+    for (int32 SectionIndex = 0; Result && SectionIndex < SectionCount; ++SectionIndex) {
+        Result = PadFrom(Writer, Start);
+        if (Result && Builder.Sections[SectionIndex].Header.DataSize != 0) {
+            GetCompressedFileName(Builder, SectionIndex, Name);
+            int32 Copied = 0;
+            Result = ConcatenateFile(Writer, Name, &Copied) &&
+                     (uint32)Copied == Builder.Sections[SectionIndex].Header.DataSize;
+        }
+    }
+    for (int32 SectionIndex = 0; Result && SectionIndex < SectionCount; ++SectionIndex) {
+        Result = PadFrom(Writer, Start) && WriteFixups(Builder, Builder.Sections[SectionIndex], Writer);
+    }
+    for (int32 SectionIndex = 0; Result && SectionIndex < SectionCount; ++SectionIndex) {
+        Result = PadFrom(Writer, Start) && WriteMarshallings(Builder, Builder.Sections[SectionIndex], Writer);
+    }
+    Result = Result && PadFrom(Writer, Start);
+    uint32 CRC = EndWriterCRC(Writer);
+    if (!Result) return false;
+
+    int32 End = GetWriterPosition(Writer);
+    if ((uint32)(End - Start) != Position) {
+        TesselError(LogCategory_FileWriting, "File size %d differs from its layout (%d)", End - Start, Position);
+        return false;
+    }
+
+    file_magic_block Magic = GetNativeFileMagicBlock();
+    Magic.TotalHeaderSize = GetTotalHeaderSize(SectionCount);
+    Magic.HeaderFormat = 0;
+
+    file_header Header;
+    memset(&Header, 0, sizeof(Header));
+    Header.Version = TesselFileFormatVersion;
+    Header.TotalSize = (uint32)(End - Start);
+    Header.CRC = CRC;
+    Header.SectionArrayOffset = FileSectionArrayOffset;
+    Header.SectionCount = (uint32)SectionCount;
+    Result = FlattenLocation(Builder, Builder.RootType, &Header.RootObjectTypeDefinition) &&
+             FlattenLocation(Builder, Builder.RootObject, &Header.RootObject);
+    Header.TypeTag = Builder.FileTypeTag;
+    memcpy(Header.ExtraTags, Builder.ExtraTags, sizeof(Header.ExtraTags));
+    Header.StringDatabaseCRC = Builder.StringDatabaseCRC;
+
+    Result = Result && SeekWriterFromStart(Writer, Start) == Start && Write(Writer, sizeof(Magic), &Magic) &&
+             Write(Writer, sizeof(Header), &Header) && SeekWriterFromStart(Writer, End) == End;
+    return Result;
+}
+
+bool EndFileToWriter(file_builder *Builder, file_writer *Writer)
+{
+    CheckPointer(Builder, LogCategory_FileWriting, false);
+    if (!Writer) {
+        TesselError(LogCategory_FileWriting, "%s is not allowed to be NULL", "TargetWriter");
+        AbortFile(Builder);
+        return false;
+    }
+
+    for (int32 SectionIndex = 0; SectionIndex < Builder->SectionCount; ++SectionIndex) {
+        file_builder_section &Section = Builder->Sections[SectionIndex];
+        Section.Header.First16Bit = Section.StreamSize[Stream32Bit];
+        Section.Header.First8Bit = Section.Header.First16Bit + Section.StreamSize[Stream16Bit];
+        Section.Header.ExpandedDataSize = Section.Header.First8Bit + Section.StreamSize[Stream8Bit];
+        if (Section.Header.ExpandedDataSize == 0) {
+            Section.Header.First16Bit = 0;
+            Section.Header.First8Bit = 0;
+        }
+    }
+    CloseStreamWriters(*Builder);
+
+    bool Result = false;
+    if (!IsNativeFileMagicValue(Builder->PlatformMagicValue)) {
+        TesselError(LogCategory_FileWriting,
+                    "Writing files for another pointer size or byte order is not supported by this build");
+    } else {
+        Result = LayOutFile(*Builder, Writer);
+    }
+    FreeFileBuilder(Builder);
+    return Result;
+}
+
+bool EndFile(file_builder *Builder, char const *FileName)
+{
+    CheckPointer(Builder, LogCategory_FileWriting, false);
+    if (!FileName) {
+        TesselError(LogCategory_FileWriting, "%s is not allowed to be NULL", "FileName");
+        AbortFile(Builder);
+        return false;
+    }
+    file_writer *Writer = CreatePlatformFileWriter(FileName, true);
+    if (!Writer) {
+        TesselError(LogCategory_FileWriting, "Unable to open %s for writing", FileName);
+        AbortFile(Builder);
+        return false;
+    }
+    bool Result = EndFileToWriter(Builder, Writer);
+    DeleteFileWriter(Writer);
+    // A failed export leaves no file behind: its absence is how a host
+    // learns of the failure.
+    if (!Result) DeleteFile(FileName);
+    return Result;
+}
+
+void AbortFile(file_builder *Builder)
+{
+    if (!Builder) return;
+    FreeFileBuilder(Builder);
+}
