@@ -1,0 +1,210 @@
+// Local transforms at a time and the global transform with pivots, offsets,
+// pre and post rotation, rotation orders, inherit types and limits.
+#include "fbx/fbx_tessel_node.h"
+#include "fbx/fbx_tessel_scene.h"
+
+static char const *const ChannelNames[3] = {"T", "R", "S"};
+
+KFbxVector4 KFbxNode::EvaluateChannel(int32 Channel, KTime Time, bool UseCurves)
+{
+    KFbxVector4 Value = (Channel == Channel_T) ? LclTranslation : (Channel == Channel_R) ? LclRotation : LclScaling;
+    if (!UseCurves || !mScene)
+    {
+        return Value;
+    }
+    KFCurveNode *Root = FindTakeNode(mScene->GetCurrentTakeName());
+    if (!Root)
+    {
+        return Value;
+    }
+    KFCurveNode *ChannelNode = Root->IsNamed(ChannelNames[Channel]) ? Root : Root->FindChild(ChannelNames[Channel]);
+    if (!ChannelNode)
+    {
+        return Value;
+    }
+    if (Channel == Channel_R)
+    {
+        ChannelNode->SetRotationOrder(RotationOrder);
+    }
+    real64 Values[16] = {Value[0], Value[1], Value[2]};
+    if (ChannelNode->GetValueCount() <= 16)
+    {
+        ChannelNode->Evaluate(Values, Time, nullptr);
+        Value.Set(Values[0], Values[1], Values[2], 0.0);
+    }
+    return Value;
+}
+
+// In the limit-only space the angles are clamped as the XYZ angles of the
+// full rotation (with pre and post rotation) and carried back.
+KFbxVector4 KFbxNode::ClampRotation(KFbxVector4 const &Rotation) const
+{
+    if (!RotationLimits.Active)
+    {
+        return Rotation;
+    }
+    if (!RotationSpaceForLimitOnly)
+    {
+        return RotationLimits.Apply(Rotation);
+    }
+    AffineMatrix Pre = PreRotation.InUse ? EulerToMatrix(PreRotation.Value) : AffineMatrix();
+    AffineMatrix Post = PostRotation.InUse ? EulerToMatrix(PostRotation.Value) : AffineMatrix();
+    AffineMatrix Full = Pre * EulerToMatrix(Rotation, RotationOrder) * Post.Transpose();
+    KFbxVector4 Clamped = RotationLimits.Apply(MatrixToEuler(Full, FbxRotationOrder_XYZ));
+    AffineMatrix Back = Pre.Transpose() * EulerToMatrix(Clamped, FbxRotationOrder_XYZ) * Post;
+    return MatrixToEuler(Back, RotationOrder);
+}
+
+KFbxVector4 KFbxNode::GetLocalTranslation(KTime Time, bool ApplyLimits)
+{
+    KFbxVector4 Value = EvaluateChannel(Channel_T, Time, true);
+    return ApplyLimits ? TranslationLimits.Apply(Value) : Value;
+}
+
+KFbxVector4 KFbxNode::GetLocalRotation(KTime Time, bool ApplyLimits)
+{
+    KFbxVector4 Value = EvaluateChannel(Channel_R, Time, true);
+    return ApplyLimits ? ClampRotation(Value) : Value;
+}
+
+KFbxVector4 KFbxNode::GetLocalScaling(KTime Time, bool ApplyLimits)
+{
+    KFbxVector4 Value = EvaluateChannel(Channel_S, Time, true);
+    return ApplyLimits ? ScalingLimits.Apply(Value) : Value;
+}
+
+AffineMatrix KFbxNode::ComputeLocalRotationMatrix(KFbxVector4 const &Rotation) const
+{
+    if (!RotationActive || RotationSpaceForLimitOnly)
+    {
+        return EulerToMatrix(Rotation, FbxRotationOrder_XYZ);
+    }
+    AffineMatrix Result = EulerToMatrix(Rotation, RotationOrder);
+    if (PreRotation.InUse)
+    {
+        Result = EulerToMatrix(PreRotation.Value, FbxRotationOrder_XYZ) * Result;
+    }
+    if (PostRotation.InUse)
+    {
+        Result = Result * EulerToMatrix(PostRotation.Value, FbxRotationOrder_XYZ).Transpose();
+    }
+    return Result;
+}
+
+static AffineMatrix DiagonalMatrix(KFbxVector4 const &Diagonal)
+{
+    AffineMatrix Result;
+    for (int32 Axis = 0; Axis < 3; ++Axis)
+    {
+        Result.mData[Axis][Axis] = Diagonal[Axis];
+    }
+    return Result;
+}
+
+static AffineMatrix Linear3(AffineMatrix Matrix)
+{
+    Matrix.mData[3][0] = Matrix.mData[3][1] = Matrix.mData[3][2] = 0.0;
+    return Matrix;
+}
+
+KFbxNode::global_state KFbxNode::ComputeGlobal(KTime Time, bool UseCurves, int32 Depth)
+{
+    KFbxVector4 T = TranslationLimits.Apply(EvaluateChannel(Channel_T, Time, UseCurves));
+    KFbxVector4 R = ClampRotation(EvaluateChannel(Channel_R, Time, UseCurves));
+    KFbxVector4 S = ScalingLimits.Apply(EvaluateChannel(Channel_S, Time, UseCurves));
+
+    AffineMatrix Rl = ComputeLocalRotationMatrix(R);
+    AffineMatrix Sl = DiagonalMatrix(S);
+
+    // Pivots and offsets fold into one translation term.
+    KFbxVector4 P;
+    if (ScalingPivot.InUse)
+    {
+        for (int32 Axis = 0; Axis < 3; ++Axis)
+        {
+            P[Axis] = (1.0 - S[Axis]) * ScalingPivot.Value[Axis];
+        }
+    }
+    if (ScalingOffset.InUse)
+    {
+        P = P + ScalingOffset.Value;
+    }
+    if (RotationPivot.InUse)
+    {
+        P = Rl.MultR(P - RotationPivot.Value) + RotationPivot.Value;
+    }
+    else if (ScalingOffset.InUse || ScalingPivot.InUse)
+    {
+        P = Rl.MultR(P);
+    }
+    if (RotationOffset.InUse)
+    {
+        P = P + RotationOffset.Value;
+    }
+    KFbxVector4 Position(T[0] + P[0], T[1] + P[1], T[2] + P[2], 1.0);
+
+    global_state State;
+    State.LocalScale = S;
+    // The depth guard stops a damaged hierarchy; AddChild refuses cycles.
+    if (!mParent || Depth > 4096)
+    {
+        State.Rotation = Rl;
+        State.Scale = Sl;
+    }
+    else
+    {
+        global_state Parent = mParent->ComputeGlobal(Time, UseCurves, Depth + 1);
+        State.Rotation = Parent.Rotation * Rl;
+        if (InheritType == FbxInherit_RrSs)
+        {
+            KFbxVector4 Diagonal;
+            for (int32 Axis = 0; Axis < 3; ++Axis)
+            {
+                Diagonal[Axis] = Parent.Scale.mData[Axis][Axis] * S[Axis];
+            }
+            State.Scale = DiagonalMatrix(Diagonal);
+        }
+        else
+        {
+            AffineMatrix ParentScale = Parent.Scale;
+            if (InheritType == FbxInherit_Rrs)
+            {
+                KFbxVector4 Inverse;
+                for (int32 Axis = 0; Axis < 3; ++Axis)
+                {
+                    real64 Local = Parent.LocalScale[Axis];
+                    Inverse[Axis] = (Local != 0.0) ? 1.0 / Local : 0.0;
+                }
+                ParentScale = ParentScale * DiagonalMatrix(Inverse);
+            }
+            State.Scale = Rl.Transpose() * ParentScale * Rl * Sl;
+        }
+        Position = Parent.Matrix.MultT(Position);
+    }
+    State.Rotation = Linear3(State.Rotation);
+    State.Scale = Linear3(State.Scale);
+
+    if (InheritType == FbxInherit_RrSs || !mParent)
+    {
+        State.Matrix = State.Rotation;
+        for (int32 Row = 0; Row < 3; ++Row)
+        {
+            for (int32 Column = 0; Column < 3; ++Column)
+            {
+                State.Matrix.mData[Row][Column] *= State.Scale.mData[Row][Row];
+            }
+        }
+        State.Matrix.SetT(Position);
+    }
+    else
+    {
+        AffineMatrix Translation;
+        Translation.SetT(Position);
+        State.Matrix = Translation * State.Rotation * State.Scale;
+    }
+    return State;
+}
+
+AffineMatrix KFbxNode::GetGlobalTransformAtTime(KTime Time) { return ComputeGlobal(Time, true, 0).Matrix; }
+
+AffineMatrix KFbxNode::GetGlobalTransformDefault() { return ComputeGlobal(KTime(), false, 0).Matrix; }

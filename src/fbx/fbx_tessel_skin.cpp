@@ -1,0 +1,60 @@
+// Skins and clusters.
+#include "fbx/fbx_tessel_skin.h"
+
+KFbxSkin *KFbxSkin::Create(KFbxSdkManager *Manager, char const *Name) { return FbxNew(KFbxSkin, Manager, Name); }
+
+bool KFbxSkin::AddCluster(KFbxCluster *Cluster)
+{
+    CheckPointer(Cluster, LogCategory_FBX, false);
+    if (mClusters.Find(Cluster) >= 0)
+    {
+        return true;
+    }
+    return mClusters.Add(Cluster);
+}
+
+int32 KFbxSkin::RemoveCluster(KFbxCluster *Cluster)
+{
+    int32 Index = mClusters.Find(Cluster);
+    if (Index >= 0)
+    {
+        mClusters.RemoveAt(Index);
+    }
+    return Index;
+}
+
+KFbxCluster *KFbxCluster::Create(KFbxSdkManager *Manager, char const *Name)
+{
+    return FbxNew(KFbxCluster, Manager, Name);
+}
+
+bool KFbxCluster::AddControlPointIndex(int32 Index, real64 Weight)
+{
+    if (!mIndices.Add(Index))
+    {
+        return false;
+    }
+    if (!mWeights.Add(Weight))
+    {
+        mIndices.RemoveAt(mIndices.Count - 1);
+        return false;
+    }
+    return true;
+}
+
+static AffineMatrix Recompose(AffineMatrix const &Matrix)
+{
+    return AffineMatrix(Matrix.GetT(), Matrix.GetR(), Matrix.GetS());
+}
+
+AffineMatrix &KFbxCluster::GetTransformMatrix(AffineMatrix &Matrix) const
+{
+    Matrix = Recompose(mTransform.Inverse());
+    return Matrix;
+}
+
+AffineMatrix &KFbxCluster::GetTransformLinkMatrix(AffineMatrix &Matrix) const
+{
+    Matrix = Recompose(mTransformLink);
+    return Matrix;
+}
