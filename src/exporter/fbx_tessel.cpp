@@ -73,6 +73,35 @@ static char *ReadAnimationDefText(char const *Path)
     return Text;
 }
 
+// Where the last malformed AnimationDef file went wrong: a copy of the text
+// from that place to the end of its line, and the line number.
+static char AnimationDefErrorText[128];
+static int32 AnimationDefErrorLine = 0;
+
+static void SetAnimationDefErrorPlace(char const *Text, char const *Where)
+{
+    AnimationDefErrorText[0] = 0;
+    AnimationDefErrorLine = 0;
+    if (!Text || !Where || Where < Text) return;
+    AnimationDefErrorLine = 1;
+    // The parser has put terminators into the text: count up to Where only.
+    for (char const *Character = Text; Character < Where; ++Character) {
+        if (*Character == '\n') ++AnimationDefErrorLine;
+    }
+    int32 Length = 0;
+    while (Length < (int32)sizeof(AnimationDefErrorText) - 1 && Where[Length] && Where[Length] != '\n' &&
+           Where[Length] != '\r') {
+        AnimationDefErrorText[Length] = Where[Length];
+        ++Length;
+    }
+    AnimationDefErrorText[Length] = 0;
+}
+
+int32 GetAnimationDefErrorLine()
+{
+    return AnimationDefErrorLine;
+}
+
 static rapidxml::xml_node<> *NextAnimationDef(rapidxml::xml_node<> *Node)
 {
     return Node->next_sibling("AnimationDef", 0, false);
@@ -135,6 +164,13 @@ bool ReadAnimationDefFile(char const *Path, animation_def **AnimationDefs, int32
                 }
             }
         }
+    } catch (rapidxml::parse_error const &Error) {
+        // The text goes away here, so the exception that leaves carries a
+        // copy of the place instead.
+        char *Where = Error.where<char>();
+        SetAnimationDefErrorPlace(Text, Where);
+        TesselFree(Text);
+        throw rapidxml::parse_error(Error.what(), AnimationDefErrorText);
     } catch (...) {
         TesselFree(Text);
         throw;
@@ -162,43 +198,51 @@ static void ReleaseExport(fbx_tool_interface *Tool)
     DestroyToolInterface(Tool);
 }
 
-extern "C" TESSEL_API bool ExportFBXFile(char const *fbxPath, char const *outputPath, char const *animationDefPath,
-                                         ExportProgressCallback progressCallback)
+bool ExportFBXFileWithOptions(char const *FBXPath, char const *OutputPath, char const *AnimationDefPath,
+                              export_options const &Options, ExportProgressCallback ProgressCallback, bool *Exported)
 {
-    CheckPointer(fbxPath, LogCategory_ExportDriver, false);
-    CheckPointer(outputPath, LogCategory_ExportDriver, false);
+    if (Exported) *Exported = false;
+    CheckPointer(FBXPath, LogCategory_ExportDriver, false);
+    CheckPointer(OutputPath, LogCategory_ExportDriver, false);
 
-    fbx_tool_interface *Tool = CreateToolInterface(fbxPath);
+    fbx_tool_interface *Tool = CreateToolInterface(FBXPath);
     if (!Tool) return false;
     if (!Tool->FBX) {
-        TesselError(LogCategory_ExportDriver, "Unable to load FBX file %s", fbxPath);
+        TesselError(LogCategory_ExportDriver, "Unable to load FBX file %s", FBXPath);
         ReleaseExport(Tool);
         return false;
     }
 
-    export_options Options;
-    Options.SourceFileToEmbed = 0;
-    Options.ShowProgress = true;
-    Options.SettingsFileName = 0;
-
-    if (animationDefPath) {
+    if (AnimationDefPath) {
         bool Read = false;
         try {
-            Read = ReadAnimationDefFile(animationDefPath, &Tool->AnimationDefs, &Tool->AnimationDefCount);
+            Read = ReadAnimationDefFile(AnimationDefPath, &Tool->AnimationDefs, &Tool->AnimationDefCount);
         } catch (...) {
             ReleaseExport(Tool);
             throw;
         }
         if (!Read) {
+            TesselError(LogCategory_ExportDriver, "Unable to read AnimationDef file %s: missing, unreadable or without any AnimationDef", AnimationDefPath);
             ReleaseExport(Tool);
             return false;
         }
     }
 
-    // The driver's own result is not passed on: a failed export shows as a
-    // missing output file and an "Export Aborted" stage.
-    RunExport(Tool, outputPath, &Options, progressCallback);
+    bool Result = RunExport(Tool, OutputPath, &Options, ProgressCallback);
+    if (Exported) *Exported = Result;
 
     ReleaseExport(Tool);
     return true;
+}
+
+extern "C" TESSEL_API bool ExportFBXFile(char const *fbxPath, char const *outputPath, char const *animationDefPath,
+                                         ExportProgressCallback progressCallback)
+{
+    export_options Options;
+    Options.SourceFileToEmbed = 0;
+    Options.ShowProgress = true;
+    Options.SettingsFileName = 0;
+    // The driver's own result is not passed on: a failed export shows as a
+    // missing output file and an "Export Aborted" stage.
+    return ExportFBXFileWithOptions(fbxPath, outputPath, animationDefPath, Options, progressCallback, 0);
 }

@@ -29,9 +29,18 @@ struct export_options
 // be read or holds no AnimationDef. A malformed file raises
 // rapidxml::parse_error.
 bool ReadAnimationDefFile(char const *Path, animation_def **AnimationDefs, int32 *AnimationDefCount);
+// After a parse_error: the 1-based line of the place where() points to
+// (where() itself holds a copy of the text from there to the end of that
+// line, valid until the next malformed file).
+int32 GetAnimationDefErrorLine();
 // Releases each name, then the array. Accepts a null array.
 void FreeAnimationDefs(animation_def *AnimationDefs, int32 AnimationDefCount);
 
 // The leading digits of at most 255 characters of Text as a number; 0 when
 // there are none. There are no negative frames.
 int32 ParseFrameNumber(char const *Text, int32 Length);
+
+// ExportFBXFile with the driver's options. Exported, if given, tells whether
+// the output file was written. Same results and exceptions as ExportFBXFile.
+bool ExportFBXFileWithOptions(char const *FBXPath, char const *OutputPath, char const *AnimationDefPath,
+                              export_options const &Options, ExportProgressCallback ProgressCallback, bool *Exported);

@@ -1,0 +1,80 @@
+#include "exporter_test_files.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <dirent.h>
+#include <unistd.h>
+
+namespace {
+
+struct private_temporary_directory
+{
+    std::string Path;
+
+    private_temporary_directory()
+    {
+        char Template[] = "/tmp/tessel_exporter_test_XXXXXX";
+        if (mkdtemp(Template)) {
+            Path = Template;
+            setenv("TMPDIR", Template, 1);
+        }
+    }
+
+    ~private_temporary_directory()
+    {
+        for (std::string const &Name : ListTemporaryFiles()) remove((Path + "/" + Name).c_str());
+        rmdir(Path.c_str());
+    }
+};
+
+private_temporary_directory &TemporaryDirectory()
+{
+    static private_temporary_directory Directory;
+    return Directory;
+}
+
+// Sets $TMPDIR before any test runs.
+struct set_up_at_start
+{
+    set_up_at_start() { TemporaryDirectory(); }
+} SetUpAtStart;
+
+} // namespace
+
+std::string PrivateTemporaryDirectory()
+{
+    return TemporaryDirectory().Path;
+}
+
+std::vector<std::string> ListTemporaryFiles()
+{
+    std::vector<std::string> Names;
+    DIR *Directory = opendir(TemporaryDirectory().Path.c_str());
+    if (!Directory) return Names;
+    while (dirent *Entry = readdir(Directory)) {
+        std::string Name = Entry->d_name;
+        if (Name == "." || Name == "..") continue;
+        // Inputs and outputs of the tests themselves.
+        if (Name.rfind("input_", 0) == 0 || Name.rfind("output_", 0) == 0) continue;
+        Names.push_back(Name);
+    }
+    closedir(Directory);
+    return Names;
+}
+
+std::string WriteTestFile(std::string const &Name, std::string const &Text)
+{
+    std::string Path = TemporaryDirectory().Path + "/input_" + Name;
+    FILE *File = fopen(Path.c_str(), "wb");
+    if (File) {
+        fwrite(Text.data(), 1, Text.size(), File);
+        fclose(File);
+    }
+    return Path;
+}
+
+std::string SharedFBXFile(char const *RelativePath)
+{
+    std::string Path = std::string(TESSEL_SHARED_FBX_DIR) + "/" + RelativePath;
+    return access(Path.c_str(), R_OK) == 0 ? Path : std::string();
+}

@@ -1,0 +1,17 @@
+// Files and folders for the exporter tests. Every test program that includes
+// this runs with $TMPDIR pointing at a private, initially empty folder, so
+// that temporary files left behind by an export can be found.
+#pragma once
+
+#include <string>
+#include <vector>
+
+// The private temporary folder.
+std::string PrivateTemporaryDirectory();
+// Names of the files in the private temporary folder, apart from the
+// tests' own "input_" and "output_" files.
+std::vector<std::string> ListTemporaryFiles();
+// Writes Text to a file in the private temporary folder; returns its path.
+std::string WriteTestFile(std::string const &Name, std::string const &Text);
+// A real FBX file from the shared corpus, or "" when the corpus is missing.
+std::string SharedFBXFile(char const *RelativePath);

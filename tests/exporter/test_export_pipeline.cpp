@@ -1,0 +1,196 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "exporter/fbx_tessel.h"
+#include "exporter/fbx_tessel_export_operations.h"
+#include "exporter/fbx_tessel_progress_window.h"
+#include "exporter/fbx_tessel_tool_interface.h"
+#include "exporter/tessel_scene_graph.h"
+#include "exporter/tessel_scene_parser.h"
+#include "exporter_test_files.h"
+#include "foundation/tessel_memory.h"
+#include "platform/tessel_platform.h"
+#include "support/test_log_capture.h"
+
+namespace {
+
+// What the callback saw, one entry per report.
+struct progress_report
+{
+    uint32 Position, Total;
+    std::string Title, Stage, Item;
+};
+std::vector<progress_report> Reports;
+
+void RecordProgress(export_progress const *Progress)
+{
+    progress_report Report;
+    Report.Position = Progress->Position;
+    Report.Total = Progress->Total;
+    Report.Title = Progress->Title ? Progress->Title : "";
+    Report.Stage = Progress->Stage ? Progress->Stage : "";
+    Report.Item = Progress->Item ? Progress->Item : "";
+    Reports.push_back(Report);
+    // The host's copy: writing it must not reach the export.
+    const_cast<export_progress *>(Progress)->Abort = 1;
+}
+
+// Stages in the order they were first reported, without repeats.
+std::vector<std::string> StagesSeen()
+{
+    std::vector<std::string> Stages;
+    for (progress_report const &Report : Reports) {
+        if (!Report.Stage.empty() && (Stages.empty() || Stages.back() != Report.Stage)) Stages.push_back(Report.Stage);
+    }
+    return Stages;
+}
+
+// A tool object over an empty scene, made without any FBX file.
+fbx_tool_interface *NewEmptySceneTool()
+{
+    fbx_tool_interface *Tool = CreateToolInterface("");
+    fbx_scene_context *Context = (fbx_scene_context *)TesselAllocate(sizeof(fbx_scene_context));
+    memset(Context, 0, sizeof(*Context));
+    Context->FileName = "empty.fbx";
+    Tool->FBX = Context;
+    return Tool;
+}
+
+} // namespace
+
+TEST(RunExport, EmptySceneRunsEveryStageInOrderAndLeavesNothingBehind)
+{
+    int32 Before = LiveBlocks();
+    Reports.clear();
+    fbx_tool_interface *Tool = NewEmptySceneTool();
+    export_options Options = {nullptr, true, nullptr};
+    std::string Output = PrivateTemporaryDirectory() + "/output_empty.ts2";
+
+    bool Written = RunExport(Tool, Output.c_str(), &Options, RecordProgress);
+    DestroyToolInterface(Tool);
+
+    ASSERT_FALSE(Reports.empty());
+    EXPECT_EQ(Reports.front().Title, "Tessel 2.8.21.0 is Exporting a TS2 File");
+    std::vector<std::string> Expected = {"Textures", "Materials", "Skeletons", "Meshes", "Models", "Animations", "I/O",
+                                         "Packaging file", "Export Complete"};
+    EXPECT_EQ(StagesSeen(), Expected);
+    // An empty scene has only the three closing steps.
+    EXPECT_EQ(Reports.back().Total, 3u);
+    EXPECT_EQ(Reports.back().Position, 3u);
+    EXPECT_EQ(Written, FileExists(Output.c_str()));
+    EXPECT_TRUE(ListTemporaryFiles().empty());
+    EXPECT_EQ(LiveBlocks(), Before);
+    remove(Output.c_str());
+}
+
+TEST(RunExport, WithoutProgressOrSceneNothingIsReported)
+{
+    int32 Before = LiveBlocks();
+    Reports.clear();
+    fbx_tool_interface *Tool = NewEmptySceneTool();
+    export_options Quiet = {nullptr, false, nullptr};
+    std::string Output = PrivateTemporaryDirectory() + "/output_quiet.ts2";
+    RunExport(Tool, Output.c_str(), &Quiet, RecordProgress);
+    EXPECT_TRUE(Reports.empty());
+
+    // A tool whose scene did not load: the pipeline does not start.
+    fbx_tool_interface *Unloaded = CreateToolInterface((PrivateTemporaryDirectory() + "/missing.fbx").c_str());
+    ASSERT_EQ(Unloaded->FBX, nullptr);
+    export_options Options = {nullptr, true, nullptr};
+    {
+        log_capture Log;
+        EXPECT_FALSE(RunExport(Unloaded, Output.c_str(), &Options, RecordProgress));
+        EXPECT_TRUE(Log.Contains("Unable to create arena, string table builder and scene graph"));
+    }
+    EXPECT_TRUE(Reports.empty());
+    DestroyToolInterface(Unloaded);
+    DestroyToolInterface(Tool);
+    EXPECT_EQ(LiveBlocks(), Before);
+}
+
+TEST(Progress, OperationsOnARecord)
+{
+    Reports.clear();
+    export_progress *Progress = BeginProgress(RecordProgress);
+    SetProgressTotal(Progress, 5);
+    StepProgress(Progress, nullptr);
+    StepProgress(Progress, "mesh");
+    EXPECT_EQ(GetProgressPosition(Progress), 2);
+    EXPECT_EQ(Reports.back().Item, "mesh");
+    EXPECT_EQ(Reports[1].Item, "(unnamed)");
+    SetProgressStage(Progress, "Models");
+    EXPECT_EQ(GetProgressPosition(Progress), 2); // a stage keeps the position
+    SetProgressTotal(Progress, 9);
+    EXPECT_EQ(GetProgressPosition(Progress), 0);
+    // The callback wrote Abort into its copy only.
+    EXPECT_TRUE(KeepExporting(Progress));
+    size_t Count = Reports.size();
+    EndProgress(Progress);
+
+    // Null records are accepted everywhere and report nothing.
+    SetProgressTitle(nullptr, "x");
+    StepProgress(nullptr, "x");
+    EXPECT_TRUE(KeepExporting(nullptr));
+    EXPECT_EQ(GetProgressPosition(nullptr), -1);
+    EXPECT_EQ(Reports.size(), Count);
+
+    // A record without a callback still counts.
+    export_progress *Silent = BeginProgress(nullptr);
+    StepProgress(Silent, "a");
+    EXPECT_EQ(GetProgressPosition(Silent), 1);
+    EndProgress(Silent);
+    EXPECT_EQ(Reports.size(), Count);
+}
+
+TEST(ScenePipeline, MorphTargetLimitKeepsVertexDataBounded)
+{
+    EXPECT_EQ(GetMorphTargetLimit(0), 65536);
+    EXPECT_EQ(GetMorphTargetLimit(3), 65536);
+    EXPECT_EQ(GetMorphTargetLimit(4), 65535);
+    EXPECT_EQ(GetMorphTargetLimit(100000), 1);
+    EXPECT_EQ(GetMorphTargetLimit(262144), 1);
+}
+
+TEST(ScenePipeline, DriverChoicesOfPlatformAndCompression)
+{
+    static uint8 const Native[16] = {0xe5, 0x9b, 0x49, 0x5e, 0x6f, 0x63, 0x1f, 0x14,
+                                     0x1e, 0x13, 0xeb, 0xa9, 0x90, 0xbe, 0xed, 0xc4};
+    static uint8 const Zeros[16] = {};
+    EXPECT_EQ(memcmp(GetExportPlatformBlock(214), Native, 16), 0);
+    EXPECT_EQ(memcmp(GetExportPlatformBlock(217), Native, 16), 0);
+    EXPECT_EQ(memcmp(GetExportPlatformBlock(0), Native, 16), 0);
+    EXPECT_EQ(GetExportPlatformBlock(215)[0], 0x29);
+    EXPECT_EQ(GetExportPlatformBlock(216)[0], 0x0e);
+    EXPECT_EQ(GetExportPlatformBlock(218)[0], 0x31);
+    for (int32 Choice = 214; Choice <= 218; ++Choice) {
+        EXPECT_EQ(memcmp(GetExportPlatformBlock(Choice) + 16, Zeros, 16), 0) << Choice;
+    }
+    EXPECT_EQ(GetExportCompression(72), 0);
+    EXPECT_EQ(GetExportCompression(73), 2);
+    EXPECT_EQ(GetExportCompression(133), 2);
+    EXPECT_EQ(GetExportCompression(0), 0);
+}
+
+TEST(SceneGraph, ModelsRunNewestFirstAndAllObjectsAreReleased)
+{
+    int32 Before = LiveBlocks();
+    tool_node_graph *Graph = NewToolNodeGraph();
+    tool_node *First = NewToolNode(Graph);
+    tool_mesh *Second = NewToolMesh(Graph);
+    tool_node *Third = NewToolNode(Graph);
+    NewToolAnimation(Graph);
+    EXPECT_EQ(Graph->ModelCount, 3);
+    EXPECT_EQ(First->BoneIndex, -1);
+    std::vector<tool_model *> Order;
+    for (tool_model *Model = FirstModel(Graph); !IsModelEnd(Graph, Model); Model = NextModel(Model)) {
+        Order.push_back(Model);
+    }
+    std::vector<tool_model *> Expected = {Third->Model, Second->Model, First->Model};
+    EXPECT_EQ(Order, Expected);
+    EXPECT_EQ(Graph->FirstNode, Third);
+    FreeToolNodeGraph(Graph);
+    EXPECT_EQ(LiveBlocks(), Before);
+}
