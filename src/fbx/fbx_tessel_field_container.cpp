@@ -784,6 +784,7 @@ static bool ReadScalar(KFbx const &Fbx, fbx_field const *Field, int32 Index, int
 
 bool KFbx::DecodeArray(fbx_value const &Value, fbx_field const *Field, int32 ElementType, void *Buffer, int64 Count)
 {
+    if (Count <= 0) return true;
     if (Value.Type == FbxValue_AsciiArray)
     {
         fbx_field const *Elements = AsciiArrayField(Field);

@@ -1,0 +1,449 @@
+// The FBX field container over files from the test writer and hand-built
+// bytes: both byte orders, both record widths, raw and zlib arrays, the ASCII
+// forms, and broken input (truncation, absurd sizes, deep nesting).
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "fbx/fbx_tessel_field_container.h"
+#include "support/fbx_test_writer.h"
+#include "support/test_log_capture.h"
+
+namespace {
+
+fbx_test_field SampleTree()
+{
+    fbx_test_field Root;
+    fbx_test_field &Header = Root.Add("FBXHeaderExtension");
+    Header.Add("FBXVersion", {FbxI(7400)});
+    Header.Add("Creator", {FbxS("Writer \"quoted\"")});
+    fbx_test_field &Objects = Root.Add("Objects");
+    fbx_test_field &Model = Objects.Add("Model", {FbxL(123456789012345LL), FbxName("Model", "Cube"), FbxS("Mesh")});
+    Model.Add("Scalars", {FbxY(-12), FbxC('T'), FbxI(-70000), FbxF(1.5f), FbxD(-2.25), FbxL(-46186158000LL)});
+    Model.Add("Blob", {FbxR(std::string("a\0b", 3))});
+    fbx_test_field &Mesh = Objects.Add("Geometry", {FbxL(7), FbxName("Geometry", ""), FbxS("Mesh")});
+    std::vector<double> Vertices;
+    for (int Index = 0; Index < 300; ++Index) Vertices.push_back(Index * 0.5 - 10.0);
+    Mesh.Add("Vertices", {FbxArrayD(Vertices)});
+    Mesh.Add("PolygonVertexIndex", {FbxArrayI({0, 1, -3, 2, 3, -5})});
+    Mesh.Add("Floats", {FbxArrayF({0.25f, -1.0f})});
+    Mesh.Add("Times", {FbxArrayL({0, 46186158000LL, -5})});
+    Mesh.Add("Flags", {FbxArrayB({true, false, true})});
+    Mesh.Add("Empty", {FbxArrayI({})});
+    Mesh.Add("List", {FbxD(1.0), FbxD(2.5), FbxI(3)});
+    return Root;
+}
+
+bool Open(KFbx &Fbx, std::vector<uint8_t> const &Bytes)
+{
+    return Fbx.ProjectOpenMemory(Bytes.data(), (int64)Bytes.size());
+}
+
+std::vector<uint8_t> Text(std::string const &String)
+{
+    return std::vector<uint8_t>(String.begin(), String.end());
+}
+
+std::string StringValue(KFbx const &Fbx, fbx_field const *Field, int32 Index)
+{
+    char Buffer[256];
+    return Fbx.CopyValueString(Field, Index, Buffer, sizeof(Buffer)) < 0 ? "<none>" : Buffer;
+}
+
+// Checks every value of SampleTree as the container reads it back.
+void CheckSampleTree(KFbx &Fbx, bool Binary)
+{
+    ASSERT_EQ(Fbx.IsBinary(), Binary);
+    EXPECT_EQ(Fbx.GetFileVersion(), 7400 + (Fbx.HasWideRecords() ? 100 : 0));
+    EXPECT_EQ(StringValue(Fbx, Fbx.FindPath(0, "FBXHeaderExtension/Creator"), 0), "Writer \"quoted\"");
+
+    fbx_field const *Objects = Fbx.FindChild(0, "Objects");
+    ASSERT_TRUE(Objects);
+    EXPECT_EQ(Fbx.GetChildCount(Objects), 2);
+    fbx_field const *Model = Fbx.FindChild(Objects, "Model");
+    ASSERT_TRUE(Model);
+    EXPECT_EQ(Fbx.GetParent(Model), Objects);
+    EXPECT_EQ(Fbx.GetInt64(Model, 0), 123456789012345LL);
+    EXPECT_TRUE(Fbx.ValueStringIs(Model, 1, "Model::Cube"));
+    EXPECT_TRUE(Fbx.ValueStringIs(Model, 2, "Mesh"));
+    EXPECT_TRUE(Fbx.ValueStringIs(Fbx.FindChild(Objects, "Geometry"), 1, "Geometry::"));
+
+    fbx_field const *Scalars = Fbx.FindChild(Model, "Scalars");
+    ASSERT_EQ(Fbx.GetValueCount(Scalars), 6);
+    if (Binary)
+    {
+        char const Types[] = "YCIFDL";
+        for (int32 Index = 0; Index < 6; ++Index) EXPECT_EQ(Fbx.GetValueType(Scalars, Index), Types[Index]);
+    }
+    else
+    {
+        for (int32 Index = 0; Index < 6; ++Index) EXPECT_EQ(Fbx.GetValueType(Scalars, Index), FbxValue_String);
+    }
+    EXPECT_EQ(Fbx.GetInt32(Scalars, 0), -12);
+    char Character = 0;
+    bool Flag = false;
+    EXPECT_TRUE(Fbx.GetValueChar(Scalars, 1, &Character));
+    EXPECT_EQ(Character, 'T');
+    EXPECT_TRUE(Fbx.GetValueBool(Scalars, 1, &Flag));
+    EXPECT_TRUE(Flag);
+    EXPECT_EQ(Fbx.GetInt32(Scalars, 2), -70000);
+    EXPECT_DOUBLE_EQ(Fbx.GetReal64(Scalars, 3), 1.5);
+    EXPECT_DOUBLE_EQ(Fbx.GetReal64(Scalars, 4), -2.25);
+    EXPECT_EQ(Fbx.GetInt64(Scalars, 5), -46186158000LL);
+    int32 Narrow = 0;
+    EXPECT_FALSE(Fbx.GetValueInt32(Scalars, 5, &Narrow)) << "a 64-bit value does not fit in 32 bits";
+    EXPECT_EQ(Fbx.GetValueType(Scalars, 6), 0);
+    EXPECT_EQ(Fbx.GetInt32(Scalars, -1, 99), 99);
+
+    fbx_field const *Mesh = Fbx.FindChild(Objects, "Geometry");
+    fbx_field const *Vertices = Fbx.FindChild(Mesh, "Vertices");
+    ASSERT_EQ(Fbx.GetArrayCount(Vertices, 0), 300);
+    EXPECT_EQ(Fbx.GetArrayElementType(Vertices, 0), Binary ? FbxValue_ArrayReal64 : FbxValue_AsciiArray);
+    int64 Count = 0;
+    real64 const *Reals = (real64 const *)Fbx.GetArrayData(Vertices, 0, FbxValue_ArrayReal64, &Count);
+    ASSERT_TRUE(Reals);
+    ASSERT_EQ(Count, 300);
+    for (int32 Index = 0; Index < 300; ++Index) ASSERT_EQ(Reals[Index], Index * 0.5 - 10.0) << Index;
+    EXPECT_EQ(Fbx.GetArrayData(Vertices, 0, FbxValue_ArrayReal64, &Count), Reals) << "cached on first use";
+    int32 Truncated[4];
+    EXPECT_EQ(Fbx.CopyArray(Vertices, 0, FbxValue_ArrayInt32, Truncated, 4), 4);
+    EXPECT_EQ(Truncated[1], -9);
+
+    int32 Indices[6];
+    EXPECT_EQ(Fbx.CopyNumbers(Fbx.FindChild(Mesh, "PolygonVertexIndex"), FbxValue_ArrayInt32, Indices, 6), 6);
+    EXPECT_EQ(Indices[2], -3);
+    EXPECT_EQ(Indices[5], -5);
+    real32 Floats[2];
+    EXPECT_EQ(Fbx.CopyArray(Fbx.FindChild(Mesh, "Floats"), 0, FbxValue_ArrayReal32, Floats, 2), 2);
+    EXPECT_EQ(Floats[0], 0.25f);
+    int64 Times[3];
+    EXPECT_EQ(Fbx.CopyArray(Fbx.FindChild(Mesh, "Times"), 0, FbxValue_ArrayInt64, Times, 3), 3);
+    EXPECT_EQ(Times[1], 46186158000LL);
+    uint8 Flags[3];
+    EXPECT_EQ(Fbx.CopyArray(Fbx.FindChild(Mesh, "Flags"), 0, FbxValue_ArrayBool, Flags, 3), 3);
+    EXPECT_EQ(Flags[0] * 4 + Flags[1] * 2 + Flags[2], 5);
+    EXPECT_EQ(Fbx.GetArrayCount(Fbx.FindChild(Mesh, "Empty"), 0), 0);
+
+    fbx_field const *List = Fbx.FindChild(Mesh, "List");
+    EXPECT_EQ(Fbx.GetNumberCount(List), 3);
+    real64 Numbers[3];
+    EXPECT_EQ(Fbx.CopyNumbers(List, FbxValue_ArrayReal64, Numbers, 3), 3);
+    EXPECT_EQ(Numbers[1], 2.5);
+    EXPECT_EQ(Numbers[2], 3.0);
+}
+
+} // namespace
+
+TEST(FbxFields, BinaryInBothByteOrdersRecordWidthsAndEncodings)
+{
+    struct variant { int32_t Version; bool BigEndian; int32_t Compress; };
+    variant const Variants[] = {
+        {7400, false, -1}, {7400, true, -1}, {7500, false, -1}, {7500, true, -1},
+        {7400, false, 0},  {7500, true, 0},  {7400, false, 64},
+    };
+    int32 LiveBefore = LiveBlocks();
+    for (variant const &Variant : Variants)
+    {
+        SCOPED_TRACE(testing::Message() << Variant.Version << (Variant.BigEndian ? " BE" : " LE") << " zlib>="
+                                        << Variant.Compress);
+        fbx_test_field Root = SampleTree();
+        Root.Find("FBXHeaderExtension")->Find("FBXVersion")->Values[0] = FbxI(Variant.Version);
+        std::vector<uint8_t> Bytes =
+            WriteFbxTestBinary(Root, FbxTestBinary(Variant.Version, Variant.BigEndian, Variant.Compress));
+        KFbx Fbx;
+        ASSERT_TRUE(Open(Fbx, Bytes)) << Fbx.GetErrorText();
+        EXPECT_EQ(Fbx.IsBigEndian(), Variant.BigEndian);
+        EXPECT_EQ(Fbx.HasWideRecords(), Variant.Version >= 7500);
+        CheckSampleTree(Fbx, true);
+    }
+    EXPECT_EQ(LiveBlocks(), LiveBefore) << "closing releases the file, the tables and the array caches";
+}
+
+TEST(FbxFields, AsciiCountedArraysAndPlainLists)
+{
+    for (int32_t PerLine : {1, 7, 1000})
+    {
+        fbx_test_format Format = FbxTestAscii(7400);
+        Format.AsciiValuesPerLine = PerLine;
+        std::string Written = WriteFbxTestAscii(SampleTree(), Format);
+        KFbx Fbx;
+        ASSERT_TRUE(Open(Fbx, Text(Written))) << Fbx.GetErrorText();
+        CheckSampleTree(Fbx, false);
+    }
+    // FBX 6 keeps long lists as plain values continued on the next lines.
+    fbx_test_field Root;
+    std::vector<fbx_test_value> Values;
+    for (int Index = 0; Index < 50; ++Index) Values.push_back(FbxD(Index * 0.25));
+    Root.Add("Objects").Add("Model", {FbxName("Model", "Box"), FbxS("Mesh")}).Add("Vertices", Values);
+    fbx_test_format Format = FbxTestAscii(6100);
+    Format.AsciiValuesPerLine = 8;
+    KFbx Fbx;
+    ASSERT_TRUE(Open(Fbx, Text(WriteFbxTestAscii(Root, Format)))) << Fbx.GetErrorText();
+    fbx_field const *Vertices = Fbx.FindPath(0, "Objects/Model/Vertices");
+    ASSERT_EQ(Fbx.GetNumberCount(Vertices), 50);
+    std::vector<real64> Read(50);
+    EXPECT_EQ(Fbx.CopyNumbers(Vertices, FbxValue_ArrayReal64, Read.data(), 50), 50);
+    EXPECT_EQ(Read[49], 49 * 0.25);
+}
+
+TEST(FbxFields, AsciiQuirks)
+{
+    char const *Source =
+        "; FBX 6.1.0 project file\n"
+        "; a comment {with} \"odd\" characters:\n"
+        "Objects:  {\n"
+        "    Model: \"Model::A &quot;B&quot;\", \"Mesh\" {\n"
+        "        ; a comment inside a block\n"
+        "        Vertices: 1,2.5,-3e2\n"
+        ",4\n"
+        "        Key: \n"
+        "            0,1.5,L,\n"
+        "            46186158000,-2,C,n\n"
+        "        Empty: \n"
+        "        Content: , \"data\"\n"
+        "        Time: 00:01:02, T\n"
+        "        Array: *3 {\n"
+        "            a: 7,8,\n"
+        "9\n"
+        "        }\n"
+        "    }\n"
+        "}\n";
+    KFbx Fbx;
+    ASSERT_TRUE(Open(Fbx, Text(Source))) << Fbx.GetErrorText();
+    EXPECT_EQ(Fbx.GetFileVersion(), 6100);
+    fbx_field const *Model = Fbx.FindPath(0, "Objects/Model");
+    EXPECT_EQ(StringValue(Fbx, Model, 0), "Model::A \"B\"");
+    fbx_field const *Vertices = Fbx.FindChild(Model, "Vertices");
+    ASSERT_EQ(Fbx.GetValueCount(Vertices), 4) << "a line starting with a comma continues the list";
+    EXPECT_EQ(Fbx.GetReal64(Vertices, 2), -300.0);
+    EXPECT_EQ(Fbx.GetInt32(Vertices, 1), 2) << "integers from fractional text truncate";
+    fbx_field const *Key = Fbx.FindChild(Model, "Key");
+    ASSERT_EQ(Fbx.GetValueCount(Key), 7) << "values may start on the line after the name";
+    EXPECT_EQ(Fbx.GetInt64(Key, 3), 46186158000LL);
+    char Interpolation = 0;
+    EXPECT_TRUE(Fbx.GetValueChar(Key, 2, &Interpolation));
+    EXPECT_EQ(Interpolation, 'L');
+    EXPECT_EQ(Fbx.GetValueCount(Fbx.FindChild(Model, "Empty")), 0);
+    fbx_field const *Content = Fbx.FindChild(Model, "Content");
+    ASSERT_EQ(Fbx.GetValueCount(Content), 2);
+    EXPECT_EQ(StringValue(Fbx, Content, 0), "");
+    fbx_field const *Time = Fbx.FindChild(Model, "Time");
+    EXPECT_EQ(StringValue(Fbx, Time, 0), "00:01:02");
+    bool Flag = false;
+    EXPECT_TRUE(Fbx.GetValueBool(Time, 1, &Flag) && Flag);
+    fbx_field const *Array = Fbx.FindChild(Model, "Array");
+    EXPECT_EQ(Fbx.GetValueType(Array, 0), FbxValue_AsciiArray);
+    EXPECT_EQ(StringValue(Fbx, Array, 0), "*3");
+    int64 Elements[3];
+    EXPECT_EQ(Fbx.CopyNumbers(Array, FbxValue_ArrayInt64, Elements, 3), 3);
+    EXPECT_EQ(Elements[2], 9);
+    // Text that is not a number does not convert.
+    EXPECT_EQ(Fbx.CopyNumbers(Key, FbxValue_ArrayReal64, std::vector<real64>(7).data(), 7), -1);
+}
+
+TEST(FbxFields, MalformedAsciiIsRefused)
+{
+    char const *Cases[] = {
+        "",                               // no fields at all
+        "Objects: {\n  Model: 1\n",       // missing brace
+        "Objects: 1\n}\n",                // stray brace
+        "Name: \"open string\n",          // unterminated quote
+        "Name 1, 2\n",                    // missing colon
+        "Name: 1 2\n",                    // two values without a comma
+        "Kaydara FBX Binary   \x1a",      // a damaged binary header reads as text
+    };
+    for (char const *Case : Cases)
+    {
+        KFbx Fbx;
+        EXPECT_FALSE(Open(Fbx, Text(Case))) << Case;
+        EXPECT_STRNE(Fbx.GetErrorText(), "") << Case;
+        EXPECT_FALSE(Fbx.IsOpen());
+    }
+}
+
+TEST(FbxFields, TruncationAtEveryLengthFailsCleanly)
+{
+    log_capture Quiet;
+    int32 LiveBefore = LiveBlocks();
+    fbx_test_field Root = SampleTree();
+    for (bool Wide : {false, true})
+    {
+        fbx_test_format Format = FbxTestBinary(Wide ? 7500 : 7400, Wide, 32);
+        Format.WriteFooter = false;
+        std::vector<uint8_t> Bytes = WriteFbxTestBinary(Root, Format);
+        for (size_t Length = 0; Length < Bytes.size(); ++Length)
+        {
+            std::vector<uint8_t> Cut(Bytes.begin(), Bytes.begin() + Length);
+            KFbx Fbx;
+            ASSERT_FALSE(Open(Fbx, Cut)) << "binary cut at " << Length;
+        }
+        KFbx Whole;
+        EXPECT_TRUE(Open(Whole, Bytes)) << Whole.GetErrorText();
+    }
+    std::string Ascii = WriteFbxTestAscii(Root, FbxTestAscii(7400));
+    for (size_t Length = 0; Length < Ascii.size(); ++Length)
+    {
+        KFbx Fbx;
+        // A cut between two top-level fields leaves a valid (shorter) file;
+        // everything else must fail. Neither may crash or leak.
+        if (Open(Fbx, Text(Ascii.substr(0, Length))))
+        {
+            fbx_field const *Last = Fbx.GetFirstChild(0);
+            while (Fbx.GetNextSibling(Last)) Last = Fbx.GetNextSibling(Last);
+            for (fbx_field const *Field = Fbx.GetFirstChild(Last); Field; Field = Fbx.GetNextSibling(Field))
+                Fbx.GetNumberCount(Field);
+        }
+    }
+    EXPECT_EQ(LiveBlocks(), LiveBefore);
+}
+
+namespace {
+
+// Hand-built 32-bit little-endian binary files.
+struct binary_builder
+{
+    std::vector<uint8_t> Bytes;
+    binary_builder()
+    {
+        char const Header[] = "Kaydara FBX Binary  ";
+        Bytes.assign(Header, Header + 21);
+        Bytes.push_back(0x1A);
+        Bytes.push_back(0);
+        Put32(7300);
+    }
+    void Put32(uint32_t Value) { for (int Shift = 0; Shift < 32; Shift += 8) Bytes.push_back((uint8_t)(Value >> Shift)); }
+    void Set32(size_t At, uint32_t Value) { for (int Shift = 0; Shift < 32; Shift += 8) Bytes[At + Shift / 8] = (uint8_t)(Value >> Shift); }
+    // Opens a record; returns where its header is, for Close.
+    size_t Open(char const *Name, uint32_t ValueCount, std::vector<uint8_t> const &Values)
+    {
+        size_t At = Bytes.size();
+        Put32(0);
+        Put32(ValueCount);
+        Put32((uint32_t)Values.size());
+        Bytes.push_back((uint8_t)strlen(Name));
+        Bytes.insert(Bytes.end(), Name, Name + strlen(Name));
+        Bytes.insert(Bytes.end(), Values.begin(), Values.end());
+        return At;
+    }
+    void Close(size_t At, bool WithChildren)
+    {
+        if (WithChildren) Bytes.insert(Bytes.end(), 13, 0);
+        Set32(At, (uint32_t)Bytes.size());
+    }
+    std::vector<uint8_t> Finish()
+    {
+        Bytes.insert(Bytes.end(), 13, 0);
+        return Bytes;
+    }
+};
+
+std::vector<uint8_t> ArrayValue(char Type, uint32_t Count, uint32_t Encoding, std::vector<uint8_t> const &Data)
+{
+    binary_builder Scratch;
+    Scratch.Bytes.clear();
+    Scratch.Bytes.push_back((uint8_t)Type);
+    Scratch.Put32(Count);
+    Scratch.Put32(Encoding);
+    Scratch.Put32((uint32_t)Data.size());
+    Scratch.Bytes.insert(Scratch.Bytes.end(), Data.begin(), Data.end());
+    return Scratch.Bytes;
+}
+
+} // namespace
+
+TEST(FbxFields, AbsurdSizesFailOrReadEmptyWithoutHugeAllocations)
+{
+    log_capture Quiet;
+    int32 LiveBefore = LiveBlocks();
+    {
+        // Array headers that do not match their data read as empty.
+        binary_builder Builder;
+        size_t Field = Builder.Open("A", 3, [] {
+            std::vector<uint8_t> Values = ArrayValue('d', 0x7FFFFFFF, 0, std::vector<uint8_t>(8));
+            std::vector<uint8_t> Zlib = ArrayValue('i', 0xFFFFFFFF, 1, std::vector<uint8_t>(4, 0x78));
+            std::vector<uint8_t> Odd = ArrayValue('f', 2, 7, std::vector<uint8_t>(8));
+            Values.insert(Values.end(), Zlib.begin(), Zlib.end());
+            Values.insert(Values.end(), Odd.begin(), Odd.end());
+            return Values;
+        }());
+        Builder.Close(Field, false);
+        KFbx Fbx;
+        ASSERT_TRUE(Open(Fbx, Builder.Finish())) << Fbx.GetErrorText();
+        fbx_field const *A = Fbx.FindChild(0, "A");
+        for (int32 Index = 0; Index < 3; ++Index) EXPECT_EQ(Fbx.GetArrayCount(A, Index), 0) << Index;
+        int64 Count = -1;
+        EXPECT_TRUE(Fbx.GetArrayData(A, 1, FbxValue_ArrayInt32, &Count));
+        EXPECT_EQ(Count, 0);
+    }
+    {
+        // A zlib stream that is not one: a clean failure with the zlib text.
+        binary_builder Builder;
+        size_t Field = Builder.Open("Broken", 1, ArrayValue('d', 4, 1, std::vector<uint8_t>(20, 0x55)));
+        Builder.Close(Field, false);
+        KFbx Fbx;
+        ASSERT_TRUE(Open(Fbx, Builder.Finish()));
+        fbx_field const *Broken = Fbx.FindChild(0, "Broken");
+        real64 Out[4];
+        EXPECT_EQ(Fbx.CopyArray(Broken, 0, FbxValue_ArrayReal64, Out, 4), -1);
+        EXPECT_NE(std::string(Fbx.GetErrorText()).find("Broken: zlib error: "), std::string::npos);
+        EXPECT_FALSE(Fbx.GetArrayData(Broken, 0, FbxValue_ArrayReal64, 0));
+    }
+    {
+        // A string longer than its value list is capped at the list's end.
+        binary_builder Builder;
+        std::vector<uint8_t> Values = {'S', 0xFF, 0xFF, 0xFF, 0x7F, 'a', 'b'};
+        size_t Field = Builder.Open("Name", 1, Values);
+        Builder.Close(Field, false);
+        KFbx Fbx;
+        ASSERT_TRUE(Open(Fbx, Builder.Finish()));
+        EXPECT_TRUE(Fbx.ValueStringIs(Fbx.FindChild(0, "Name"), 0, "ab"));
+    }
+    // Broken record headers.
+    struct broken { char const *What; uint32_t ValueCount; uint32_t ListSize; int32_t EndDelta; };
+    broken const Cases[] = {
+        {"value count above the list size", 0x7FFFFFFF, 5, 0},
+        {"end offset beyond the file", 1, 5, 1000000},
+        {"end offset before the values", 1, 5, -3},
+        {"list longer than the record", 1, 500, 0},
+        {"values shorter than their count", 2, 5, 0},
+    };
+    for (broken const &Case : Cases)
+    {
+        binary_builder Builder;
+        size_t Field = Builder.Open("X", Case.ValueCount, {'I', 1, 0, 0, 0});
+        Builder.Set32(Field + 8, Case.ListSize);
+        Builder.Set32(Field, (uint32_t)((int64_t)Builder.Bytes.size() + Case.EndDelta));
+        KFbx Fbx;
+        EXPECT_FALSE(Open(Fbx, Builder.Finish())) << Case.What;
+    }
+    EXPECT_EQ(LiveBlocks(), LiveBefore);
+}
+
+TEST(FbxFields, DeepNestingIsLimited)
+{
+    log_capture Quiet;
+    for (int32_t Depth : {100, 5000})
+    {
+        bool Allowed = Depth <= FbxMaximumFieldDepth;
+        std::string Ascii;
+        for (int32_t Level = 0; Level < Depth; ++Level) Ascii += "N: {\n";
+        Ascii += std::string((size_t)Depth, '}');
+        KFbx FromText;
+        EXPECT_EQ(Open(FromText, Text(Ascii)), Allowed) << Depth;
+
+        binary_builder Builder;
+        std::vector<size_t> Open_;
+        for (int32_t Level = 0; Level < Depth; ++Level) Open_.push_back(Builder.Open("N", 0, {}));
+        while (!Open_.empty())
+        {
+            Builder.Close(Open_.back(), true);
+            Open_.pop_back();
+        }
+        KFbx FromBinary;
+        EXPECT_EQ(Open(FromBinary, Builder.Finish()), Allowed) << Depth;
+        if (!Allowed) EXPECT_NE(std::string(FromBinary.GetErrorText()).find("nested"), std::string::npos);
+        if (Allowed) EXPECT_EQ(FromBinary.GetFieldCount(), Depth);
+    }
+}
