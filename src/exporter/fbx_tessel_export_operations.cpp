@@ -1,11 +1,14 @@
 #include "exporter/fbx_tessel_export_operations.h"
 
+#include <cstring>
+
 #include "exporter/fbx_tessel.h"
-#include "exporter/fbx_tessel_export_stubs.h"
 #include "exporter/fbx_tessel_progress_window.h"
 #include "exporter/tessel_scene_parser.h"
+#include "format/tessel_file_builder.h"
 #include "foundation/tessel_log.h"
 #include "platform/tessel_platform.h"
+#include "settings/tessel_export_ui_tunneling.h"
 
 // Setting ids and choice ids the driver reads.
 enum
@@ -66,24 +69,25 @@ int32 GetExportCompression(int32 Choice)
 static bool WriteExportFile(scene_export_context *Context, requester *FileSettings, char const *OutputPath,
                             export_options const *Options, export_progress *Progress, file_builder *&Builder)
 {
-    uint8 const *Platform = GetExportPlatformBlock(GetExportSettingChoice(FileSettings, FilePlatformId));
-    Builder = BeginExportFile(ExportSectionCount, (uint32)ExportFileTypeTag, Platform,
-                                            GetTemporaryDirectory(), TemporaryFileRoot);
+    file_magic_block Platform;
+    memcpy(&Platform, GetExportPlatformBlock(GetSettingChoice(FileSettings, FilePlatformId)), sizeof(Platform));
+    Builder = BeginFile(ExportSectionCount, (uint32)ExportFileTypeTag, Platform, GetTemporaryDirectory(),
+                        TemporaryFileRoot);
     bool Result = false;
     if (!Builder) {
         TesselError(LogCategory_ExportDriver, "Unable to create file writing buffer.");
     } else {
-        int32 Compression = GetExportCompression(GetExportSettingChoice(FileSettings, FileCompressionId));
-        int32 ObjectAlignment = GetExportSettingInt(FileSettings, ObjectAlignmentId);
-        int32 VertexAlignment = GetExportSettingInt(FileSettings, VertexObjectAlignmentId);
+        int32 Compression = GetExportCompression(GetSettingChoice(FileSettings, FileCompressionId));
+        int32 ObjectAlignment = GetSettingInt(FileSettings, ObjectAlignmentId);
+        int32 VertexAlignment = GetSettingInt(FileSettings, VertexObjectAlignmentId);
         // Section 5 holds pixel data and keeps the builder's own format.
-        SetExportFileSectionFormat(Builder, 0, Compression, ObjectAlignment);
-        SetExportFileSectionFormat(Builder, 1, Compression, VertexAlignment);
-        SetExportFileSectionFormat(Builder, 2, Compression, ObjectAlignment);
-        SetExportFileSectionFormat(Builder, 3, Compression, VertexAlignment);
-        SetExportFileSectionFormat(Builder, 4, Compression, ObjectAlignment);
-        SetExportFileSectionFormat(Builder, 6, Compression, ObjectAlignment);
-        SetExportFileSectionFormat(Builder, 7, Compression, ObjectAlignment);
+        SetFileSectionFormat(Builder, 0, Compression, ObjectAlignment);
+        SetFileSectionFormat(Builder, 1, Compression, VertexAlignment);
+        SetFileSectionFormat(Builder, 2, Compression, ObjectAlignment);
+        SetFileSectionFormat(Builder, 3, Compression, VertexAlignment);
+        SetFileSectionFormat(Builder, 4, Compression, ObjectAlignment);
+        SetFileSectionFormat(Builder, 6, Compression, ObjectAlignment);
+        SetFileSectionFormat(Builder, 7, Compression, ObjectAlignment);
 
         if (ExportScene(Context, Options->SourceFileToEmbed, Builder, Progress) && KeepExporting(Progress)) {
             Result = true;
@@ -93,14 +97,14 @@ static bool WriteExportFile(scene_export_context *Context, requester *FileSettin
     if (!Result) {
         SetProgressStage(Progress, "Export Aborted");
         StepProgress(Progress, "");
-        if (Builder) AbortExportFile(Builder);
+        if (Builder) AbortFile(Builder);
         Builder = 0;
     } else {
         SetProgressStage(Progress, "Packaging file");
         StepProgress(Progress, "");
         file_builder *Ending = Builder;
         Builder = 0;
-        Result = EndExportFile(Ending, OutputPath);
+        Result = EndFile(Ending, OutputPath);
         SetProgressStage(Progress, "Export Complete");
         StepProgress(Progress, "");
     }
@@ -117,8 +121,8 @@ bool RunExport(fbx_tool_interface *Tool, char const *OutputPath, export_options 
     export_progress *Progress = 0;
     scene_export_context *Context = BeginSceneExport(Tool);
     if (Context) {
-        if (Options->SettingsFileName) LoadExportSettingsFile(Context->Settings, Options->SettingsFileName);
-        requester *FileSettings = FindExportRequester(Context->Settings, FileSettingsId);
+        if (Options->SettingsFileName) LoadSettingsFile(Context->Settings, Options->SettingsFileName);
+        requester *FileSettings = FindRequesterInTree(Context->Settings, FileSettingsId);
         if (Options->ShowProgress) {
             Progress = BeginProgress(ProgressCallback);
             SetProgressTitle(Progress, ExportTitle);
@@ -130,7 +134,7 @@ bool RunExport(fbx_tool_interface *Tool, char const *OutputPath, export_options 
             // Nothing leaves the driver: the export counts as failed and a
             // builder still open is abandoned with its temporary files.
             Result = false;
-            if (Builder) AbortExportFile(Builder);
+            if (Builder) AbortFile(Builder);
         }
     }
     EndProgress(Progress);

@@ -2,9 +2,9 @@
 
 #include <cstring>
 
-#include "exporter/fbx_tessel_export_stubs.h"
 #include "exporter/fbx_tessel_scene_loading.h"
 #include "exporter/tessel_scene_graph.h"
+#include "format/tessel_string_table.h"
 #include "foundation/tessel_log.h"
 #include "foundation/tessel_memory.h"
 
@@ -128,7 +128,7 @@ void ResetToolTime(fbx_tool_interface *Tool)
 
 static char const *InternName(string_table *Strings, char const *Name)
 {
-    return InternExportString(Strings, Name);
+    return Strings ? MapString(Strings, Name) : Name;
 }
 
 char const *GetNodeName(fbx_tool_interface *Tool, tool_node *Node, string_table *Strings)

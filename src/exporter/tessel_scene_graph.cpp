@@ -3,7 +3,11 @@
 #include <cstring>
 
 #include "exporter/fbx_tessel_tool_interface.h"
+#include "foundation/tessel_log.h"
 #include "foundation/tessel_memory.h"
+#include "foundation/tessel_string.h"
+#include "settings/tessel_export_ui.h"
+#include "settings/tessel_export_ui_tunneling.h"
 
 template <typename T>
 static T *AllocateZeroed()
@@ -140,4 +144,87 @@ char const *GetToolModelName(fbx_tool_interface *Tool, tool_model *Model, string
     }
     if (LastMaterial) Name = GetMaterialName(Tool, LastMaterial, Strings);
     return Name;
+}
+
+void AssignBoneIndices(tool_model *Model)
+{
+    if (!Model) return;
+    int32 Index = 0;
+    for (tool_node *Node = Model->FirstNode; Node; Node = Node->NextInModel) Node->BoneIndex = Index++;
+}
+
+// A child node of Parent with a copy of the nearest requester. The FBX tool
+// stores no settings of its own, so there is never a block to apply.
+static settings_node *NewObjectSettings(settings_pools &Pools, settings_node *Parent, char const *Name,
+                                        requester *Requester)
+{
+    settings_node *Node = NewSettingsNode(Pools, Parent, Name, Requester);
+    if (Node) AttachSettings(Node, 0, 0);
+    return Node;
+}
+
+// The category node under Root with the given name.
+static settings_node *FindCategory(settings_node *Root, char const *Name)
+{
+    for (settings_node *Child = Root->FirstChild; Child; Child = Child->NextSibling) {
+        if (StringsAreExactlyEqual(Child->Name, Name)) return Child;
+    }
+    return 0;
+}
+
+settings_node *BuildSettingsTree(string_table *Strings, tool_node_graph *Graph, fbx_tool_interface *Tool,
+                                 settings_pools &Pools)
+{
+    CheckPointer(Graph, LogCategory_Exporter, 0);
+    settings_node *Root = BuildDefaultSettingsTree(Pools);
+    if (!Root) return 0;
+    settings_node *Textures = FindCategory(Root, "Textures");
+    settings_node *Materials = FindCategory(Root, "Materials");
+    settings_node *Meshes = FindCategory(Root, "Meshes");
+    settings_node *Models = FindCategory(Root, "Models");
+    settings_node *Animations = FindCategory(Root, "Animations");
+    if (!Textures || !Materials || !Meshes || !Models || !Animations) return Root;
+
+    for (tool_texture *Texture = Graph->FirstTexture; Texture; Texture = Texture->NextInGraph) {
+        Texture->Settings = NewObjectSettings(Pools, Textures, GetTextureName(Tool, Texture, Strings), 0);
+    }
+    for (tool_material *Material = Graph->FirstMaterial; Material; Material = Material->NextInGraph) {
+        Material->Settings = NewObjectSettings(Pools, Materials, GetMaterialName(Tool, Material, Strings), 0);
+    }
+    for (tool_mesh *Mesh = Graph->FirstMesh; Mesh; Mesh = Mesh->NextInGraph) {
+        Mesh->Settings = NewObjectSettings(Pools, Meshes, GetMeshName(Tool, Mesh, Strings, false), 0);
+    }
+    for (tool_model *Model = FirstModel(Graph); !IsModelEnd(Graph, Model); Model = NextModel(Model)) {
+        if (!Model->FirstNode) continue;
+        settings_node *ModelNode = NewObjectSettings(Pools, Models, GetToolModelName(Tool, Model, Strings), 0);
+        if (!ModelNode) continue;
+        Model->Settings = ModelNode;
+        SetChildGroupLabel(ModelNode, "Bones");
+        for (tool_node *Node = Model->FirstNode; Node; Node = Node->NextInModel) {
+            Node->Settings =
+                NewObjectSettings(Pools, ModelNode, GetNodeName(Tool, Node, Strings), BuildBoneSettings(Pools));
+        }
+    }
+    // Track settings are kept once per model and node, so the animation
+    // visited last (the oldest) is the one they point into.
+    for (tool_animation *Animation = Graph->FirstAnimation; Animation; Animation = Animation->Next) {
+        settings_node *AnimationNode =
+            NewObjectSettings(Pools, Animations, GetAnimationName(Tool, Animation, Strings), 0);
+        if (!AnimationNode) continue;
+        Animation->Settings = AnimationNode;
+        SetChildGroupLabel(AnimationNode, "Track Groups");
+        for (tool_model *Model = FirstModel(Graph); !IsModelEnd(Graph, Model); Model = NextModel(Model)) {
+            settings_node *TrackNode =
+                NewObjectSettings(Pools, AnimationNode, GetToolModelName(Tool, Model, Strings), 0);
+            if (!TrackNode) continue;
+            Model->TrackSettings = TrackNode;
+            if (!Model->FirstNode) continue;
+            SetChildGroupLabel(TrackNode, "Bones");
+            for (tool_node *Node = Model->FirstNode; Node; Node = Node->NextInModel) {
+                Node->TrackSettings = NewObjectSettings(Pools, TrackNode, GetNodeName(Tool, Node, Strings),
+                                                        BuildBoneAnimationSettings(Pools));
+            }
+        }
+    }
+    return Root;
 }

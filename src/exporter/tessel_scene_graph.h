@@ -138,3 +138,15 @@ struct string_table;
 // replaced by its last material's name if it has materials; null without
 // nodes.
 char const *GetToolModelName(fbx_tool_interface *Tool, tool_model *Model, string_table *Strings);
+
+// The model's nodes get bone indices 0, 1, ... in list order, for a model
+// whose skeleton is not written.
+void AssignBoneIndices(tool_model *Model);
+
+struct settings_pools;
+// The settings tree of the export: the default category tree, and below it a
+// node for every texture, material, mesh, model (with its bones) and
+// animation (with a track group per model and its bones), recorded in the
+// objects. Each starts as a copy of its category's settings.
+settings_node *BuildSettingsTree(string_table *Strings, tool_node_graph *Graph, fbx_tool_interface *Tool,
+                                 settings_pools &Pools);

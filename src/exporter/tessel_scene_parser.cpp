@@ -6,8 +6,12 @@
 #include "exporter/fbx_tessel_progress_window.h"
 #include "exporter/fbx_tessel_tool_interface.h"
 #include "exporter/tessel_scene_graph.h"
+#include "format/tessel_data_tree_writer.h"
+#include "format/tessel_string_table.h"
+#include "foundation/tessel_file_io.h"
 #include "foundation/tessel_log.h"
 #include "foundation/tessel_memory.h"
+#include "settings/tessel_export_ui_tunneling.h"
 
 // Setting ids the pipeline reads from the file settings.
 enum
@@ -16,22 +20,47 @@ enum
     TypesSectionId = 125,
     ObjectsSectionId = 126,
     IncludeTypeTableId = 95,
+    IncludeExporterInfoId = 94,
+    IncludeArtToolDataId = 66,
+    OnlyUserAttributesId = 251,
+    DefaultSectionChoice = 124,
+    FirstStandardSectionChoice = 131072,
 
-    StandardMainSection = 0,
-    StandardDiscardableSection = 6,
 
     DefaultMorphTargetLimit = 65536,
     MaximumVertexDataCount = 262144,
 };
 
 char const *const ExportStageNames[6] = {"Textures", "Materials", "Skeletons", "Meshes", "Models", "Animations"};
+char const ExporterName[] = "Tessel Standard Exporter, SDK version 2.8.21.0";
+
+// The object types whose section a file setting can choose, by the id of
+// that setting.
+struct object_type_section
+{
+    int32 SettingId;
+    data_type_definition *Type;
+};
+
+static object_type_section const ObjectTypeSections[] = {
+    {65537, AnimationType},       {65538, ArtToolInfoType},      {65539, Curve2Type},
+    {65540, ExporterInfoType},    {65541, MaterialMapType},      {65542, MaterialType},
+    {65543, BoneBindingType},     {65544, MaterialBindingType},  {65545, MorphTargetType},
+    {65546, MeshType},            {65547, ModelMeshBindingType}, {65548, ModelType},
+    {65549, PeriodicLoopType},    {65550, PixelLayoutType},      {65553, BoneType},
+    {65554, SkeletonType},        {65555, StringElementType},    {65556, TextureMIPLevelType},
+    {65557, TextureImageType},    {65558, TextureType},          {65559, VectorTrackType},
+    {65560, TransformTrackType},  {65561, TextTrackEntryType},   {65562, TextTrackType},
+    {65563, TrackGroupType},      {65564, TriMaterialGroupType}, {65565, TriAnnotationSetType},
+    {65566, TriTopologyType},     {65567, VertexAnnotationSetType}, {65568, VertexDataType},
+};
 
 scene_export_context *BeginSceneExport(fbx_tool_interface *Tool)
 {
     CheckPointer(Tool, LogCategory_Exporter, 0);
 
     memory_arena *Arena = NewMemoryArena();
-    string_table *Strings = NewExportStringTable();
+    string_table *Strings = NewStringTable();
     tool_node_graph *Graph = BuildSceneGraph(Tool);
     scene_export_context *Context = 0;
     if (Arena && Strings && Graph) {
@@ -40,7 +69,7 @@ scene_export_context *BeginSceneExport(fbx_tool_interface *Tool)
     if (!Context) {
         TesselError(LogCategory_Exporter, "Unable to create arena, string table builder and scene graph");
         if (Graph) ReleaseSceneGraph(Tool, Graph);
-        FreeExportStringTable(Strings);
+        if (Strings) FreeStringTable(Strings);
         if (Arena) FreeMemoryArena(Arena);
         return 0;
     }
@@ -49,7 +78,9 @@ scene_export_context *BeginSceneExport(fbx_tool_interface *Tool)
     Context->Strings = Strings;
     Context->Tool = Tool;
     Context->Graph = Graph;
-    Context->Settings = BuildExportSettingsTree(Context);
+    if (InitializeSettingsPools(Context->Pools)) {
+        Context->Settings = BuildSettingsTree(Strings, Graph, Tool, Context->Pools);
+    }
     return Context;
 }
 
@@ -57,8 +88,8 @@ void EndSceneExport(scene_export_context *Context)
 {
     if (!Context) return;
     ReleaseSceneGraph(Context->Tool, Context->Graph);
-    FreeExportStringTable(Context->Strings);
-    FreeExportSettingsTree(Context);
+    FreeStringTable(Context->Strings);
+    FreeSettingsPools(Context->Pools);
     FreeMemoryArena(Context->Arena);
     TesselFree(Context);
 }
@@ -82,7 +113,7 @@ int32 GetAnimationProgressSteps(fbx_tool_interface *Tool, tool_animation *Animat
     tool_node_graph *Graph = State->Graph;
     for (tool_model *Model = FirstModel(Graph); !IsModelEnd(Graph, Model); Model = NextModel(Model)) {
         for (tool_node *Node = Model->FirstNode; Node; Node = Node->NextInModel) {
-            if (IncludeData(Node->TrackSettings)) ++Steps;
+            if (IsDataIncluded(Node->TrackSettings)) ++Steps;
         }
     }
     return Steps;
@@ -96,7 +127,7 @@ static int32 GetProgressTotal(scene_export_state *State)
                   Graph->ModelCount + 3;
     for (tool_animation *Animation = Graph->FirstAnimation; Animation; Animation = Animation->Next) {
         ++Total;
-        if (IncludeReference(Animation->Settings)) Total += GetAnimationProgressSteps(State->Tool, Animation, State);
+        if (IsReferenceIncluded(Animation->Settings)) Total += GetAnimationProgressSteps(State->Tool, Animation, State);
     }
     return Total;
 }
@@ -107,7 +138,7 @@ static void ExportTextures(scene_export_state *State, export_progress *Progress)
     for (tool_texture *Texture = State->Graph->FirstTexture; Texture && KeepExporting(Progress);
          Texture = Texture->NextInGraph) {
         StepProgress(Progress, GetTextureName(State->Tool, Texture, State->Strings));
-        if (IncludeReference(Texture->Settings)) ExportTexture(State, Texture);
+        if (IsReferenceIncluded(Texture->Settings)) ExportTexture(State, Texture);
     }
 }
 
@@ -117,13 +148,13 @@ static void ExportMaterials(scene_export_state *State, export_progress *Progress
     // Every record exists before the second pass links them.
     for (tool_material *Material = State->Graph->FirstMaterial; Material && KeepExporting(Progress);
          Material = Material->NextInGraph) {
-        if (IncludeReference(Material->Settings)) CreateMaterial(State, Material);
+        if (IsReferenceIncluded(Material->Settings)) CreateMaterial(State, Material);
     }
     State->MaterialIndex = 0;
     for (tool_material *Material = State->Graph->FirstMaterial; Material && KeepExporting(Progress);
          Material = Material->NextInGraph) {
         StepProgress(Progress, GetMaterialName(State->Tool, Material, State->Strings));
-        if (IncludeReference(Material->Settings)) FillMaterial(State, Material);
+        if (IsReferenceIncluded(Material->Settings)) FillMaterial(State, Material);
     }
 }
 
@@ -134,10 +165,10 @@ static void ExportSkeletons(scene_export_state *State, export_progress *Progress
     for (tool_model *Model = FirstModel(Graph); !IsModelEnd(Graph, Model) && KeepExporting(Progress);
          Model = NextModel(Model)) {
         StepProgress(Progress, GetToolModelName(State->Tool, Model, State->Strings));
-        if (IncludeReference(Model->Settings)) {
+        if (IsReferenceIncluded(Model->Settings)) {
             ExportSkeleton(State, Model);
         } else {
-            AssignBoneIndices(State, Model);
+            AssignBoneIndices(Model);
         }
     }
 }
@@ -148,7 +179,7 @@ static void ExportMeshes(scene_export_state *State, export_progress *Progress)
     for (tool_mesh *Mesh = State->Graph->FirstMesh; Mesh && KeepExporting(Progress); Mesh = Mesh->NextInGraph) {
         Mesh->MorphCurveSetCount = 0;
         StepProgress(Progress, GetMeshName(State->Tool, Mesh, State->Strings, false));
-        if (IncludeReference(Mesh->Settings)) ExportMesh(State, Mesh);
+        if (IsReferenceIncluded(Mesh->Settings)) ExportMesh(State, Mesh);
     }
 }
 
@@ -159,7 +190,7 @@ static void ExportModels(scene_export_state *State, export_progress *Progress)
     for (tool_model *Model = FirstModel(Graph); !IsModelEnd(Graph, Model) && KeepExporting(Progress);
          Model = NextModel(Model)) {
         StepProgress(Progress, GetToolModelName(State->Tool, Model, State->Strings));
-        if (IncludeReference(Model->Settings)) ExportModel(State, Model);
+        if (IsReferenceIncluded(Model->Settings)) ExportModel(State, Model);
     }
 }
 
@@ -169,12 +200,98 @@ static void ExportAnimations(scene_export_state *State, export_progress *Progres
     for (tool_animation *Animation = State->Graph->FirstAnimation; Animation && KeepExporting(Progress);
          Animation = Animation->Next) {
         StepProgress(Progress, GetAnimationName(State->Tool, Animation, State->Strings));
-        if (IncludeReference(Animation->Settings)) {
+        if (IsReferenceIncluded(Animation->Settings)) {
             if (IsVertexAnimation(State->Tool, Animation)) {
                 SampleVertexAnimation(State, Animation, Progress);
             } else {
                 SampleBoneAnimation(State, Animation, Progress);
             }
+        }
+    }
+}
+
+// Capacities of the arrays of FileInfo, from the scene graph.
+static int32 GetVertexDataCapacity(scene_export_state *State)
+{
+    return (State->MorphTargetLimit + 1) * State->Graph->MeshCount;
+}
+
+static bool AllocateFileInfoArrays(scene_export_state *State)
+{
+    tool_node_graph *Graph = State->Graph;
+    file_info &Info = State->FileInfo;
+    memory_arena *Arena = State->Arena;
+    Info.Textures = ArenaPush<texture *>(Arena, Graph->TextureCount);
+    Info.Materials = ArenaPush<material *>(Arena, Graph->MaterialCount);
+    Info.Skeletons = ArenaPush<skeleton *>(Arena, Graph->ModelCount);
+    Info.VertexDatas = ArenaPush<vertex_data *>(Arena, GetVertexDataCapacity(State));
+    Info.TriTopologies = ArenaPush<tri_topology *>(Arena, Graph->MeshCount);
+    Info.Meshes = ArenaPush<mesh *>(Arena, Graph->MeshCount);
+    Info.Models = ArenaPush<model *>(Arena, Graph->ModelCount);
+    Info.TrackGroups = ArenaPush<track_group *>(Arena, Graph->AnimationCount * Graph->ModelCount);
+    Info.Animations = ArenaPush<animation *>(Arena, Graph->AnimationCount);
+    return true;
+}
+
+#define DEFINE_ADDER(Name, Type, Count, Array, Capacity)                                       \
+    void Name(scene_export_state *State, Type *Object)                                         \
+    {                                                                                          \
+        CheckPointer(State, LogCategory_Exporter, TESSEL_NOTHING);                             \
+        CheckIndex(State->FileInfo.Count, (Capacity), LogCategory_Exporter, TESSEL_NOTHING);   \
+        State->FileInfo.Array[State->FileInfo.Count++] = Object;                               \
+    }
+
+DEFINE_ADDER(AddTexture, texture, TextureCount, Textures, State->Graph->TextureCount)
+DEFINE_ADDER(AddMaterial, material, MaterialCount, Materials, State->Graph->MaterialCount)
+DEFINE_ADDER(AddSkeleton, skeleton, SkeletonCount, Skeletons, State->Graph->ModelCount)
+DEFINE_ADDER(AddVertexData, vertex_data, VertexDataCount, VertexDatas, GetVertexDataCapacity(State))
+DEFINE_ADDER(AddTriTopology, tri_topology, TriTopologyCount, TriTopologies, State->Graph->MeshCount)
+DEFINE_ADDER(AddMesh, mesh, MeshCount, Meshes, State->Graph->MeshCount)
+DEFINE_ADDER(AddModel, model, ModelCount, Models, State->Graph->ModelCount)
+DEFINE_ADDER(AddTrackGroup, track_group, TrackGroupCount, TrackGroups,
+             State->Graph->AnimationCount * State->Graph->ModelCount)
+DEFINE_ADDER(AddAnimation, animation, AnimationCount, Animations, State->Graph->AnimationCount)
+
+#undef DEFINE_ADDER
+
+// The art tool's record: units and axes always, since the coordinate
+// conversion needs them; name and version when the file settings ask for
+// art tool data.
+static art_tool_info *MakeArtToolInfo(scene_export_state *State)
+{
+    art_tool_info *Info = ArenaPush<art_tool_info>(State->Arena);
+    if (!Info) return 0;
+    memset(Info, 0, sizeof(*Info));
+    GetCoordinateSystem(State->Tool, &Info->UnitsPerMeter, Info->RightVector, Info->UpVector, Info->BackVector);
+    if (GetSettingBool(State->FileSettings, IncludeArtToolDataId)) {
+        Info->FromArtToolName = (char *)GetArtToolName(State->Tool, State->Strings);
+        GetArtToolVersion(State->Tool, &Info->ArtToolMajorRevision, &Info->ArtToolMinorRevision,
+                          &Info->ArtToolPointerSize);
+        AddArtToolInfoData(State->Tool, Info, GetSettingBool(State->FileSettings, OnlyUserAttributesId), State->Arena,
+                           State->Strings);
+    }
+    return Info;
+}
+
+static exporter_info *MakeExporterInfo(scene_export_state *State)
+{
+    exporter_info *Info = ArenaPush<exporter_info>(State->Arena);
+    if (!Info) return 0;
+    memset(Info, 0, sizeof(*Info));
+    Info->ExporterName = MapString(State->Strings, ExporterName);
+    Info->ExporterMajorRevision = 2;
+    Info->ExporterMinorRevision = 8;
+    Info->ExporterCustomization = 0;
+    Info->ExporterBuildNumber = 21;
+    return Info;
+}
+
+static void AssignSectionsByType(scene_export_state *State)
+{
+    for (object_type_section const &Row : ObjectTypeSections) {
+        int32 Choice = GetSettingChoice(State->FileSettings, Row.SettingId);
+        if (Choice != DefaultSectionChoice) {
+            SetFileSectionForObjectsOfType(State->Writer, Row.Type, Choice - FirstStandardSectionChoice);
         }
     }
 }
@@ -192,16 +309,22 @@ bool ExportScene(scene_export_context *Context, char const *SourceFileToEmbed, f
     State.Graph = Context->Graph;
     State.MorphTargetLimit = GetMorphTargetLimit(State.Graph->MeshCount);
 
-    requester *FileSettings = FindExportRequester(Context->Settings, FileSettingsId);
+    requester *FileSettings = FindRequesterInTree(Context->Settings, FileSettingsId);
     State.FileSettings = FileSettings;
-    int32 TypesSection = GetExportSectionSetting(FileSettings, TypesSectionId, StandardDiscardableSection);
-    int32 ObjectsSection = GetExportSectionSetting(FileSettings, ObjectsSectionId, StandardMainSection);
+    int32 TypesSection = GetSectionSetting(FileSettings, TypesSectionId, StandardDiscardableSection);
+    int32 ObjectsSection = GetSectionSetting(FileSettings, ObjectsSectionId, StandardMainSection);
 
-    State.Writer = BeginExportDataTree(&State, TypesSection, ObjectsSection);
+    State.Writer = BeginFileDataTreeWriting(FileInfoType, &State.FileInfo, TypesSection, ObjectsSection);
     if (!State.Writer) {
         TesselError(LogCategory_Exporter, "Unable to begin file data tree writing");
         return true;
     }
+
+    memset(&State.FileInfo, 0, sizeof(State.FileInfo));
+    AllocateFileInfoArrays(&State);
+    State.FileInfo.ArtToolInfo = MakeArtToolInfo(&State);
+    if (GetSettingBool(FileSettings, IncludeExporterInfoId)) State.FileInfo.ExporterInfo = MakeExporterInfo(&State);
+    State.FileInfo.FromFileName = (char *)GetSourceFileName(State.Tool, State.Strings);
 
     State.ProgressTotal = GetProgressTotal(&State);
     SetProgressTotal(Progress, State.ProgressTotal);
@@ -215,14 +338,72 @@ bool ExportScene(scene_export_context *Context, char const *SourceFileToEmbed, f
     ExportAnimations(&State, Progress);
 
     ApplyCoordinateSystem(&State, FileSettings);
-    AssignExportSections(&State);
-    SetExportWriterFlags(State.Writer, GetExportSettingBool(FileSettings, IncludeTypeTableId) ? 0u : 1u);
+    // The conversion has used the tool's units and axes either way.
+    if (!GetSettingBool(FileSettings, IncludeArtToolDataId)) State.FileInfo.ArtToolInfo = 0;
+    if (SourceFileToEmbed && SourceFileToEmbed[0]) {
+        EmbedSourceFile(SourceFileToEmbed, &State.FileInfo, State.Arena, State.Strings);
+    }
+    AssignSectionsByType(&State);
+    SetFileWriterFlags(State.Writer, GetSettingBool(FileSettings, IncludeTypeTableId) ? 0u : (uint32)ExcludeTypeTree);
 
     if (KeepExporting(Progress)) {
         SetProgressStage(Progress, "I/O");
         StepProgress(Progress, "Writing file");
-        WriteExportDataTree(State.Writer, FileBuilder);
+        WriteDataTreeToFileBuilder(State.Writer, FileBuilder);
     }
-    EndExportDataTree(State.Writer);
+    EndFileDataTreeWriting(State.Writer);
+    return true;
+}
+
+#pragma pack(push, 4)
+// The record of an embedded source file, as its type below describes it.
+struct embedded_source_file
+{
+    char *Filename;
+    int32 FileContentsCount;
+    uint8 *FileContents;
+};
+#pragma pack(pop)
+
+bool EmbedSourceFile(char const *Path, file_info *FileInfo, memory_arena *Arena, string_table *Strings)
+{
+    if (!Path || !Path[0]) return false;
+    CheckPointer(FileInfo, LogCategory_Exporter, false);
+    CheckPointer(Arena, LogCategory_Exporter, false);
+    file_reader *Reader = CreatePlatformFileReader(Path);
+    if (!Reader) return false;
+
+    // Measured by reading, as some readers can't tell their size.
+    enum { ChunkSize = 4096 };
+    uint8 Chunk[ChunkSize];
+    int32 Size = 0;
+    for (;;) {
+        int32 Read = ReadAtMost(Reader, Size, ChunkSize, Chunk);
+        if (Read > 0) Size += Read;
+        if (Read < ChunkSize) break;
+    }
+    uint8 *Contents = (uint8 *)ArenaAllocate(Arena, Size > 0 ? Size : 1);
+    embedded_source_file *Object = ArenaPush<embedded_source_file>(Arena);
+    data_type_definition *Type = ArenaPush<data_type_definition>(Arena, 3);
+    if (!Contents || !Object || !Type) {
+        CloseFileReader(Reader);
+        return false;
+    }
+    int32 ContentsCount = ReadAtMost(Reader, 0, Size, Contents);
+    CloseFileReader(Reader);
+
+    memset(Type, 0, sizeof(data_type_definition) * 3);
+    Type[0].Type = StringMember;
+    Type[0].Name = "Filename";
+    Type[1].Type = ReferenceToArrayMember;
+    Type[1].Name = "FileContents";
+    Type[1].ReferenceType = UInt8ElementType;
+    Type[2].Type = EndMember;
+
+    Object->Filename = Strings ? MapString(Strings, Path) : ArenaCopyString(Arena, Path);
+    Object->FileContentsCount = ContentsCount > 0 ? ContentsCount : 0;
+    Object->FileContents = Contents;
+    FileInfo->ExtendedData.Type = Type;
+    FileInfo->ExtendedData.Object = Object;
     return true;
 }

@@ -3,15 +3,15 @@
 // to the file builder.
 #pragma once
 
+#include "format/tessel_schema.h"
 #include "foundation/tessel_types.h"
+#include "settings/tessel_requester.h"
 #include "tessel/tessel.h"
 
 struct fbx_tool_interface;
 struct tool_node_graph;
 struct tool_animation;
 struct settings_node;
-struct settings_pools;
-struct requester;
 struct memory_arena;
 struct string_table;
 struct file_builder;
@@ -22,7 +22,7 @@ struct scene_export_context
 {
     settings_node *Settings; // root of the settings tree
     memory_arena *Arena;     // owns every output record
-    settings_pools *Pools;   // requesters, settings and tree nodes
+    settings_pools Pools;    // requesters, settings and tree nodes
     string_table *Strings;
     fbx_tool_interface *Tool;
     tool_node_graph *Graph;
@@ -37,6 +37,7 @@ struct scene_export_state
     string_table *Strings;
     fbx_tool_interface *Tool;
     tool_node_graph *Graph;
+    file_info FileInfo; // the writer holds its address until the end
     int32 MorphTargetLimit;
     int32 MaterialIndex;
     int32 ProgressTotal;
@@ -45,6 +46,7 @@ struct scene_export_state
 
 // The names of the stages, in the order they run.
 extern char const *const ExportStageNames[6];
+extern char const ExporterName[];
 
 // Null when the arena, the string table or the scene graph can't be made.
 scene_export_context *BeginSceneExport(fbx_tool_interface *Tool);
@@ -61,3 +63,17 @@ bool ExportScene(scene_export_context *Context, char const *SourceFileToEmbed, f
 // 262144 vertex data records.
 int32 GetMorphTargetLimit(int32 MeshCount);
 int32 GetAnimationProgressSteps(fbx_tool_interface *Tool, tool_animation *Animation, scene_export_state *State);
+
+// Stores the bytes of the file at Path in the ExtendedData of FileInfo.
+bool EmbedSourceFile(char const *Path, file_info *FileInfo, memory_arena *Arena, string_table *Strings);
+
+// Adders for the stages: store the record at the end of its array.
+void AddTexture(scene_export_state *State, texture *Texture);
+void AddMaterial(scene_export_state *State, material *Material);
+void AddSkeleton(scene_export_state *State, skeleton *Skeleton);
+void AddVertexData(scene_export_state *State, vertex_data *VertexData);
+void AddTriTopology(scene_export_state *State, tri_topology *TriTopology);
+void AddMesh(scene_export_state *State, mesh *Mesh);
+void AddModel(scene_export_state *State, model *Model);
+void AddTrackGroup(scene_export_state *State, track_group *TrackGroup);
+void AddAnimation(scene_export_state *State, animation *Animation);
