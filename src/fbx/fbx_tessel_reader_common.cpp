@@ -1,0 +1,689 @@
+// Shared reading of names, properties, geometry and cluster data.
+#include "fbx/fbx_tessel_reader_common.h"
+
+#include <cstring>
+
+char const *StripFbxClassPrefix(char const *Name)
+{
+    if (!Name)
+    {
+        return "";
+    }
+    char const *Separator = strstr(Name, "::");
+    return Separator ? Separator + 2 : Name;
+}
+
+char const *ReadFbxString(KFbx &Fbx, fbx_field const *Field, int32 Index, char *Buffer, int32 Size)
+{
+    if (Fbx.CopyValueString(Field, Index, Buffer, Size) < 0)
+    {
+        Buffer[0] = 0;
+    }
+    return Buffer;
+}
+
+bool IsFbxNumberValue(KFbx &Fbx, fbx_field const *Field, int32 Index)
+{
+    int32 Type = Fbx.GetValueType(Field, Index);
+    if (Type == 0 || Type == FbxValue_Bool || Type == FbxValue_Raw || IsFbxArrayType(Type))
+    {
+        return false;
+    }
+    real64 Value;
+    return Fbx.GetValueReal64(Field, Index, &Value);
+}
+
+// ---------------------------------------------------------------------------
+// Properties.
+
+static KFbxVector4 ReadVector3(KFbx &Fbx, fbx_field const *Property, int32 ValueIndex, KFbxVector4 Default)
+{
+    KFbxVector4 Result = Default;
+    for (int32 Axis = 0; Axis < 3; ++Axis)
+    {
+        Result[Axis] = Fbx.GetReal64(Property, ValueIndex + Axis, Default[Axis]);
+    }
+    return Result;
+}
+
+static bool ReadFlag(KFbx &Fbx, fbx_field const *Property, int32 ValueIndex)
+{
+    bool Value = false;
+    if (Fbx.GetValueBool(Property, ValueIndex, &Value))
+    {
+        return Value;
+    }
+    return Fbx.GetInt32(Property, ValueIndex, 0) != 0;
+}
+
+// Limits: "<Prefix>Active", "<Prefix>Min", "<Prefix>Max", "<Prefix>MinX" ...
+static bool ApplyLimitProperty(KFbx &Fbx, fbx_field const *Property, int32 ValueIndex, char const *Name,
+                               char const *Prefix, fbx_limits &Limits)
+{
+    int32 PrefixLength = (int32)strlen(Prefix);
+    if (strncmp(Name, Prefix, PrefixLength) != 0)
+    {
+        return false;
+    }
+    char const *Rest = Name + PrefixLength;
+    if (strcmp(Rest, "Active") == 0)
+    {
+        Limits.Active = ReadFlag(Fbx, Property, ValueIndex);
+        return true;
+    }
+    if (strcmp(Rest, "Min") == 0)
+    {
+        Limits.Min = ReadVector3(Fbx, Property, ValueIndex, Limits.Min);
+        return true;
+    }
+    if (strcmp(Rest, "Max") == 0)
+    {
+        Limits.Max = ReadVector3(Fbx, Property, ValueIndex, Limits.Max);
+        return true;
+    }
+    bool IsMin = strncmp(Rest, "Min", 3) == 0;
+    bool IsMax = strncmp(Rest, "Max", 3) == 0;
+    if ((IsMin || IsMax) && Rest[3] >= 'X' && Rest[3] <= 'Z' && Rest[4] == 0)
+    {
+        uint32 Bit = (IsMin ? (uint32)FbxLimit_MinX : (uint32)FbxLimit_MaxX) << (Rest[3] - 'X');
+        if (ReadFlag(Fbx, Property, ValueIndex))
+        {
+            Limits.Bits |= Bit;
+        }
+        else
+        {
+            Limits.Bits &= ~Bit;
+        }
+        return true;
+    }
+    return false;
+}
+
+void ApplyFbxNodeProperty(KFbx &Fbx, fbx_field const *Property, int32 ValueIndex, KFbxNode *Node)
+{
+    char Name[128];
+    ReadFbxString(Fbx, Property, 0, Name, sizeof(Name));
+    struct optional_entry
+    {
+        char const *Name;
+        fbx_optional_vector *Member;
+    };
+    optional_entry const Optionals[] = {
+        {"RotationOffset", &Node->RotationOffset}, {"RotationPivot", &Node->RotationPivot},
+        {"ScalingOffset", &Node->ScalingOffset},   {"ScalingPivot", &Node->ScalingPivot},
+        {"PreRotation", &Node->PreRotation},       {"PostRotation", &Node->PostRotation},
+    };
+    if (strcmp(Name, "Lcl Translation") == 0)
+    {
+        Node->LclTranslation = ReadVector3(Fbx, Property, ValueIndex, Node->LclTranslation);
+        return;
+    }
+    if (strcmp(Name, "Lcl Rotation") == 0)
+    {
+        Node->LclRotation = ReadVector3(Fbx, Property, ValueIndex, Node->LclRotation);
+        return;
+    }
+    if (strcmp(Name, "Lcl Scaling") == 0)
+    {
+        Node->LclScaling = ReadVector3(Fbx, Property, ValueIndex, Node->LclScaling);
+        return;
+    }
+    for (optional_entry const &Entry : Optionals)
+    {
+        if (strcmp(Name, Entry.Name) == 0)
+        {
+            Entry.Member->Value = ReadVector3(Fbx, Property, ValueIndex, KFbxVector4());
+            Entry.Member->InUse = true;
+            return;
+        }
+    }
+    if (strcmp(Name, "RotationOrder") == 0)
+    {
+        int32 Order = Fbx.GetInt32(Property, ValueIndex, 0);
+        Node->RotationOrder = (Order >= 0 && Order <= FbxRotationOrder_SphericXYZ) ? Order : 0;
+        return;
+    }
+    if (strcmp(Name, "RotationActive") == 0)
+    {
+        Node->RotationActive = ReadFlag(Fbx, Property, ValueIndex);
+        Node->RotationLimits.Active = Node->RotationActive;
+        return;
+    }
+    if (strcmp(Name, "RotationSpaceForLimitOnly") == 0)
+    {
+        Node->RotationSpaceForLimitOnly = ReadFlag(Fbx, Property, ValueIndex);
+        return;
+    }
+    if (strcmp(Name, "InheritType") == 0)
+    {
+        int32 Type = Fbx.GetInt32(Property, ValueIndex, 0);
+        Node->InheritType = (Type >= 0 && Type <= FbxInherit_Rrs) ? Type : FbxInherit_RrSs;
+        return;
+    }
+    if (ApplyLimitProperty(Fbx, Property, ValueIndex, Name, "Translation", Node->TranslationLimits) ||
+        ApplyLimitProperty(Fbx, Property, ValueIndex, Name, "Scaling", Node->ScalingLimits))
+    {
+        return;
+    }
+    if (strncmp(Name, "Rotation", 8) == 0 && (strncmp(Name + 8, "Min", 3) == 0 || strncmp(Name + 8, "Max", 3) == 0))
+    {
+        ApplyLimitProperty(Fbx, Property, ValueIndex, Name, "Rotation", Node->RotationLimits);
+    }
+}
+
+void ApplyFbxGlobalSetting(KFbx &Fbx, fbx_field const *Property, int32 ValueIndex, KFbxGlobalSettings &Settings)
+{
+    char Name[64];
+    ReadFbxString(Fbx, Property, 0, Name, sizeof(Name));
+    struct int_entry
+    {
+        char const *Name;
+        int32 *Member;
+    };
+    int_entry const Integers[] = {
+        {"UpAxis", &Settings.UpAxis},       {"UpAxisSign", &Settings.UpAxisSign},
+        {"FrontAxis", &Settings.FrontAxis}, {"FrontAxisSign", &Settings.FrontAxisSign},
+        {"CoordAxis", &Settings.CoordAxis}, {"CoordAxisSign", &Settings.CoordAxisSign},
+        {"TimeMode", &Settings.TimeMode},
+    };
+    for (int_entry const &Entry : Integers)
+    {
+        if (strcmp(Name, Entry.Name) == 0)
+        {
+            *Entry.Member = Fbx.GetInt32(Property, ValueIndex, *Entry.Member);
+            return;
+        }
+    }
+    if (strcmp(Name, "UnitScaleFactor") == 0)
+    {
+        Settings.UnitScaleFactor = Fbx.GetReal64(Property, ValueIndex, Settings.UnitScaleFactor);
+    }
+    else if (strcmp(Name, "CustomFrameRate") == 0)
+    {
+        Settings.CustomFrameRate = Fbx.GetReal64(Property, ValueIndex, Settings.CustomFrameRate);
+    }
+}
+
+// Properties70 "P" fields have name, type, label, flags, values; Properties60
+// "Property" fields name, type, flags, values.
+template <typename apply>
+static void WalkProperties(KFbx &Fbx, fbx_field const *Object, apply Apply)
+{
+    fbx_field const *Block70 = Fbx.FindChild(Object, "Properties70");
+    if (Block70)
+    {
+        for (fbx_field const *P = Fbx.FindChild(Block70, "P"); P; P = Fbx.FindNextSibling(P, "P"))
+        {
+            Apply(P, 4);
+        }
+    }
+    fbx_field const *Block60 = Fbx.FindChild(Object, "Properties60");
+    if (Block60)
+    {
+        for (fbx_field const *P = Fbx.FindChild(Block60, "Property"); P; P = Fbx.FindNextSibling(P, "Property"))
+        {
+            Apply(P, 3);
+        }
+    }
+}
+
+void ReadFbxNodeProperties(KFbx &Fbx, fbx_field const *Object, KFbxNode *Node)
+{
+    WalkProperties(Fbx, Object, [&](fbx_field const *P, int32 ValueIndex) {
+        ApplyFbxNodeProperty(Fbx, P, ValueIndex, Node);
+    });
+}
+
+void ReadFbxGlobalSettings(KFbx &Fbx, fbx_field const *Object, KFbxGlobalSettings &Settings)
+{
+    WalkProperties(Fbx, Object, [&](fbx_field const *P, int32 ValueIndex) {
+        ApplyFbxGlobalSetting(Fbx, P, ValueIndex, Settings);
+    });
+}
+
+// ---------------------------------------------------------------------------
+// Geometry.
+
+// A number list as a temporary block from the hooks; null when empty.
+template <typename T>
+static T *ReadNumbers(KFbx &Fbx, fbx_field const *Field, int32 ElementType, int32 *Count)
+{
+    *Count = 0;
+    if (!Field)
+    {
+        return nullptr;
+    }
+    int64 Total = Fbx.GetNumberCount(Field);
+    if (Total <= 0 || Total > 0x7FFFFFF0 / (int64)sizeof(T))
+    {
+        return nullptr;
+    }
+    T *Data = TesselAllocateArray(T, Total);
+    if (!Data)
+    {
+        return nullptr;
+    }
+    int64 Copied = Fbx.CopyNumbers(Field, ElementType, Data, Total);
+    if (Copied <= 0)
+    {
+        TesselFree(Data);
+        return nullptr;
+    }
+    *Count = (int32)Copied;
+    return Data;
+}
+
+static int32 ParseMappingMode(char const *Text)
+{
+    if (strcmp(Text, "ByVertice") == 0 || strcmp(Text, "ByVertex") == 0 || strcmp(Text, "ByControlPoint") == 0)
+        return FbxMapping_ByControlPoint;
+    if (strcmp(Text, "ByPolygonVertex") == 0)
+        return FbxMapping_ByPolygonVertex;
+    if (strcmp(Text, "ByPolygon") == 0 || strcmp(Text, "ByFace") == 0)
+        return FbxMapping_ByPolygon;
+    if (strcmp(Text, "ByEdge") == 0)
+        return FbxMapping_ByEdge;
+    if (strcmp(Text, "AllSame") == 0)
+        return FbxMapping_AllSame;
+    return FbxMapping_None;
+}
+
+static int32 ParseReferenceMode(char const *Text)
+{
+    // "Index" is the older spelling of index-to-direct.
+    if (strcmp(Text, "IndexToDirect") == 0 || strcmp(Text, "Index") == 0)
+        return FbxReference_IndexToDirect;
+    return FbxReference_Direct;
+}
+
+struct layer_element_kind
+{
+    char const *FieldName;
+    char const *DirectName;
+    char const *IndexName;
+    int32 Type;
+    int32 Components;
+};
+
+static layer_element_kind const LayerElementKinds[] = {
+    {"LayerElementNormal", "Normals", "NormalsIndex", FbxLayerElement_Normal, 3},
+    {"LayerElementUV", "UV", "UVIndex", FbxLayerElement_UV, 2},
+    {"LayerElementColor", "Colors", "ColorIndex", FbxLayerElement_VertexColor, 4},
+};
+
+static KFbxLayerElement *ReadLayerElement(KFbx &Fbx, fbx_field const *Field, layer_element_kind const &Kind)
+{
+    char Text[256];
+    ReadFbxString(Fbx, Fbx.FindChild(Field, "Name"), 0, Text, sizeof(Text));
+    KFbxLayerElement *Element = nullptr;
+    switch (Kind.Type)
+    {
+    case FbxLayerElement_Normal: Element = FbxNew(KFbxLayerElementNormal, Text); break;
+    case FbxLayerElement_UV: Element = FbxNew(KFbxLayerElementUV, Text); break;
+    default: Element = FbxNew(KFbxLayerElementVertexColor, Text); break;
+    }
+    if (!Element)
+    {
+        return nullptr;
+    }
+    ReadFbxString(Fbx, Fbx.FindChild(Field, "MappingInformationType"), 0, Text, sizeof(Text));
+    Element->SetMappingMode(ParseMappingMode(Text));
+    ReadFbxString(Fbx, Fbx.FindChild(Field, "ReferenceInformationType"), 0, Text, sizeof(Text));
+    Element->SetReferenceMode(ParseReferenceMode(Text));
+
+    int32 Count = 0;
+    real64 *Values = ReadNumbers<real64>(Fbx, Fbx.FindChild(Field, Kind.DirectName), FbxValue_ArrayReal64, &Count);
+    int32 Items = Count / Kind.Components;
+    bool Ok = true;
+    switch (Kind.Type)
+    {
+    case FbxLayerElement_Normal:
+    {
+        fbx_array<KFbxVector4> &Array = static_cast<KFbxLayerElementNormal *>(Element)->GetDirectArray();
+        Ok = Array.Resize(Items);
+        for (int32 Index = 0; Ok && Index < Items; ++Index)
+            Array[Index].Set(Values[3 * Index], Values[3 * Index + 1], Values[3 * Index + 2], 0.0);
+        break;
+    }
+    case FbxLayerElement_UV:
+    {
+        fbx_array<KFbxVector2> &Array = static_cast<KFbxLayerElementUV *>(Element)->GetDirectArray();
+        Ok = Array.Resize(Items);
+        for (int32 Index = 0; Ok && Index < Items; ++Index)
+            Array[Index] = KFbxVector2(Values[2 * Index], Values[2 * Index + 1]);
+        break;
+    }
+    default:
+    {
+        fbx_array<KFbxColor> &Array = static_cast<KFbxLayerElementVertexColor *>(Element)->GetDirectArray();
+        Ok = Array.Resize(Items);
+        for (int32 Index = 0; Ok && Index < Items; ++Index)
+            Array[Index] = KFbxColor(Values[4 * Index], Values[4 * Index + 1], Values[4 * Index + 2], Values[4 * Index + 3]);
+        break;
+    }
+    }
+    TesselFree(Values);
+
+    if (Element->GetReferenceMode() != FbxReference_Direct)
+    {
+        int32 IndexCount = 0;
+        int32 *Indices = ReadNumbers<int32>(Fbx, Fbx.FindChild(Field, Kind.IndexName), FbxValue_ArrayInt32, &IndexCount);
+        fbx_array<int32> &Array = Element->GetIndexArray();
+        Ok = Ok && Array.Resize(IndexCount);
+        for (int32 Index = 0; Ok && Index < IndexCount; ++Index)
+        {
+            Array[Index] = Indices[Index];
+        }
+        TesselFree(Indices);
+    }
+    if (!Ok)
+    {
+        FbxDelete(Element);
+        return nullptr;
+    }
+    return Element;
+}
+
+// UV sets are read through an index by polygon vertex; other layouts are
+// brought to that form so that every UV set answers the same way.
+static void NormaliseUVElement(KFbxMesh *Mesh, KFbxLayerElement *Element)
+{
+    fbx_array<int32> &Indices = Element->GetIndexArray();
+    int32 Corners = Mesh->GetPolygonVertexCount();
+    if (Element->GetMappingMode() == FbxMapping_ByPolygonVertex && Element->GetReferenceMode() == FbxReference_Direct)
+    {
+        if (Indices.Resize(Corners))
+        {
+            for (int32 Index = 0; Index < Corners; ++Index) Indices[Index] = Index;
+            Element->SetReferenceMode(FbxReference_IndexToDirect);
+        }
+    }
+    else if (Element->GetMappingMode() == FbxMapping_ByControlPoint)
+    {
+        fbx_array<int32> ByPoint;
+        if (Element->GetReferenceMode() != FbxReference_Direct && !ByPoint.CopyFrom(Indices))
+        {
+            return;
+        }
+        bool Direct = Element->GetReferenceMode() == FbxReference_Direct;
+        if (Indices.Resize(Corners))
+        {
+            int32 const *Points = Mesh->GetPolygonVertices();
+            for (int32 Index = 0; Index < Corners; ++Index)
+            {
+                Indices[Index] = Direct ? Points[Index] : ByPoint.GetAt(Points[Index]);
+            }
+            Element->SetMappingMode(FbxMapping_ByPolygonVertex);
+            Element->SetReferenceMode(FbxReference_IndexToDirect);
+        }
+    }
+}
+
+static void PlaceLayerElement(KFbxMesh *Mesh, int32 LayerIndex, KFbxLayerElement *Element)
+{
+    KFbxLayer *Layer = Mesh->GetOrCreateLayer(LayerIndex);
+    if (!Layer)
+    {
+        return;
+    }
+    Layer->SetLayerElement(Element->GetType(), Element);
+    if (Element->GetType() == FbxLayerElement_UV)
+    {
+        // A layer's UV set is its diffuse channel.
+        Layer->SetLayerElement(FbxLayerElement_TextureDiffuse, Element);
+    }
+}
+
+bool ReadFbxMeshGeometry(KFbx &Fbx, fbx_field const *Object, KFbxMesh *Mesh)
+{
+    int32 Count = 0;
+    real64 *Points = ReadNumbers<real64>(Fbx, Fbx.FindChild(Object, "Vertices"), FbxValue_ArrayReal64, &Count);
+    int32 PointCount = Count / 3;
+    if (!Mesh->InitControlPoints(PointCount))
+    {
+        TesselFree(Points);
+        return false;
+    }
+    for (int32 Index = 0; Index < PointCount; ++Index)
+    {
+        Mesh->SetControlPointAt(KFbxVector4(Points[3 * Index], Points[3 * Index + 1], Points[3 * Index + 2], 0.0), Index);
+    }
+    TesselFree(Points);
+
+    int32 *Indices = ReadNumbers<int32>(Fbx, Fbx.FindChild(Object, "PolygonVertexIndex"), FbxValue_ArrayInt32, &Count);
+    bool Open = false;
+    for (int32 Index = 0; Index < Count; ++Index)
+    {
+        if (!Open)
+        {
+            Mesh->BeginPolygon(-1);
+            Open = true;
+        }
+        int32 Value = Indices[Index];
+        bool Last = Value < 0;
+        int32 Point = Last ? ~Value : Value;
+        if (Point >= PointCount)
+        {
+            TesselWarning(LogCategory_FBX, "Mesh %s: polygon vertex %d refers to control point %d of %d",
+                          Mesh->GetName(), Index, Point, PointCount);
+        }
+        Mesh->AddPolygon(Point);
+        if (Last)
+        {
+            Mesh->EndPolygon();
+            Open = false;
+        }
+    }
+    if (Open)
+    {
+        Mesh->EndPolygon();
+    }
+    TesselFree(Indices);
+
+    // Layer elements, by kind and number.
+    struct numbered
+    {
+        KFbxLayerElement *Element;
+        int32 Number;
+    };
+    fbx_array<numbered> Elements;
+    for (layer_element_kind const &Kind : LayerElementKinds)
+    {
+        for (fbx_field const *Field = Fbx.FindChild(Object, Kind.FieldName); Field;
+             Field = Fbx.FindNextSibling(Field, Kind.FieldName))
+        {
+            KFbxLayerElement *Element = ReadLayerElement(Fbx, Field, Kind);
+            if (!Element || !Mesh->AdoptLayerElement(Element))
+            {
+                continue;
+            }
+            if (Element->GetType() == FbxLayerElement_UV)
+            {
+                NormaliseUVElement(Mesh, Element);
+            }
+            numbered Entry = {Element, Fbx.GetInt32(Field, 0, 0)};
+            Elements.Add(Entry);
+        }
+    }
+    fbx_field const *LayerField = Fbx.FindChild(Object, "Layer");
+    if (!LayerField)
+    {
+        // Without a layer table, element n of each kind goes to layer n.
+        for (int32 Index = 0; Index < Elements.Count; ++Index)
+        {
+            PlaceLayerElement(Mesh, Elements[Index].Number, Elements[Index].Element);
+        }
+        return true;
+    }
+    for (; LayerField; LayerField = Fbx.FindNextSibling(LayerField, "Layer"))
+    {
+        int32 LayerIndex = Fbx.GetInt32(LayerField, 0, 0);
+        for (fbx_field const *Entry = Fbx.FindChild(LayerField, "LayerElement"); Entry;
+             Entry = Fbx.FindNextSibling(Entry, "LayerElement"))
+        {
+            char Type[64];
+            ReadFbxString(Fbx, Fbx.FindChild(Entry, "Type"), 0, Type, sizeof(Type));
+            int32 TypedIndex = Fbx.GetInt32(Fbx.FindChild(Entry, "TypedIndex"), 0, 0);
+            int32 WantedType = -1;
+            for (layer_element_kind const &Kind : LayerElementKinds)
+            {
+                if (strcmp(Type, Kind.FieldName) == 0)
+                {
+                    WantedType = Kind.Type;
+                }
+            }
+            for (int32 Index = 0; WantedType >= 0 && Index < Elements.Count; ++Index)
+            {
+                if (Elements[Index].Element->GetType() == WantedType && Elements[Index].Number == TypedIndex)
+                {
+                    PlaceLayerElement(Mesh, LayerIndex, Elements[Index].Element);
+                    break;
+                }
+            }
+        }
+    }
+    return true;
+}
+
+// ---------------------------------------------------------------------------
+// Clusters.
+
+static bool ReadMatrix(KFbx &Fbx, fbx_field const *Field, AffineMatrix &Matrix)
+{
+    real64 Values[16];
+    if (!Field || Fbx.GetNumberCount(Field) < 16 || Fbx.CopyNumbers(Field, FbxValue_ArrayReal64, Values, 16) != 16)
+    {
+        return false;
+    }
+    for (int32 Row = 0; Row < 4; ++Row)
+    {
+        for (int32 Column = 0; Column < 4; ++Column)
+        {
+            Matrix.mData[Row][Column] = Values[4 * Row + Column];
+        }
+    }
+    return true;
+}
+
+bool ReadFbxClusterData(KFbx &Fbx, fbx_field const *Object, KFbxCluster *Cluster)
+{
+    int32 IndexCount = 0, WeightCount = 0;
+    int32 *Indices = ReadNumbers<int32>(Fbx, Fbx.FindChild(Object, "Indexes"), FbxValue_ArrayInt32, &IndexCount);
+    real64 *Weights = ReadNumbers<real64>(Fbx, Fbx.FindChild(Object, "Weights"), FbxValue_ArrayReal64, &WeightCount);
+    bool Ok = true;
+    for (int32 Index = 0; Ok && Index < IndexCount; ++Index)
+    {
+        Ok = Cluster->AddControlPointIndex(Indices[Index], Index < WeightCount ? Weights[Index] : 0.0);
+    }
+    TesselFree(Indices);
+    TesselFree(Weights);
+    AffineMatrix Matrix;
+    if (ReadMatrix(Fbx, Fbx.FindChild(Object, "Transform"), Matrix))
+    {
+        Cluster->SetTransformMatrix(Matrix);
+    }
+    if (ReadMatrix(Fbx, Fbx.FindChild(Object, "TransformLink"), Matrix))
+    {
+        Cluster->SetTransformLinkMatrix(Matrix);
+    }
+    return Ok;
+}
+
+// ---------------------------------------------------------------------------
+// Object table: open addressing over entry indices.
+
+fbx_object_table::~fbx_object_table()
+{
+    for (int32 Index = 0; Index < mEntries.Count; ++Index)
+    {
+        TesselFree(mEntries[Index].Key);
+    }
+}
+
+uint64 fbx_object_table::HashKey(int64 Id, char const *Key) const
+{
+    uint64 Hash = 1469598103934665603ULL ^ (uint64)Id;
+    if (Key)
+    {
+        for (char const *At = Key; *At; ++At)
+        {
+            Hash = (Hash ^ (uint8)*At) * 1099511628211ULL;
+        }
+    }
+    Hash ^= Hash >> 29;
+    Hash *= 0xBF58476D1CE4E5B9ULL;
+    Hash ^= Hash >> 32;
+    return Hash;
+}
+
+bool fbx_object_table::Rehash(int32 Size)
+{
+    if (!mBuckets.Resize(0) || !mBuckets.Resize(Size))
+    {
+        return false;
+    }
+    for (int32 Index = 0; Index < mEntries.Count; ++Index)
+    {
+        uint64 Slot = HashKey(mEntries[Index].Id, mEntries[Index].Key) & (uint64)(Size - 1);
+        while (mBuckets[(int32)Slot] != 0)
+        {
+            Slot = (Slot + 1) & (uint64)(Size - 1);
+        }
+        mBuckets[(int32)Slot] = Index + 1;
+    }
+    return true;
+}
+
+bool fbx_object_table::Add(int64 Id, char const *Key, void *Object, int32 Kind, fbx_field const *Field)
+{
+    if (Find(Id, Key))
+    {
+        // The first object of a name or id wins.
+        return false;
+    }
+    fbx_object_entry Entry = {Id, Key ? FbxCopyString(Key) : nullptr, Object, Kind, Field};
+    if ((Key && !Entry.Key) || !mEntries.Add(Entry))
+    {
+        TesselFree(Entry.Key);
+        return false;
+    }
+    if (mEntries.Count * 2 > mBuckets.Count)
+    {
+        int32 Size = 64;
+        while (Size < mEntries.Count * 4)
+        {
+            Size *= 2;
+        }
+        return Rehash(Size);
+    }
+    uint64 Slot = HashKey(Id, Key) & (uint64)(mBuckets.Count - 1);
+    while (mBuckets[(int32)Slot] != 0)
+    {
+        Slot = (Slot + 1) & (uint64)(mBuckets.Count - 1);
+    }
+    mBuckets[(int32)Slot] = mEntries.Count;
+    return true;
+}
+
+fbx_object_entry *fbx_object_table::Find(int64 Id, char const *Key)
+{
+    if (mBuckets.Count == 0)
+    {
+        return nullptr;
+    }
+    uint64 Slot = HashKey(Id, Key) & (uint64)(mBuckets.Count - 1);
+    while (mBuckets[(int32)Slot] != 0)
+    {
+        fbx_object_entry &Entry = mEntries[mBuckets[(int32)Slot] - 1];
+        if (Entry.Id == Id && ((!Key && !Entry.Key) || (Key && Entry.Key && strcmp(Key, Entry.Key) == 0)))
+        {
+            return &Entry;
+        }
+        Slot = (Slot + 1) & (uint64)(mBuckets.Count - 1);
+    }
+    return nullptr;
+}
+
+fbx_object_entry *fbx_object_table::FindById(int64 Id) { return Find(Id, nullptr); }
+
+fbx_object_entry *fbx_object_table::FindByKey(char const *Key) { return Key ? Find(0, Key) : nullptr; }
