@@ -11,8 +11,11 @@
 #include "exporter/tessel_scene_graph.h"
 #include "exporter/tessel_scene_parser.h"
 #include "exporter_test_files.h"
+#include "format/tessel_file_reader.h"
+#include "format/tessel_schema.h"
 #include "foundation/tessel_memory.h"
 #include "platform/tessel_platform.h"
+#include "settings/tessel_export_ui_tunneling.h"
 #include "support/test_log_capture.h"
 
 namespace {
@@ -80,10 +83,91 @@ TEST(RunExport, EmptySceneRunsEveryStageInOrderAndLeavesNothingBehind)
     // An empty scene has only the three closing steps.
     EXPECT_EQ(Reports.back().Total, 3u);
     EXPECT_EQ(Reports.back().Position, 3u);
-    EXPECT_EQ(Written, FileExists(Output.c_str()));
+    EXPECT_TRUE(Written);
+    EXPECT_TRUE(FileExists(Output.c_str()));
     EXPECT_TRUE(ListTemporaryFiles().empty());
     EXPECT_EQ(LiveBlocks(), Before);
     remove(Output.c_str());
+}
+
+// Runs RunExport over an empty scene; true when the file was written.
+bool ExportEmptyScene(std::string const &Output, char const *SettingsFile = nullptr)
+{
+    fbx_tool_interface *Tool = NewEmptySceneTool();
+    export_options Options = {nullptr, true, SettingsFile};
+    bool Written = RunExport(Tool, Output.c_str(), &Options, RecordProgress);
+    DestroyToolInterface(Tool);
+    return Written;
+}
+
+TEST(RunExport, WrittenFileCarriesFileAndExporterInfo)
+{
+    std::string Output = PrivateTemporaryDirectory() + "/output_info.ts2";
+    ASSERT_TRUE(ExportEmptyScene(Output));
+    loaded_file *File = LoadFileFromDisk(Output.c_str());
+    ASSERT_NE(File, nullptr);
+    EXPECT_EQ(File->Header.TypeTag, 0x80000031u);
+    EXPECT_EQ(File->SectionCount, 8);
+    void *RootType = nullptr;
+    file_info const *Info = (file_info const *)GetLoadedFileRootObject(*File, &RootType);
+    ASSERT_NE(Info, nullptr);
+    ASSERT_NE(Info->ExporterInfo, nullptr);
+    EXPECT_STREQ(Info->ExporterInfo->ExporterName, "Tessel Standard Exporter, SDK version 2.8.21.0");
+    EXPECT_EQ(Info->ExporterInfo->ExporterMajorRevision, 2);
+    EXPECT_EQ(Info->ExporterInfo->ExporterMinorRevision, 8);
+    EXPECT_EQ(Info->ExporterInfo->ExporterBuildNumber, 21);
+    ASSERT_NE(Info->ArtToolInfo, nullptr);
+    EXPECT_STREQ(Info->ArtToolInfo->FromArtToolName, "FBX");
+    EXPECT_EQ(Info->ArtToolInfo->ArtToolPointerSize, 64);
+    EXPECT_STREQ(Info->FromFileName, "empty.fbx");
+    EXPECT_EQ(Info->MeshCount + Info->ModelCount + Info->AnimationCount + Info->SkeletonCount, 0);
+    // The texture section keeps its own format whatever the compression.
+    file_section_header const &Textures = File->Sections[5].Header;
+    EXPECT_EQ(Textures.Format, 0u);
+    EXPECT_EQ(Textures.InternalAlignment, 4u);
+    FreeLoadedFile(File);
+    remove(Output.c_str());
+}
+
+TEST(RunExport, SettingsFileSwitchesExporterInfoAndCompression)
+{
+    // A settings file with "Include exporter info" off and no compression.
+    settings_pools Pools;
+    ASSERT_TRUE(InitializeSettingsPools(Pools));
+    settings_node *Root = BuildDefaultSettingsTree(Pools);
+    settings_node *File = FindSettingsNode(Root, 69);
+    ASSERT_NE(File, nullptr);
+    ASSERT_TRUE(SetSettingBool(FindSetting(File, 94), false));
+    ASSERT_TRUE(SetSettingChoice(FindSetting(File, 70), 72));
+    std::string SettingsPath = PrivateTemporaryDirectory() + "/input_settings.bin";
+    ASSERT_TRUE(WriteSettingsFile(Root, SettingsPath.c_str()));
+    FreeSettingsPools(Pools);
+
+    std::string Output = PrivateTemporaryDirectory() + "/output_settings.ts2";
+    ASSERT_TRUE(ExportEmptyScene(Output, SettingsPath.c_str()));
+    loaded_file *Loaded = LoadFileFromDisk(Output.c_str());
+    ASSERT_NE(Loaded, nullptr);
+    file_info const *Info = (file_info const *)GetLoadedFileRootObject(*Loaded, nullptr);
+    ASSERT_NE(Info, nullptr);
+    EXPECT_EQ(Info->ExporterInfo, nullptr);
+    EXPECT_NE(Info->ArtToolInfo, nullptr);
+    for (int32 Section = 0; Section < Loaded->SectionCount; ++Section) {
+        EXPECT_EQ(Loaded->Sections[Section].Header.Format, 0u) << Section;
+    }
+    FreeLoadedFile(Loaded);
+    remove(Output.c_str());
+}
+
+TEST(RunExport, UncreatableOutputStillCompletesAndCleansUp)
+{
+    int32 Before = LiveBlocks();
+    Reports.clear();
+    std::string Output = PrivateTemporaryDirectory() + "/no_such_folder/output.ts2";
+    EXPECT_FALSE(ExportEmptyScene(Output));
+    ASSERT_FALSE(Reports.empty());
+    EXPECT_EQ(Reports.back().Stage, "Export Complete");
+    EXPECT_TRUE(ListTemporaryFiles().empty());
+    EXPECT_EQ(LiveBlocks(), Before);
 }
 
 TEST(RunExport, WithoutProgressOrSceneNothingIsReported)
