@@ -1,0 +1,731 @@
+#include "geometry/tessel_mesh_builder.h"
+
+#include <cstring>
+
+#include "foundation/tessel_log.h"
+#include "foundation/tessel_memory.h"
+#include "foundation/tessel_string.h"
+#include "format/tessel_data_type_io.h"
+#include "geometry/tessel_tangent_frame.h"
+#include "geometry/tessel_vertex_data.h"
+
+namespace {
+
+int32 const UnitsPerBlock = 8192;
+int32 const EdgeBucketCount = 262144;
+int32 const ToolFrameGroups = 4;
+
+struct edge_record
+{
+    int32 A;
+    int32 B;
+    int32 Side;
+    int32 NextInBucket;
+    int32 NextOfEdge;
+};
+
+struct tangent_frame_unit
+{
+    real32 Tangent[3];
+    real32 Binormal[3];
+    real32 TangentBinormalCross[3];
+};
+
+inline int32 &StackInt(stack_allocator &Stack, int32 Index) { return *(int32 *)GetStackUnit(Stack, Index); }
+
+bool InitIntStack(stack_allocator &Stack, int64 MaxUnits)
+{
+    if (MaxUnits > INT32_MAX) MaxUnits = INT32_MAX;
+    return StackInitializeWithDirectory(Stack, sizeof(int32), UnitsPerBlock, (int32)MaxUnits);
+}
+
+char const *const ToolFrameNames[ToolFrameGroups] = {"Normal", "Tangent", "Binormal", "TangentBinormalCross"};
+
+// Tool layout and push layout live in one block with the builder's small arrays.
+bool BuildLayouts(mesh_builder *Builder)
+{
+    data_type_definition const *Type = Builder->VertexType;
+    int32 Channels = Builder->ChannelCount;
+    int32 ToolMembers = ToolFrameGroups + Channels;
+    Builder->ToolVertexType = TesselAllocateArray(data_type_definition, ToolMembers + 1);
+    Builder->PushVertexType = TesselAllocateArray(data_type_definition, 4);
+    if (!Builder->ToolVertexType || !Builder->PushVertexType) return false;
+    memset(Builder->ToolVertexType, 0, sizeof(data_type_definition) * (size_t)(ToolMembers + 1));
+    memset(Builder->PushVertexType, 0, sizeof(data_type_definition) * 4);
+    for (int32 Group = 0; Group < ToolFrameGroups; ++Group) {
+        Builder->ToolVertexType[Group].Type = Real32Member;
+        Builder->ToolVertexType[Group].Name = ToolFrameNames[Group];
+        Builder->ToolVertexType[Group].ArrayWidth = 3;
+    }
+    int32 Channel = 0;
+    for (data_type_definition const *Member = Type; Member->Type != EndMember; ++Member) {
+        if (IsStandardVertexMember(Member->Name)) continue;
+        data_type_definition &Tool = Builder->ToolVertexType[ToolFrameGroups + Channel++];
+        Tool.Type = Real32Member;
+        Tool.Name = Member->Name;
+        Tool.ArrayWidth = 4;
+    }
+    Builder->ToolVertexSize = GetTotalObjectSize(Builder->ToolVertexType);
+
+    int32 Push = 0;
+    Builder->PushVertexType[Push].Type = Real32Member;
+    Builder->PushVertexType[Push].Name = "Position";
+    Builder->PushVertexType[Push++].ArrayWidth = 3;
+    if (Builder->MaxWeightsPerVertex > 0) {
+        Builder->PushVertexType[Push].Type = Real32Member;
+        Builder->PushVertexType[Push].Name = "BoneWeights";
+        Builder->PushVertexType[Push++].ArrayWidth = Builder->MaxWeightsPerVertex;
+        Builder->PushVertexType[Push].Type = Int32Member;
+        Builder->PushVertexType[Push].Name = "BoneIndices";
+        Builder->PushVertexType[Push++].ArrayWidth = Builder->MaxWeightsPerVertex;
+    }
+    return true;
+}
+
+void ComputeVertexBoneWeights(mesh_builder *Builder)
+{
+    int32 Limit = Builder->MaxWeightsPerVertex;
+    real32 *Weights = Builder->VertexBoneWeights;
+    int32 *Indices = Builder->VertexBoneIndices;
+    for (int32 Index = 0; Index < Limit; ++Index) {
+        Weights[Index] = 0.0f;
+        Indices[Index] = 0;
+    }
+    for (int32 Bone = 0; Bone < Builder->BoneCount; ++Bone) {
+        real32 Weight = Builder->BoneWeightAccumulator[Bone];
+        for (int32 Slot = 0; Slot < Limit; ++Slot) {
+            if (Weights[Slot] < Weight) {
+                for (int32 Move = Limit - 1; Move > Slot; --Move) {
+                    Weights[Move] = Weights[Move - 1];
+                    Indices[Move] = Indices[Move - 1];
+                }
+                Weights[Slot] = Weight;
+                Indices[Slot] = Bone;
+                break;
+            }
+        }
+    }
+    real32 Sum = 0.0f;
+    for (int32 Index = 0; Index < Limit; ++Index) Sum += Weights[Index];
+    if (!(Sum > 0.0f)) {
+        if (Limit != 0) {
+            Weights[0] = 1.0f;
+            Indices[0] = 0;
+        }
+        return;
+    }
+    for (int32 Index = 0; Index < Limit; ++Index) Weights[Index] /= Sum;
+    for (int32 Index = 1; Index < Limit; ++Index) {
+        if (Weights[Index] == 0.0f) Indices[Index] = Indices[0];
+    }
+}
+
+real32 *ToolGroup(mesh_builder *Builder, uint8 *ToolVertex, int32 Group)
+{
+    return (real32 *)(ToolVertex + (Group < ToolFrameGroups ? Group * 12 : ToolFrameGroups * 12 + (Group - ToolFrameGroups) * 16));
+}
+
+bool WithinTolerance(real32 const *A, real32 const *B, int32 Count, real32 Tolerance)
+{
+    real32 Sum = 0.0f;
+    for (int32 Index = 0; Index < Count; ++Index) {
+        real32 Difference = A[Index] - B[Index];
+        Sum += Difference * Difference;
+    }
+    return Tolerance * Tolerance >= Sum;
+}
+
+bool SameVertex(mesh_builder *Builder, int32 Corner, int32 Vertex)
+{
+    uint8 *Stored = Builder->ScratchToolVertex;
+    ConvertSingleObject(Builder->VertexType, GetStackUnit(Builder->VertexStack, Vertex), Builder->ToolVertexType, Stored);
+    uint8 *Wanted = Builder->CornerVertex[Corner];
+    bool Same = true;
+    for (int32 Group = 0; Group < ToolFrameGroups; ++Group) {
+        Same &= WithinTolerance(ToolGroup(Builder, Stored, Group), ToolGroup(Builder, Wanted, Group), 3,
+                                Builder->Tolerances[Group]);
+    }
+    if (!Same) return false;
+    for (int32 Channel = 0; Channel < Builder->ChannelCount; ++Channel) {
+        real32 Tolerance = Builder->ChannelTolerance[Channel < MeshBuilderMaxChannels ? Channel : MeshBuilderMaxChannels - 1];
+        if (!WithinTolerance(ToolGroup(Builder, Stored, ToolFrameGroups + Channel),
+                             ToolGroup(Builder, Wanted, ToolFrameGroups + Channel), 4, Tolerance)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+int32 WeldCorner(mesh_builder *Builder, int32 Corner, int32 Triangle)
+{
+    int32 Point = Builder->CurrentVertexIndex[Corner];
+    uint8 *CornerValues = Builder->CornerVertex[Corner];
+    // Compare what will be stored: round through the output layout.
+    ConvertSingleObject(Builder->ToolVertexType, CornerValues, Builder->VertexType, Builder->ScratchVertex);
+    ConvertSingleObject(Builder->VertexType, Builder->ScratchVertex, Builder->ToolVertexType, CornerValues);
+
+    int32 Vertex = Point;
+    int32 Previous = Point;
+    if (StackInt(Builder->NextCoincidentVertex, Point) != -1) {
+        int32 Walk = Point;
+        do {
+            if (SameVertex(Builder, Corner, Walk)) return Walk;
+            Previous = Walk;
+            Walk = StackInt(Builder->NextCoincidentVertex, Walk);
+        } while (Walk != Point);
+        int32 NewIndex = -1;
+        void *NewVertex = NewStackUnit(Builder->VertexStack, &NewIndex);
+        int32 *Next = (int32 *)NewStackUnit(Builder->NextCoincidentVertex, 0);
+        int32 *From = (int32 *)NewStackUnit(Builder->FromTriangle, 0);
+        int32 *Polygon = (int32 *)NewStackUnit(Builder->SourcePolygon, 0);
+        int32 *Source = (int32 *)NewStackUnit(Builder->SourceCorner, 0);
+        if (!NewVertex || !Next || !From || !Polygon || !Source) {
+            TesselError(LogCategory_MeshBuilder, "Unable to add a split vertex for control point %d", Point);
+            return Point;
+        }
+        memcpy(NewVertex, GetStackUnit(Builder->VertexStack, Point), (size_t)Builder->VertexSize);
+        Vertex = NewIndex;
+    }
+    MergeSingleObject(Builder->ToolVertexType, CornerValues, Builder->VertexType, GetStackUnit(Builder->VertexStack, Vertex));
+    StackInt(Builder->NextCoincidentVertex, Previous) = Vertex;
+    StackInt(Builder->NextCoincidentVertex, Vertex) = Point;
+    StackInt(Builder->FromTriangle, Vertex) = Triangle;
+    StackInt(Builder->SourcePolygon, Vertex) = Builder->CurrentPolygon;
+    StackInt(Builder->SourceCorner, Vertex) = Builder->CurrentCorner[Corner];
+    return Vertex;
+}
+
+void ClearCurrentTriangle(mesh_builder *Builder)
+{
+    for (int32 Corner = 0; Corner < 3; ++Corner) {
+        memset(Builder->CornerVertex[Corner], 0, (size_t)Builder->ToolVertexSize);
+        Builder->CurrentVertexIndex[Corner] = 0;
+        Builder->CurrentCorner[Corner] = -1;
+    }
+}
+
+// Sizes and layouts of the two results share these aggregate descriptions.
+intaddrx AggregateVertexData(mesh_builder *Builder, aggr_allocator &Aggregate, vertex_data **Result,
+                             data_type_definition **TypeCopy, char **NameText)
+{
+    int32 VertexCount = GetResultingVertexCount(Builder);
+    int32 Components = GetVertexComponentCount(Builder->VertexType);
+    intaddrx TextSize = 0;
+    for (int32 Index = 0; Index < Components; ++Index) {
+        char const *Name = Builder->ChannelNames ? Builder->ChannelNames[Index] : 0;
+        TextSize += StringLength(Name) + 1;
+    }
+    BeginAggregateAllocation(Aggregate);
+    intaddrx Root = AggregateAllocate(Aggregate, Result, sizeof(vertex_data));
+    AggregateAllocate(Aggregate, TypeCopy, GetTotalTypeSize(Builder->VertexType));
+    AggregateAllocateArray(Aggregate, Root, TESSEL_OFFSET_OF(vertex_data, Vertices) + TESSEL_OFFSET_OF(variant_array, Count),
+                           TESSEL_OFFSET_OF(vertex_data, Vertices) + TESSEL_OFFSET_OF(variant_array, Array), VertexCount,
+                           Builder->VertexSize);
+    AggregateAllocateArray(Aggregate, Root, TESSEL_OFFSET_OF(vertex_data, VertexComponentNameCount),
+                           TESSEL_OFFSET_OF(vertex_data, VertexComponentNames), Components, sizeof(char *));
+    AggregateAllocate(Aggregate, NameText, TextSize);
+    return Root;
+}
+
+intaddrx AggregateTopology(mesh_builder *Builder, aggr_allocator &Aggregate, tri_topology **Result)
+{
+    int32 GroupCount = Builder->IncludeEmptyMaterialGroups ? Builder->MaterialCount : Builder->UsedMaterialCount;
+    int32 VertexCount = GetResultingVertexCount(Builder);
+    int32 IndexCount = Builder->TriangleCount * 3;
+    BeginAggregateAllocation(Aggregate);
+    intaddrx Root = AggregateAllocate(Aggregate, Result, sizeof(tri_topology));
+#define TOPOLOGY_ARRAY(CountMember, PointerMember, Count, Unit)                                                  \
+    AggregateAllocateArray(Aggregate, Root, TESSEL_OFFSET_OF(tri_topology, CountMember),                        \
+                           TESSEL_OFFSET_OF(tri_topology, PointerMember), (Count), (Unit))
+    TOPOLOGY_ARRAY(GroupCount, Groups, GroupCount, sizeof(tri_material_group));
+    TOPOLOGY_ARRAY(IndexCount, Indices, IndexCount, sizeof(int32));
+    TOPOLOGY_ARRAY(Index16Count, Indices16, 0, sizeof(int16));
+    TOPOLOGY_ARRAY(VertexToVertexCount, VertexToVertexMap, VertexCount, sizeof(int32));
+    TOPOLOGY_ARRAY(VertexToTriangleCount, VertexToTriangleMap, VertexCount, sizeof(int32));
+    TOPOLOGY_ARRAY(SideToNeighborCount, SideToNeighborMap, IndexCount, sizeof(int32));
+    TOPOLOGY_ARRAY(BonesForTriangleCount, BonesForTriangle, 0, sizeof(int32));
+    TOPOLOGY_ARRAY(TriangleToBoneCount, TriangleToBoneIndices, 0, sizeof(int32));
+    TOPOLOGY_ARRAY(TriAnnotationSetCount, TriAnnotationSets, 0, sizeof(tri_annotation_set));
+#undef TOPOLOGY_ARRAY
+    return Root;
+}
+
+uint32 EdgeBucket(int32 A, int32 B) { return ((uint32)B * 7499u + (uint32)A) & 0x3FFFFu; }
+
+edge_record &Edge(mesh_builder *Builder, int32 Index) { return *(edge_record *)GetStackUnit(Builder->EdgeStack, Index); }
+
+int32 FindFirstOfEdge(mesh_builder *Builder, int32 A, int32 B)
+{
+    for (int32 Record = Builder->EdgeHash[EdgeBucket(A, B)]; Record != -1; Record = Edge(Builder, Record).NextInBucket) {
+        edge_record &Found = Edge(Builder, Record);
+        if (Found.A == A && Found.B == B) return Record;
+    }
+    return -1;
+}
+
+void AddSide(mesh_builder *Builder, int32 X, int32 Y, int32 Side)
+{
+    int32 A = X < Y ? X : Y;
+    int32 B = X < Y ? Y : X;
+    int32 Index = -1;
+    edge_record *Record = (edge_record *)NewStackUnit(Builder->EdgeStack, &Index);
+    if (!Record) return;
+    Record->A = A;
+    Record->B = B;
+    Record->Side = Side;
+    Record->NextInBucket = -1;
+    Record->NextOfEdge = -1;
+    int32 &Head = Builder->EdgeHash[EdgeBucket(A, B)];
+    int32 FirstOfEdge = -1;
+    if (Head == -1) {
+        Head = Index;
+    } else {
+        int32 Last = Head;
+        for (;;) {
+            edge_record &Walk = Edge(Builder, Last);
+            if (FirstOfEdge == -1 && Walk.A == A && Walk.B == B) FirstOfEdge = Last;
+            if (Walk.NextInBucket == -1) break;
+            Last = Walk.NextInBucket;
+        }
+        Edge(Builder, Last).NextInBucket = Index;
+    }
+    if (FirstOfEdge != -1) {
+        int32 Last = FirstOfEdge;
+        while (Edge(Builder, Last).NextOfEdge != -1) Last = Edge(Builder, Last).NextOfEdge;
+        Edge(Builder, Last).NextOfEdge = Index;
+    }
+}
+
+int32 NeighborOf(mesh_builder *Builder, int32 X, int32 Y, int32 Side)
+{
+    int32 A = X < Y ? X : Y;
+    int32 B = X < Y ? Y : X;
+    int32 First = FindFirstOfEdge(Builder, A, B);
+    if (First == -1) return Side;
+    for (int32 Record = First; Record != -1; Record = Edge(Builder, Record).NextOfEdge) {
+        edge_record &Found = Edge(Builder, Record);
+        if (Found.Side == Side) return Found.NextOfEdge != -1 ? Edge(Builder, Found.NextOfEdge).Side : Edge(Builder, First).Side;
+    }
+    return Side;
+}
+
+void BuildNeighbors(mesh_builder *Builder, tri_topology *Topology)
+{
+    int32 Triangles = Topology->IndexCount / 3;
+    int32 const *Indices = Topology->Indices;
+    int32 Corners[3];
+    for (int32 Pass = 0; Pass < 2; ++Pass) {
+        for (int32 Triangle = 0; Triangle < Triangles; ++Triangle) {
+            for (int32 Corner = 0; Corner < 3; ++Corner) Corners[Corner] = GetOriginalVertex(Builder, Indices[Triangle * 3 + Corner]);
+            for (int32 Corner = 0; Corner < 3; ++Corner) {
+                int32 X = Corners[Corner], Y = Corners[(Corner + 1) % 3];
+                int32 Side = Triangle * 4 + Corner;
+                if (Pass == 0) AddSide(Builder, X, Y, Side);
+                else Topology->SideToNeighborMap[Triangle * 3 + Corner] = NeighborOf(Builder, X, Y, Side);
+            }
+        }
+    }
+}
+
+} // namespace
+
+mesh_builder *BeginMesh(int32 VertexCount, int32 TriangleCount, int32 MaterialCount, int32 BoneCount,
+                        data_type_definition const *VertexType)
+{
+    CheckPointer(VertexType, LogCategory_MeshBuilder, 0);
+    CheckCondition(VertexCount >= 0 && TriangleCount >= 0 && MaterialCount >= 0 && BoneCount >= 0,
+                   LogCategory_MeshBuilder, 0);
+    mesh_builder *Builder = (mesh_builder *)TesselAllocate(sizeof(mesh_builder));
+    if (!Builder) return 0;
+    memset(Builder, 0, sizeof(*Builder));
+    Builder->SplitVerticesForTangents = 1;
+    Builder->IncludeEmptyMaterialGroups = 0;
+    for (int32 Group = 0; Group < 4; ++Group) Builder->Tolerances[Group] = 0.001f;
+    Builder->Tolerances[Tolerance_TangentMergingMinCosine] = 0.25f;
+    for (int32 Channel = 0; Channel < MeshBuilderMaxChannels; ++Channel) Builder->ChannelTolerance[Channel] = 0.001f;
+    Builder->VertexType = VertexType;
+    Builder->VertexSize = GetTotalObjectSize(VertexType);
+    Builder->ChannelCount = GetVertexChannelCount(VertexType);
+    Builder->ControlPointCount = VertexCount;
+    Builder->BoneCount = BoneCount;
+    Builder->MaxWeightsPerVertex = GetVertexBoneCount(VertexType);
+    if (Builder->MaxWeightsPerVertex > MeshBuilderMaxWeights) Builder->MaxWeightsPerVertex = MeshBuilderMaxWeights;
+    Builder->MaterialCount = MaterialCount;
+    Builder->TriangleCapacity = TriangleCount;
+
+    int64 Triangles2 = 2 * (int64)TriangleCount;
+    int64 VertexMax = 2 * (3 * Triangles2 + 2 * (int64)VertexCount);
+    if (VertexMax < 1) VertexMax = 1;
+    bool Ok = Builder->VertexSize > 0 && BuildLayouts(Builder);
+    Ok = Ok && StackInitializeWithDirectory(Builder->VertexStack, Builder->VertexSize, UnitsPerBlock,
+                                            (int32)(VertexMax > INT32_MAX ? INT32_MAX : VertexMax));
+    Ok = Ok && InitIntStack(Builder->NextCoincidentVertex, VertexMax) && InitIntStack(Builder->FromTriangle, VertexMax) &&
+         InitIntStack(Builder->SourcePolygon, VertexMax) && InitIntStack(Builder->SourceCorner, VertexMax);
+    Ok = Ok && InitIntStack(Builder->TriangleVertices, 3 * (int64)TriangleCount + 3) &&
+         InitIntStack(Builder->NextInMaterial, (int64)TriangleCount + 1);
+    Ok = Ok && StackInitializeWithDirectory(Builder->EdgeStack, sizeof(edge_record), UnitsPerBlock,
+                                            (int32)(3 * (int64)TriangleCount + 3));
+    Ok = Ok && StackInitializeWithDirectory(Builder->VertexTangentStack, sizeof(tangent_frame_unit), UnitsPerBlock,
+                                            (int32)(VertexMax > INT32_MAX ? INT32_MAX : VertexMax));
+    Ok = Ok && StackInitializeWithDirectory(Builder->TriangleTangentStack, sizeof(tangent_frame_unit), UnitsPerBlock,
+                                            (int32)(Triangles2 + 1 > INT32_MAX ? INT32_MAX : Triangles2 + 1));
+    if (Ok) {
+        Builder->BoneWeightAccumulator = TesselAllocateArray(real32, BoneCount > 0 ? BoneCount : 1);
+        Builder->MaterialHead = TesselAllocateArray(int32, MaterialCount > 0 ? MaterialCount : 1);
+        Builder->EdgeHash = TesselAllocateArray(int32, EdgeBucketCount);
+        Builder->TriangleOutputIndex = TesselAllocateArray(int32, TriangleCount > 0 ? TriangleCount : 1);
+        for (int32 Corner = 0; Corner < 3; ++Corner) Builder->CornerVertex[Corner] = (uint8 *)TesselAllocate(Builder->ToolVertexSize);
+        Builder->ScratchVertex = (uint8 *)TesselAllocate(Builder->VertexSize);
+        Builder->ScratchToolVertex = (uint8 *)TesselAllocate(Builder->ToolVertexSize);
+        Builder->PushRecord = (uint8 *)TesselAllocate(GetTotalObjectSize(Builder->PushVertexType));
+        Builder->ChannelNameCount = GetVertexComponentCount(VertexType);
+        Builder->ChannelNames = TesselAllocateArray(char const *, Builder->ChannelNameCount > 0 ? Builder->ChannelNameCount : 1);
+        Ok = Builder->BoneWeightAccumulator && Builder->MaterialHead && Builder->EdgeHash && Builder->TriangleOutputIndex &&
+             Builder->CornerVertex[0] && Builder->CornerVertex[1] && Builder->CornerVertex[2] && Builder->ScratchVertex &&
+             Builder->ScratchToolVertex && Builder->PushRecord && Builder->ChannelNames;
+    }
+    if (Ok) {
+        int32 MinusOne = -1;
+        Ok = VertexCount == 0 || (NewStackUnits(Builder->NextCoincidentVertex, VertexCount, 0, &MinusOne) &&
+                                  NewStackUnits(Builder->FromTriangle, VertexCount, 0, &MinusOne) &&
+                                  NewStackUnits(Builder->SourcePolygon, VertexCount, 0, &MinusOne) &&
+                                  NewStackUnits(Builder->SourceCorner, VertexCount, 0, &MinusOne));
+    }
+    if (!Ok) {
+        FreeBuilder(Builder);
+        return 0;
+    }
+    memset(Builder->BoneWeightAccumulator, 0, sizeof(real32) * (size_t)(BoneCount > 0 ? BoneCount : 1));
+    for (int32 Material = 0; Material < (MaterialCount > 0 ? MaterialCount : 1); ++Material) Builder->MaterialHead[Material] = -1;
+    memset(Builder->EdgeHash, 0xFF, sizeof(int32) * EdgeBucketCount);
+    memset(Builder->ChannelNames, 0, sizeof(char const *) * (size_t)(Builder->ChannelNameCount > 0 ? Builder->ChannelNameCount : 1));
+    ClearCurrentTriangle(Builder);
+    return Builder;
+}
+
+void SetPosition(mesh_builder *Builder, real32 X, real32 Y, real32 Z)
+{
+    CheckPointer(Builder, LogCategory_MeshBuilder, TESSEL_NOTHING);
+    Builder->CurrentPosition[0] = X;
+    Builder->CurrentPosition[1] = Y;
+    Builder->CurrentPosition[2] = Z;
+}
+
+void AddWeight(mesh_builder *Builder, int32 BoneIndex, real32 Weight)
+{
+    CheckPointer(Builder, LogCategory_MeshBuilder, TESSEL_NOTHING);
+    CheckIndex(BoneIndex, Builder->BoneCount, LogCategory_MeshBuilder, TESSEL_NOTHING);
+    Builder->BoneWeightAccumulator[BoneIndex] += Weight;
+}
+
+void PushVertex(mesh_builder *Builder)
+{
+    CheckPointer(Builder, LogCategory_MeshBuilder, TESSEL_NOTHING);
+    int32 Index = -1;
+    void *Vertex = NewStackUnit(Builder->VertexStack, &Index);
+    if (!Vertex) {
+        TesselError(LogCategory_MeshBuilder, "Unable to add vertex %d", GetStackUnitCount(Builder->VertexStack));
+        return;
+    }
+    ComputeVertexBoneWeights(Builder);
+    int32 Weights = Builder->MaxWeightsPerVertex;
+    uint8 *Record = Builder->PushRecord;
+    memcpy(Record, Builder->CurrentPosition, sizeof(Builder->CurrentPosition));
+    if (Weights > 0) {
+        memcpy(Record + 12, Builder->VertexBoneWeights, sizeof(real32) * (size_t)Weights);
+        memcpy(Record + 12 + 4 * Weights, Builder->VertexBoneIndices, sizeof(int32) * (size_t)Weights);
+    }
+    ConvertSingleObject(Builder->PushVertexType, Record, Builder->VertexType, Vertex);
+    data_type_definition const *WeightMember = FindVertexMember(Builder->VertexType, "BoneWeights");
+    if (WeightMember) {
+        matched_member Match;
+        if (FindMatchingMember(Builder->VertexType, Vertex, "BoneWeights", Match)) EnsureExactOneNorm(*WeightMember, Match.Address);
+    }
+    memset(Builder->CurrentPosition, 0, sizeof(Builder->CurrentPosition));
+    memset(Builder->BoneWeightAccumulator, 0, sizeof(real32) * (size_t)(Builder->BoneCount > 0 ? Builder->BoneCount : 1));
+}
+
+void SetChannelNames(mesh_builder *Builder, int32 ChannelCount, char const *const *Names)
+{
+    CheckPointer(Builder, LogCategory_MeshBuilder, TESSEL_NOTHING);
+    if (ChannelCount != GetVertexComponentCount(Builder->VertexType)) {
+        TesselError(LogCategory_MeshBuilder, "%s was not true", "ChannelCount == GetVertexComponentCount(Builder.VertexType)");
+        return;
+    }
+    for (int32 Index = 0; Index < ChannelCount; ++Index) Builder->ChannelNames[Index] = Names ? Names[Index] : 0;
+}
+
+void SetVertexIndex(mesh_builder *Builder, int32 Corner, int32 ControlPoint)
+{
+    CheckPointer(Builder, LogCategory_MeshBuilder, TESSEL_NOTHING);
+    CheckIndex(Corner, 3, LogCategory_MeshBuilder, TESSEL_NOTHING);
+    Builder->CurrentVertexIndex[Corner] = ControlPoint;
+}
+
+void SetCornerSource(mesh_builder *Builder, int32 Corner, int32 SourceCorner)
+{
+    CheckPointer(Builder, LogCategory_MeshBuilder, TESSEL_NOTHING);
+    CheckIndex(Corner, 3, LogCategory_MeshBuilder, TESSEL_NOTHING);
+    Builder->CurrentCorner[Corner] = SourceCorner;
+}
+
+void SetPolygonSource(mesh_builder *Builder, int32 SourcePolygon)
+{
+    CheckPointer(Builder, LogCategory_MeshBuilder, TESSEL_NOTHING);
+    Builder->CurrentPolygon = SourcePolygon;
+}
+
+static void SetCornerGroup(mesh_builder *Builder, int32 Corner, int32 Group, real32 X, real32 Y, real32 Z)
+{
+    CheckPointer(Builder, LogCategory_MeshBuilder, TESSEL_NOTHING);
+    CheckIndex(Corner, 3, LogCategory_MeshBuilder, TESSEL_NOTHING);
+    real32 *Values = ToolGroup(Builder, Builder->CornerVertex[Corner], Group);
+    Values[0] = X;
+    Values[1] = Y;
+    Values[2] = Z;
+}
+
+void SetCornerNormal(mesh_builder *Builder, int32 Corner, real32 X, real32 Y, real32 Z) { SetCornerGroup(Builder, Corner, 0, X, Y, Z); }
+void SetCornerTangent(mesh_builder *Builder, int32 Corner, real32 X, real32 Y, real32 Z) { SetCornerGroup(Builder, Corner, 1, X, Y, Z); }
+void SetCornerBinormal(mesh_builder *Builder, int32 Corner, real32 X, real32 Y, real32 Z) { SetCornerGroup(Builder, Corner, 2, X, Y, Z); }
+void SetCornerTangentBinormalCross(mesh_builder *Builder, int32 Corner, real32 X, real32 Y, real32 Z) { SetCornerGroup(Builder, Corner, 3, X, Y, Z); }
+
+void SetCornerChannel(mesh_builder *Builder, int32 Corner, int32 Channel, real32 const *Values4)
+{
+    CheckPointer(Builder, LogCategory_MeshBuilder, TESSEL_NOTHING);
+    CheckIndex(Corner, 3, LogCategory_MeshBuilder, TESSEL_NOTHING);
+    CheckIndex(Channel, Builder->ChannelCount, LogCategory_MeshBuilder, TESSEL_NOTHING);
+    memcpy(ToolGroup(Builder, Builder->CornerVertex[Corner], ToolFrameGroups + Channel), Values4, 16);
+}
+
+void SetMaterial(mesh_builder *Builder, int32 MaterialIndex)
+{
+    CheckPointer(Builder, LogCategory_MeshBuilder, TESSEL_NOTHING);
+    Builder->CurrentMaterial = MaterialIndex;
+}
+
+void PushTriangle(mesh_builder *Builder)
+{
+    CheckPointer(Builder, LogCategory_MeshBuilder, TESSEL_NOTHING);
+    if (Builder->TriangleCount >= Builder->TriangleCapacity) {
+        TesselError(LogCategory_MeshBuilder, "%s %d is out of range [0, %d)", "TriangleCount", Builder->TriangleCount,
+                    Builder->TriangleCapacity);
+        ClearCurrentTriangle(Builder);
+        return;
+    }
+    for (int32 Corner = 0; Corner < 3; ++Corner) {
+        int32 Point = Builder->CurrentVertexIndex[Corner];
+        if (Point < 0 || Point >= Builder->ControlPointCount) {
+            TesselError(LogCategory_MeshBuilder, "%s %d is out of range [0, %d)", "ControlPoint", Point,
+                        Builder->ControlPointCount);
+            ClearCurrentTriangle(Builder);
+            return;
+        }
+    }
+    int32 Material = Builder->CurrentMaterial;
+    int32 Materials = Builder->MaterialCount > 0 ? Builder->MaterialCount : 1;
+    if (Material < 0 || Material >= Materials) {
+        TesselWarning(LogCategory_MeshBuilder, "%s %d is out of range [0, %d)", "Material", Material, Materials);
+        Material = 0;
+    }
+    int32 Triangle = Builder->TriangleCount++;
+    int32 First = -1;
+    NewStackUnits(Builder->TriangleVertices, 3, &First, 0);
+    for (int32 Corner = 0; Corner < 3; ++Corner) {
+        StackInt(Builder->TriangleVertices, First + Corner) = WeldCorner(Builder, Corner, Triangle);
+    }
+    int32 *Next = (int32 *)NewStackUnit(Builder->NextInMaterial, 0);
+    if (Builder->MaterialHead[Material] == -1) ++Builder->UsedMaterialCount;
+    *Next = Builder->MaterialHead[Material];
+    Builder->MaterialHead[Material] = Triangle;
+    Builder->TriangleOutputIndex[Triangle] = -1;
+    ClearCurrentTriangle(Builder);
+}
+
+void SetTangentMergingTolerance(mesh_builder *Builder, real32 MinCosine)
+{
+    CheckPointer(Builder, LogCategory_MeshBuilder, TESSEL_NOTHING);
+    Builder->Tolerances[Tolerance_TangentMergingMinCosine] = MinCosine;
+}
+
+void BuildTangentSpace(mesh_builder *Builder)
+{
+    CheckPointer(Builder, LogCategory_MeshBuilder, TESSEL_NOTHING);
+    static data_type_definition FrameLayout[] = {
+        {Real32Member, "Tangent", 0, 3, {0, 0, 0}, 0},
+        {Real32Member, "Binormal", 0, 3, {0, 0, 0}, 0},
+        {Real32Member, "TangentBinormalCross", 0, 3, {0, 0, 0}, 0},
+        {EndMember, 0, 0, 0, {0, 0, 0}, 0},
+    };
+    int32 Count = GetResultingVertexCount(Builder);
+    tangent_frame_unit Zero = {};
+    for (int32 Vertex = 0; Vertex < Count; ++Vertex) {
+        MergeSingleObject(FrameLayout, &Zero, Builder->VertexType, GetStackUnit(Builder->VertexStack, Vertex));
+    }
+    if (BuildTangentFrames(Builder)) {
+        int32 Frames = GetStackUnitCount(Builder->VertexTangentStack);
+        Count = GetResultingVertexCount(Builder);
+        for (int32 Vertex = 0; Vertex < Count && Vertex < Frames; ++Vertex) {
+            MergeSingleObject(FrameLayout, GetStackUnit(Builder->VertexTangentStack, Vertex), Builder->VertexType,
+                              GetStackUnit(Builder->VertexStack, Vertex));
+        }
+        return;
+    }
+    TesselError(LogCategory_Exporter, "Failed to create the tangent space");
+    tangent_frame_unit Constant = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
+    for (int32 Vertex = 0; Vertex < Count; ++Vertex) {
+        MergeSingleObject(FrameLayout, &Constant, Builder->VertexType, GetStackUnit(Builder->VertexStack, Vertex));
+    }
+}
+
+int32 GetResultingVertexCount(mesh_builder const *Builder)
+{
+    return Builder ? GetStackUnitCount(Builder->VertexStack) : 0;
+}
+
+int32 GetResultingVertexDataSize(mesh_builder *Builder)
+{
+    CheckPointer(Builder, LogCategory_MeshBuilder, 0);
+    aggr_allocator Aggregate;
+    vertex_data *Unused = 0;
+    data_type_definition *UnusedType = 0;
+    char *UnusedText = 0;
+    AggregateVertexData(Builder, Aggregate, &Unused, &UnusedType, &UnusedText);
+    int32 Size = 0;
+    CheckConvertToInt32(Size, EndAggregateSize_(Aggregate, "..\\..\\..\\source\\tessel_mesh_builder", 822),
+                        LogCategory_MeshBuilder, 0);
+    return Size;
+}
+
+int32 GetResultingTopologySize(mesh_builder *Builder)
+{
+    CheckPointer(Builder, LogCategory_MeshBuilder, 0);
+    aggr_allocator Aggregate;
+    tri_topology *Unused = 0;
+    AggregateTopology(Builder, Aggregate, &Unused);
+    int32 Size = 0;
+    CheckConvertToInt32(Size, EndAggregateSize_(Aggregate, "..\\..\\..\\source\\tessel_mesh_builder", 836),
+                        LogCategory_MeshBuilder, 0);
+    return Size;
+}
+
+void EndMesh(mesh_builder *Builder, void *VertexMemory, void *TopologyMemory, vertex_data **VertexDataResult,
+             tri_topology **TopologyResult)
+{
+    if (VertexDataResult) *VertexDataResult = 0;
+    if (TopologyResult) *TopologyResult = 0;
+    if (!Builder || !VertexMemory || !TopologyMemory) return;
+
+    aggr_allocator Aggregate;
+    vertex_data *VertexData = 0;
+    data_type_definition *TypeCopy = 0;
+    char *NameText = 0;
+    AggregateVertexData(Builder, Aggregate, &VertexData, &TypeCopy, &NameText);
+    EndAggregatePlacement(Aggregate, VertexMemory);
+    memcpy(TypeCopy, Builder->VertexType, (size_t)GetTotalTypeSize(Builder->VertexType));
+    VertexData->Vertices.Type = TypeCopy;
+    int32 VertexCount = GetResultingVertexCount(Builder);
+    if (VertexCount > 0) SerializeStack(Builder->VertexStack, VertexData->Vertices.Array);
+    for (int32 Index = 0; Index < VertexData->VertexComponentNameCount; ++Index) {
+        char const *Name = Builder->ChannelNames[Index] ? Builder->ChannelNames[Index] : "";
+        int32 Length = CopyString(Name, NameText);
+        VertexData->VertexComponentNames[Index] = NameText;
+        NameText += Length;
+    }
+    VertexData->VertexAnnotationSetCount = 0;
+    VertexData->VertexAnnotationSets = 0;
+
+    tri_topology *Topology = 0;
+    AggregateTopology(Builder, Aggregate, &Topology);
+    EndAggregatePlacement(Aggregate, TopologyMemory);
+    int32 Written = 0;
+    int32 Group = 0;
+    for (int32 Material = 0; Material < Builder->MaterialCount || (Material == 0 && Builder->MaterialCount == 0); ++Material) {
+        int32 Head = Builder->MaterialHead[Material];
+        if (Head == -1 && !Builder->IncludeEmptyMaterialGroups) continue;
+        if (Group >= Topology->GroupCount) break;
+        tri_material_group &Target = Topology->Groups[Group++];
+        Target.MaterialIndex = Material;
+        Target.TriFirst = Written;
+        Target.TriCount = 0;
+        for (int32 Triangle = Head; Triangle != -1; Triangle = StackInt(Builder->NextInMaterial, Triangle)) {
+            for (int32 Corner = 0; Corner < 3; ++Corner) {
+                Topology->Indices[Written * 3 + Corner] = StackInt(Builder->TriangleVertices, Triangle * 3 + Corner);
+            }
+            Builder->TriangleOutputIndex[Triangle] = Written++;
+            ++Target.TriCount;
+        }
+    }
+    if (VertexCount > 0) {
+        SerializeStack(Builder->NextCoincidentVertex, Topology->VertexToVertexMap);
+        SerializeStack(Builder->FromTriangle, Topology->VertexToTriangleMap);
+    }
+    // Neighbours are found afresh on every call.
+    if (GetStackUnitCount(Builder->EdgeStack) > 0) PopStackUnits(Builder->EdgeStack, GetStackUnitCount(Builder->EdgeStack));
+    memset(Builder->EdgeHash, 0xFF, sizeof(int32) * EdgeBucketCount);
+    BuildNeighbors(Builder, Topology);
+
+    if (VertexDataResult) *VertexDataResult = VertexData;
+    if (TopologyResult) *TopologyResult = Topology;
+}
+
+int32 GetOriginalVertex(mesh_builder *Builder, int32 Vertex)
+{
+    CheckPointer(Builder, LogCategory_MeshBuilder, -1);
+    int32 Count = GetResultingVertexCount(Builder);
+    CheckIndex(Vertex, Count, LogCategory_MeshBuilder, -1);
+    int32 Steps = 0;
+    while (Vertex >= Builder->ControlPointCount && Steps++ < Count) {
+        Vertex = StackInt(Builder->NextCoincidentVertex, Vertex);
+        if (Vertex < 0) return -1;
+    }
+    return Vertex;
+}
+
+void GetVertexSource(mesh_builder *Builder, int32 Vertex, int32 *SourcePolygon, int32 *SourceCorner)
+{
+    if (SourcePolygon) *SourcePolygon = -1;
+    if (SourceCorner) *SourceCorner = -1;
+    CheckPointer(Builder, LogCategory_MeshBuilder, TESSEL_NOTHING);
+    int32 Count = GetResultingVertexCount(Builder);
+    CheckIndex(Vertex, Count, LogCategory_MeshBuilder, TESSEL_NOTHING);
+    int32 Walk = Vertex;
+    for (int32 Steps = 0; Steps < Count && Walk >= 0; ++Steps) {
+        if (StackInt(Builder->SourcePolygon, Walk) != -1) {
+            if (SourcePolygon) *SourcePolygon = StackInt(Builder->SourcePolygon, Walk);
+            if (SourceCorner) *SourceCorner = StackInt(Builder->SourceCorner, Walk);
+            return;
+        }
+        Walk = StackInt(Builder->NextCoincidentVertex, Walk);
+        if (Walk == Vertex) return;
+    }
+}
+
+void *GetBuilderVertex(mesh_builder *Builder, int32 Vertex) { return GetStackUnit(Builder->VertexStack, Vertex); }
+
+void FreeBuilder(mesh_builder *Builder)
+{
+    if (!Builder) return;
+    StackCleanUp(Builder->VertexStack);
+    StackCleanUp(Builder->NextCoincidentVertex);
+    StackCleanUp(Builder->FromTriangle);
+    StackCleanUp(Builder->SourcePolygon);
+    StackCleanUp(Builder->SourceCorner);
+    StackCleanUp(Builder->TriangleVertices);
+    StackCleanUp(Builder->NextInMaterial);
+    StackCleanUp(Builder->EdgeStack);
+    StackCleanUp(Builder->VertexTangentStack);
+    StackCleanUp(Builder->TriangleTangentStack);
+    TesselFree(Builder->ToolVertexType);
+    TesselFree(Builder->PushVertexType);
+    TesselFree(Builder->BoneWeightAccumulator);
+    TesselFree(Builder->MaterialHead);
+    TesselFree(Builder->EdgeHash);
+    TesselFree(Builder->TriangleOutputIndex);
+    for (int32 Corner = 0; Corner < 3; ++Corner) TesselFree(Builder->CornerVertex[Corner]);
+    TesselFree(Builder->ScratchVertex);
+    TesselFree(Builder->ScratchToolVertex);
+    TesselFree(Builder->PushRecord);
+    TesselFree(Builder->ChannelNames);
+    TesselFree(Builder);
+}

@@ -1,0 +1,239 @@
+// Mesh builder: weld, bone weights, material groups and side neighbours; the
+// finishing operations on its results.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <set>
+#include <vector>
+
+#include "foundation/tessel_memory.h"
+#include "geometry/tessel_mesh_builder.h"
+#include "geometry/tessel_tri_topology.h"
+#include "geometry/tessel_vertex_data.h"
+#include "support/test_log_capture.h"
+
+namespace {
+
+#pragma pack(push, 4)
+struct test_vertex
+{
+    real32 Position[3];
+    uint8 BoneWeights[4];
+    uint8 BoneIndices[4];
+    real32 Normal[3];
+    real32 TextureCoordinates0[2];
+};
+#pragma pack(pop)
+
+data_type_definition TestVertexType[] = {
+    {Real32Member, "Position", 0, 3, {0, 0, 0}, 0},
+    {NormalUInt8Member, "BoneWeights", 0, 4, {0, 0, 0}, 0},
+    {UInt8Member, "BoneIndices", 0, 4, {0, 0, 0}, 0},
+    {Real32Member, "Normal", 0, 3, {0, 0, 0}, 0},
+    {Real32Member, "TextureCoordinates0", 0, 2, {0, 0, 0}, 0},
+    {EndMember, 0, 0, 0, {0, 0, 0}, 0},
+};
+
+struct corner
+{
+    int32 Point;
+    real32 Normal[3];
+    real32 UV[2];
+};
+
+struct built_mesh
+{
+    std::vector<uint8> VertexMemory, TopologyMemory;
+    vertex_data *Vertices = nullptr;
+    tri_topology *Topology = nullptr;
+    test_vertex const &Vertex(int32 Index) const { return ((test_vertex const *)Vertices->Vertices.Array)[Index]; }
+};
+
+// A quad of control points 0..3 in the XY plane; Bones holds the weights.
+struct mesh_fixture
+{
+    mesh_builder *Builder;
+    explicit mesh_fixture(int32 Points, int32 Triangles, int32 Materials = 1, int32 Bones = 1)
+    {
+        Builder = BeginMesh(Points, Triangles, Materials, Bones, TestVertexType);
+    }
+    void Point(real32 X, real32 Y, std::vector<std::pair<int32, real32>> Weights = {})
+    {
+        SetPosition(Builder, X, Y, 0);
+        for (auto const &Weight : Weights) AddWeight(Builder, Weight.first, Weight.second);
+        PushVertex(Builder);
+    }
+    void Triangle(corner const (&Corners)[3], int32 Material = 0)
+    {
+        for (int32 Index = 0; Index < 3; ++Index) {
+            SetVertexIndex(Builder, Index, Corners[Index].Point);
+            SetCornerNormal(Builder, Index, Corners[Index].Normal[0], Corners[Index].Normal[1], Corners[Index].Normal[2]);
+            real32 UV[4] = {Corners[Index].UV[0], Corners[Index].UV[1], 0, 0};
+            SetCornerChannel(Builder, Index, 0, UV);
+        }
+        SetMaterial(Builder, Material);
+        PushTriangle(Builder);
+    }
+    built_mesh End()
+    {
+        built_mesh Result;
+        Result.VertexMemory.resize(GetResultingVertexDataSize(Builder));
+        Result.TopologyMemory.resize(GetResultingTopologySize(Builder));
+        EndMesh(Builder, Result.VertexMemory.data(), Result.TopologyMemory.data(), &Result.Vertices, &Result.Topology);
+        FreeBuilder(Builder);
+        return Result;
+    }
+};
+
+corner Up(int32 Point, real32 U = 0, real32 V = 0) { return {Point, {0, 0, 1}, {U, V}}; }
+
+// Every side's neighbour shares its two end points (as canonical vertices).
+void ExpectNeighborsShareEdges(tri_topology const *Topology, std::vector<int32> const &Canonical)
+{
+    int32 Triangles = Topology->IndexCount / 3;
+    auto Edge = [&](int32 Side) {
+        int32 Triangle = Side >> 2, Corner = Side & 3;
+        int32 A = Canonical[Topology->Indices[Triangle * 3 + Corner]];
+        int32 B = Canonical[Topology->Indices[Triangle * 3 + (Corner + 1) % 3]];
+        return std::make_pair(std::min(A, B), std::max(A, B));
+    };
+    for (int32 Triangle = 0; Triangle < Triangles; ++Triangle) {
+        for (int32 Corner = 0; Corner < 3; ++Corner) {
+            int32 Neighbor = Topology->SideToNeighborMap[Triangle * 3 + Corner];
+            ASSERT_LT(Neighbor >> 2, Triangles);
+            EXPECT_EQ(Edge(Triangle * 4 + Corner), Edge(Neighbor)) << "side " << Triangle * 4 + Corner;
+        }
+    }
+}
+
+} // namespace
+
+TEST(MeshBuilder, WeldsEqualCornersAndSplitsDifferentOnes)
+{
+    int32 Before = GetLiveBlockCount();
+    mesh_fixture Mesh(5, 2);
+    Mesh.Builder->Tolerances[Tolerance_Normal] = 0.25f;
+    for (int32 Index = 0; Index < 4; ++Index) Mesh.Point((real32)(Index & 1), (real32)(Index >> 1));
+    Mesh.Point(9, 9); // used by no triangle
+    Mesh.Triangle({Up(0), Up(1), Up(2)});
+    // Point 1: normal off by exactly the tolerance welds; point 2 gets another UV and splits.
+    Mesh.Triangle({{1, {0, 0.25f, 1}, {0, 0}}, Up(3), Up(2, 0.5f, 0)});
+    built_mesh Result = Mesh.End();
+    EXPECT_EQ(Result.Vertices->Vertices.Count, 6);
+    // Within a group the later triangle comes first.
+    EXPECT_EQ(Result.Topology->Indices[0], 1); // welded despite the normal
+    EXPECT_EQ(Result.Topology->Indices[2], 5); // split copy of point 2
+    EXPECT_EQ(Result.Topology->Indices[5], 2);
+    EXPECT_EQ(Result.Vertex(5).Position[0], 0.0f);
+    EXPECT_EQ(Result.Vertex(5).Position[1], 1.0f);
+    EXPECT_EQ(Result.Vertex(5).TextureCoordinates0[0], 0.5f);
+    // Ring of point 2: 2 -> 5 -> 2; the unused point keeps -1 and zero normal.
+    EXPECT_EQ(Result.Topology->VertexToVertexMap[2], 5);
+    EXPECT_EQ(Result.Topology->VertexToVertexMap[5], 2);
+    EXPECT_EQ(Result.Topology->VertexToVertexMap[4], -1);
+    EXPECT_EQ(Result.Vertex(4).Normal[2], 0.0f);
+    EXPECT_EQ(Result.Topology->VertexToTriangleMap[5], 1);
+    EXPECT_EQ(GetLiveBlockCount(), Before);
+}
+
+TEST(MeshBuilder, BoneWeightsKeepTheStrongestAndSumToOne)
+{
+    mesh_fixture Mesh(4, 0, 1, 8);
+    Mesh.Point(0, 0); // no weight: all on bone 0
+    Mesh.Point(1, 0, {{0, 1}, {1, 1}, {2, 1}, {3, 1}, {4, 1}, {5, 1}, {6, 1}, {7, 1}});
+    Mesh.Point(2, 0, {{5, 0.1f}, {2, 0.6f}, {5, 0.1f}, {7, 0.2f}}); // repeated bones sum up
+    Mesh.Point(3, 0, {{1, 0.3f}, {2, 0.3f}, {3, 0.3f}});
+    built_mesh Result = Mesh.End();
+    test_vertex const &None = Result.Vertex(0);
+    EXPECT_EQ(None.BoneWeights[0], 255);
+    EXPECT_EQ(None.BoneIndices[0], 0);
+    test_vertex const &Equal = Result.Vertex(1);
+    for (int32 Slot = 0; Slot < 4; ++Slot) EXPECT_EQ(Equal.BoneIndices[Slot], Slot);
+    test_vertex const &Mixed = Result.Vertex(2);
+    EXPECT_EQ(Mixed.BoneIndices[0], 2);
+    EXPECT_EQ(Mixed.BoneIndices[1], 5);
+    EXPECT_EQ(Mixed.BoneIndices[2], 7);
+    EXPECT_EQ(Mixed.BoneIndices[3], 2); // zero weight takes the first bone
+    for (int32 Index = 0; Index < 4; ++Index) {
+        test_vertex const &Vertex = Result.Vertex(Index);
+        EXPECT_EQ(Vertex.BoneWeights[0] + Vertex.BoneWeights[1] + Vertex.BoneWeights[2] + Vertex.BoneWeights[3], 255)
+            << "vertex " << Index;
+    }
+}
+
+TEST(MeshBuilder, GroupsByMaterialAndNeighbourRings)
+{
+    // Three triangles on the edge 0-1 (a fin), one on its own, material 1 empty.
+    mesh_fixture Mesh(6, 4, 3);
+    for (int32 Index = 0; Index < 6; ++Index) Mesh.Point((real32)Index, (real32)(Index * Index));
+    Mesh.Triangle({Up(0), Up(1), Up(2)}, 2);
+    Mesh.Triangle({Up(1), Up(0), Up(3)}, 0);
+    Mesh.Triangle({Up(0), Up(1), Up(4)}, 2);
+    Mesh.Triangle({Up(3), Up(4), Up(5)}, 0);
+    built_mesh Result = Mesh.End();
+    tri_topology const *Topology = Result.Topology;
+    ASSERT_EQ(Topology->GroupCount, 2);
+    EXPECT_EQ(Topology->Groups[0].MaterialIndex, 0);
+    EXPECT_EQ(Topology->Groups[1].MaterialIndex, 2);
+    EXPECT_EQ(Topology->Groups[1].TriFirst, 2);
+    EXPECT_EQ(Topology->Groups[1].TriCount, 2);
+    EXPECT_EQ(Topology->Indices[0], 3); // the later triangle of material 0 comes first
+    std::vector<int32> Canonical = {0, 1, 2, 3, 4, 5};
+    ExpectNeighborsShareEdges(Topology, Canonical);
+    // The fin's three sides on edge 0-1 form a ring of three.
+    std::set<int32> Ring;
+    int32 Side = 1 * 4 + 0; // output triangle 1 is (1,0,3): side 0 is edge 1-0
+    for (int32 Step = 0; Step < 3; ++Step) {
+        Ring.insert(Side);
+        Side = Topology->SideToNeighborMap[(Side >> 2) * 3 + (Side & 3)];
+    }
+    EXPECT_EQ(Ring.size(), 3u);
+    EXPECT_EQ(Side, 4);
+    // An open edge points at itself: triangle 0 (3,4,5) side 1 is edge 4-5.
+    EXPECT_EQ(Topology->SideToNeighborMap[1], 1);
+
+    // Reversing the winding keeps the map true.
+    InvertTriTopologyWinding(Result.Topology);
+    EXPECT_EQ(Topology->Indices[0], 5);
+    ExpectNeighborsShareEdges(Topology, Canonical);
+}
+
+TEST(MeshFinishing, ExactOneNormAndIndexWidths)
+{
+    log_capture Log;
+    data_type_definition Weights = {NormalUInt8Member, "BoneWeights", 0, 4, {0, 0, 0}, 0};
+    uint8 Over[4] = {100, 100, 100, 0};
+    EnsureExactOneNorm(Weights, Over);
+    EXPECT_EQ(std::vector<int>(Over, Over + 4), (std::vector<int>{85, 85, 85, 0}));
+    uint8 ByOne[4] = {100, 100, 56, 0};
+    EnsureExactOneNorm(Weights, ByOne);
+    EXPECT_EQ(ByOne[2], 55); // the weakest non-zero weight pays first
+    uint8 Short[4] = {200, 50, 0, 0};
+    EnsureExactOneNorm(Weights, Short);
+    // A shortfall of 5 is handed out one unit a slot, strongest first.
+    EXPECT_EQ(std::vector<int>(Short, Short + 4), (std::vector<int>{202, 51, 1, 1}));
+    uint8 Exact[4] = {255, 0, 0, 0};
+    EnsureExactOneNorm(Weights, Exact);
+    EXPECT_EQ(Exact[0], 255);
+    data_type_definition Unsupported = {Int32Member, "BoneWeights", 0, 4, {0, 0, 0}, 0};
+    EnsureExactOneNorm(Unsupported, Exact);
+    EXPECT_TRUE(Log.Contains("EnsureExactOneNorm called on unsupported type 19"));
+
+    int32 Wide[4] = {1, 65535, 65536 + 7, 3};
+    uint16 Narrow[4];
+    ConvertIndices(4, 4, Wide, 2, Narrow);
+    EXPECT_EQ(Narrow[1], 65535);
+    EXPECT_EQ(Narrow[2], 7); // silently cut: the caller checks the range
+    int32 Back[4];
+    ConvertIndices(4, 2, Narrow, 4, Back);
+    EXPECT_EQ(Back[1], 65535);
+    ConvertIndices(4, 3, Wide, 2, Narrow);
+    EXPECT_TRUE(Log.Contains("Illegal value for FromBytesPerIndex (3)"));
+
+    tri_topology Topology = {};
+    int32 Indices[5] = {0, 1, 2, 3, 4};
+    Topology.IndexCount = 5;
+    Topology.Indices = Indices;
+    InvertTriTopologyWinding(&Topology);
+    EXPECT_EQ(std::vector<int>(Indices, Indices + 5), (std::vector<int>{2, 1, 0, 3, 4}));
+}
