@@ -5,6 +5,7 @@
 
 #include "foundation/tessel_types.h"
 
+class KFbxSdkManager;
 struct fbx_scene_context;
 struct fbx_tool_interface;
 struct tool_node_graph;
@@ -20,7 +21,9 @@ struct fbx_axis_system
 // Creates the manager and the scene and imports Path into it. False when the
 // file can't be read as an FBX scene.
 bool ImportFBXScene(fbx_scene_context *Context, char const *Path);
-// Destroys the scene and the manager, if any.
+// Puts the library's output formats on the manager's writer list.
+bool RegisterFBXWriter(KFbxSdkManager *Manager);
+// Destroys the scene and the manager, if any, and zeroes them.
 void ReleaseFBXScene(fbx_scene_context *Context);
 // Registers every node, mesh and take of the scene in Graph.
 void FillSceneGraph(fbx_tool_interface *Tool, tool_node_graph *Graph);

@@ -7,10 +7,12 @@
 #include "exporter/fbx_tessel.h"
 #include "exporter/fbx_tessel_export_operations.h"
 #include "exporter/fbx_tessel_progress_window.h"
+#include "exporter/fbx_tessel_scene_loading.h"
 #include "exporter/fbx_tessel_tool_interface.h"
 #include "exporter/tessel_scene_graph.h"
 #include "exporter/tessel_scene_parser.h"
 #include "exporter_test_files.h"
+#include "fbx/fbx_tessel_scene.h"
 #include "format/tessel_file_reader.h"
 #include "format/tessel_schema.h"
 #include "foundation/tessel_memory.h"
@@ -277,4 +279,36 @@ TEST(SceneGraph, ModelsRunNewestFirstAndAllObjectsAreReleased)
     EXPECT_EQ(Graph->FirstNode, Third);
     FreeToolNodeGraph(Graph);
     EXPECT_EQ(LiveBlocks(), Before);
+}
+
+TEST(ExportFBXFile, ReleasesEverythingItMadeOnEveryPath)
+{
+    std::string Scene = SharedFBXFile("ufbx/data/blender_282_suzanne_7400_binary.fbx");
+    if (Scene.empty()) GTEST_SKIP() << "shared FBX files not found in " << TESSEL_SHARED_FBX_DIR;
+    int32 Before = LiveBlocks();
+    std::string Output = PrivateTemporaryDirectory() + "/output_in_process.ts2";
+    std::string Defs = WriteTestFile("defs.xml", "<Defs><AnimationDef name=\"a\" start=\"0\" end=\"1\"/></Defs>");
+    EXPECT_TRUE(ExportFBXFile(Scene.c_str(), Output.c_str(), Defs.c_str(), nullptr));
+    EXPECT_EQ(LiveBlocks(), Before);
+    std::string NoDefs = WriteTestFile("nodefs.xml", "<Defs/>");
+    EXPECT_FALSE(ExportFBXFile(Scene.c_str(), Output.c_str(), NoDefs.c_str(), nullptr));
+    EXPECT_EQ(LiveBlocks(), Before);
+    std::string Bad = WriteTestFile("bad.xml", "<Defs>");
+    EXPECT_ANY_THROW(ExportFBXFile(Scene.c_str(), Output.c_str(), Bad.c_str(), nullptr));
+    EXPECT_EQ(LiveBlocks(), Before);
+    EXPECT_TRUE(ListTemporaryFiles().empty());
+    remove(Output.c_str());
+}
+
+TEST(ExportFBXFile, RegistersTheTwoOutputFormats)
+{
+    KFbxSdkManager *Manager = KFbxSdkManager::Create();
+    ASSERT_TRUE(RegisterFBXWriter(Manager));
+    KFbxIOPluginRegistry *Registry = Manager->GetIOPluginRegistry();
+    ASSERT_EQ(Registry->GetWriterFormatCount(), 2);
+    EXPECT_STREQ(Registry->GetWriterFormatExtension(0), "TS2");
+    EXPECT_STREQ(Registry->GetWriterFormatExtension(1), "CLWXML");
+    EXPECT_STREQ(Registry->GetWriterFormatDescription(0), "Tessel Runtime File (*.TS2)");
+    EXPECT_STREQ(Registry->GetWriterFormatDescription(1), "Calloway Asset File (*.clwxml)");
+    Manager->Destroy();
 }
