@@ -5,10 +5,11 @@
 #include <cstring>
 
 #include "exporter/fbx_tessel_tool_interface.h"
+#include "fbx/fbx_tessel_importer.h"
 #include "fbx/fbx_tessel_mesh.h"
 #include "fbx/fbx_tessel_scene.h"
 #include "fbx/fbx_tessel_scene_memory.h"
-#include "foundation/tessel_file_io.h"
+#include "foundation/tessel_log.h"
 #include "foundation/tessel_memory.h"
 
 // ---------------------------------------------------------------------------
@@ -66,24 +67,17 @@ bool RegisterFBXWriter(KFbxSdkManager *Manager)
 // ---------------------------------------------------------------------------
 // Loading.
 
-// Reads the file at Path into Scene. Until the importer is linked in, a file
-// counts as read when it is recognisably an FBX file, and the scene stays
-// empty.
+// Reads the file at Path into Scene. The importer stays with the manager,
+// which releases it.
 static bool ImportSceneFile(KFbxSdkManager *Manager, KFbxScene *Scene, char const *Path)
 {
-    int64 Size = 0;
-    uint8 *Bytes = ReadEntireFile(Path, &Size);
-    if (!Bytes) return false;
-    static char const BinaryMagic[] = "Kaydara FBX Binary";
-    bool Result = false;
-    if (Size >= (int64)sizeof(BinaryMagic) - 1 && memcmp(Bytes, BinaryMagic, sizeof(BinaryMagic) - 1) == 0) {
-        Result = true;
-    } else {
-        // ASCII files open with a header block; ReadEntireFile terminates the text.
-        Result = strstr((char const *)Bytes, "FBXHeaderExtension") != 0;
+    KFbxImporter *Importer = KFbxImporter::Create(Manager, "");
+    if (!Importer) return false;
+    if (!Importer->Initialize(Path, -1) || !Importer->Import(Scene)) {
+        TesselWarning(LogCategory_FBX, "%s: %s", Path, Importer->GetLastErrorString());
+        return false;
     }
-    TesselFree(Bytes);
-    return Result;
+    return true;
 }
 
 bool ImportFBXScene(fbx_scene_context *Context, char const *Path)
