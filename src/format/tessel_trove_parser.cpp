@@ -1,0 +1,531 @@
+#include "format/tessel_trove_parser.h"
+
+#include <cmath>
+#include <cstring>
+
+namespace {
+
+uint32 const NoNode = 0xFFFFFFFFu;
+uint32 const NotLinked = 0xFFFFFFFEu;
+uint32 const HeadLink = 0x80000000u;
+
+// Chain 0 keys on 2 bytes, chain 1 on 3, chain 2 on 4.
+uint32 const KeyMasks[TroveChainCount] = {0xFFFFu, 0xFFFFFFu, 0xFFFFFFFFu};
+// An older entry this much alike is dropped when a new one is linked
+// (chain 2 keeps all).
+uint32 const DuplicateMasks[TroveChainCount] = {0xFFFFu, 0x0FFFFFFFu, 0};
+
+uint32 GetChainTableSize(int32 Chain)
+{
+    uint32 const Window = TroveRingSize;
+    uint32 const Divisors[TroveChainCount] = {16, 8, 4};
+    uint32 const Limits[TroveChainCount] = {14, 36, 48};
+    uint32 const Less[TroveChainCount] = {7, 29, 41};
+    uint32 Size = Window / Divisors[Chain];
+    return Size > Limits[Chain] ? Size - Less[Chain] : 7;
+}
+
+inline uint32 FoldKey(uint32 Key, uint32 TableSize)
+{
+    while (Key >= TableSize) Key = (Key % TableSize) + (Key / TableSize);
+    return Key;
+}
+
+inline uint32 Load32(uint8 const *Data)
+{
+    uint32 Value;
+    memcpy(&Value, Data, 4);
+    return Value;
+}
+
+inline uint64 Load64(uint8 const *Data)
+{
+    uint64 Value;
+    memcpy(&Value, Data, 8);
+    return Value;
+}
+
+inline uint32 Smaller(uint32 A, uint32 B) { return A < B ? A : B; }
+
+struct stream_state
+{
+    uint8 const *Data;
+    uint32 Size;
+};
+
+// --- chains ---------------------------------------------------------------
+
+inline void Unlink(trove_encoder &Encoder, int32 Chain, uint32 Index)
+{
+    trove_match_node &Node = Encoder.Nodes[Index];
+    uint32 Prev = Node.Prev[Chain];
+    if (Prev == NotLinked) return;
+    uint32 Next = Node.Next[Chain];
+    if (Prev & HeadLink) {
+        Encoder.Heads[Chain][Prev & ~HeadLink] = Next;
+    } else {
+        Encoder.Nodes[Prev].Next[Chain] = Next;
+    }
+    if (Next != NoNode) Encoder.Nodes[Next].Prev[Chain] = Prev;
+    Node.Prev[Chain] = NotLinked;
+    Node.Next[Chain] = NoNode;
+}
+
+// Node To takes From's place in a chain.
+inline void Replace(trove_encoder &Encoder, int32 Chain, uint32 From, uint32 To)
+{
+    trove_match_node &Old = Encoder.Nodes[From];
+    trove_match_node &New = Encoder.Nodes[To];
+    uint32 Prev = Old.Prev[Chain];
+    uint32 Next = Old.Next[Chain];
+    New.Prev[Chain] = Prev;
+    New.Next[Chain] = Next;
+    if (Prev & HeadLink) {
+        Encoder.Heads[Chain][Prev & ~HeadLink] = To;
+    } else {
+        Encoder.Nodes[Prev].Next[Chain] = To;
+    }
+    if (Next != NoNode) Encoder.Nodes[Next].Prev[Chain] = To;
+    Old.Prev[Chain] = NotLinked;
+    Old.Next[Chain] = NoNode;
+}
+
+inline void LinkHead(trove_encoder &Encoder, int32 Chain, uint32 Bucket, uint32 Index)
+{
+    trove_match_node &Node = Encoder.Nodes[Index];
+    uint32 First = Encoder.Heads[Chain][Bucket];
+    Node.Next[Chain] = First;
+    Node.Prev[Chain] = HeadLink | Bucket;
+    if (First != NoNode) Encoder.Nodes[First].Prev[Chain] = Index;
+    Encoder.Heads[Chain][Bucket] = Index;
+}
+
+void ClearMatchFinder(trove_encoder &Encoder)
+{
+    for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
+        memset(Encoder.Heads[Chain], 0xFF, sizeof(uint32) * Encoder.HeadCount[Chain]);
+    }
+    uint32 Count = Encoder.RingMask + 1;
+    for (uint32 Index = 0; Index < Count; ++Index) {
+        trove_match_node &Node = Encoder.Nodes[Index];
+        Node.Position = 0;
+        Node.Run = 0;
+        for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
+            Node.Next[Chain] = NoNode;
+            Node.Prev[Chain] = NotLinked;
+        }
+    }
+    Encoder.Run = 0;
+    Encoder.RunValid = false;
+    Encoder.Skip = 0;
+}
+
+// Retires the oldest node of the ring and enters Position in the chains.
+void InsertPosition(trove_encoder &Encoder, stream_state const &Stream, uint32 Position)
+{
+    uint8 const *Data = Stream.Data;
+    uint32 Slot = Position & Encoder.RingMask;
+    trove_match_node &Node = Encoder.Nodes[Slot];
+    bool Linked = false;
+    for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) Linked = Linked || Node.Prev[Chain] != NotLinked;
+    if (Linked) {
+        if (Node.Run >= 4) {
+            // One node keeps standing for the run: the same bytes one
+            // position further on.
+            uint32 NextSlot = (Slot + 1) & Encoder.RingMask;
+            trove_match_node &Successor = Encoder.Nodes[NextSlot];
+            for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) Unlink(Encoder, Chain, NextSlot);
+            for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
+                if (Node.Prev[Chain] != NotLinked) Replace(Encoder, Chain, Slot, NextSlot);
+            }
+            Successor.Position = Node.Position + 1;
+            Successor.Run = Node.Run - 1;
+        } else {
+            for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) Unlink(Encoder, Chain, Slot);
+        }
+    }
+
+    uint8 First = Data[Position];
+    if (!Encoder.RunValid) {
+        uint32 Run = 0;
+        while (Position + Run + 1 < Stream.Size && Data[Position + Run + 1] == First) ++Run;
+        Encoder.Run = Run;
+        Encoder.RunValid = true;
+    }
+
+    if (Encoder.Skip < 3) {
+        Node.Position = Position;
+        Node.Run = Encoder.Run;
+        uint32 Key = Load32(Data + Position);
+        for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
+            uint32 Bucket = FoldKey(Key & KeyMasks[Chain], Encoder.HeadCount[Chain]);
+            LinkHead(Encoder, Chain, Bucket, Slot);
+            uint32 Mask = DuplicateMasks[Chain];
+            if (!Mask) continue;
+            uint32 Scan = Node.Next[Chain];
+            while (Scan != NoNode) {
+                uint32 Next = Encoder.Nodes[Scan].Next[Chain];
+                if (((Load32(Data + Encoder.Nodes[Scan].Position) ^ Key) & Mask) == 0) Unlink(Encoder, Chain, Scan);
+                Scan = Next;
+            }
+        }
+        Encoder.Skip = Encoder.Run;
+    }
+
+    uint32 Run = Encoder.Run;
+    bool Extends = Run != 0 && Position + Run + 1 < Stream.Size && Data[Position + Run + 1] == First;
+    if (!Extends && Run) --Encoder.Run;
+    if (Encoder.Skip) --Encoder.Skip;
+    if (Encoder.Run == 0) Encoder.RunValid = false;
+}
+
+uint32 GetMatchLength(uint8 const *Data, uint32 Position, uint32 Candidate, uint32 MaxLength)
+{
+    uint32 Length = 0;
+    while (Length + 8 <= MaxLength) {
+        uint64 Difference = Load64(Data + Position + Length) ^ Load64(Data + Candidate + Length);
+        if (Difference) return Length + ((uint32)__builtin_ctzll(Difference) >> 3);
+        Length += 8;
+    }
+    while (Length < MaxLength && Data[Position + Length] == Data[Candidate + Length]) ++Length;
+    return Length;
+}
+
+// --- pricing --------------------------------------------------------------
+
+struct distance_alphabets
+{
+    uint32 Window; // W': the window limit or the bytes coded so far
+    uint32 High;
+    uint32 Middle;
+};
+
+inline distance_alphabets GetDistanceAlphabets(uint32 Position)
+{
+    distance_alphabets Alphabets;
+    Alphabets.Window = Smaller(TroveWindowLimit, Position);
+    Alphabets.High = (Alphabets.Window >> 10) + 1;
+    Alphabets.Middle = Alphabets.Window < 1024 ? (Alphabets.Window >> 2) + 1 : 256;
+    return Alphabets;
+}
+
+inline double PriceDistance(trove_encoder const &Encoder, uint32 Distance, distance_alphabets const &Alphabets)
+{
+    uint32 Value = Distance - 1;
+    uint32 High = Value >> 10;
+    return GetInverseProbability(Encoder.Low, Value & 3, TroveLowAlphabet) *
+           GetInverseProbability(Encoder.High, High, Alphabets.High) *
+           GetInverseProbability(Encoder.Middle[High], (Value >> 2) & 0xFF, Alphabets.Middle);
+}
+
+inline double PriceLength(trove_encoder const &Encoder, uint32 Context, uint32 Symbol)
+{
+    return GetInverseProbability(Encoder.Length[Context], Symbol, TroveLengthAlphabet);
+}
+
+inline double PriceLiteral(trove_encoder const &Encoder, uint32 Context, uint32 Position, uint8 Byte)
+{
+    return PriceLength(Encoder, Context, 0) *
+           GetInverseProbability(Encoder.Literal[Position & 3], Byte, TroveLiteralAlphabet);
+}
+
+struct trove_match
+{
+    uint32 Length; // snapped; 0 when no match beats a literal
+    uint32 Distance;
+};
+
+struct match_search
+{
+    trove_match Best;
+    double BestCost; // log2 per byte
+};
+
+void SearchChain(trove_encoder const &Encoder, stream_state const &Stream, uint32 Position, uint32 Context,
+                 int32 Chain, uint32 MaxLength, uint32 Aim, distance_alphabets const &Alphabets,
+                 match_search &Search)
+{
+    uint8 const *Data = Stream.Data;
+    uint32 Key = Load32(Data + Position) & KeyMasks[Chain];
+    uint32 Index = Encoder.Heads[Chain][FoldKey(Key, Encoder.HeadCount[Chain])];
+    uint8 First = Data[Position];
+    for (; Index != NoNode; Index = Encoder.Nodes[Index].Next[Chain]) {
+        trove_match_node const &Node = Encoder.Nodes[Index];
+        uint32 Candidate = Node.Position;
+        if (Candidate >= Position || Position - Candidate > Alphabets.Window) continue;
+        if (Data[Candidate] != First) continue;
+        uint32 Length = GetMatchLength(Data, Position, Candidate, MaxLength);
+        uint32 Snapped = SnapTroveMatchLength(Length);
+        if (Snapped >= 2) {
+            uint32 Distance = Position - Candidate;
+            double Product = PriceLength(Encoder, Context, GetTroveLengthSymbol(Snapped)) *
+                             PriceDistance(Encoder, Distance, Alphabets);
+            double Cost = std::log2(Product) / (double)Snapped;
+            if (Cost < Search.BestCost) {
+                Search.BestCost = Cost;
+                Search.Best.Length = Snapped;
+                Search.Best.Distance = Distance;
+            }
+        }
+        if (Length >= Aim) break;
+    }
+}
+
+trove_match FindMatch(trove_encoder const &Encoder, stream_state const &Stream, uint32 Position, uint32 Context)
+{
+    match_search Search;
+    Search.Best.Length = 0;
+    Search.Best.Distance = 0;
+    uint32 Left = Stream.Size - Position;
+    distance_alphabets Alphabets = GetDistanceAlphabets(Position);
+    if (Left < 2 || Alphabets.Window == 0) return Search.Best;
+    Search.BestCost = std::log2(PriceLiteral(Encoder, Context, Position, Stream.Data[Position]));
+    uint32 MaxLength = Smaller(TroveMaxMatchLength, Left);
+    if (Left >= 3) SearchChain(Encoder, Stream, Position, Context, 2, MaxLength, MaxLength, Alphabets, Search);
+    if (Search.Best.Length < 4 && Left >= 3) {
+        SearchChain(Encoder, Stream, Position, Context, 1, MaxLength, 3, Alphabets, Search);
+    }
+    if (Search.Best.Length < 3 && Left >= 2) {
+        SearchChain(Encoder, Stream, Position, Context, 0, MaxLength, 2, Alphabets, Search);
+    }
+    return Search.Best;
+}
+
+// --- coding ---------------------------------------------------------------
+
+void ResetModels(trove_encoder &Encoder)
+{
+    for (int32 Index = 0; Index < TroveLiteralModelCount; ++Index) {
+        ResetModel(Encoder.Literal[Index], TroveLiteralAlphabet, true);
+    }
+    for (int32 Index = 0; Index < TroveLengthModelCount; ++Index) {
+        ResetModel(Encoder.Length[Index], TroveLengthAlphabet, true);
+    }
+    ResetModel(Encoder.Low, TroveLowAlphabet, true);
+    ResetModel(Encoder.High, GetHighAlphabet(TroveWindowLimit), true);
+    for (int32 Index = 0; Index < TroveMiddleModelCount; ++Index) {
+        ResetModel(Encoder.Middle[Index], GetMiddleAlphabet(TroveWindowLimit), true);
+    }
+}
+
+trove_parameters GetStreamParameters(trove_encoder const &Encoder)
+{
+    uint32 Literal = 0;
+    for (int32 Index = 0; Index < TroveLiteralModelCount; ++Index) {
+        if (Encoder.Literal[Index].HighWater > Literal) Literal = Encoder.Literal[Index].HighWater;
+    }
+    uint32 Groups[4] = {0, 0, 0, 0};
+    for (int32 Index = 0; Index < TroveLengthModelCount; ++Index) {
+        int32 Group = Index < 64 ? Index / 16 : 3;
+        if (Encoder.Length[Index].HighWater > Groups[Group]) Groups[Group] = Encoder.Length[Index].HighWater;
+    }
+    return MakeTroveParameters(Literal, Encoder.High.HighWater, Groups);
+}
+
+void EmitLiteral(trove_encoder &Encoder, uint32 &Context, uint32 Position, uint8 Byte)
+{
+    EncodeModelSymbol(Encoder.Coder, Encoder.Length[Context], 0, TroveLengthAlphabet);
+    Context = 0;
+    EncodeModelSymbol(Encoder.Coder, Encoder.Literal[Position & 3], Byte, TroveLiteralAlphabet);
+}
+
+void EmitMatch(trove_encoder &Encoder, uint32 &Context, uint32 Position, trove_match const &Match)
+{
+    distance_alphabets Alphabets = GetDistanceAlphabets(Position);
+    uint32 Symbol = GetTroveLengthSymbol(Match.Length);
+    EncodeModelSymbol(Encoder.Coder, Encoder.Length[Context], Symbol, TroveLengthAlphabet);
+    Context = Symbol;
+    uint32 Value = Match.Distance - 1;
+    uint32 High = Value >> 10;
+    EncodeModelSymbol(Encoder.Coder, Encoder.Low, Value & 3, TroveLowAlphabet);
+    EncodeModelSymbol(Encoder.Coder, Encoder.High, High, Alphabets.High);
+    EncodeModelSymbol(Encoder.Coder, Encoder.Middle[High], (Value >> 2) & 0xFF, Alphabets.Middle);
+}
+
+// Whether a run of literals prices below a short match: the bytes are
+// weighed one after another as if each literal had already been coded.
+bool LiteralsBeatMatch(trove_encoder &Encoder, stream_state const &Stream, uint32 Position, uint32 Length,
+                       double MatchProduct, double LiteralProduct)
+{
+    uint8 const *Data = Stream.Data;
+    trove_model *Weighted[8];
+    uint32 WeightedRanks[8];
+    uint32 WeightCount = 0;
+    double Product = LiteralProduct;
+    for (uint32 Index = 1; Index < Length && Product <= MatchProduct; ++Index) {
+        trove_model &Model = Encoder.Literal[(Position + Index - 1) & 3];
+        uint32 Rank = Model.RankMap[Data[Position + Index - 1]];
+        if (Rank) {
+            ++Model.Counts[Rank];
+            ++Model.Total;
+            Weighted[WeightCount] = &Model;
+            WeightedRanks[WeightCount++] = Rank;
+        }
+        Product *= PriceLength(Encoder, 0, 0) *
+                   GetInverseProbability(Encoder.Literal[(Position + Index) & 3], Data[Position + Index],
+                                         TroveLiteralAlphabet);
+    }
+    while (WeightCount) {
+        --WeightCount;
+        --Weighted[WeightCount]->Counts[WeightedRanks[WeightCount]];
+        --Weighted[WeightCount]->Total;
+    }
+    return MatchProduct > Product;
+}
+
+} // namespace
+
+uint32 SnapTroveMatchLength(uint32 Length)
+{
+    if (Length >= 512) return 512;
+    if (Length >= 256) return 256;
+    if (Length >= 192) return 192;
+    // Exactly 128 goes down to 61 like the lengths below it.
+    if (Length > 128) return 128;
+    if (Length > 61) return 61;
+    return Length < 2 ? 0 : Length;
+}
+
+uint32 GetTroveLengthSymbol(uint32 Length)
+{
+    switch (Length) {
+    case 512: return 64;
+    case 256: return 63;
+    case 192: return 62;
+    case 128: return 61;
+    default: return Length - 1;
+    }
+}
+
+uint32 GetTroveSymbolLength(uint32 Symbol)
+{
+    static uint32 const LongLengths[4] = {128, 192, 256, 512};
+    return Symbol < 61 ? Symbol + 1 : LongLengths[(Symbol - 61) & 3];
+}
+
+static int32 GetRingSize(uint32 MaxStreamSize)
+{
+    // A ring at least as long as the stream never wraps, so a smaller one
+    // finds exactly what the full window would.
+    uint32 Size = 1024;
+    while (Size < MaxStreamSize && Size < (uint32)TroveRingSize) Size <<= 1;
+    return (int32)Size;
+}
+
+static int32 GetModelUnits()
+{
+    int32 Units = TroveLiteralModelCount * GetModelArrayUnits(TroveLiteralAlphabet, TroveLiteralAlphabet, true);
+    Units += TroveLengthModelCount * GetModelArrayUnits(TroveLengthAlphabet, TroveLengthAlphabet, true);
+    Units += GetModelArrayUnits(TroveLowAlphabet, TroveLowAlphabet, true);
+    uint32 High = GetHighAlphabet(TroveWindowLimit);
+    Units += GetModelArrayUnits(High, High, true);
+    uint32 Middle = GetMiddleAlphabet(TroveWindowLimit);
+    Units += TroveMiddleModelCount * GetModelArrayUnits(Middle, Middle, true);
+    return Units;
+}
+
+intaddrx GetTroveEncoderWorkSize(uint32 MaxStreamSize)
+{
+    intaddrx Size = (intaddrx)sizeof(trove_match_node) * GetRingSize(MaxStreamSize);
+    for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) Size += (intaddrx)sizeof(uint32) * GetChainTableSize(Chain);
+    Size += (intaddrx)sizeof(uint16) * GetModelUnits();
+    return (Size + 7) & ~(intaddrx)7;
+}
+
+static uint16 *PlaceEncoderModel(trove_model &Model, uint16 *Memory, uint32 Alphabet)
+{
+    PlaceModel(Model, Memory, Alphabet, Alphabet, true);
+    return Memory + GetModelArrayUnits(Alphabet, Alphabet, true);
+}
+
+void BeginTroveEncoder(trove_encoder &Encoder, void *Memory, uint32 MaxStreamSize, uint8 *OutputStart,
+                       uint8 *OutputLimit)
+{
+    uint8 *Cursor = (uint8 *)Memory;
+    int32 RingSize = GetRingSize(MaxStreamSize);
+    Encoder.Nodes = (trove_match_node *)Cursor;
+    Encoder.RingMask = (uint32)RingSize - 1;
+    Cursor += sizeof(trove_match_node) * (size_t)RingSize;
+    for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
+        Encoder.Heads[Chain] = (uint32 *)Cursor;
+        Encoder.HeadCount[Chain] = GetChainTableSize(Chain);
+        Cursor += sizeof(uint32) * Encoder.HeadCount[Chain];
+    }
+    uint16 *Units = (uint16 *)Cursor;
+    for (int32 Index = 0; Index < TroveLiteralModelCount; ++Index) {
+        Units = PlaceEncoderModel(Encoder.Literal[Index], Units, TroveLiteralAlphabet);
+    }
+    for (int32 Index = 0; Index < TroveLengthModelCount; ++Index) {
+        Units = PlaceEncoderModel(Encoder.Length[Index], Units, TroveLengthAlphabet);
+    }
+    Units = PlaceEncoderModel(Encoder.Low, Units, TroveLowAlphabet);
+    Units = PlaceEncoderModel(Encoder.High, Units, GetHighAlphabet(TroveWindowLimit));
+    for (int32 Index = 0; Index < TroveMiddleModelCount; ++Index) {
+        Units = PlaceEncoderModel(Encoder.Middle[Index], Units, GetMiddleAlphabet(TroveWindowLimit));
+    }
+    Encoder.StreamsCoded = 0;
+    BeginRangeEncoder(Encoder.Coder, OutputStart, OutputLimit);
+}
+
+void EncodeTroveStream(trove_encoder &Encoder, uint8 const *Data, uint32 Size)
+{
+    ResetModels(Encoder);
+    ClearMatchFinder(Encoder);
+    stream_state Stream;
+    Stream.Data = Data;
+    Stream.Size = Size;
+
+    uint32 Context = 0;
+    uint32 Position = 0;
+    bool HaveLazy = false;
+    trove_match Lazy = {0, 0};
+    while (Position < Size) {
+        trove_match Match = HaveLazy ? Lazy : FindMatch(Encoder, Stream, Position, Context);
+        HaveLazy = false;
+        InsertPosition(Encoder, Stream, Position);
+
+        bool Literal = Match.Length < 2;
+        if (!Literal && Match.Length < 6) {
+            distance_alphabets Alphabets = GetDistanceAlphabets(Position);
+            double DistancePrice = PriceDistance(Encoder, Match.Distance, Alphabets);
+            double MatchProduct =
+                PriceLength(Encoder, Context, GetTroveLengthSymbol(Match.Length)) * DistancePrice;
+            double LiteralProduct = PriceLiteral(Encoder, Context, Position, Data[Position]);
+            Literal = LiteralsBeatMatch(Encoder, Stream, Position, Match.Length, MatchProduct, LiteralProduct);
+            if (!Literal && Position + 1 < Size) {
+                // Lazy step: would a literal and then a match at the next
+                // position do better?
+                Lazy = FindMatch(Encoder, Stream, Position + 1, 0);
+                HaveLazy = true;
+                if (Lazy.Length >= 2) {
+                    double Product =
+                        LiteralProduct * PriceLength(Encoder, 0, GetTroveLengthSymbol(Lazy.Length)) * DistancePrice;
+                    double LazyRate = (double)(Lazy.Length + 1) / std::log2(Product);
+                    double PresentRate = (double)Match.Length / std::log2(MatchProduct);
+                    Literal = LazyRate > PresentRate;
+                }
+            }
+        }
+
+        if (Literal) {
+            EmitLiteral(Encoder, Context, Position, Data[Position]);
+            ++Position;
+            continue;
+        }
+        HaveLazy = false;
+        EmitMatch(Encoder, Context, Position, Match);
+        uint32 End = Position + Match.Length;
+        for (++Position; Position < End; ++Position) {
+            if (Size - Position > 2) InsertPosition(Encoder, Stream, Position);
+        }
+    }
+
+    if (Encoder.StreamsCoded < 3) Encoder.Parameters[Encoder.StreamsCoded] = GetStreamParameters(Encoder);
+    ++Encoder.StreamsCoded;
+}
+
+bool EndTroveEncoder(trove_encoder &Encoder, uint32 *CodedSize)
+{
+    *CodedSize = EndRangeEncoder(Encoder.Coder);
+    return !Encoder.Coder.Overflowed;
+}

@@ -1,0 +1,69 @@
+// The Trove1 encoder: a match finder over three hash chains (keys of the
+// first 2, 3 and 4 bytes of a position) and a parser that prices every
+// choice with the adaptive models it codes with, then codes its decisions
+// through the range coder.
+#pragma once
+
+#include "foundation/tessel_types.h"
+#include "format/tessel_range_coder.h"
+#include "format/tessel_trove_model.h"
+
+enum
+{
+    TroveChainCount = 3,
+    // The ring of match nodes covers the whole window.
+    TroveRingSize = TroveWindowLimit + 1,
+    // Bytes readable past the end of a stream given to the parser (all zero).
+    TroveInputPadding = 8,
+};
+
+struct trove_match_node
+{
+    uint32 Position;
+    uint32 Run;
+    uint32 Next[TroveChainCount];
+    uint32 Prev[TroveChainCount];
+};
+
+struct trove_encoder
+{
+    range_encoder Coder;
+    trove_model Literal[TroveLiteralModelCount];
+    trove_model Length[TroveLengthModelCount];
+    trove_model Low;
+    trove_model High;
+    trove_model Middle[TroveMiddleModelCount];
+
+    trove_match_node *Nodes;
+    uint32 RingMask;
+    uint32 *Heads[TroveChainCount];
+    uint32 HeadCount[TroveChainCount];
+    uint32 Run;
+    bool8 RunValid;
+    uint32 Skip;
+
+    int32 StreamsCoded;
+    trove_parameters Parameters[3];
+};
+
+// Work memory of an encoder whose largest stream is MaxStreamSize bytes:
+// the models, the match nodes and the chain heads (not the output).
+intaddrx GetTroveEncoderWorkSize(uint32 MaxStreamSize);
+// Points the encoder's arrays into Memory (GetTroveEncoderWorkSize bytes,
+// 8-aligned) and starts the range coder on the output buffer, which must
+// have one writable byte before OutputStart.
+void BeginTroveEncoder(trove_encoder &Encoder, void *Memory, uint32 MaxStreamSize, uint8 *OutputStart,
+                       uint8 *OutputLimit);
+// Codes one stream. Data must be followed by TroveInputPadding zero bytes.
+// Stores the stream's parameter record.
+void EncodeTroveStream(trove_encoder &Encoder, uint8 const *Data, uint32 Size);
+// Flushes the coder; the coded byte count, or false when the output
+// buffer was too small.
+bool EndTroveEncoder(trove_encoder &Encoder, uint32 *CodedSize);
+
+// How the parser snaps a match length to one it can code (0 below 2), and
+// the length symbol of a codable length.
+uint32 SnapTroveMatchLength(uint32 Length);
+uint32 GetTroveLengthSymbol(uint32 Length);
+// The length a length symbol stands for (symbols 1 to 64).
+uint32 GetTroveSymbolLength(uint32 Symbol);
