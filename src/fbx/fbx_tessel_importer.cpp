@@ -41,22 +41,33 @@ void KFbxImporter::GetFileVersion(int32 &Major, int32 &Minor, int32 &Revision) c
 
 bool KFbxImporter::Initialize(char const *FileName, int32 FileFormat)
 {
+    return Open(FileName, nullptr, 0);
+}
+
+bool KFbxImporter::InitializeFromMemory(void const *Data, int64 Size)
+{
+    return Open(nullptr, Data, Size);
+}
+
+bool KFbxImporter::Open(char const *FileName, void const *Data, int64 Size)
+{
     ClearError();
     FbxDelete(mFbx);
     mFbx = nullptr;
     mVersion = 0;
     mCreator[0] = 0;
-    if (!FileName)
+    if (!FileName && !Data)
     {
         SetError("Corrupted or invalid file.");
         return false;
     }
     mFbx = FbxNew(KFbx);
-    if (!mFbx || !mFbx->ProjectOpenFile(FileName))
+    bool Opened = mFbx && (FileName ? mFbx->ProjectOpenFile(FileName) : mFbx->ProjectOpenMemory(Data, Size));
+    if (!Opened)
     {
         if (mFbx)
         {
-            TesselWarning(LogCategory_FBX, "%s: %s", FileName, mFbx->GetErrorText());
+            TesselWarning(LogCategory_FBX, "%s: %s", FileName ? FileName : "memory", mFbx->GetErrorText());
         }
         FbxDelete(mFbx);
         mFbx = nullptr;

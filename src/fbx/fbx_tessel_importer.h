@@ -33,6 +33,8 @@ public:
     // cannot read, and "Encryption type is not supported" for encrypted
     // files. FileFormat -1 detects the format.
     virtual bool Initialize(char const *FileName, int32 FileFormat = -1);
+    // The same over a block of memory (copied).
+    bool InitializeFromMemory(void const *Data, int64 Size);
     // Fills Scene; on failure the error text says why and the scene is not usable.
     bool Import(KFbxScene *Scene, void *Stream = nullptr);
 
@@ -48,6 +50,8 @@ public:
     time_stamp const &GetCreationTimeStamp() const { return mTimeStamp; }
 
 private:
+    bool Open(char const *FileName, void const *Data, int64 Size);
+
     KFbx *mFbx;
     int32 mVersion;
     char mCreator[256];
