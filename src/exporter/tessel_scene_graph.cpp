@@ -93,6 +93,80 @@ tool_animation *NewToolAnimation(tool_node_graph *Graph)
     return Animation;
 }
 
+static void UnlinkToolModel(tool_node_graph *Graph, tool_model *Model)
+{
+    Model->Previous->Next = Model->Next;
+    Model->Next->Previous = Model->Previous;
+    TesselFree(Model);
+    --Graph->ModelCount;
+}
+
+// Moves every object of From's list to the head of To's list, one by one, so
+// that their order reverses.
+template <typename T>
+static void MoveToolObjects(T *&FromFirst, int32 &FromCount, T *&ToFirst, int32 &ToCount, tool_model *To)
+{
+    while (FromFirst) {
+        T *Object = FromFirst;
+        FromFirst = Object->NextInModel;
+        Object->Model = To;
+        Object->NextInModel = ToFirst;
+        ToFirst = Object;
+        ++ToCount;
+    }
+    FromCount = 0;
+}
+
+void MergeToolModels(tool_node_graph *Graph, tool_model *First, tool_model *Second)
+{
+    CheckPointer(Graph, LogCategory_Exporter, TESSEL_NOTHING);
+    CheckPointer(First, LogCategory_Exporter, TESSEL_NOTHING);
+    CheckPointer(Second, LogCategory_Exporter, TESSEL_NOTHING);
+    if (First == Second) return;
+    tool_model *Survivor = First;
+    tool_model *Other = Second;
+    int32 FirstWeight = First->MeshCount + First->NodeCount + First->MaterialCount;
+    int32 SecondWeight = Second->MeshCount + Second->NodeCount + Second->MaterialCount;
+    if (SecondWeight > FirstWeight) {
+        Survivor = Second;
+        Other = First;
+    }
+    MoveToolObjects(Other->FirstMesh, Other->MeshCount, Survivor->FirstMesh, Survivor->MeshCount, Survivor);
+    MoveToolObjects(Other->FirstNode, Other->NodeCount, Survivor->FirstNode, Survivor->NodeCount, Survivor);
+    MoveToolObjects(Other->FirstTrack, Other->TrackCount, Survivor->FirstTrack, Survivor->TrackCount, Survivor);
+    UnlinkToolModel(Graph, Other);
+}
+
+// Takes Object out of the graph-wide list that starts at First.
+template <typename T>
+static void UnlinkFromGraph(T *&First, T *Object)
+{
+    for (T *Previous = First; Previous; Previous = Previous->NextInGraph) {
+        if (Previous->NextInGraph == Object) {
+            Previous->NextInGraph = Object->NextInGraph;
+            return;
+        }
+    }
+    if (First == Object) First = Object->NextInGraph;
+}
+
+void DeleteToolModel(tool_node_graph *Graph, tool_model *Model)
+{
+    CheckPointer(Graph, LogCategory_Exporter, TESSEL_NOTHING);
+    CheckPointer(Model, LogCategory_Exporter, TESSEL_NOTHING);
+    if (tool_node *Node = Model->FirstNode) {
+        UnlinkFromGraph(Graph->FirstNode, Node);
+        TesselFree(Node);
+        --Graph->NodeCount;
+    }
+    if (tool_track *Track = Model->FirstTrack) {
+        UnlinkFromGraph(Graph->FirstTrack, Track);
+        TesselFree(Track);
+        --Graph->TrackCount;
+    }
+    UnlinkToolModel(Graph, Model);
+}
+
 template <typename T>
 static void FreeGraphList(T *First)
 {

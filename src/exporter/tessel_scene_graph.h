@@ -127,6 +127,13 @@ tool_node *NewToolNode(tool_node_graph *Graph);
 // A zeroed animation at the head of the list.
 tool_animation *NewToolAnimation(tool_node_graph *Graph);
 
+// Joins two models that turn out to belong together: the heavier (meshes,
+// nodes and materials counted; First on a tie) takes over the other's meshes,
+// nodes and tracks, and the other goes. Materials are not moved.
+void MergeToolModels(tool_node_graph *Graph, tool_model *First, tool_model *Second);
+// Removes a model that holds one node and nothing else, with its node.
+void DeleteToolModel(tool_node_graph *Graph, tool_model *Model);
+
 // Iterators: newest first; the model walk ends on the sentinel.
 inline tool_model *FirstModel(tool_node_graph *Graph) { return Graph->ModelSentinel.Previous; }
 inline tool_model *NextModel(tool_model *Model) { return Model->Previous; }
