@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "format/tessel_data_type_io.h"
 #include "format/tessel_schema.h"
@@ -127,6 +129,48 @@ TEST(DataTypes, StructuralComparison)
     EXPECT_TRUE(DataTypesAreEqual(OldA, OldB));
     EXPECT_FALSE(DataTypesAreEqual(OldA, OldC));
     EXPECT_TRUE(Log.Contains("Switchable types no longer supported"));
+}
+
+struct visit_record
+{
+    std::string Name;
+    member_type Kind;
+    int32 Depth;
+    int32 Count;
+    void *Target;
+};
+
+bool RecordVisit(object_member_visit const &Visit, void *UserData)
+{
+    ((std::vector<visit_record> *)UserData)->push_back(
+        {Visit.Name ? Visit.Name : "", Visit.Kind, Visit.Depth, Visit.TargetCount, Visit.Target});
+    return true;
+}
+
+TEST(DataTypes, VisitingAnObjectReportsSlots)
+{
+    real32 Controls[3] = {1, 2, 3};
+    curve_data_da_constant32f Constant = {{3, 0}, 0, 3, Controls};
+    vector_track Track = {};
+    Track.Name = (char *)"track";
+    Track.ValueCurve.CurveData = {CurveDataDaConstant32fType, &Constant};
+    std::vector<visit_record> Visits;
+    ASSERT_TRUE(VisitObjectMembers(VectorTrackType, &Track, RecordVisit, &Visits));
+    ASSERT_EQ(Visits.size(), 5u);
+    EXPECT_EQ(Visits[0].Target, Track.Name);
+    EXPECT_EQ(Visits[3].Name, "ValueCurve");
+    EXPECT_EQ(Visits[3].Kind, InlineMember);
+    EXPECT_EQ(Visits[4].Name, "CurveData");
+    EXPECT_EQ(Visits[4].Depth, 1);
+    EXPECT_EQ(Visits[4].Target, &Constant);
+
+    // The variant's record, walked through its own type.
+    Visits.clear();
+    ASSERT_TRUE(VisitObjectMembers(CurveDataDaConstant32fType, &Constant, RecordVisit, &Visits));
+    ASSERT_EQ(Visits.size(), 5u); // header, its two members, padding, controls
+    EXPECT_EQ(Visits[4].Kind, ReferenceToArrayMember);
+    EXPECT_EQ(Visits[4].Count, 3);
+    EXPECT_EQ(Visits[4].Target, Controls);
 }
 
 #pragma pack(push, 4)
