@@ -18,6 +18,7 @@
 #include "foundation/tessel_memory.h"
 #include "platform/tessel_platform.h"
 #include "settings/tessel_export_ui_tunneling.h"
+#include "support/fbx_test_writer.h"
 #include "support/test_log_capture.h"
 
 namespace {
@@ -170,6 +171,32 @@ TEST(RunExport, UncreatableOutputStillCompletesAndCleansUp)
     EXPECT_EQ(Reports.back().Stage, "Export Complete");
     EXPECT_TRUE(ListTemporaryFiles().empty());
     EXPECT_EQ(LiveBlocks(), Before);
+}
+
+TEST(RunExport, SceneObjectsAreCountedAndNamedInStageOrder)
+{
+    Reports.clear();
+    std::string Path = SaveFbxTestFile("progress_arm.fbx", WriteFbxTestScene(MakeFbxTestArmScene(), FbxTestBinary(7400)));
+    std::string Output = PrivateTemporaryDirectory() + "/output_arm.ts2";
+    EXPECT_TRUE(ExportFBXFile(Path.c_str(), Output.c_str(), nullptr, RecordProgress));
+    remove(Path.c_str());
+    remove(Output.c_str());
+
+    // (stage, item) of every step.
+    std::vector<std::pair<std::string, std::string>> Steps;
+    uint32 Position = 0;
+    for (progress_report const &Report : Reports) {
+        if (Report.Position > Position) Steps.push_back({Report.Stage, Report.Item});
+        Position = Report.Position;
+    }
+    std::vector<std::pair<std::string, std::string>> Expected = {
+        {"Skeletons", "Root"}, {"Meshes", "Arm"},  {"Models", "Root"},
+        {"Animations", "Idle"}, {"Animations", "Wave"}, // newest first
+        {"I/O", "Writing file"}, {"Packaging file", ""}, {"Export Complete", ""}};
+    EXPECT_EQ(Steps, Expected);
+    // One model, one mesh, the three closing steps, and per animation one
+    // step plus two and one per animated bone.
+    EXPECT_EQ(Reports.back().Total, 1u + 1u + 1u + 3u + 2u * (1u + 2u + 3u));
 }
 
 TEST(RunExport, WithoutProgressOrSceneNothingIsReported)

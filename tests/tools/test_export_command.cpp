@@ -76,6 +76,9 @@ TEST_F(ExportCommand, FailsWithoutOutputForBadInputs)
     EXPECT_NE(Missing.Output.find("missing.fbx"), std::string::npos);
 
     if (!HaveScene()) GTEST_SKIP() << "shared FBX files not found in " << TESSEL_SHARED_FBX_DIR;
+    command_result NoSettings = RunTessel("export '" + Scene + "' '" + Out + "' --settings '" + Folder + "/none.bin'");
+    EXPECT_NE(NoSettings.Status, 0);
+    EXPECT_NE(NoSettings.Output.find("none.bin"), std::string::npos);
     command_result NoDefs = RunTessel("export '" + Scene + "' '" + Out + "' --animdefs '" + Folder + "/none.xml'");
     EXPECT_NE(NoDefs.Status, 0);
     EXPECT_NE(NoDefs.Output.find("AnimationDef"), std::string::npos);
