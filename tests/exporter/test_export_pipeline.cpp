@@ -267,26 +267,6 @@ TEST(ScenePipeline, MorphTargetLimitKeepsVertexDataBounded)
     EXPECT_EQ(GetMorphTargetLimit(262144), 1);
 }
 
-TEST(ScenePipeline, DriverChoicesOfPlatformAndCompression)
-{
-    static uint8 const Native[16] = {0xe5, 0x9b, 0x49, 0x5e, 0x6f, 0x63, 0x1f, 0x14,
-                                     0x1e, 0x13, 0xeb, 0xa9, 0x90, 0xbe, 0xed, 0xc4};
-    static uint8 const Zeros[16] = {};
-    EXPECT_EQ(memcmp(GetExportPlatformBlock(214), Native, 16), 0);
-    EXPECT_EQ(memcmp(GetExportPlatformBlock(217), Native, 16), 0);
-    EXPECT_EQ(memcmp(GetExportPlatformBlock(0), Native, 16), 0);
-    EXPECT_EQ(GetExportPlatformBlock(215)[0], 0x29);
-    EXPECT_EQ(GetExportPlatformBlock(216)[0], 0x0e);
-    EXPECT_EQ(GetExportPlatformBlock(218)[0], 0x31);
-    for (int32 Choice = 214; Choice <= 218; ++Choice) {
-        EXPECT_EQ(memcmp(GetExportPlatformBlock(Choice) + 16, Zeros, 16), 0) << Choice;
-    }
-    EXPECT_EQ(GetExportCompression(72), 0);
-    EXPECT_EQ(GetExportCompression(73), 2);
-    EXPECT_EQ(GetExportCompression(133), 2);
-    EXPECT_EQ(GetExportCompression(0), 0);
-}
-
 TEST(ExportFBXFile, ReleasesEverythingItMadeOnEveryPath)
 {
     std::string Scene = SharedFBXFile("ufbx/data/blender_282_suzanne_7400_binary.fbx");
