@@ -19,7 +19,7 @@ void WriteBytes(std::string const &Path, std::vector<uint8> const &Bytes)
 {
     FILE *File = fopen(Path.c_str(), "wb");
     ASSERT_NE(File, nullptr);
-    fwrite(Bytes.data(), 1, Bytes.size(), File);
+    if (!Bytes.empty()) fwrite(Bytes.data(), 1, Bytes.size(), File);
     fclose(File);
 }
 
