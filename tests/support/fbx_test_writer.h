@@ -154,7 +154,7 @@ struct fbx_test_take
 
 struct fbx_test_cluster
 {
-    int32_t Bone = 0;                // node index the cluster links to
+    int32_t Bone = 0;                // node index the cluster links to; -1: no link
     std::vector<int32_t> Indexes;    // control points
     std::vector<double> Weights;
     double Transform[16];            // row-major, row 3 the translation

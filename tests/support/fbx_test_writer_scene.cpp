@@ -152,6 +152,11 @@ void FbxTestTranslation(double Matrix[16], double X, double Y, double Z)
 
 void FbxTestNodeGlobal(const fbx_test_scene& Scene, int32_t Node, double Matrix[16])
 {
+    if (Node < 0 || Node >= (int32_t)Scene.Nodes.size())
+    {
+        FbxTestIdentity(Matrix);
+        return;
+    }
     ToFile(GlobalMatrix(Scene, Node), Matrix);
 }
 
@@ -366,6 +371,34 @@ std::string ModelKind6(const fbx_test_node& Node)
 
 std::string NodeName(const fbx_test_scene& Scene, int32_t Index) { return Scene.Nodes[Index].Name; }
 
+bool HasLink(const fbx_test_scene& Scene, const fbx_test_cluster& Cluster)
+{
+    return Cluster.Bone >= 0 && Cluster.Bone < (int32_t)Scene.Nodes.size();
+}
+
+std::string ClusterBoneName(const fbx_test_scene& Scene, const fbx_test_cluster& Cluster)
+{
+    return HasLink(Scene, Cluster) ? NodeName(Scene, Cluster.Bone) : "Unlinked";
+}
+
+// Frame rate words of the old settings block, by time mode.
+const char* FrameRateWord(int32_t TimeMode)
+{
+    switch (TimeMode)
+    {
+    case 1: return "120";
+    case 2: return "100";
+    case 3: return "60";
+    case 4: return "50";
+    case 5: return "48";
+    case 9: return "29.97";
+    case 10: return "25";
+    case 11: return "24";
+    case 12: return "1000";
+    default: return "30";
+    }
+}
+
 } // namespace
 
 // ---------------------------------------------------------------------------
@@ -431,7 +464,7 @@ fbx_test_field BuildFbx6Scene(const fbx_test_scene& Scene, int32_t Version)
 
         for (const fbx_test_cluster& Cluster : Mesh.Clusters)
         {
-            std::string ClusterName = "Cluster " + Node.Name + " " + NodeName(Scene, Cluster.Bone);
+            std::string ClusterName = "Cluster " + Node.Name + " " + ClusterBoneName(Scene, Cluster);
             fbx_test_field& C = Objects.Add("Deformer", {FbxName("SubDeformer", ClusterName), FbxS("Cluster")});
             C.Add("Version", {FbxI(100)});
             C.Add("MultiLayer", {FbxI(0)});
@@ -443,7 +476,7 @@ fbx_test_field BuildFbx6Scene(const fbx_test_scene& Scene, int32_t Version)
             C.Add("Transform", {FbxArrayD(Matrix16(Cluster.Transform))});
             C.Add("TransformLink", {FbxArrayD(Matrix16(Cluster.TransformLink))});
             Connect("SubDeformer::" + ClusterName, "Deformer::" + SkinName);
-            Connect("Model::" + NodeName(Scene, Cluster.Bone), "SubDeformer::" + ClusterName);
+            if (HasLink(Scene, Cluster)) Connect("Model::" + NodeName(Scene, Cluster.Bone), "SubDeformer::" + ClusterName);
         }
     }
 
@@ -516,6 +549,19 @@ fbx_test_field BuildFbx6Scene(const fbx_test_scene& Scene, int32_t Version)
             }
         }
     }
+
+    // The settings block that FBX 6 files still carry at their end.
+    fbx_test_field& Version5 = Root.Add("Version5");
+    fbx_test_field& Ambient = Version5.Add("AmbientRenderSettings");
+    Ambient.Add("Version", {FbxI(101)});
+    Ambient.Add("AmbientLightColor", {FbxD(0), FbxD(0), FbxD(0), FbxD(1)});
+    fbx_test_field& Settings = Version5.Add("Settings");
+    Settings.Add("FrameRate", {FbxS(FrameRateWord(Scene.TimeMode))});
+    Settings.Add("TimeFormat", {FbxI(1)});
+    Settings.Add("SnapOnFrames", {FbxI(0)});
+    Settings.Add("ReferenceTimeIndex", {FbxI(-1)});
+    Settings.Add("TimeLineStartTime", {FbxL(Scene.Takes.empty() ? 0 : Scene.Takes[0].Start)});
+    Settings.Add("TimeLineStopTime", {FbxL(Scene.Takes.empty() ? 0 : Scene.Takes[0].Stop)});
     return Root;
 }
 
@@ -576,7 +622,7 @@ fbx_test_field BuildFbx7Scene(const fbx_test_scene& Scene, int32_t Version)
                 for (const fbx_test_cluster& Cluster : Mesh.Clusters)
                 {
                     int64_t ClusterId = NewId();
-                    fbx_test_field& C = Objects.Add("Deformer", {FbxL(ClusterId), FbxName("SubDeformer", NodeName(Scene, Cluster.Bone)), FbxS("Cluster")});
+                    fbx_test_field& C = Objects.Add("Deformer", {FbxL(ClusterId), FbxName("SubDeformer", ClusterBoneName(Scene, Cluster)), FbxS("Cluster")});
                     C.Add("Version", {FbxI(100)});
                     C.Add("UserData", {FbxS(""), FbxS("")});
                     C.Add("Indexes", {FbxArrayI(Cluster.Indexes)});
@@ -584,7 +630,7 @@ fbx_test_field BuildFbx7Scene(const fbx_test_scene& Scene, int32_t Version)
                     C.Add("Transform", {FbxArrayD(Matrix16(Cluster.Transform))});
                     C.Add("TransformLink", {FbxArrayD(Matrix16(Cluster.TransformLink))});
                     ConnectOO(ClusterId, SkinId);
-                    ConnectOO(ModelIds[Cluster.Bone], ClusterId);
+                    if (HasLink(Scene, Cluster)) ConnectOO(ModelIds[Cluster.Bone], ClusterId);
                     ++DeformerCount;
                 }
             }
@@ -814,7 +860,7 @@ fbx_test_scene MakeFbxTestArmScene()
     }
     for (fbx_test_cluster& Cluster : Mesh.Clusters)
     {
-        FbxTestNodeGlobal(Scene, Cluster.Bone, Cluster.TransformLink);
+        FbxTestNodeGlobal(Scene, Cluster.Bone, Cluster.TransformLink);  // all linked here
         FbxTestInverse(Cluster.TransformLink, Cluster.Transform);
     }
 
