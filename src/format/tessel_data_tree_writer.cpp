@@ -359,30 +359,31 @@ void WalkMembers(file_data_tree_writer &Writer, data_type_definition *Type, file
                 {
                     break;
                 }
-                if (FirstVisit(Writer, *Entry))
+                if (!FirstVisit(Writer, *Entry))
                 {
-                    if (!Entry->Placed)
+                    AddFixup(Writer.Builder, Position, ArrayPointerOffset, Entry->Position);
+                    break;
+                }
+                if (!Entry->Placed)
+                {
+                    Entry->Position.SectionIndex = Position.SectionIndex;
+                }
+                WriteSectionData(Writer.Builder, Entry->Position.SectionIndex, 0, Count * PointerSlotSize, Data,
+                                 &Entry->Position);
+                AddFixup(Writer.Builder, Position, ArrayPointerOffset, Entry->Position);
+                file_location ArrayPosition = Entry->Position;
+                for (int32 Index = 0; Index < Count; ++Index)
+                {
+                    void *Target = LoadPointer(Data + Index * PointerSlotSize);
+                    if (Target)
                     {
-                        Entry->Position.SectionIndex = Position.SectionIndex;
-                    }
-                    WriteSectionData(Writer.Builder, Entry->Position.SectionIndex, 0, Count * PointerSlotSize, Data,
-                                     &Entry->Position);
-                    file_location ArrayPosition = Entry->Position;
-                    for (int32 Index = 0; Index < Count; ++Index)
-                    {
-                        void *Target = LoadPointer(Data + Index * PointerSlotSize);
-                        if (Target)
+                        object_entry *TargetEntry = WriteObject(Writer, Member->ReferenceType, Target);
+                        if (TargetEntry)
                         {
-                            object_entry *TargetEntry = WriteObject(Writer, Member->ReferenceType, Target);
-                            if (TargetEntry)
-                            {
-                                AddFixup(Writer.Builder, ArrayPosition, Index * PointerSlotSize,
-                                         TargetEntry->Position);
-                            }
+                            AddFixup(Writer.Builder, ArrayPosition, Index * PointerSlotSize, TargetEntry->Position);
                         }
                     }
                 }
-                AddFixup(Writer.Builder, Position, ArrayPointerOffset, Entry->Position);
                 break;
             }
             case VariantReferenceMember:
