@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "format/tessel_file_compressor.h"
 #include "foundation/tessel_file_io.h"
 #include "foundation/tessel_log.h"
 #include "foundation/tessel_memory.h"
@@ -301,6 +302,29 @@ static bool ZeroPointerSlots(file_builder &Builder, int32 SectionIndex)
     return Result;
 }
 
+// Codes the three streams, in order, into one Trove1 output.
+static bool CompressSectionStreams(file_builder &Builder, int32 SectionIndex, file_writer *Writer)
+{
+    file_builder_section &Section = Builder.Sections[SectionIndex];
+    file_compressor *Compressor =
+        BeginFileCompression(Section.Header.ExpandedDataSize, StreamCount, (int32)Section.Header.Format, false, Writer);
+    if (!Compressor) {
+        TesselError(LogCategory_FileWriting, "Unable to begin compression of section %d", SectionIndex);
+        return false;
+    }
+    bool Result = true;
+    char Name[TemporaryNameSize];
+    for (int32 StreamIndex = 0; Result && StreamIndex < StreamCount; ++StreamIndex) {
+        GetStreamFileName(Builder, SectionIndex, StreamIndex, Name);
+        Result = CompressContentsOfFile(Compressor, (int32)Section.StreamSize[StreamIndex], Name);
+    }
+    uint32 StoredSize = 0;
+    Result = EndFileCompression(Compressor, &StoredSize) && Result;
+    Section.Header.DataSize = StoredSize;
+    if (!Result) TesselError(LogCategory_FileWriting, "Unable to compress section %d", SectionIndex);
+    return Result;
+}
+
 // Copies (format 0) or compresses (format 2) the three streams of a section
 // into the section's temporary file; DataSize gets the stored size.
 static bool StoreSection(file_builder &Builder, int32 SectionIndex)
@@ -316,12 +340,6 @@ static bool StoreSection(file_builder &Builder, int32 SectionIndex)
         TesselError(LogCategory_Compression, "Unrecognized compression type %d", Header.Format);
         return false;
     }
-    if (Header.Format == Trove1Compression) {
-        // COMPRESSION CALL SITE: Trove1 sections go through the file
-        // compressor once it is in the library; until then they are stored.
-        Header.Format = NoCompression;
-    }
-
     char Name[TemporaryNameSize];
     GetCompressedFileName(Builder, SectionIndex, Name);
     file_writer *Writer = CreatePlatformFileWriter(Name, true);
@@ -329,6 +347,12 @@ static bool StoreSection(file_builder &Builder, int32 SectionIndex)
         TesselError(LogCategory_FileWriting, "Unable to create temporary file %s", Name);
         return false;
     }
+    if (Header.Format == Trove1Compression) {
+        bool Result = CompressSectionStreams(Builder, SectionIndex, Writer);
+        DeleteFileWriter(Writer);
+        return Result;
+    }
+
     bool Result = true;
     uint32 Stored = 0;
     for (int32 StreamIndex = 0; Result && StreamIndex < StreamCount; ++StreamIndex) {

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "format/tessel_file_compressor.h"
 #include "foundation/tessel_file_io.h"
 #include "foundation/tessel_log.h"
 #include "foundation/tessel_memory.h"
@@ -172,10 +173,9 @@ static bool DecompressSection(file_section_header const &Section, bool IsByteRev
         TesselError(LogCategory_Compression, "Unrecognized compression type %d", Section.Format);
         return false;
     }
-    // DECOMPRESSION CALL SITE: compressed sections are expanded by the file
-    // compressor's decoder once it is in the library.
-    TesselError(LogCategory_FileReading, "Compressed sections can't be read by this build");
-    return false;
+    return DecompressData((int32)Section.Format, IsByteReversed, (int32)Section.DataSize, Stored,
+                          (int32)Section.First16Bit, (int32)Section.First8Bit, (int32)Section.ExpandedDataSize,
+                          Destination);
 }
 
 bool ReadFileSectionInPlace(file_reader *Reader, file &File, int32 SectionIndex, void *Destination)
@@ -214,7 +214,7 @@ bool ReadFileSectionInPlace(file_reader *Reader, file &File, int32 SectionIndex,
         Result = ReadExactly(Reader, (int32)Section.DataOffset, (int32)Section.DataSize, Destination);
         if (!Result) TesselError(LogCategory_FileReading, "Unable to read section %d", SectionIndex);
     } else {
-        uint32 StoredSize = AlignUp4(Section.DataSize + 4);
+        uint32 StoredSize = AlignUp4(Section.DataSize + TrovePaddingBytes);
         uint8 *Stored = (uint8 *)TesselAllocate(StoredSize);
         if (Stored) {
             memset(Stored, 0, StoredSize);

@@ -92,14 +92,15 @@ file_location WriteType(file_builder *Builder, data_type_definition const *Type,
 
 // Root `sample` (mixed units, section 0 at alignment 16) pointing to a child
 // in section 1 at alignment 4096; section 2 is left empty.
-bool BuildSample(char const *Path, std::string *Root = 0, bool Abort = false)
+bool BuildSample(char const *Path, std::string *Root = 0, bool Abort = false, int32 Compression = NoCompression)
 {
     file_builder *Builder = BeginFile(StandardSectionCount, TesselStandardFileTypeTag, GetNativeFileMagicBlock(),
                                       GetTemporaryDirectory(), "export_buffer");
     if (!Builder) return false;
     if (Root) *Root = Builder->FileNameRoot;
-    SetFileSectionFormat(Builder, StandardMainSection, NoCompression, 16);
-    SetFileSectionFormat(Builder, StandardRigidVertexSection, NoCompression, 4096);
+    SetFileSectionFormat(Builder, StandardMainSection, Compression, 16);
+    SetFileSectionFormat(Builder, StandardRigidVertexSection, Compression, 4096);
+    SetFileSectionFormat(Builder, StandardDiscardableSection, Compression, 4);
 
     child_record Child = {{1.5f, -2.0f, 3.25f}};
     sample_record Sample = {0x11223344, 0x5566, "sample name", &Child};
@@ -286,6 +287,36 @@ TEST(FileReader, LoadsWhatTheBuilderWrote)
     FreeLoadedFile(File);
     EXPECT_EQ(Live, LiveBlocks());
     remove(Path.c_str());
+}
+
+TEST(FileReader, CompressedSectionsKeepExpandedOffsets)
+{
+    std::string PlainPath = OutputPath("plain.ts2"), PackedPath = OutputPath("packed.ts2");
+    ASSERT_TRUE(BuildSample(PlainPath.c_str()));
+    ASSERT_TRUE(BuildSample(PackedPath.c_str(), 0, false, Trove1Compression));
+    std::vector<uint8_t> Plain = ReadBytes(PlainPath), Packed = ReadBytes(PackedPath);
+    for (int Index : {0, 1, 6}) {
+        file_section_header A = SectionAt(Plain, Index), B = SectionAt(Packed, Index);
+        EXPECT_EQ(2u, B.Format);
+        EXPECT_EQ(A.ExpandedDataSize, B.ExpandedDataSize);
+        EXPECT_EQ(A.First8Bit, B.First8Bit);
+        EXPECT_EQ(0, memcmp(&Plain[A.PointerFixupArrayOffset], &Packed[B.PointerFixupArrayOffset],
+                            12 * A.PointerFixupArrayCount));
+    }
+    EXPECT_LT(SectionAt(Packed, 1).DataSize, 1000u);
+
+    loaded_file *File = LoadFileFromMemory((int32)Packed.size(), Packed.data());
+    ASSERT_NE(nullptr, File);
+    loaded_file *Reference = LoadFileFromMemory((int32)Plain.size(), Plain.data());
+    ASSERT_NE(nullptr, Reference);
+    sample_record *Sample = (sample_record *)GetLoadedFileRootObject(*File, 0);
+    ASSERT_NE(nullptr, Sample);
+    EXPECT_STREQ("sample name", LoadUnaligned<char const *>(&Sample->Name));
+    EXPECT_FLOAT_EQ(1.5f, LoadUnaligned<child_record *>(&Sample->Child)->Values[0]);
+    FreeLoadedFile(File);
+    FreeLoadedFile(Reference);
+    remove(PlainPath.c_str());
+    remove(PackedPath.c_str());
 }
 
 // The same file as a 64-bit big-endian platform would hold it.
