@@ -446,20 +446,14 @@ AffineMatrix EulerToMatrix(KFbxVector4 const &Degrees, int32 Order)
 
 static KFbxVector4 RotationToEulerXYZ(real64 const M[4][4])
 {
+    // Z from the first row, then X from the other two rows turned back by
+    // that Z: X stays consistent with Z even where Y is near +-90 degrees and
+    // Z alone is poorly defined.
     real64 CY = std::sqrt(M[0][0] * M[0][0] + M[0][1] * M[0][1]);
-    real64 X, Y, Z;
-    if (CY > 16.0 * 2.220446049250313e-16)
-    {
-        X = std::atan2(M[1][2], M[2][2]);
-        Y = std::atan2(-M[0][2], CY);
-        Z = std::atan2(M[0][1], M[0][0]);
-    }
-    else
-    {
-        X = std::atan2(-M[2][1], M[1][1]);
-        Y = std::atan2(-M[0][2], CY);
-        Z = 0.0;
-    }
+    real64 Z = (CY > 1e-12) ? std::atan2(M[0][1], M[0][0]) : 0.0;
+    real64 Y = std::atan2(-M[0][2], CY);
+    real64 SZ = std::sin(Z), CZ = std::cos(Z);
+    real64 X = std::atan2(SZ * M[2][0] - CZ * M[2][1], CZ * M[1][1] - SZ * M[1][0]);
     return KFbxVector4(X * RadiansToDegrees, Y * RadiansToDegrees, Z * RadiansToDegrees, 0.0);
 }
 

@@ -62,6 +62,21 @@ static void WalkProperties70(KFbx &Fbx, fbx_field const *Object, apply Apply)
     }
 }
 
+// The property template of an object type in Definitions: objects list only
+// the properties that differ from it.
+static fbx_field const *FindPropertyTemplate(KFbx &Fbx, char const *ObjectType)
+{
+    fbx_field const *Definitions = Fbx.FindChild(nullptr, "Definitions");
+    for (fbx_field const *Type = Fbx.FindChild(Definitions, "ObjectType"); Type; Type = Fbx.FindNextSibling(Type, "ObjectType"))
+    {
+        if (Fbx.ValueStringIs(Type, 0, ObjectType))
+        {
+            return Fbx.FindChild(Type, "PropertyTemplate");
+        }
+    }
+    return nullptr;
+}
+
 // Keys of an AnimationCurve object: times, values, and attributes shared by
 // runs of keys (flags, four data words, reference counts).
 static bool ReadAnimationCurve(KFbx &Fbx, fbx_field const *Object, KFCurve *Curve)
@@ -214,6 +229,10 @@ bool KFbxReaderFbx7::Read(KFbxScene *Scene)
     fbx_array<anim_layer> Layers;
     fbx_array<anim_curve_node> CurveNodes;
 
+    fbx_field const *ModelTemplate = FindPropertyTemplate(mFbx, "Model");
+    fbx_field const *StackTemplate = FindPropertyTemplate(mFbx, "AnimationStack");
+    fbx_field const *LayerTemplate = FindPropertyTemplate(mFbx, "AnimationLayer");
+
     fbx_field const *ObjectsField = mFbx.FindChild(nullptr, "Objects");
     for (fbx_field const *Object = mFbx.GetFirstChild(ObjectsField); Object; Object = mFbx.GetNextSibling(Object))
     {
@@ -232,6 +251,10 @@ bool KFbxReaderFbx7::Read(KFbxScene *Scene)
             if (!Node)
             {
                 return false;
+            }
+            if (ModelTemplate)
+            {
+                ReadFbxNodeProperties(mFbx, ModelTemplate, Node);
             }
             ReadFbxNodeProperties(mFbx, Object, Node);
             Scene->AddNode(Node);
@@ -282,12 +305,14 @@ bool KFbxReaderFbx7::Read(KFbxScene *Scene)
         else if (mFbx.FieldNameIs(Object, "AnimationStack"))
         {
             anim_stack Stack = {};
-            WalkProperties70(mFbx, Object, [&](char const *Property, fbx_field const *P) {
+            auto ReadStack = [&](char const *Property, fbx_field const *P) {
                 if (strcmp(Property, "LocalStart") == 0) { Stack.Local.SetStart(ReadTimeProperty(mFbx, P)); Stack.HasLocal = true; }
                 else if (strcmp(Property, "LocalStop") == 0) { Stack.Local.SetStop(ReadTimeProperty(mFbx, P)); Stack.HasLocal = true; }
                 else if (strcmp(Property, "ReferenceStart") == 0) { Stack.Reference.SetStart(ReadTimeProperty(mFbx, P)); Stack.HasReference = true; }
                 else if (strcmp(Property, "ReferenceStop") == 0) { Stack.Reference.SetStop(ReadTimeProperty(mFbx, P)); Stack.HasReference = true; }
-            });
+            };
+            WalkProperties70(mFbx, StackTemplate, ReadStack);
+            WalkProperties70(mFbx, Object, ReadStack);
             if (Stacks.Add(Stack))
             {
                 Objects.Add(Id, nullptr, (void *)(intaddrx)(Stacks.Count - 1), FbxObjectKind_AnimStack, Object);
@@ -296,11 +321,13 @@ bool KFbxReaderFbx7::Read(KFbxScene *Scene)
         else if (mFbx.FieldNameIs(Object, "AnimationLayer"))
         {
             anim_layer Layer = {0, 0, 0};
-            WalkProperties70(mFbx, Object, [&](char const *Property, fbx_field const *P) {
+            auto ReadLayer = [&](char const *Property, fbx_field const *P) {
                 if (strcmp(Property, "BlendMode") == 0) Layer.BlendMode = mFbx.GetInt32(P, 4, 0);
                 else if (strcmp(Property, "RotationAccumulationMode") == 0) Layer.RotationAccumulation = mFbx.GetInt32(P, 4, 0);
                 else if (strcmp(Property, "ScaleAccumulationMode") == 0) Layer.ScaleAccumulation = mFbx.GetInt32(P, 4, 0);
-            });
+            };
+            WalkProperties70(mFbx, LayerTemplate, ReadLayer);
+            WalkProperties70(mFbx, Object, ReadLayer);
             if (Layers.Add(Layer))
             {
                 Objects.Add(Id, nullptr, (void *)(intaddrx)(Layers.Count - 1), FbxObjectKind_AnimLayer, Object);
