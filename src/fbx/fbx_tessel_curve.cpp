@@ -597,44 +597,40 @@ bool KFCurveNode::EvaluateQuaternion(real64 *Values, KTime Time)
 real64 *KFCurveNode::Evaluate(real64 *Values, KTime Time, int32 *Hint)
 {
     real64 *End = EvaluateOwn(Values, Time, Hint);
-    if (!mLayer)
-    {
-        return End;
-    }
     int32 Count = (int32)(End - Values);
-    real64 Scratch[16];
-    if (Count > 16)
+    // Each layer of the chain combines with everything below it.
+    for (KFCurveNode *Layer = mLayer; Layer && Count <= 16; Layer = Layer->mLayer)
     {
-        return End;
-    }
-    real64 Neutral = (mLayer->mType == FbxCurveNodeType_Multiply) ? 1.0 : 0.0;
-    for (int32 Index = 0; Index < Count; ++Index)
-    {
-        Scratch[Index] = (mLayer->mType == FbxCurveNodeType_Override) ? Values[Index] : Neutral;
-    }
-    mLayer->Evaluate(Scratch, Time, nullptr);
-    switch (mLayer->mType)
-    {
-    case FbxCurveNodeType_Multiply:
-        for (int32 Index = 0; Index < Count; ++Index) Values[Index] *= Scratch[Index];
-        break;
-    case FbxCurveNodeType_Override:
-        for (int32 Index = 0; Index < Count; ++Index) Values[Index] = Scratch[Index];
-        break;
-    case FbxCurveNodeType_RotationCompose:
-        if (Count == 3)
+        real64 Scratch[16];
+        real64 Neutral = (Layer->mType == FbxCurveNodeType_Multiply) ? 1.0 : 0.0;
+        for (int32 Index = 0; Index < Count; ++Index)
         {
-            // The layer's rotation turns after the one beneath it.
-            AffineMatrix Below = EulerToMatrix(KFbxVector4(Values[0], Values[1], Values[2]), mRotationOrder);
-            AffineMatrix Above = EulerToMatrix(KFbxVector4(Scratch[0], Scratch[1], Scratch[2]), mRotationOrder);
-            KFbxVector4 Angles = MatrixToEuler(Above * Below, mRotationOrder);
-            for (int32 Index = 0; Index < 3; ++Index) Values[Index] = Angles[Index];
+            Scratch[Index] = (Layer->mType == FbxCurveNodeType_Override) ? Values[Index] : Neutral;
+        }
+        Layer->EvaluateOwn(Scratch, Time, nullptr);
+        switch (Layer->mType)
+        {
+        case FbxCurveNodeType_Multiply:
+            for (int32 Index = 0; Index < Count; ++Index) Values[Index] *= Scratch[Index];
+            break;
+        case FbxCurveNodeType_Override:
+            for (int32 Index = 0; Index < Count; ++Index) Values[Index] = Scratch[Index];
+            break;
+        case FbxCurveNodeType_RotationCompose:
+            if (Count == 3)
+            {
+                // The layer's rotation turns after the one beneath it.
+                AffineMatrix Below = EulerToMatrix(KFbxVector4(Values[0], Values[1], Values[2]), mRotationOrder);
+                AffineMatrix Above = EulerToMatrix(KFbxVector4(Scratch[0], Scratch[1], Scratch[2]), mRotationOrder);
+                KFbxVector4 Angles = MatrixToEuler(Above * Below, mRotationOrder);
+                for (int32 Index = 0; Index < 3; ++Index) Values[Index] = Angles[Index];
+                break;
+            }
+            // fall through: anything but three angles adds
+        default:
+            for (int32 Index = 0; Index < Count; ++Index) Values[Index] += Scratch[Index];
             break;
         }
-        // fall through: anything but three angles adds
-    default:
-        for (int32 Index = 0; Index < Count; ++Index) Values[Index] += Scratch[Index];
-        break;
     }
     return End;
 }
