@@ -1,0 +1,146 @@
+// Reader details that the scene builders do not reach: the letters of FBX 6
+// key lists, animation layers of FBX 7 stacks, and the FBX 5 layout with
+// inline skin links and transforms that live in the takes.
+#include "fbx_scene_test_helpers.h"
+#include "fbx/fbx_tessel_reader.h"
+
+namespace {
+
+int64_t ObjectId(fbx_test_field &Tree, char const *Kind, std::string const &Name)
+{
+    for (fbx_test_field &Object : Tree.Find("Objects")->Children)
+        if (Object.Name == Kind && (Name.empty() || Object.Values[1].Bytes.find(Name) != std::string::npos))
+            return Object.Values[0].Integer;
+    return -1;
+}
+
+} // namespace
+
+TEST(SceneReaders, Fbx6KeyListLetters)
+{
+    std::string Text =
+        "; FBX 6.1.0 project file\n"
+        "Channel: \"X\" {\n"
+        "  Default: 4.5\n  KeyVer: 4005\n  KeyCount: 6\n"
+        "  Key: 0,1,C,n,10,2,L,20,3,U,s,0.5,-0.5,n,30,4,U,a,n,40,5,U,b,1,2,c,a,0.25,0.75\n"
+        "     ,50,6,T,t,0.5,0.25,-0.125,n\n"
+        "  Pre-Extrapolation: {\n    Type: M\n    Repetition: 3\n  }\n"
+        "  Post-Extrapolation: {\n    Type: K\n    Repetition: -1\n  }\n"
+        "}\n";
+    KFbx Fbx;
+    ASSERT_TRUE(Fbx.ProjectOpenMemory(Text.data(), (int64)Text.size())) << Fbx.GetErrorText();
+    KFCurve Curve;
+    ASSERT_TRUE(ReadFbxChannelCurve(Fbx, Fbx.FindChild(nullptr, "Channel"), &Curve));
+    EXPECT_EQ(Curve.GetValue(), 4.5f);
+    ASSERT_EQ(Curve.KeyGetCount(), 6);
+    EXPECT_EQ(Curve.KeyGet(0).Flags, (uint32)(FbxKey_Constant | FbxKey_ConstantNext));
+    EXPECT_EQ(Curve.KeyGet(1).Flags, (uint32)FbxKey_Linear);
+    EXPECT_EQ(Curve.KeyGet(2).Flags, (uint32)(FbxKey_Cubic | FbxKey_TangentUser));
+    EXPECT_EQ(Curve.KeyGet(2).GetRightSlope(), 0.5f);
+    EXPECT_EQ(Curve.KeyGet(2).GetNextLeftSlope(), -0.5f);
+    EXPECT_EQ(Curve.KeyGet(3).Flags, (uint32)(FbxKey_Cubic | FbxKey_TangentAuto)) << "automatic without stored slopes";
+    EXPECT_EQ(Curve.KeyGet(3).GetRightSlope(), 0.0f);
+    KFCurveKey const &Broken = Curve.KeyGet(4);
+    EXPECT_EQ(Broken.Flags, (uint32)(FbxKey_Cubic | FbxKey_TangentBroken | FbxKey_ClampFlat | FbxKey_WeightedMask));
+    EXPECT_NEAR(Broken.GetRightWeight(), 0.25, 1e-4);
+    EXPECT_NEAR(Broken.GetNextLeftWeight(), 0.75, 1e-4);
+    EXPECT_EQ(Curve.KeyGet(5).Flags, (uint32)(FbxKey_Cubic | FbxKey_TangentTCB));
+    EXPECT_EQ(Curve.KeyGet(5).Data[2].Float, -0.125f);
+    EXPECT_EQ(Curve.KeyGet(5).Time.Get(), 50);
+    EXPECT_EQ(Curve.GetPreExtrapolation(), FbxExtrapolation_MirrorRepetition);
+    EXPECT_EQ(Curve.GetPreExtrapolationCount(), 3);
+    EXPECT_EQ(Curve.GetPostExtrapolation(), FbxExtrapolation_KeepSlope);
+    EXPECT_EQ(Curve.GetPostExtrapolationCount(), -1);
+}
+
+TEST(SceneReaders, Fbx7AnimationLayersAddOnTopOfTheBase)
+{
+    fbx_test_scene Scene = MakeFbxTestArmScene();
+    fbx_test_field Tree = BuildFbx7Scene(Scene, 7400);
+    int64_t Stack = ObjectId(Tree, "AnimationStack", "");
+    int64_t Lower = ObjectId(Tree, "Model", "Lower");
+    ASSERT_GT(Stack, 0);
+    ASSERT_GT(Lower, 0);
+    fbx_test_field &Objects = *Tree.Find("Objects");
+    fbx_test_field &Connections = *Tree.Find("Connections");
+    int64_t Layer = 900001, CurveNode = 900002, Curve = 900003;
+    Objects.Add("AnimationLayer", {FbxL(Layer), FbxName("AnimLayer", "Extra"), FbxS("")});
+    Objects.Add("AnimationCurveNode", {FbxL(CurveNode), FbxName("AnimCurveNode", "T"), FbxS("")});
+    fbx_test_field &CurveField = Objects.Add("AnimationCurve", {FbxL(Curve), FbxName("AnimCurve", ""), FbxS("")});
+    CurveField.Add("Default", {FbxD(0.0)});
+    CurveField.Add("KeyVer", {FbxI(4008)});
+    CurveField.Add("KeyTime", {FbxArrayL({0, FbxFrameTicks(30)})});
+    CurveField.Add("KeyValueFloat", {FbxArrayF({10.0f, 40.0f})});
+    CurveField.Add("KeyAttrFlags", {FbxArrayI({FbxKey_Linear})});
+    CurveField.Add("KeyAttrDataFloat", {FbxArrayF({0, 0, 0, 0})});
+    CurveField.Add("KeyAttrRefCount", {FbxArrayI({2})});
+    Connections.Add("C", {FbxS("OO"), FbxL(Layer), FbxL(Stack)});
+    Connections.Add("C", {FbxS("OO"), FbxL(CurveNode), FbxL(Layer)});
+    Connections.Add("C", {FbxS("OP"), FbxL(CurveNode), FbxL(Lower), FbxS("Lcl Translation")});
+    Connections.Add("C", {FbxS("OP"), FbxL(Curve), FbxL(CurveNode), FbxS("d|X")});
+
+    for (fbx_test_format Format : {FbxTestBinary(7400), FbxTestAscii(7400)})
+    {
+        loaded_scene Loaded;
+        ASSERT_TRUE(LoadFbxBytes(WriteFbxTestFields(Tree, Format), Loaded)) << Loaded.Error;
+        KFbxNode *Node = FindFbxNode(Loaded.Scene->GetRootNode(), "Lower");
+        ASSERT_NE(Node, nullptr);
+        Loaded.Scene->SetCurrentTake(Scene.Takes[0].Name.c_str());
+        // Lower has no translation curves of its own: the layer adds to the property value.
+        EXPECT_NEAR(Node->GetLocalTranslation(KTime(0))[0], Scene.Nodes[2].Translation[0] + 10.0, 1e-6);
+        EXPECT_NEAR(Node->GetLocalTranslation(KTime(FbxFrameTicks(15)))[0], Scene.Nodes[2].Translation[0] + 25.0, 1e-5);
+        EXPECT_NEAR(Node->GetLocalTranslation(KTime(0))[1], Scene.Nodes[2].Translation[1], 1e-9);
+    }
+}
+
+TEST(SceneReaders, Fbx5ModelsWithChildrenLinksAndTakeDefaults)
+{
+    fbx_test_field Root;
+    fbx_test_field &Header = Root.Add("FBXHeaderExtension");
+    Header.Add("FBXVersion", {FbxI(5800)});
+    fbx_test_field &Bone = Root.Add("Model", {FbxS("Model::Bone")});
+    Bone.Add("Version", {FbxI(194)});
+    Bone.Add("Children", {FbxS("Model::Tip")});
+    Root.Add("Model", {FbxS("Model::Tip")}).Add("Version", {FbxI(194)});
+    fbx_test_field &Box = Root.Add("Model", {FbxS("Model::Box")});
+    Box.Add("Vertices", {FbxD(0), FbxD(0), FbxD(0), FbxD(1), FbxD(0), FbxD(0), FbxD(0), FbxD(1), FbxD(0)});
+    Box.Add("PolygonVertexIndex", {FbxI(0), FbxI(1), FbxI(~2)});
+    fbx_test_field &Link = Box.Add("Link", {FbxS("Bone")});
+    Link.Add("Indexes", {FbxI(0), FbxI(2)});
+    Link.Add("Weights", {FbxD(1.0), FbxD(0.5)});
+    std::vector<fbx_test_value> Matrix;
+    for (int Index = 0; Index < 16; ++Index) Matrix.push_back(FbxD(Index % 5 == 0 ? 1.0 : 0.0));
+    Link.Add("Transform", Matrix);
+    Link.Add("TransformLink", Matrix);
+    fbx_test_field &Takes = Root.Add("Takes");
+    Takes.Add("Current", {FbxS("Take 001")});
+    fbx_test_field &Take = Takes.Add("Take", {FbxS("Take 001")});
+    Take.Add("LocalTime", {FbxL(0), FbxL(FbxFrameTicks(10))});
+    fbx_test_field &Animated = Take.Add("Model", {FbxS("Model::Tip")});
+    fbx_test_field &Transform = Animated.Add("Channel", {FbxS("Transform")});
+    fbx_test_field &T = Transform.Add("Channel", {FbxS("T")});
+    char const *Axes[3] = {"X", "Y", "Z"};
+    for (int Axis = 0; Axis < 3; ++Axis)
+        T.Add("Channel", {FbxS(Axes[Axis])}).Add("Default", {FbxD(Axis + 1.0)});
+    T.Add("LayerType", {FbxI(1)});
+
+    for (fbx_test_format Format : {FbxTestAscii(6100), FbxTestBinary(6100)})
+    {
+        loaded_scene Loaded;
+        ASSERT_TRUE(LoadFbxBytes(WriteFbxTestFields(Root, Format), Loaded)) << Loaded.Error;
+        KFbxNode *Tip = FindFbxNode(Loaded.Scene->GetRootNode(), "Tip");
+        ASSERT_NE(Tip, nullptr);
+        ASSERT_NE(Tip->GetParent(), nullptr);
+        EXPECT_STREQ(Tip->GetParent()->GetName(), "Bone");
+        EXPECT_EQ(Tip->GetGlobalTransformDefault().GetT(), KFbxVector4(1.0, 2.0, 3.0, 1.0)) << "defaults from the take";
+        KFbxMesh *Mesh = FindFbxNode(Loaded.Scene->GetRootNode(), "Box")->GetMesh();
+        ASSERT_NE(Mesh, nullptr);
+        EXPECT_EQ(Mesh->GetPolygonCount(), 1);
+        KFbxSkin *Skin = (KFbxSkin *)Mesh->GetDeformer(0, FbxDeformer_Skin);
+        ASSERT_NE(Skin, nullptr);
+        ASSERT_EQ(Skin->GetClusterCount(), 1);
+        EXPECT_EQ(Skin->GetCluster(0)->GetLink(), FindFbxNode(Loaded.Scene->GetRootNode(), "Bone"));
+        EXPECT_EQ(Skin->GetCluster(0)->GetControlPointWeights()[1], 0.5);
+        ASSERT_NE(Loaded.Scene->GetTakeInfo("Take 001"), nullptr);
+    }
+}
