@@ -1,11 +1,14 @@
 // Shared by the FBX fuzz targets: opens the bytes with the field container
-// and touches every field, value and array in every way a reader can.
+// and touches every field, value and array in every way a reader can, then
+// imports them into a scene.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
 #include "fbx/fbx_tessel_field_container.h"
+#include "fbx/fbx_tessel_importer.h"
+#include "fbx/fbx_tessel_node.h"
 
 inline void FuzzWalkFbxFields(KFbx &Fbx, fbx_field const *Parent, int32 Depth)
 {
@@ -53,12 +56,37 @@ inline void FuzzWalkFbxFields(KFbx &Fbx, fbx_field const *Parent, int32 Depth)
     }
 }
 
+inline void FuzzWalkFbxNodes(KFbxNode *Node, int32 Depth)
+{
+    if (!Node || Depth > 64) return;
+    for (int32 Index = 0; Index < Node->GetChildCount(); ++Index)
+    {
+        KFbxNode *Child = Node->GetChild(Index);
+        Child->GetGlobalTransformDefault();
+        FuzzWalkFbxNodes(Child, Depth + 1);
+    }
+}
+
+// The field level, then the whole import into a scene.
 inline void FuzzFbxFields(uint8_t const *Data, size_t Size)
 {
-    KFbx Fbx;
-    if (Fbx.ProjectOpenMemory(Data, (int64)Size))
     {
-        Fbx.FindPath(0, "FBXHeaderExtension/FBXVersion");
-        FuzzWalkFbxFields(Fbx, 0, 0);
+        KFbx Fbx;
+        if (Fbx.ProjectOpenMemory(Data, (int64)Size))
+        {
+            Fbx.FindPath(0, "FBXHeaderExtension/FBXVersion");
+            FuzzWalkFbxFields(Fbx, 0, 0);
+        }
     }
+    KFbxSdkManager *Manager = KFbxSdkManager::Create();
+    if (!Manager) return;
+    KFbxScene *Scene = KFbxScene::Create(Manager, "");
+    KFbxImporter *Importer = KFbxImporter::Create(Manager, "");
+    if (Scene && Importer && Importer->InitializeFromMemory(Data, (int64)Size) && Importer->Import(Scene))
+    {
+        fbx_scene_counts Counts;
+        CountFBXScene(Scene, &Counts);
+        FuzzWalkFbxNodes(Scene->GetRootNode(), 0);
+    }
+    Manager->Destroy();
 }
