@@ -4,6 +4,7 @@
 
 #include "format/tessel_schema.h"
 #include "foundation/tessel_log.h"
+#include "foundation/tessel_memory.h"
 #include "foundation/tessel_string.h"
 
 namespace
@@ -272,4 +273,93 @@ bool ConvertIntegerArray(int32 Count, member_type SourceKind, void const *Source
         }
     }
     return true;
+}
+
+struct conversion_plan
+{
+    data_type_definition const *SourceType;
+    data_type_definition const *DestinationType;
+    // Layouts with inline members, strings or trailing curves take the
+    // general path; the plan then only remembers the two types.
+    bool General;
+    int32 StepCount;
+    struct step
+    {
+        data_type_definition Destination[2]; // the member and an end record, for clearing
+        data_type_definition const *SourceMember;
+        int32 SourceOffset;
+        int32 DestinationOffset;
+        int32 DestinationSize;
+        bool PlainClear;
+    } *Steps;
+};
+
+conversion_plan *NewConversionPlan(data_type_definition const *SourceType, data_type_definition const *DestinationType)
+{
+    CheckPointer(SourceType, LogCategory_DataTypes, 0);
+    CheckPointer(DestinationType, LogCategory_DataTypes, 0);
+    int32 Count = GetMemberCount(DestinationType);
+    conversion_plan *Plan = (conversion_plan *)TesselAllocate(sizeof(conversion_plan));
+    if (!Plan) return 0;
+    Plan->SourceType = SourceType;
+    Plan->DestinationType = DestinationType;
+    Plan->General = false;
+    Plan->StepCount = Count;
+    Plan->Steps = Count > 0 ? (conversion_plan::step *)TesselAllocate((intaddrx)sizeof(conversion_plan::step) * Count) : 0;
+    if (Count > 0 && !Plan->Steps) {
+        TesselFree(Plan);
+        return 0;
+    }
+    int32 Offset = 0;
+    for (int32 Index = 0; Index < Count; ++Index) {
+        data_type_definition const &Member = DestinationType[Index];
+        conversion_plan::step &Step = Plan->Steps[Index];
+        Step.Destination[0] = Member;
+        memset(&Step.Destination[1], 0, sizeof(Step.Destination[1]));
+        Step.DestinationOffset = Offset;
+        Step.DestinationSize = GetMemberTypeSize(Member);
+        Step.PlainClear = Member.Type != TransformMember && Member.Type != InlineMember;
+        matched_member Match;
+        Step.SourceMember = FindMatchingMember(SourceType, 0, Member.Name, Match) ? Match.Member : 0;
+        Step.SourceOffset = 0;
+        if (Step.SourceMember) {
+            for (data_type_definition const *Walk = SourceType; Walk != Step.SourceMember; ++Walk) {
+                Step.SourceOffset += GetMemberTypeSize(*Walk);
+            }
+        }
+        bool Complicated = Member.Type == InlineMember || Member.Type == StringMember ||
+                           (Step.SourceMember && (Step.SourceMember->Type == InlineMember || Step.SourceMember->Type == StringMember)) ||
+                           (!Step.SourceMember && DataTypesAreEqual(&Member, Curve2Type));
+        if (Complicated) Plan->General = true;
+        Offset += Step.DestinationSize;
+    }
+    return Plan;
+}
+
+void FreeConversionPlan(conversion_plan *Plan)
+{
+    if (!Plan) return;
+    TesselFree(Plan->Steps);
+    TesselFree(Plan);
+}
+
+void ConvertWithPlan(conversion_plan const *Plan, void const *Source, void *Destination, bool ClearUnmatched)
+{
+    CheckPointer(Plan, LogCategory_DataTypes, TESSEL_NOTHING);
+    if (Plan->General || !Source) {
+        ConvertObject(ClearUnmatched, Plan->SourceType, Source, Plan->DestinationType, Destination);
+        return;
+    }
+    conversion_state State = {ClearUnmatched, (uint8 *)Destination};
+    uint8 const *From = (uint8 const *)Source;
+    uint8 *To = (uint8 *)Destination;
+    for (int32 Index = 0; Index < Plan->StepCount; ++Index) {
+        conversion_plan::step const &Step = Plan->Steps[Index];
+        uint8 *Address = To + Step.DestinationOffset;
+        if (ClearUnmatched) {
+            if (Step.PlainClear) memset(Address, 0, (size_t)Step.DestinationSize);
+            else ClearObject(Step.Destination, Address);
+        }
+        if (Step.SourceMember) ConvertValue(State, *Step.SourceMember, From + Step.SourceOffset, Step.Destination[0], Address);
+    }
 }

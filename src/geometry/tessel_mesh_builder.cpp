@@ -79,7 +79,10 @@ bool BuildLayouts(mesh_builder *Builder)
         Builder->PushVertexType[Push].Name = "BoneIndices";
         Builder->PushVertexType[Push++].ArrayWidth = Builder->MaxWeightsPerVertex;
     }
-    return true;
+    Builder->ToolToVertex = NewConversionPlan(Builder->ToolVertexType, Type);
+    Builder->VertexToTool = NewConversionPlan(Type, Builder->ToolVertexType);
+    Builder->PushToVertex = NewConversionPlan(Builder->PushVertexType, Type);
+    return Builder->ToolToVertex && Builder->VertexToTool && Builder->PushToVertex;
 }
 
 void ComputeVertexBoneWeights(mesh_builder *Builder)
@@ -138,7 +141,7 @@ bool WithinTolerance(real32 const *A, real32 const *B, int32 Count, real32 Toler
 bool SameVertex(mesh_builder *Builder, int32 Corner, int32 Vertex)
 {
     uint8 *Stored = Builder->ScratchToolVertex;
-    ConvertSingleObject(Builder->VertexType, GetStackUnit(Builder->VertexStack, Vertex), Builder->ToolVertexType, Stored);
+    ConvertWithPlan(Builder->VertexToTool, GetStackUnit(Builder->VertexStack, Vertex), Stored, true);
     uint8 *Wanted = Builder->CornerVertex[Corner];
     bool Same = true;
     for (int32 Group = 0; Group < ToolFrameGroups; ++Group) {
@@ -161,8 +164,8 @@ int32 WeldCorner(mesh_builder *Builder, int32 Corner, int32 Triangle)
     int32 Point = Builder->CurrentVertexIndex[Corner];
     uint8 *CornerValues = Builder->CornerVertex[Corner];
     // Compare what will be stored: round through the output layout.
-    ConvertSingleObject(Builder->ToolVertexType, CornerValues, Builder->VertexType, Builder->ScratchVertex);
-    ConvertSingleObject(Builder->VertexType, Builder->ScratchVertex, Builder->ToolVertexType, CornerValues);
+    ConvertWithPlan(Builder->ToolToVertex, CornerValues, Builder->ScratchVertex, true);
+    ConvertWithPlan(Builder->VertexToTool, Builder->ScratchVertex, CornerValues, true);
 
     int32 Vertex = Point;
     int32 Previous = Point;
@@ -186,7 +189,7 @@ int32 WeldCorner(mesh_builder *Builder, int32 Corner, int32 Triangle)
         memcpy(NewVertex, GetStackUnit(Builder->VertexStack, Point), (size_t)Builder->VertexSize);
         Vertex = NewIndex;
     }
-    MergeSingleObject(Builder->ToolVertexType, CornerValues, Builder->VertexType, GetStackUnit(Builder->VertexStack, Vertex));
+    ConvertWithPlan(Builder->ToolToVertex, CornerValues, GetStackUnit(Builder->VertexStack, Vertex), false);
     StackInt(Builder->NextCoincidentVertex, Previous) = Vertex;
     StackInt(Builder->NextCoincidentVertex, Vertex) = Point;
     StackInt(Builder->FromTriangle, Vertex) = Triangle;
@@ -435,7 +438,7 @@ void PushVertex(mesh_builder *Builder)
         memcpy(Record + 12, Builder->VertexBoneWeights, sizeof(real32) * (size_t)Weights);
         memcpy(Record + 12 + 4 * Weights, Builder->VertexBoneIndices, sizeof(int32) * (size_t)Weights);
     }
-    ConvertSingleObject(Builder->PushVertexType, Record, Builder->VertexType, Vertex);
+    ConvertWithPlan(Builder->PushToVertex, Record, Vertex, true);
     data_type_definition const *WeightMember = FindVertexMember(Builder->VertexType, "BoneWeights");
     if (WeightMember) {
         matched_member Match;
@@ -716,6 +719,9 @@ void FreeBuilder(mesh_builder *Builder)
     StackCleanUp(Builder->EdgeStack);
     StackCleanUp(Builder->VertexTangentStack);
     StackCleanUp(Builder->TriangleTangentStack);
+    FreeConversionPlan(Builder->ToolToVertex);
+    FreeConversionPlan(Builder->VertexToTool);
+    FreeConversionPlan(Builder->PushToVertex);
     TesselFree(Builder->ToolVertexType);
     TesselFree(Builder->PushVertexType);
     TesselFree(Builder->BoneWeightAccumulator);

@@ -37,6 +37,9 @@ struct mesh_builder
     data_type_definition *ToolVertexType; // Normal, Tangent, Binormal, Cross, then 4 reals per channel
     int32 ToolVertexSize;
     data_type_definition *PushVertexType; // Position, BoneWeights, BoneIndices
+    struct conversion_plan *ToolToVertex;
+    struct conversion_plan *VertexToTool;
+    struct conversion_plan *PushToVertex;
 
     stack_allocator VertexStack;
     stack_allocator NextCoincidentVertex;
