@@ -178,15 +178,14 @@ bool DecodeModelSymbol(range_decoder &Decoder, trove_model &Model, uint32 RawAlp
     RebuildModelIfDue(Model, false);
     uint32 Value = DecodeRangeShift(Decoder, TroveModelBits) + TroveCumulativeBase;
     uint16 const *Cumulative = Model.Cumulative;
+    // The last rank whose interval starts at or below Value (rank 0 always
+    // does), without branches.
     uint32 Low = 0;
-    uint32 High = Model.CodedCount;
-    while (Low < High) {
-        uint32 Middle = (Low + High + 1) >> 1;
-        if (Cumulative[Middle] <= Value) {
-            Low = Middle;
-        } else {
-            High = Middle - 1;
-        }
+    uint32 Count = (uint32)Model.CodedCount + 1;
+    while (Count > 1) {
+        uint32 Half = Count >> 1;
+        Low = Cumulative[Low + Half] <= Value ? Low + Half : Low;
+        Count -= Half;
     }
     uint32 Coded = Low;
     uint32 Size = (uint32)Cumulative[Coded + 1] - Cumulative[Coded];

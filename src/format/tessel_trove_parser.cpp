@@ -57,64 +57,63 @@ struct stream_state
 
 inline void Unlink(trove_encoder &Encoder, int32 Chain, uint32 Index)
 {
-    trove_match_node &Node = Encoder.Nodes[Index];
-    uint32 Prev = Node.Prev[Chain];
+    uint32 *Prevs = Encoder.Prev[Chain];
+    uint32 Prev = Prevs[Index];
     if (Prev == NotLinked) return;
-    uint32 Next = Node.Next[Chain];
+    trove_chain_link *Links = Encoder.Links[Chain];
+    uint32 Next = Links[Index].Next;
     if (Prev & HeadLink) {
         Encoder.Heads[Chain][Prev & ~HeadLink] = Next;
     } else {
-        Encoder.Nodes[Prev].Next[Chain] = Next;
+        Links[Prev].Next = Next;
     }
-    if (Next != NoNode) Encoder.Nodes[Next].Prev[Chain] = Prev;
-    Node.Prev[Chain] = NotLinked;
-    Node.Next[Chain] = NoNode;
+    if (Next != NoNode) Prevs[Next] = Prev;
+    Prevs[Index] = NotLinked;
+    Links[Index].Next = NoNode;
 }
 
 // Node To takes From's place in a chain.
-inline void Replace(trove_encoder &Encoder, int32 Chain, uint32 From, uint32 To)
+inline void Replace(trove_encoder &Encoder, int32 Chain, uint32 From, uint32 To, uint32 Key)
 {
-    trove_match_node &Old = Encoder.Nodes[From];
-    trove_match_node &New = Encoder.Nodes[To];
-    uint32 Prev = Old.Prev[Chain];
-    uint32 Next = Old.Next[Chain];
-    New.Prev[Chain] = Prev;
-    New.Next[Chain] = Next;
+    uint32 *Prevs = Encoder.Prev[Chain];
+    trove_chain_link *Links = Encoder.Links[Chain];
+    uint32 Prev = Prevs[From];
+    uint32 Next = Links[From].Next;
+    Prevs[To] = Prev;
+    Links[To].Next = Next;
+    Links[To].Key = Key;
     if (Prev & HeadLink) {
         Encoder.Heads[Chain][Prev & ~HeadLink] = To;
     } else {
-        Encoder.Nodes[Prev].Next[Chain] = To;
+        Links[Prev].Next = To;
     }
-    if (Next != NoNode) Encoder.Nodes[Next].Prev[Chain] = To;
-    Old.Prev[Chain] = NotLinked;
-    Old.Next[Chain] = NoNode;
+    if (Next != NoNode) Prevs[Next] = To;
+    Prevs[From] = NotLinked;
+    Links[From].Next = NoNode;
 }
 
-inline void LinkHead(trove_encoder &Encoder, int32 Chain, uint32 Bucket, uint32 Index)
+inline void LinkHead(trove_encoder &Encoder, int32 Chain, uint32 Bucket, uint32 Index, uint32 Key)
 {
-    trove_match_node &Node = Encoder.Nodes[Index];
+    uint32 *Prevs = Encoder.Prev[Chain];
+    trove_chain_link *Links = Encoder.Links[Chain];
     uint32 First = Encoder.Heads[Chain][Bucket];
-    Node.Next[Chain] = First;
-    Node.Prev[Chain] = HeadLink | Bucket;
-    if (First != NoNode) Encoder.Nodes[First].Prev[Chain] = Index;
+    Links[Index].Next = First;
+    Links[Index].Key = Key;
+    Prevs[Index] = HeadLink | Bucket;
+    if (First != NoNode) Prevs[First] = Index;
     Encoder.Heads[Chain][Bucket] = Index;
 }
 
 void ClearMatchFinder(trove_encoder &Encoder)
 {
+    uint32 Count = Encoder.RingMask + 1;
     for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
         memset(Encoder.Heads[Chain], 0xFF, sizeof(uint32) * Encoder.HeadCount[Chain]);
+        memset(Encoder.Links[Chain], 0xFF, sizeof(trove_chain_link) * Count);
+        uint32 *Prevs = Encoder.Prev[Chain];
+        for (uint32 Index = 0; Index < Count; ++Index) Prevs[Index] = NotLinked;
     }
-    uint32 Count = Encoder.RingMask + 1;
-    for (uint32 Index = 0; Index < Count; ++Index) {
-        trove_match_node &Node = Encoder.Nodes[Index];
-        Node.Position = 0;
-        Node.Run = 0;
-        for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
-            Node.Next[Chain] = NoNode;
-            Node.Prev[Chain] = NotLinked;
-        }
-    }
+    memset(Encoder.Runs, 0, sizeof(uint32) * Count);
     Encoder.Run = 0;
     Encoder.RunValid = false;
     Encoder.Skip = 0;
@@ -125,21 +124,20 @@ void InsertPosition(trove_encoder &Encoder, stream_state const &Stream, uint32 P
 {
     uint8 const *Data = Stream.Data;
     uint32 Slot = Position & Encoder.RingMask;
-    trove_match_node &Node = Encoder.Nodes[Slot];
     bool Linked = false;
-    for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) Linked = Linked || Node.Prev[Chain] != NotLinked;
+    for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) Linked = Linked || Encoder.Prev[Chain][Slot] != NotLinked;
     if (Linked) {
-        if (Node.Run >= 4) {
+        // The node stands for the position one ring length back.
+        if (Encoder.Runs[Slot] >= 4) {
             // One node keeps standing for the run: the same bytes one
             // position further on.
             uint32 NextSlot = (Slot + 1) & Encoder.RingMask;
-            trove_match_node &Successor = Encoder.Nodes[NextSlot];
+            uint32 Key = Load32(Data + Position - Encoder.RingMask);
             for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) Unlink(Encoder, Chain, NextSlot);
             for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
-                if (Node.Prev[Chain] != NotLinked) Replace(Encoder, Chain, Slot, NextSlot);
+                if (Encoder.Prev[Chain][Slot] != NotLinked) Replace(Encoder, Chain, Slot, NextSlot, Key);
             }
-            Successor.Position = Node.Position + 1;
-            Successor.Run = Node.Run - 1;
+            Encoder.Runs[NextSlot] = Encoder.Runs[Slot] - 1;
         } else {
             for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) Unlink(Encoder, Chain, Slot);
         }
@@ -154,18 +152,18 @@ void InsertPosition(trove_encoder &Encoder, stream_state const &Stream, uint32 P
     }
 
     if (Encoder.Skip < 3) {
-        Node.Position = Position;
-        Node.Run = Encoder.Run;
         uint32 Key = Load32(Data + Position);
+        Encoder.Runs[Slot] = Encoder.Run;
         for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
             uint32 Bucket = FoldKey(Key & KeyMasks[Chain], Encoder.HeadCount[Chain]);
-            LinkHead(Encoder, Chain, Bucket, Slot);
+            LinkHead(Encoder, Chain, Bucket, Slot, Key);
             uint32 Mask = DuplicateMasks[Chain];
             if (!Mask) continue;
-            uint32 Scan = Node.Next[Chain];
+            trove_chain_link const *Links = Encoder.Links[Chain];
+            uint32 Scan = Links[Slot].Next;
             while (Scan != NoNode) {
-                uint32 Next = Encoder.Nodes[Scan].Next[Chain];
-                if (((Load32(Data + Encoder.Nodes[Scan].Position) ^ Key) & Mask) == 0) Unlink(Encoder, Chain, Scan);
+                uint32 Next = Links[Scan].Next;
+                if (((Links[Scan].Key ^ Key) & Mask) == 0) Unlink(Encoder, Chain, Scan);
                 Scan = Next;
             }
         }
@@ -246,18 +244,30 @@ void SearchChain(trove_encoder const &Encoder, stream_state const &Stream, uint3
                  match_search &Search)
 {
     uint8 const *Data = Stream.Data;
-    uint32 Key = Load32(Data + Position) & KeyMasks[Chain];
-    uint32 Index = Encoder.Heads[Chain][FoldKey(Key, Encoder.HeadCount[Chain])];
-    uint8 First = Data[Position];
-    for (; Index != NoNode; Index = Encoder.Nodes[Index].Next[Chain]) {
-        trove_match_node const &Node = Encoder.Nodes[Index];
-        uint32 Candidate = Node.Position;
-        if (Candidate >= Position || Position - Candidate > Alphabets.Window) continue;
-        if (Data[Candidate] != First) continue;
-        uint32 Length = GetMatchLength(Data, Position, Candidate, MaxLength);
+    uint32 Word = Load32(Data + Position);
+    uint32 Index = Encoder.Heads[Chain][FoldKey(Word & KeyMasks[Chain], Encoder.HeadCount[Chain])];
+    uint32 Visited = 0;
+    trove_chain_link const *Links = Encoder.Links[Chain];
+    uint32 const Mask = Encoder.RingMask;
+    for (; Index != NoNode && Visited < TroveMaxChainCandidates; Index = Links[Index].Next) {
+        ++Visited;
+        trove_chain_link const &Node = Links[Index];
+        // Every position before this one is in the ring, so the node's slot
+        // tells its distance.
+        uint32 Distance = 1 + ((Position - 1 - Index) & Mask);
+        if (Distance > Alphabets.Window) continue;
+        uint32 Candidate = Position - Distance;
+        // The keys give the length up to 4 bytes without touching the data.
+        uint32 Difference = Node.Key ^ Word;
+        if (Difference & 0xFF) continue;
+        uint32 Length;
+        if (Difference) {
+            Length = Smaller((uint32)__builtin_ctz(Difference) >> 3, MaxLength);
+        } else {
+            Length = MaxLength <= 4 ? MaxLength : 4 + GetMatchLength(Data, Position + 4, Candidate + 4, MaxLength - 4);
+        }
         uint32 Snapped = SnapTroveMatchLength(Length);
         if (Snapped >= 2) {
-            uint32 Distance = Position - Candidate;
             double Product = PriceLength(Encoder, Context, GetTroveLengthSymbol(Snapped)) *
                              PriceDistance(Encoder, Distance, Alphabets);
             double Cost = std::log2(Product) / (double)Snapped;
@@ -426,7 +436,9 @@ static int32 GetModelUnits()
 
 intaddrx GetTroveEncoderWorkSize(uint32 MaxStreamSize)
 {
-    intaddrx Size = (intaddrx)sizeof(trove_match_node) * GetRingSize(MaxStreamSize);
+    intaddrx Ring = GetRingSize(MaxStreamSize);
+    intaddrx Size = ((intaddrx)sizeof(trove_chain_link) + (intaddrx)sizeof(uint32)) * TroveChainCount * Ring;
+    Size += (intaddrx)sizeof(uint32) * Ring;
     for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) Size += (intaddrx)sizeof(uint32) * GetChainTableSize(Chain);
     Size += (intaddrx)sizeof(uint16) * GetModelUnits();
     return (Size + 7) & ~(intaddrx)7;
@@ -443,9 +455,17 @@ void BeginTroveEncoder(trove_encoder &Encoder, void *Memory, uint32 MaxStreamSiz
 {
     uint8 *Cursor = (uint8 *)Memory;
     int32 RingSize = GetRingSize(MaxStreamSize);
-    Encoder.Nodes = (trove_match_node *)Cursor;
     Encoder.RingMask = (uint32)RingSize - 1;
-    Cursor += sizeof(trove_match_node) * (size_t)RingSize;
+    for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
+        Encoder.Links[Chain] = (trove_chain_link *)Cursor;
+        Cursor += sizeof(trove_chain_link) * (size_t)RingSize;
+    }
+    for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
+        Encoder.Prev[Chain] = (uint32 *)Cursor;
+        Cursor += sizeof(uint32) * (size_t)RingSize;
+    }
+    Encoder.Runs = (uint32 *)Cursor;
+    Cursor += sizeof(uint32) * (size_t)RingSize;
     for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
         Encoder.Heads[Chain] = (uint32 *)Cursor;
         Encoder.HeadCount[Chain] = GetChainTableSize(Chain);

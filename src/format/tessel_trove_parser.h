@@ -15,14 +15,18 @@ enum
     TroveRingSize = TroveWindowLimit + 1,
     // Bytes readable past the end of a stream given to the parser (all zero).
     TroveInputPadding = 8,
+    // Candidates a chain search looks at before it settles for the best so
+    // far; keeps encoding linear in the input size.
+    TroveMaxChainCandidates = 32,
 };
 
-struct trove_match_node
+// A window position in one chain. The position itself follows from the
+// node's slot in the ring: it is the latest position before the one being
+// searched that falls on that slot.
+struct trove_chain_link
 {
-    uint32 Position;
-    uint32 Run;
-    uint32 Next[TroveChainCount];
-    uint32 Prev[TroveChainCount];
+    uint32 Next;
+    uint32 Key; // the first 4 bytes at the position
 };
 
 struct trove_encoder
@@ -34,7 +38,10 @@ struct trove_encoder
     trove_model High;
     trove_model Middle[TroveMiddleModelCount];
 
-    trove_match_node *Nodes;
+    // By chain, then by ring slot.
+    trove_chain_link *Links[TroveChainCount];
+    uint32 *Prev[TroveChainCount];
+    uint32 *Runs;
     uint32 RingMask;
     uint32 *Heads[TroveChainCount];
     uint32 HeadCount[TroveChainCount];
