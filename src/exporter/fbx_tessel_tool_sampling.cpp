@@ -1,0 +1,148 @@
+#include "exporter/fbx_tessel_tool_sampling.h"
+
+#include "exporter/fbx_tessel_tool_interface.h"
+#include "exporter/tessel_scene_graph.h"
+#include "fbx/fbx_tessel_node.h"
+#include "fbx/fbx_tessel_scene.h"
+#include "foundation/tessel_log.h"
+
+namespace {
+
+KFbxTakeInfo *GetTake(tool_animation *Animation) { return (KFbxTakeInfo *)Animation->ToolAnimation; }
+KFbxScene *GetScene(tool_animation *Animation) { return (KFbxScene *)Animation->ToolScene; }
+
+// A scene without the take answers with a failure, which changes nothing
+// that matters here: the take becomes current all the same.
+void MakeTakeCurrent(tool_animation *Animation)
+{
+    KFbxScene *Scene = GetScene(Animation);
+    KFbxTakeInfo *Take = GetTake(Animation);
+    if (Scene && Take) Scene->SetCurrentTake(Take->GetName());
+}
+
+int64 GetTakeDuration(tool_animation *Animation)
+{
+    KFbxTakeInfo *Take = GetTake(Animation);
+    return Take ? Take->mLocalTimeSpan.GetDuration().Get() : 0;
+}
+
+void StoreVector3(KFbxVector4 const &Value, real32 *Result)
+{
+    for (int32 Axis = 0; Axis < 3; ++Axis) Result[Axis] = (real32)Value[Axis];
+}
+
+void StoreQuaternion(KFbxQuaternion const &Value, real32 *Result)
+{
+    for (int32 Component = 0; Component < 4; ++Component) Result[Component] = (real32)Value[Component];
+}
+
+void StoreDiagonal(KFbxVector4 const &Scale, real32 *ScaleShear)
+{
+    for (int32 Element = 0; Element < 9; ++Element) ScaleShear[Element] = 0.0f;
+    for (int32 Axis = 0; Axis < 3; ++Axis) ScaleShear[Axis * 4] = (real32)Scale[Axis];
+}
+
+} // namespace
+
+real32 GetSecondsPerFrame(fbx_tool_interface *Tool)
+{
+    return (real32)(1.0 / KTime::GetFrameRate(KTime::GetGlobalTimeMode()));
+}
+
+int32 GetAnimationFrameCount(tool_animation *Animation)
+{
+    CheckPointer(Animation, LogCategory_Exporter, 0);
+    KTime Span;
+    if (Animation->HasRange) {
+        Span.Set(Animation->End - Animation->Start);
+    } else {
+        MakeTakeCurrent(Animation);
+        Span.Set(GetTakeDuration(Animation));
+    }
+    return (int32)Span.GetFrame(true, FbxTimeMode_Default);
+}
+
+void SetAnimationSampleTime(fbx_tool_interface *Tool, tool_animation *Animation, int32 SampleIndex,
+                            int32 SampleCount)
+{
+    CheckPointer(Tool, LogCategory_Exporter, TESSEL_NOTHING);
+    CheckPointer(Animation, LogCategory_Exporter, TESSEL_NOTHING);
+    CheckCondition(SampleCount > 0, LogCategory_Exporter, TESSEL_NOTHING);
+    MakeTakeCurrent(Animation);
+    // A fixed step in whole ticks: sample i is at i steps, with no running sum.
+    if (Animation->HasRange) {
+        int64 Step = (Animation->End - Animation->Start) / SampleCount;
+        Tool->CurrentTime = Animation->Start + Step * SampleIndex;
+    } else {
+        // A take is read from time 0 for its length, wherever its span starts.
+        int64 Step = GetTakeDuration(Animation) / SampleCount;
+        Tool->CurrentTime = Step * SampleIndex;
+    }
+}
+
+void SetMorphFrame(fbx_tool_interface *Tool, int32 Frame, int32 FrameCount) {}
+int32 GetMorphFrameCount(fbx_tool_interface *Tool) { return 0; }
+real32 GetMorphDuration(fbx_tool_interface *Tool) { return 0.0f; }
+
+void SampleNodeTransform(fbx_tool_interface *Tool, tool_node *Node, real32 *LocalPosition,
+                         real32 *LocalOrientation, real32 *LocalScaleShear, real32 *WorldPosition,
+                         real32 *WorldOrientation, real32 *WorldScaleShear)
+{
+    CheckPointer(Tool, LogCategory_Exporter, TESSEL_NOTHING);
+    CheckPointer(Node, LogCategory_Exporter, TESSEL_NOTHING);
+    KFbxNode *FBXNode = (KFbxNode *)Node->ToolNode;
+    if (!FBXNode) return;
+
+    KTime Time(Tool->CurrentTime);
+    KFbxVector4 Scaling = FBXNode->GetLocalScaling(Time, false);
+    KFbxVector4 Rotation = FBXNode->GetLocalRotation(Time, false);
+    KFbxVector4 Translation = FBXNode->GetLocalTranslation(Time, false);
+
+    // The raw properties: pivots, offsets and pre/post-rotation show only in
+    // the world values.
+    real32 Position[3], Orientation[4], ScaleShear[9];
+    StoreVector3(Translation, Position);
+    AffineMatrix RotationMatrix;
+    RotationMatrix.SetR(Rotation);
+    StoreQuaternion(RotationMatrix.GetQuaternion(), Orientation);
+    StoreDiagonal(Scaling, ScaleShear);
+    for (int32 Index = 0; Index < 3; ++Index) LocalPosition[Index] = Position[Index];
+    for (int32 Index = 0; Index < 4; ++Index) LocalOrientation[Index] = Orientation[Index];
+    for (int32 Index = 0; Index < 9; ++Index) LocalScaleShear[Index] = ScaleShear[Index];
+
+    if (GetNodeParent(Tool, Node)) {
+        AffineMatrix Global = FBXNode->GetGlobalTransformAtTime(Time);
+        StoreVector3(Global.GetTranslation(), WorldPosition);
+        StoreQuaternion(Global.GetQuaternion(), WorldOrientation);
+        StoreDiagonal(Global.GetScaling(), WorldScaleShear);
+    } else {
+        // A top-level node, or one whose parent left the graph: what it has
+        // above it in the scene is not seen.
+        for (int32 Index = 0; Index < 3; ++Index) WorldPosition[Index] = Position[Index];
+        for (int32 Index = 0; Index < 4; ++Index) WorldOrientation[Index] = Orientation[Index];
+        for (int32 Index = 0; Index < 9; ++Index) WorldScaleShear[Index] = ScaleShear[Index];
+    }
+}
+
+void GetNodeMatrix(fbx_tool_interface *Tool, tool_node *Node, real32 *Matrix) {}
+
+void GetMorphVertexPosition(void *Handle, int32 Polygon, int32 Corner, real32 *Position) {}
+void GetMorphVertexNormal(void *Handle, int32 Polygon, int32 Corner, real32 *Normal) {}
+void GetMorphCornerColor(void *Handle, int32 Polygon, int32 Corner, int32 Channel, real32 *Color) {}
+void GetMorphCornerTextureCoordinates(void *Handle, int32 Polygon, int32 Corner, int32 Channel,
+                                      real32 *Coordinates) {}
+
+int32 GetVertexAnimationChannelCount(fbx_tool_interface *Tool, tool_animation *Animation) { return 0; }
+void SampleVertexAnimationFrame(real32 *Values, void *Handle, tool_animation *Animation) {}
+char const *GetVertexAnimationChannelName() { return 0; }
+char const *GetTrackName(fbx_tool_interface *Tool, tool_track *Track, string_table *Strings) { return 0; }
+int32 GetTrackDimension(fbx_tool_interface *Tool, tool_track *Track) { return 0; }
+void SampleTrack(real32 *Values, tool_track *Track, tool_animation *Animation) {}
+bool IsTrackAlwaysKept(fbx_tool_interface *Tool, tool_track *Track) { return false; }
+int32 GetNodeTextTrackCount(fbx_tool_interface *Tool, tool_node *Node) { return 0; }
+int32 GetNodeTextTrackEntryCount(fbx_tool_interface *Tool, tool_node *Node, int32 Track) { return 0; }
+char const *GetNodeTextTrackEntry(fbx_tool_interface *Tool, tool_node *Node, memory_arena *Arena,
+                                  string_table *Strings, int32 Track, int32 Entry, real32 *Time)
+{
+    return 0;
+}

@@ -1,0 +1,59 @@
+// The time-dependent half of the FBX tool interface: one current time in the
+// tool object, frame counts and sample times of animations, and node
+// transforms at the current time. The morph, vertex animation and track
+// operations have no answer in FBX and give fixed empty results.
+#pragma once
+
+#include "foundation/tessel_types.h"
+
+struct fbx_tool_interface;
+struct tool_node;
+struct tool_animation;
+struct tool_track;
+struct memory_arena;
+struct string_table;
+
+// 1 / frame rate of the scene's time mode.
+real32 GetSecondsPerFrame(fbx_tool_interface *Tool);
+// Whole frames of the animation's range, or of its take's length, counted
+// from 0 and truncated. Makes the take current when there is no range.
+int32 GetAnimationFrameCount(tool_animation *Animation);
+// Makes the animation's take current and puts the current time at sample
+// SampleIndex of SampleCount equal steps over the range (or over the take's
+// length from time 0). SampleCount must be at least 1.
+void SetAnimationSampleTime(fbx_tool_interface *Tool, tool_animation *Animation, int32 SampleIndex,
+                            int32 SampleCount);
+void SetMorphFrame(fbx_tool_interface *Tool, int32 Frame, int32 FrameCount);
+int32 GetMorphFrameCount(fbx_tool_interface *Tool);
+real32 GetMorphDuration(fbx_tool_interface *Tool);
+
+// The node's transform at the current time. Local values are the raw
+// translation, rotation (as a quaternion x, y, z, w) and scale; world values
+// come from the node's global transform, or copy the local ones for a node
+// without a parent in the graph. A node without a scene node leaves every
+// output untouched.
+void SampleNodeTransform(fbx_tool_interface *Tool, tool_node *Node, real32 *LocalPosition,
+                         real32 *LocalOrientation, real32 *LocalScaleShear, real32 *WorldPosition,
+                         real32 *WorldOrientation, real32 *WorldScaleShear);
+// FBX gives no separate node matrix: Matrix stays as it was.
+void GetNodeMatrix(fbx_tool_interface *Tool, tool_node *Node, real32 *Matrix);
+
+// Per-corner morph data at the current frame: nothing in FBX.
+void GetMorphVertexPosition(void *Handle, int32 Polygon, int32 Corner, real32 *Position);
+void GetMorphVertexNormal(void *Handle, int32 Polygon, int32 Corner, real32 *Normal);
+void GetMorphCornerColor(void *Handle, int32 Polygon, int32 Corner, int32 Channel, real32 *Color);
+void GetMorphCornerTextureCoordinates(void *Handle, int32 Polygon, int32 Corner, int32 Channel,
+                                      real32 *Coordinates);
+
+// Vertex animation and animated extras: FBX has none.
+int32 GetVertexAnimationChannelCount(fbx_tool_interface *Tool, tool_animation *Animation);
+void SampleVertexAnimationFrame(real32 *Values, void *Handle, tool_animation *Animation);
+char const *GetVertexAnimationChannelName();
+char const *GetTrackName(fbx_tool_interface *Tool, tool_track *Track, string_table *Strings);
+int32 GetTrackDimension(fbx_tool_interface *Tool, tool_track *Track);
+void SampleTrack(real32 *Values, tool_track *Track, tool_animation *Animation);
+bool IsTrackAlwaysKept(fbx_tool_interface *Tool, tool_track *Track);
+int32 GetNodeTextTrackCount(fbx_tool_interface *Tool, tool_node *Node);
+int32 GetNodeTextTrackEntryCount(fbx_tool_interface *Tool, tool_node *Node, int32 Track);
+char const *GetNodeTextTrackEntry(fbx_tool_interface *Tool, tool_node *Node, memory_arena *Arena,
+                                  string_table *Strings, int32 Track, int32 Entry, real32 *Time);

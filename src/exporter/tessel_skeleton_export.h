@@ -1,0 +1,37 @@
+// The stages "Skeletons" and "Models": each model of the scene graph becomes
+// one skeleton, sampled at the bind state, and one model record that binds
+// its meshes and places it in the scene.
+#pragma once
+
+#include "foundation/tessel_types.h"
+
+struct fbx_tool_interface;
+struct scene_export_state;
+struct settings_node;
+struct tool_model;
+struct tool_node;
+struct transform;
+
+// Builds the model's skeleton from its included bones (parents first, sorted
+// by LOD error), records it in the model and in the file, and gives each
+// included node its final BoneIndex and FileBone. Left-out nodes keep
+// BoneIndex -1, so their children become roots.
+void ExportSkeleton(scene_export_state *State, tool_model *Model);
+// The model record: name, skeleton, placement and mesh bindings.
+void ExportModel(scene_export_state *State, tool_model *Model);
+
+// Is this node a bone of the skeleton? For settings that have "Include
+// reference in export", both inclusion settings must be on; otherwise
+// "Include data in export" alone decides. False for a null node.
+bool IsBoneIncluded(settings_node const *Settings);
+
+// The node's local and world transform at the tool's current time, with
+// their flags set.
+void GetNodeTransforms(fbx_tool_interface *Tool, tool_node *Node, transform *Local, transform *World);
+
+// A placement from a position and an orientation: the components the
+// settings mask out are zeroed (all are kept unless a mask setting says
+// otherwise), the orientation is normalised (a vanishing one becomes the
+// identity) and the scale/shear is the identity.
+void MakeInitialPlacement(settings_node const *Settings, real32 const *Position, real32 const *Orientation,
+                          transform *Result);

@@ -1,0 +1,312 @@
+// Sampling at a time, and the stages "Skeletons" and "Models" on scenes
+// written by the test FBX writer.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <fstream>
+#include <iterator>
+
+#include "exporter/fbx_tessel_tool_sampling.h"
+#include "exporter/tessel_skeleton_export.h"
+#include "exporter_test_files.h"
+#include "format/tessel_file_reader.h"
+#include "settings/tessel_export_ui_tunneling.h"
+#include "settings/tessel_requester.h"
+#include "skeleton_test_support.h"
+#include "support/test_log_capture.h"
+
+namespace {
+
+// "Hip" at (1, 2, 3) turned 90 degrees about Z, with a chain "Spine" >
+// "Neck" whose middle bone has a pre-rotation, and an unrelated "Prop".
+fbx_test_scene MakeChainScene()
+{
+    fbx_test_scene Scene;
+    Scene.Nodes.push_back(TestNode("Hip", -1));
+    Scene.Nodes[0].Translation[0] = 1;
+    Scene.Nodes[0].Translation[1] = 2;
+    Scene.Nodes[0].Translation[2] = 3;
+    Scene.Nodes[0].Rotation[2] = 90;
+    Scene.Nodes.push_back(TestNode("Spine", 0));
+    Scene.Nodes[1].Translation[1] = 4;
+    Scene.Nodes[1].PreRotation[0] = 30;
+    Scene.Nodes[1].Rotation[1] = 20;
+    Scene.Nodes.push_back(TestNode("Neck", 1));
+    Scene.Nodes[2].Translation[1] = 2;
+    Scene.Nodes[2].Scaling[0] = Scene.Nodes[2].Scaling[1] = Scene.Nodes[2].Scaling[2] = 0.5;
+    Scene.Nodes.push_back(TestNode("Prop", -1, "Null"));
+    Scene.Nodes[3].Translation[2] = -7;
+    return Scene;
+}
+
+void ExpectWorldMatchesScene(bone const &Bone, fbx_test_scene const &Scene, int32_t NodeIndex)
+{
+    double Expected[16];
+    FbxTestNodeGlobal(Scene, NodeIndex, Expected);
+    EXPECT_LT(RelativeDifference(BoneWorld(Bone), FromDoubles(Expected)), 1e-5) << Bone.Name;
+}
+
+} // namespace
+
+TEST(ToolSampling, LocalValuesAreRawPropertiesAndWorldValuesTheGlobalTransform)
+{
+    fbx_test_scene Scene = MakeChainScene();
+    stage_fixture Fixture;
+    ASSERT_TRUE(Fixture.Begin(Scene));
+
+    real32 LP[3], LO[4], LS[9], WP[3], WO[4], WS[9];
+    SampleNodeTransform(Fixture.Tool, Fixture.NodeNamed("Hip"), LP, LO, LS, WP, WO, WS);
+    EXPECT_NEAR(LO[2], 0.70710678f, 1e-6f);
+    EXPECT_NEAR(LO[3], 0.70710678f, 1e-6f);
+    EXPECT_EQ(LP[0], 1.0f);
+    // Top level: the world values are the local ones.
+    EXPECT_EQ(0, memcmp(LP, WP, sizeof(LP)));
+    EXPECT_EQ(0, memcmp(LO, WO, sizeof(LO)));
+    EXPECT_EQ(0, memcmp(LS, WS, sizeof(LS)));
+
+    // The pre-rotation is in the world value only.
+    SampleNodeTransform(Fixture.Tool, Fixture.NodeNamed("Spine"), LP, LO, LS, WP, WO, WS);
+    EXPECT_NEAR(LO[0], 0.0f, 1e-6f);
+    EXPECT_NEAR(LO[1], std::sin(10.0 * M_PI / 180.0), 1e-6);
+    double Global[16];
+    FbxTestNodeGlobal(Scene, 1, Global);
+    for (int Axis = 0; Axis < 3; ++Axis) EXPECT_NEAR(WP[Axis], Global[12 + Axis], 1e-5) << Axis;
+
+    SampleNodeTransform(Fixture.Tool, Fixture.NodeNamed("Neck"), LP, LO, LS, WP, WO, WS);
+    EXPECT_EQ(LS[0], 0.5f);
+    EXPECT_EQ(LS[1], 0.0f);
+    EXPECT_NEAR(WS[4], 0.5f, 1e-6f);
+
+    // A node without a scene node leaves the outputs alone.
+    tool_node Empty = {};
+    WP[0] = 42.0f;
+    SampleNodeTransform(Fixture.Tool, &Empty, LP, LO, LS, WP, WO, WS);
+    EXPECT_EQ(WP[0], 42.0f);
+}
+
+TEST(ToolSampling, SampleTimesAndFrameCountsOfTakesAndRanges)
+{
+    int64 const Second = FbxTicksPerSecond;
+    fbx_test_scene Scene = MakeChainScene();
+    fbx_test_take Take;
+    Take.Name = "Late";
+    Take.Start = 10 * Second;
+    Take.Stop = 20 * Second;
+    fbx_test_curve Curve;
+    Curve.Node = 0;
+    Curve.Keys = {{0, 0.0f}, {20 * Second, 20.0f}};
+    Take.Curves.push_back(Curve);
+    Scene.Takes.push_back(Take);
+
+    char Whole[] = "Whole", Sliver[] = "Sliver";
+    animation_def Defs[2] = {{Whole, 0, 30}, {Sliver, 3, 3}};
+    stage_fixture Fixture;
+    ASSERT_TRUE(Fixture.Begin(Scene, Defs, 2));
+    EXPECT_FLOAT_EQ(GetSecondsPerFrame(Fixture.Tool), 1.0f / 30.0f);
+    ASSERT_EQ(Fixture.State.Graph->AnimationCount, 2);
+    // Newest first: the second def's animation heads the list.
+    tool_animation *SliverRange = Fixture.State.Graph->FirstAnimation;
+    tool_animation *WholeRange = SliverRange->Next;
+    EXPECT_EQ(GetAnimationFrameCount(WholeRange), 30);
+    EXPECT_EQ(GetAnimationFrameCount(SliverRange), 0);
+    SetAnimationSampleTime(Fixture.Tool, WholeRange, 3, 4);
+    EXPECT_EQ(Fixture.Tool->CurrentTime, (Second / 4) * 3);
+
+    // Without ranges the take is read from 0 for its length.
+    tool_animation TakeOnly = *WholeRange;
+    TakeOnly.HasRange = false;
+    EXPECT_EQ(GetAnimationFrameCount(&TakeOnly), 300);
+    SetAnimationSampleTime(Fixture.Tool, &TakeOnly, 1, 4);
+    EXPECT_EQ(Fixture.Tool->CurrentTime, 10 * Second / 4);
+    real32 LP[3], LO[4], LS[9], WP[3], WO[4], WS[9];
+    SampleNodeTransform(Fixture.Tool, Fixture.NodeNamed("Hip"), LP, LO, LS, WP, WO, WS);
+    EXPECT_NEAR(LP[0], 2.5f, 1e-4f);
+    ResetToolTime(Fixture.Tool);
+    SampleNodeTransform(Fixture.Tool, Fixture.NodeNamed("Hip"), LP, LO, LS, WP, WO, WS);
+    EXPECT_EQ(LP[0], 1.0f);
+}
+
+TEST(ToolSampling, TakesOfZeroLengthOrNoneGiveNoAnimation)
+{
+    fbx_test_scene Scene = MakeChainScene();
+    {
+        stage_fixture Fixture;
+        ASSERT_TRUE(Fixture.Begin(Scene));
+        EXPECT_EQ(Fixture.State.Graph->AnimationCount, 0);
+    }
+    fbx_test_take Empty;
+    Empty.Name = "Still";
+    Empty.Start = Empty.Stop = FbxFrameTicks(5);
+    fbx_test_curve Curve;
+    Curve.Keys = {{FbxFrameTicks(5), 1.0f}};
+    Empty.Curves.push_back(Curve);
+    Scene.Takes.push_back(Empty);
+    char Name[] = "Range";
+    animation_def Def = {Name, 0, 10};
+    stage_fixture Fixture;
+    ASSERT_TRUE(Fixture.Begin(Scene, &Def, 1));
+    EXPECT_EQ(Fixture.State.Graph->AnimationCount, 0);
+}
+
+TEST(SkeletonExport, BonesStandParentsFirstWithWorldMatricesOfTheScene)
+{
+    fbx_test_scene Scene = MakeChainScene();
+    int32 Before = LiveBlocks();
+    {
+        stage_fixture Fixture;
+        ASSERT_TRUE(Fixture.Begin(Scene));
+        // Unrelated top-level nodes give separate models.
+        ASSERT_EQ(Fixture.State.Graph->ModelCount, 2);
+        tool_model *Model = Fixture.ModelNamed("Hip");
+        ASSERT_NE(Model, nullptr);
+        ExportSkeleton(&Fixture.State, Model);
+        skeleton *Skeleton = Model->Skeleton;
+        ASSERT_NE(Skeleton, nullptr);
+        EXPECT_EQ(Fixture.State.FileInfo.SkeletonCount, 1);
+        EXPECT_STREQ(Skeleton->Name, "Hip");
+        ASSERT_EQ(Skeleton->BoneCount, 3);
+        EXPECT_STREQ(Skeleton->Bones[0].Name, "Hip");
+        EXPECT_STREQ(Skeleton->Bones[1].Name, "Spine");
+        EXPECT_STREQ(Skeleton->Bones[2].Name, "Neck");
+        EXPECT_EQ(Skeleton->Bones[0].ParentIndex, -1);
+        EXPECT_EQ(Skeleton->Bones[1].ParentIndex, 0);
+        EXPECT_EQ(Skeleton->Bones[2].ParentIndex, 1);
+        EXPECT_EQ(Skeleton->LODType, 1);
+        EXPECT_GE(Skeleton->Bones[0].LODError, Skeleton->Bones[1].LODError);
+        for (int32 I = 0; I < 3; ++I) {
+            tool_node *Node = Fixture.NodeNamed(Skeleton->Bones[I].Name);
+            EXPECT_EQ(Node->BoneIndex, I);
+            EXPECT_EQ(Node->FileBone, &Skeleton->Bones[I]);
+            ExpectWorldMatchesScene(Skeleton->Bones[I], Scene, I);
+        }
+    }
+    EXPECT_EQ(LiveBlocks(), Before);
+}
+
+TEST(SkeletonExport, LeftOutBonesCutTheirChainAndSkinnedMeshNodesAreNoBones)
+{
+    fbx_test_scene Scene = MakeFbxTestArmScene();
+    stage_fixture Fixture;
+    ASSERT_TRUE(Fixture.Begin(Scene));
+    ASSERT_EQ(Fixture.State.Graph->ModelCount, 1);
+    tool_model *Model = FirstModel(Fixture.State.Graph);
+    EXPECT_EQ(Fixture.NodeNamed("Arm"), nullptr);
+
+    tool_node *Upper = Fixture.NodeNamed("Upper");
+    ASSERT_TRUE(SetSettingBool(FindSetting(Upper->Settings, 2), false));
+    EXPECT_FALSE(IsBoneIncluded(Upper->Settings));
+    ExportSkeleton(&Fixture.State, Model);
+    skeleton *Skeleton = Model->Skeleton;
+    ASSERT_NE(Skeleton, nullptr);
+    ASSERT_EQ(Skeleton->BoneCount, 2);
+    EXPECT_EQ(Upper->BoneIndex, -1);
+    EXPECT_EQ(Upper->FileBone, nullptr);
+    bone const *Lower = FindBone(Skeleton, "Lower");
+    ASSERT_NE(Lower, nullptr);
+    EXPECT_EQ(Lower->ParentIndex, -1);
+    // Its world matrix is still the scene's, though it became a root.
+    ExpectWorldMatchesScene(*Lower, Scene, 2);
+}
+
+TEST(ModelExport, MoveToOriginPlacesTheFirstBoneAndKeepsWorldMatrices)
+{
+    fbx_test_scene Scene = MakeChainScene();
+    stage_fixture Fixture;
+    ASSERT_TRUE(Fixture.Begin(Scene));
+    tool_model *Model = Fixture.ModelNamed("Hip");
+    tool_model *Prop = Fixture.ModelNamed("Prop");
+    ExportSkeleton(&Fixture.State, Model);
+    bone Before = Model->Skeleton->Bones[0];
+    mesh FakeMesh = {};
+    Model->FirstMesh = nullptr;
+    ExportModel(&Fixture.State, Model);
+    model *Result = Fixture.State.FileInfo.Models[0];
+    EXPECT_STREQ(Result->Name, "Hip");
+    EXPECT_EQ(Result->Skeleton, Model->Skeleton);
+    transform const &Placement = Result->InitialPlacement;
+    EXPECT_EQ(Placement.Position[0], 1.0f);
+    EXPECT_EQ(Placement.Position[2], 3.0f);
+    EXPECT_NEAR(Placement.Orientation[2], 0.70710678f, 1e-6f);
+    bone const &First = Model->Skeleton->Bones[0];
+    for (int Axis = 0; Axis < 3; ++Axis) EXPECT_NEAR(First.Transform.Position[Axis], 0.0f, 1e-6f);
+    EXPECT_NEAR(std::fabs(First.Transform.Orientation[3]), 1.0f, 1e-6f);
+    EXPECT_EQ(First.Transform.Flags & 3, 0);
+    EXPECT_EQ(0, memcmp(First.InverseWorldTransform, Before.InverseWorldTransform, sizeof(Before.InverseWorldTransform)));
+
+    // Without a skeleton the first node's local values place the model; with
+    // the setting off the placement stays zeroed. Meshes with a record bind.
+    tool_mesh Mesh = {};
+    Mesh.FileMesh = &FakeMesh;
+    tool_mesh Unexported = {};
+    Mesh.NextInModel = &Unexported;
+    Prop->FirstMesh = &Mesh;
+    Prop->MeshCount = 2;
+    ExportModel(&Fixture.State, Prop);
+    model *PropModel = Fixture.State.FileInfo.Models[1];
+    EXPECT_EQ(PropModel->Skeleton, nullptr);
+    EXPECT_EQ(PropModel->InitialPlacement.Position[2], -7.0f);
+    ASSERT_EQ(PropModel->MeshBindingCount, 1);
+    EXPECT_EQ(PropModel->MeshBindings[0].Mesh, &FakeMesh);
+    Prop->FirstMesh = nullptr;
+    Prop->MeshCount = 0;
+}
+
+TEST(ModelExport, WithoutMoveToOriginThePlacementStaysZeroed)
+{
+    stage_fixture Fixture;
+    ASSERT_TRUE(Fixture.Begin(MakeChainScene()));
+    tool_model *Model = Fixture.ModelNamed("Hip");
+    ASSERT_TRUE(SetSettingBool(FindSetting(Model->Settings, 97), false));
+    ExportSkeleton(&Fixture.State, Model);
+    ExportModel(&Fixture.State, Model);
+    transform const &Placement = Fixture.State.FileInfo.Models[0]->InitialPlacement;
+    EXPECT_EQ(Placement.Flags, 0);
+    EXPECT_EQ(Placement.Position[0], 0.0f);
+    EXPECT_EQ(Model->Skeleton->Bones[0].Transform.Position[0], 1.0f);
+}
+
+TEST(ModelExport, InitialPlacementNormalisesOrReplacesTheOrientation)
+{
+    real32 const Position[3] = {1, 2, 3};
+    real32 const Long[4] = {0, 0, 2, 0};
+    real32 const Tiny[4] = {0, 0, 0.00005f, 0};
+    transform Result;
+    MakeInitialPlacement(nullptr, Position, Long, &Result);
+    EXPECT_EQ(Result.Orientation[2], 1.0f);
+    EXPECT_EQ(Result.ScaleShear[1][1], 1.0f);
+    EXPECT_EQ(Result.Flags, 3);
+    MakeInitialPlacement(nullptr, Position, Tiny, &Result);
+    EXPECT_EQ(Result.Orientation[2], 0.0f);
+    EXPECT_EQ(Result.Orientation[3], 1.0f);
+}
+
+TEST(SkeletonExportFile, RepeatedExportsAreIdenticalAndLeaveNothingBehind)
+{
+    std::string Input = SaveFbxTestFile("arm_file.fbx", WriteFbxTestScene(MakeFbxTestArmScene(), FbxTestBinary(7400)));
+    std::string First = PrivateTemporaryDirectory() + "/output_arm_1.ts2";
+    std::string Second = PrivateTemporaryDirectory() + "/output_arm_2.ts2";
+    int32 Before = LiveBlocks();
+    ASSERT_TRUE(ExportFBXFile(Input.c_str(), First.c_str(), nullptr, nullptr));
+    ASSERT_TRUE(ExportFBXFile(Input.c_str(), Second.c_str(), nullptr, nullptr));
+    EXPECT_EQ(LiveBlocks(), Before);
+    remove(Input.c_str());
+    for (std::string const &Name : ListTemporaryFiles()) ADD_FAILURE() << "left behind: " << Name;
+    std::ifstream A(First, std::ios::binary), B(Second, std::ios::binary);
+    std::vector<char> BytesA((std::istreambuf_iterator<char>(A)), {}), BytesB((std::istreambuf_iterator<char>(B)), {});
+    EXPECT_FALSE(BytesA.empty());
+    EXPECT_TRUE(BytesA == BytesB);
+
+    loaded_file *File = LoadFileFromDisk(First.c_str());
+    ASSERT_NE(File, nullptr);
+    file_info const *Info = (file_info const *)GetLoadedFileRootObject(*File, nullptr);
+    ASSERT_NE(Info, nullptr);
+    ASSERT_EQ(Info->SkeletonCount, 1);
+    ASSERT_EQ(Info->ModelCount, 1);
+    EXPECT_EQ(Info->Models[0]->Skeleton, Info->Skeletons[0]);
+    EXPECT_STREQ(Info->Models[0]->Name, "Root");
+    ASSERT_EQ(Info->Skeletons[0]->BoneCount, 3);
+    EXPECT_STREQ(Info->Skeletons[0]->Bones[0].Name, "Root");
+    FreeLoadedFile(File);
+    remove(First.c_str());
+    remove(Second.c_str());
+}
