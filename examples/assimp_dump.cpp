@@ -1,6 +1,7 @@
 // Prints what Assimp (an independent FBX reader) finds in a file, as JSON, for
-// examples/verify_scenes.py: the node tree with local matrices, the bones of
-// every mesh with their offset matrices, and every animation channel's keys.
+// examples/verify_scenes.py: the node tree with local matrices, the meshes
+// with their first UVs and colors and their bones' offset matrices, and every
+// animation channel's keys.
 // Matrices are printed as Assimp keeps them: row-major for column vectors
 // (the translation in elements 3, 7, 11).
 //
@@ -29,7 +30,9 @@ static void PrintNodes(const aiNode* Node, const aiNode* Parent, bool& First)
     else printf("null");
     printf(", \"local\": ");
     PrintMatrix(Node->mTransformation);
-    printf("}");
+    printf(", \"meshes\": [");
+    for (unsigned I = 0; I < Node->mNumMeshes; ++I) printf("%s%u", I ? "," : "", Node->mMeshes[I]);
+    printf("]}");
     for (unsigned I = 0; I < Node->mNumChildren; ++I) PrintNodes(Node->mChildren[I], Node, First);
 }
 
@@ -56,7 +59,29 @@ int main(int argc, char** argv)
     for (unsigned M = 0; M < Scene->mNumMeshes; ++M)
     {
         const aiMesh* Mesh = Scene->mMeshes[M];
-        printf("%s\n  {\"name\": \"%s\", \"faces\": %u, \"bones\": [", M ? "," : "", Mesh->mName.C_Str(), Mesh->mNumFaces);
+        printf("%s\n  {\"name\": \"%s\", \"faces\": %u, \"uvs\": [", M ? "," : "", Mesh->mName.C_Str(), Mesh->mNumFaces);
+        // The first 8 vertices of every UV set and color set; without
+        // post-processing the vertices are the polygon corners in order.
+        unsigned Corners = Mesh->mNumVertices < 8 ? Mesh->mNumVertices : 8;
+        for (unsigned Set = 0; Set < AI_MAX_NUMBER_OF_TEXTURECOORDS && Mesh->mTextureCoords[Set]; ++Set)
+        {
+            printf("%s[", Set ? "," : "");
+            for (unsigned V = 0; V < Corners; ++V)
+                printf("%s[%.9g,%.9g]", V ? "," : "", Mesh->mTextureCoords[Set][V].x, Mesh->mTextureCoords[Set][V].y);
+            printf("]");
+        }
+        printf("], \"colors\": [");
+        for (unsigned Set = 0; Set < AI_MAX_NUMBER_OF_COLOR_SETS && Mesh->mColors[Set]; ++Set)
+        {
+            printf("%s[", Set ? "," : "");
+            for (unsigned V = 0; V < Corners; ++V)
+            {
+                const aiColor4D& C = Mesh->mColors[Set][V];
+                printf("%s[%.9g,%.9g,%.9g,%.9g]", V ? "," : "", C.r, C.g, C.b, C.a);
+            }
+            printf("]");
+        }
+        printf("], \"bones\": [");
         for (unsigned B = 0; B < Mesh->mNumBones; ++B)
         {
             const aiBone* Bone = Mesh->mBones[B];

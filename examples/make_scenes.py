@@ -11,6 +11,10 @@ Writes, from nothing but this script (factory settings, no .blend input):
   tests/data/blender/tail_scale.fbx     a 5-bone tail under a scaled armature
                                         object: root motion, a non-uniformly
                                         scaled tip bone, an empty parented to a bone
+  tests/data/blender/props_24fps.fbx    no skeleton: animated empties and meshes at
+                                        24 fps, a non-uniformly scaled cube with a
+                                        UV set and corner colors, a mesh of mixed
+                                        polygon sizes with two UV sets
 
 and next to every .fbx a .json with the values Blender itself computed (see
 "What the JSON holds" below).
@@ -59,9 +63,11 @@ centimetres (Blender metres times 100).
         root), "bind_world" (bones: rest pose; objects: their matrix at the
         first frame of the first take), "bind_local" (translation, rotation
         quaternion x y z w, rotation as XYZ Euler degrees, scale).
-    "meshes": control points, polygons, polygon vertices; per bone of the skin
-        the number of weighted control points and the sum of their weights;
-        the first few weights by control point for spot checks.
+    "meshes": control points, polygons, polygon vertices, polygon sizes; per
+        bone of the skin the number of weighted control points, the sum of
+        their weights, the expected cluster Transform and TransformLink; the
+        first few weights by control point; UV set and color set names with
+        the values of the first 8 polygon corners (colors as sRGB, as written).
     "takes": per take its name, first and last frame, fps, and "samples": at
         every 5th frame and the last one, for every node, the local transform
         (translation, quaternion, XYZ Euler degrees, scale) and the world matrix.
@@ -71,6 +77,11 @@ Quirks seen while making these (see also verify_scenes.py):
   * The armature object becomes a "Null" node that carries G: Lcl Rotation
     (-90, 0, 0) and Lcl Scaling 100 for an unrotated armature at the origin;
     bones below it are in metres again.
+  * The static Lcl values of bones are the pose at the export's frame, not the
+    rest pose; the rest pose is only in the clusters and the bind pose.
+  * A mesh deformed by the armature it is parented to goes to the top level of
+    the file.
+  * Colors are written by polygon vertex through an index array, UVs too.
   * Euler angles are only one choice among equivalent ones; compare rotations
     by quaternion (either sign) or matrix.
 """
@@ -85,7 +96,6 @@ import bpy
 from bpy_extras.io_utils import axis_conversion
 from mathutils import Euler, Matrix, Quaternion, Vector
 
-FPS = 30
 SAMPLE_STEP = 5
 
 ROOT = os.path.normpath(os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
@@ -100,7 +110,7 @@ def new_scene(name, frame_end):
     bpy.ops.wm.read_factory_settings(use_empty=True)
     scene = bpy.context.scene
     scene.name = name
-    scene.render.fps = FPS
+    scene.render.fps = 30
     scene.render.fps_base = 1.0
     scene.frame_start = 0
     scene.frame_end = frame_end
@@ -317,13 +327,25 @@ def describe_meshes(scene, bind):
         first = []
         for v in mesh.vertices[:6]:
             first.append({obj.vertex_groups[g.group].name: round(g.weight, 4) for g in v.groups})
+        sizes = {}
+        for p in mesh.polygons:
+            sizes[str(len(p.vertices))] = sizes.get(str(len(p.vertices)), 0) + 1
+        corners = min(8, len(mesh.loops))
         meshes.append({
             "name": obj.name,
             "control_points": len(mesh.vertices),
             "polygons": len(mesh.polygons),
             "polygon_vertices": sum(len(p.vertices) for p in mesh.polygons),
+            "polygon_sizes": sizes,
+            "first_corner_control_points": [mesh.loops[i].vertex_index for i in range(corners)],
             "clusters": clusters,
             "first_weights": first,
+            "uv_sets": [uv.name for uv in mesh.uv_layers],
+            "first_uvs": {uv.name: [[round(c, 6) for c in uv.data[i].uv] for i in range(corners)]
+                          for uv in mesh.uv_layers},
+            "color_sets": [c.name for c in mesh.color_attributes],
+            "first_colors": {c.name: [[round(x, 6) for x in c.data[i].color_srgb] for i in range(corners)]
+                             for c in mesh.color_attributes},
         })
     return meshes
 
@@ -342,7 +364,7 @@ def sample_take(scene, nodes, name, start, end):
             entry[node_name] = values
         if frame in frames:
             samples.append({"frame": frame, "nodes": entry})
-    return {"name": name, "start_frame": start, "end_frame": end, "fps": FPS, "samples": samples}
+    return {"name": name, "start_frame": start, "end_frame": end, "fps": scene.render.fps, "samples": samples}
 
 
 def describe(scene, takes, extra=None):
@@ -397,7 +419,8 @@ def export(scene, path, all_actions, takes, extra=None):
         use_armature_deform_only=False, armature_nodetype='NULL',
         bake_anim=True, bake_anim_use_all_bones=True, bake_anim_use_nla_strips=False,
         bake_anim_use_all_actions=all_actions, bake_anim_force_startend_keying=True,
-        bake_anim_step=1.0, bake_anim_simplify_factor=0.0, path_mode='AUTO', embed_textures=False)
+        bake_anim_step=1.0, bake_anim_simplify_factor=0.0, path_mode='AUTO', embed_textures=False,
+        colors_type='SRGB')
     data = describe(scene, takes, extra)
     with open(os.path.splitext(path)[0] + ".json", "w") as f:
         f.write(compact_json(data))
@@ -519,11 +542,77 @@ def tail_scale():
     export(scene, path, False, [(scene.name, None, 0, 60)])
 
 
+def add_object(scene, name, data, parent=None, location=(0, 0, 0), rotation=(0, 0, 0), scale=(1, 1, 1)):
+    obj = bpy.data.objects.new(name, data)
+    scene.collection.objects.link(obj)
+    if parent is not None:
+        obj.parent = parent
+        obj.matrix_parent_inverse = Matrix.Identity(4)
+    obj.location = location
+    obj.rotation_euler = [math.radians(a) for a in rotation]
+    obj.scale = scale
+    return obj
+
+
+def props_24fps():
+    scene = new_scene("PropsScene", 48)
+    scene.render.fps = 24
+    base = add_object(scene, "Base", None, location=(1, 2, 0), rotation=(0, 0, 15))
+
+    # A cube with one UV set and per-face corner colors, non-uniformly scaled.
+    cube = bpy.data.meshes.new("Crate_mesh")
+    v = [(x, y, z) for z in (-0.5, 0.5) for y in (-0.5, 0.5) for x in (-0.5, 0.5)]
+    f = [(0, 2, 3, 1), (4, 5, 7, 6), (0, 1, 5, 4), (2, 6, 7, 3), (0, 4, 6, 2), (1, 3, 7, 5)]
+    cube.from_pydata(v, [], f)
+    uv = cube.uv_layers.new(name="UVMap")
+    corner_uvs = [(0, 0), (1, 0), (1, 1), (0, 1)]
+    for p in cube.polygons:
+        for k, li in enumerate(p.loop_indices):
+            u, w = corner_uvs[k]
+            uv.data[li].uv = (0.25 * (p.index % 4) + 0.25 * u, 0.5 * (p.index // 4) + 0.5 * w)
+    col = cube.color_attributes.new("Col", 'BYTE_COLOR', 'CORNER')
+    palette = [(1, 0, 0, 1), (0, 1, 0, 1), (0, 0, 1, 1), (1, 1, 0, 1), (0, 1, 1, 0.5), (1, 0, 1, 1)]
+    for p in cube.polygons:
+        for li in p.loop_indices:
+            col.data[li].color_srgb = palette[p.index]
+    cube.update()
+    crate = add_object(scene, "Crate", cube, parent=base, location=(0, 0, 0.5), scale=(1, 2, 0.5))
+
+    # Mixed polygon sizes (a hexagon, a quad, two triangles) and two UV sets.
+    fan = bpy.data.meshes.new("Fan_mesh")
+    ring = [(math.cos(a * math.pi / 3), math.sin(a * math.pi / 3), 0) for a in range(6)]
+    fan.from_pydata(ring + [(2.5, 0, 0), (2.5, 1, 0), (0, 2.5, 0)], [],
+                    [(0, 1, 2, 3, 4, 5), (0, 6, 7, 1), (1, 7, 2), (2, 8, 3)])
+    for name, scale_uv in (("UVMap", 1.0), ("Second", 0.5)):
+        layer = fan.uv_layers.new(name=name)
+        for li, loop in enumerate(fan.loops):
+            x, y, _ = fan.vertices[loop.vertex_index].co
+            layer.data[li].uv = (scale_uv * (x + 1) / 3.5, scale_uv * (y + 1) / 3.5)
+    fan.update()
+    add_object(scene, "Fan", fan, parent=base, location=(0, -3, 0), rotation=(90, 0, 0))
+
+    spinner = add_object(scene, "Spinner", None, parent=base, location=(0, 0, 2))
+    spinner.rotation_mode = 'ZXY'
+
+    for frame, t in ((0, 0.0), (24, 0.5), (48, 1.0)):
+        base.location = (1 + 2 * t, 2, 0)
+        base.keyframe_insert("location", frame=frame)
+        crate.rotation_euler = (0, 0, math.radians(90 * t))
+        crate.keyframe_insert("rotation_euler", frame=frame)
+        spinner.rotation_euler = (math.radians(30 * t), math.radians(-20 * t), math.radians(360 * t))
+        spinner.keyframe_insert("rotation_euler", frame=frame)
+        spinner.scale = (1 + t, 1, 1 + t)
+        spinner.keyframe_insert("scale", frame=frame)
+    path = os.path.join(ROOT, "tests", "data", "blender", "props_24fps.fbx")
+    export(scene, path, False, [(scene.name, None, 0, 48)])
+
+
 def main():
     os.makedirs(os.path.join(ROOT, "tests", "data", "blender"), exist_ok=True)
     rigged_arm()
     branching_rig()
     tail_scale()
+    props_24fps()
 
 
 if __name__ == "__main__":

@@ -10,6 +10,7 @@ Checked for every file:
   * the node tree: every node of the JSON exists with the same parent;
   * the static transform of every node against the JSON's values of the
     first frame of the first take (which Blender writes as the static values);
+  * every mesh's polygon count and the first corners of every UV and color set;
   * every bone's offset matrix (mesh to bone space at bind time), i.e.
     inverse(bind_world(bone)) @ world(mesh), against the JSON's bind matrices;
   * every sampled frame of every take: the node's local translation,
@@ -25,7 +26,8 @@ import subprocess
 import sys
 
 ROOT = os.path.normpath(os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
-FILES = ["examples/rigged_arm.fbx", "tests/data/blender/branching_rig.fbx", "tests/data/blender/tail_scale.fbx"]
+FILES = ["examples/rigged_arm.fbx", "tests/data/blender/branching_rig.fbx", "tests/data/blender/tail_scale.fbx",
+         "tests/data/blender/props_24fps.fbx"]
 
 
 def mat_from_file_form(rows):
@@ -103,6 +105,8 @@ def verify(path, dumper):
     # Bone offsets.
     bind = {n["name"]: mat_from_file_form(n["bind_world"]) for n in expected["nodes"]}
     for mesh in expected["meshes"]:
+        if not mesh["clusters"]:
+            continue
         ai_mesh = [m for m in found["meshes"] if m["bones"] and {b["name"] for b in m["bones"]} <= set(bind)]
         if not ai_mesh:
             errors.append("mesh %s: no skinned mesh found" % mesh["name"])
@@ -118,6 +122,26 @@ def verify(path, dumper):
                 errors.append("bone %s: offset differs" % cluster["bone"])
             if not mat_close(mat_from_file_form(cluster["transform"]), want, 1e-4):
                 errors.append("bone %s: cluster transform inconsistent" % cluster["bone"])
+
+    # Polygons, UV sets and color sets of every mesh node.
+    for mesh in expected["meshes"]:
+        indices = ai_nodes.get(mesh["name"], {}).get("meshes", [])
+        ai_meshes = [found["meshes"][i] for i in indices]
+        if len(ai_meshes) != 1:
+            errors.append("mesh %s: %d meshes on its node" % (mesh["name"], len(ai_meshes)))
+            continue
+        ai = ai_meshes[0]
+        if ai["faces"] != mesh["polygons"]:
+            errors.append("mesh %s: %d faces, expected %d" % (mesh["name"], ai["faces"], mesh["polygons"]))
+        if len(ai["uvs"]) != len(mesh["uv_sets"]) or len(ai["colors"]) != len(mesh["color_sets"]):
+            errors.append("mesh %s: UV or color set count differs" % mesh["name"])
+            continue
+        for k, name in enumerate(mesh["uv_sets"]):
+            if not all(close(a, b, 1e-5) for a, b in zip(ai["uvs"][k], mesh["first_uvs"][name])):
+                errors.append("mesh %s: UV set %s differs" % (mesh["name"], name))
+        for k, name in enumerate(mesh["color_sets"]):
+            if not all(close(a, b, 1e-5) for a, b in zip(ai["colors"][k], mesh["first_colors"][name])):
+                errors.append("mesh %s: color set %s differs" % (mesh["name"], name))
 
     # Animation samples.
     samples_checked = 0
