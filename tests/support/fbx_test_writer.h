@@ -104,7 +104,7 @@ std::vector<uint8_t> WriteFbxTestFields(const fbx_test_field& Root, const fbx_te
 
 // Writes Bytes to <temporary directory>/<FileName> (the name gets the
 // process id prepended so that parallel test runs do not collide) and returns
-// the full path, or "" on failure.
+// the full path, or "" on failure. The caller deletes the file.
 std::string SaveFbxTestFile(const std::string& FileName, const std::vector<uint8_t>& Bytes);
 
 // ---------------------------------------------------------------------------
@@ -228,11 +228,17 @@ fbx_test_field BuildFbx7Scene(const fbx_test_scene& Scene, int32_t Version = 740
 // The layout by Format.Version, written as Format says.
 std::vector<uint8_t> WriteFbxTestScene(const fbx_test_scene& Scene, const fbx_test_format& Format);
 
-// A ready-made scene: a 3-bone chain "Root" > "Upper" > "Lower" (the middle one
-// with a PreRotation), a skinned 4-sided tube "Arm" of 3 rings (12 control
-// points, 8 quads, normals by polygon vertex, UVs) with smooth weights, and one
-// take "Wave" of 31 frames at 30 fps with linear keys on Upper's R.Z, a cubic
-// curve on Lower's R.X and constant keys on Root's T.Y.
+// A ready-made scene: a bone chain "Root" > "Upper" > "Lower" (Root with a
+// RotationPivot, Upper with PreRotation (0, 0, 90) and rotation (0, 0, -90),
+// Lower at (2, 0, 0) rotated 15 degrees about X in ZXY order) and a mesh node
+// "Arm" at the top level: a square tube of 3 rings along +X (12 control
+// points; 8 side quads, a quad cap and two triangles, so 11 polygons), flat
+// normals by polygon vertex, UVs by polygon vertex through an index, skinned
+// to Upper (ring 0 and half of ring 1) and Lower (the other half and ring 2),
+// cluster matrices from FbxTestNodeGlobal. Two takes at 30 fps: "Wave",
+// frames 0-30, with linear keys on Upper's R.Z (-90, -45, -90), a cubic curve
+// on Lower's R.X (15 to 75, flat tangents) and constant keys on Root's T.Y;
+// "Idle", frames 0-10, with linear keys on Root's T.X.
 fbx_test_scene MakeFbxTestArmScene();
 
 // 4x4 matrices in the file's form: row-major, row i the image of axis i,
