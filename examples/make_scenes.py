@@ -23,7 +23,12 @@ Regenerate, from the repository root:
 
     blender -b --factory-startup --python examples/make_scenes.py
 
-then check the files against an independent reader:
+then write the ASCII twin of the arm (Blender writes binary only):
+
+    python3 examples/fbx_binary_to_ascii.py examples/rigged_arm.fbx \
+        tests/data/blender/rigged_arm_ascii.fbx
+
+and check the files against an independent reader:
 
     /usr/bin/python3 examples/verify_scenes.py
 
