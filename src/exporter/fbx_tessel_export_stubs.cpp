@@ -3,7 +3,6 @@
 void ExportTexture(scene_export_state *State, tool_texture *Texture) {}
 void CreateMaterial(scene_export_state *State, tool_material *Material) {}
 void FillMaterial(scene_export_state *State, tool_material *Material) {}
-void ExportMesh(scene_export_state *State, tool_mesh *Mesh) {}
 void SampleBoneAnimation(scene_export_state *State, tool_animation *Animation, export_progress *Progress) {}
 void SampleVertexAnimation(scene_export_state *State, tool_animation *Animation, export_progress *Progress) {}
 void ApplyCoordinateSystem(scene_export_state *State, requester *FileSettings) {}

@@ -1,0 +1,385 @@
+#include "exporter/fbx_tessel_tool_geometry.h"
+
+#include <new>
+
+#include <cstring>
+
+#include "exporter/fbx_tessel_tool_interface.h"
+#include "exporter/tessel_scene_graph.h"
+#include "fbx/fbx_tessel_mesh.h"
+#include "fbx/fbx_tessel_skin.h"
+#include "format/tessel_string_table.h"
+#include "foundation/tessel_log.h"
+#include "foundation/tessel_memory.h"
+
+namespace {
+
+KFbxMesh *ToFBXMesh(tool_mesh *Mesh) { return Mesh ? (KFbxMesh *)Mesh->ToolMesh : 0; }
+
+KFbxSkin *GetFirstSkin(KFbxMesh *Mesh)
+{
+    return Mesh ? (KFbxSkin *)Mesh->GetDeformer(0, FbxDeformer_Skin) : 0;
+}
+
+// Position of the first entry of Vertex in the cluster, or -1.
+int32 FindClusterEntry(KFbxCluster const *Cluster, int32 Vertex)
+{
+    int32 Count = Cluster->GetControlPointIndicesCount();
+    int32 const *Indices = Cluster->GetControlPointIndices();
+    for (int32 Entry = 0; Entry < Count; ++Entry) {
+        if (Indices[Entry] == Vertex) return Entry;
+    }
+    return -1;
+}
+
+char const *Intern(string_table *Strings, char const *Name) { return Strings ? MapString(Strings, Name) : Name; }
+
+} // namespace
+
+// ---------------------------------------------------------------------------
+// Mesh as a whole.
+
+int32 GetMeshKind(fbx_tool_interface *Tool, tool_mesh *Mesh) { return ToolMeshKind_Polygons; }
+
+void ComputeSkinMatrix(fbx_mesh_data *MeshData, int32 Index, AffineMatrix &Result)
+{
+    KFbxMesh *Mesh = MeshData->Mesh;
+    KFbxSkin *Skin = GetFirstSkin(Mesh);
+    if (!Skin) {
+        KFbxNode *Node = Mesh->GetNode();
+        if (Node) {
+            Result = Node->GetGlobalTransformDefault();
+        } else {
+            Result.SetIdentity();
+        }
+        return;
+    }
+    memset(Result.mData, 0, sizeof(Result.mData));
+    for (int32 ClusterIndex = 0; ClusterIndex < Skin->GetClusterCount(); ++ClusterIndex) {
+        KFbxCluster *Cluster = Skin->GetCluster(ClusterIndex);
+        int32 Entry = Cluster ? FindClusterEntry(Cluster, Index) : -1;
+        if (Entry < 0) continue;
+        AffineMatrix LinkGlobal;
+        if (KFbxNode *Link = Cluster->GetLink()) LinkGlobal = Link->GetGlobalTransformDefault();
+        AffineMatrix Bind;
+        Cluster->GetTransformMatrix(Bind);
+        AffineMatrix Matrix = LinkGlobal * Bind.Inverse();
+        real64 Weight = (real64)(real32)Cluster->GetControlPointWeights()[Entry];
+        for (int32 Row = 0; Row < 4; ++Row) {
+            for (int32 Column = 0; Column < 4; ++Column) {
+                Result.mData[Row][Column] += Weight * Matrix.mData[Row][Column];
+            }
+        }
+    }
+}
+
+fbx_mesh_data *BeginMeshData(fbx_tool_interface *Tool, tool_mesh *Mesh)
+{
+    KFbxMesh *FBXMesh = ToFBXMesh(Mesh);
+    CheckPointer(FBXMesh, LogCategory_Exporter, 0);
+    fbx_mesh_data *Data = (fbx_mesh_data *)TesselAllocate(sizeof(fbx_mesh_data));
+    if (!Data) return 0;
+    Data->Mesh = FBXMesh;
+    int32 Count = FBXMesh->GetControlPointsCount();
+    Data->SkinMatrices = TesselAllocateArray(AffineMatrix, Count > 0 ? Count : 1);
+    if (!Data->SkinMatrices) {
+        TesselFree(Data);
+        return 0;
+    }
+    for (int32 Index = 0; Index < Count; ++Index) {
+        new (&Data->SkinMatrices[Index]) AffineMatrix();
+        ComputeSkinMatrix(Data, Index, Data->SkinMatrices[Index]);
+    }
+    return Data;
+}
+
+void EndMeshData(fbx_mesh_data *MeshData)
+{
+    if (!MeshData) return;
+    TesselFree(MeshData->SkinMatrices);
+    TesselFree(MeshData);
+}
+
+int32 GetMeshVertexCount(fbx_mesh_data *MeshData)
+{
+    CheckPointer(MeshData, LogCategory_Exporter, 0);
+    return MeshData->Mesh->GetControlPointsCount();
+}
+
+int32 GetMeshTriangleCount(fbx_mesh_data *MeshData)
+{
+    CheckPointer(MeshData, LogCategory_Exporter, 0);
+    return MeshData->Mesh->GetPolygonCount();
+}
+
+int32 GetMeshMaterialCount(fbx_mesh_data *MeshData) { return 1; }
+
+int32 GetMeshColorChannelCount(fbx_mesh_data *MeshData)
+{
+    CheckPointer(MeshData, LogCategory_Exporter, 0);
+    return MeshData->Mesh->GetLayerCount(FbxLayerElement_VertexColor);
+}
+
+int32 GetMeshTextureCoordinateChannelCount(fbx_mesh_data *MeshData)
+{
+    CheckPointer(MeshData, LogCategory_Exporter, 0);
+    return MeshData->Mesh->GetTextureLayerCount();
+}
+
+void GetVertexPosition(fbx_mesh_data *MeshData, int32 Index, real32 *Position)
+{
+    Position[0] = Position[1] = Position[2] = 0.0f;
+    if (!MeshData) return;
+    KFbxMesh *Mesh = MeshData->Mesh;
+    KFbxVector4 const *Points = Mesh->GetControlPoints();
+    if (!Points || Index < 0 || Index >= Mesh->GetControlPointsCount()) return;
+    KFbxVector4 Result = MeshData->SkinMatrices[Index].MultT(Points[Index]);
+    for (int32 Axis = 0; Axis < 3; ++Axis) Position[Axis] = (real32)Result[Axis];
+}
+
+tool_node *GetMeshNode(fbx_tool_interface *Tool, tool_mesh *Mesh)
+{
+    KFbxMesh *FBXMesh = ToFBXMesh(Mesh);
+    if (!Tool || !FBXMesh || !FBXMesh->GetNode()) return 0;
+    tool_node *Node = 0;
+    GetHashedPointerData(Tool->NodeMap, FBXMesh->GetNode(), &Node);
+    return Node;
+}
+
+void AddMeshData(fbx_tool_interface *Tool, tool_mesh *Mesh, mesh *FileMesh, bool OnlyUserAttributes,
+                 memory_arena *Arena, string_table *Strings)
+{
+}
+
+// ---------------------------------------------------------------------------
+// Vertex component names.
+
+char const *GetPositionComponentName(fbx_mesh_data *, string_table *Strings) { return Intern(Strings, "Position"); }
+char const *GetBoneWeightsComponentName(fbx_mesh_data *, string_table *Strings)
+{
+    return Intern(Strings, "BoneWeights");
+}
+char const *GetBoneIndicesComponentName(fbx_mesh_data *, string_table *Strings)
+{
+    return Intern(Strings, "BoneIndices");
+}
+char const *GetNormalComponentName(fbx_mesh_data *, string_table *Strings) { return Intern(Strings, "Normal"); }
+char const *GetTangentComponentName(fbx_mesh_data *, string_table *Strings) { return Intern(Strings, "Tangent"); }
+char const *GetBinormalComponentName(fbx_mesh_data *, string_table *Strings) { return Intern(Strings, "Binormal"); }
+char const *GetTangentBinormalCrossComponentName(fbx_mesh_data *, string_table *Strings)
+{
+    return Intern(Strings, "BinormalCross");
+}
+
+char const *GetColorComponentName(fbx_mesh_data *, string_table *Strings, int32 Index)
+{
+    static char const *const Names[] = {"Color0", "Color1", "Color2", "Color3"};
+    return (Index >= 0 && Index < 4) ? Intern(Strings, Names[Index]) : 0;
+}
+
+char const *GetTextureCoordinateComponentName(fbx_mesh_data *, string_table *Strings, int32 Index)
+{
+    static char const *const Names[] = {"TextureCoordinates0", "TextureCoordinates1", "TextureCoordinates2",
+                                        "TextureCoordinates3", "TextureCoordinates4", "TextureCoordinates5",
+                                        "TextureCoordinates6", "TextureCoordinates7"};
+    return (Index >= 0 && Index < 8) ? Intern(Strings, Names[Index]) : 0;
+}
+
+// ---------------------------------------------------------------------------
+// Skin.
+
+fbx_mesh_skin *GetMeshSkin(fbx_tool_interface *Tool, tool_mesh *Mesh)
+{
+    KFbxMesh *FBXMesh = ToFBXMesh(Mesh);
+    if (!FBXMesh || FBXMesh->GetDeformerCount(FbxDeformer_Skin) == 0) return 0;
+    fbx_mesh_skin *Skin = (fbx_mesh_skin *)TesselAllocate(sizeof(fbx_mesh_skin));
+    if (!Skin) return 0;
+    Skin->Skin = GetFirstSkin(FBXMesh);
+    return Skin;
+}
+
+void ReleaseMeshSkin(fbx_mesh_skin *Skin)
+{
+    if (Skin) TesselFree(Skin);
+}
+
+int32 GetSkinBoneCount(fbx_mesh_skin *Skin)
+{
+    CheckPointer(Skin, LogCategory_Exporter, 0);
+    return Skin->Skin->GetClusterCount();
+}
+
+tool_node *GetSkinBoneNode(fbx_tool_interface *Tool, fbx_mesh_skin *Skin, int32 Index)
+{
+    if (!Tool || !Skin || Index < 0 || Index >= Skin->Skin->GetClusterCount()) return 0;
+    KFbxNode *Link = Skin->Skin->GetCluster(Index)->GetLink();
+    tool_node *Node = 0;
+    if (Link) GetHashedPointerData(Tool->NodeMap, Link, &Node);
+    return Node;
+}
+
+int32 GetVertexBoneCount(fbx_mesh_skin *Skin, int32 Vertex)
+{
+    CheckPointer(Skin, LogCategory_Exporter, 0);
+    int32 Count = 0;
+    for (int32 Index = 0; Index < Skin->Skin->GetClusterCount(); ++Index) {
+        if (FindClusterEntry(Skin->Skin->GetCluster(Index), Vertex) >= 0) ++Count;
+    }
+    return Count;
+}
+
+bool GetVertexBoneWeight(fbx_tool_interface *Tool, fbx_mesh_skin *Skin, int32 Vertex, int32 N, int32 *BoneIndex,
+                         real32 *Weight)
+{
+    CheckPointer(Skin, LogCategory_Exporter, false);
+    for (int32 Index = 0; Index < Skin->Skin->GetClusterCount(); ++Index) {
+        KFbxCluster *Cluster = Skin->Skin->GetCluster(Index);
+        int32 Entry = FindClusterEntry(Cluster, Vertex);
+        if (Entry < 0 || N-- > 0) continue;
+        if (BoneIndex) *BoneIndex = Index;
+        if (Weight) *Weight = (real32)Cluster->GetControlPointWeights()[Entry];
+        return true;
+    }
+    return false;
+}
+
+// ---------------------------------------------------------------------------
+// Triangles.
+
+fbx_triangle_iterator *BeginTriangles(fbx_mesh_data *MeshData)
+{
+    CheckPointer(MeshData, LogCategory_Exporter, 0);
+    fbx_triangle_iterator *Iterator = (fbx_triangle_iterator *)TesselAllocate(sizeof(fbx_triangle_iterator));
+    if (!Iterator) return 0;
+    Iterator->MeshData = MeshData;
+    Iterator->Triangle = 0;
+    return Iterator;
+}
+
+void EndTriangles(fbx_triangle_iterator *Iterator)
+{
+    if (Iterator) TesselFree(Iterator);
+}
+
+bool HasTriangle(fbx_triangle_iterator *Iterator)
+{
+    return Iterator && Iterator->Triangle < Iterator->MeshData->Mesh->GetPolygonCount();
+}
+
+void NextTriangle(fbx_triangle_iterator *Iterator)
+{
+    if (Iterator) ++Iterator->Triangle;
+}
+
+int32 GetTriangleIndex(fbx_triangle_iterator *Iterator) { return Iterator ? Iterator->Triangle : -1; }
+int32 GetTriangleMaterial(fbx_triangle_iterator *Iterator) { return 0; }
+bool IsTriangleTwoSided(fbx_triangle_iterator *Iterator, fbx_tool_interface *Tool, void *MaterialData)
+{
+    return false;
+}
+void SetTangentChannel(fbx_triangle_iterator *Iterator, int32 Channel) {}
+
+int32 GetCornerVertex(fbx_triangle_iterator *Iterator, int32 Corner)
+{
+    return Iterator->MeshData->Mesh->GetPolygonVertex(Iterator->Triangle, Corner);
+}
+
+int32 GetCornerSource(fbx_triangle_iterator *Iterator, int32 Corner) { return Corner; }
+
+void GetCornerNormal(fbx_triangle_iterator *Iterator, int32 Corner, real32 *Normal)
+{
+    Normal[0] = Normal[1] = Normal[2] = 0.0f;
+    fbx_mesh_data *Data = Iterator->MeshData;
+    KFbxMesh *Mesh = Data->Mesh;
+    KFbxVector4 Stored;
+    Mesh->GetPolygonVertexNormal(Iterator->Triangle, Corner, Stored);
+    int32 Point = Mesh->GetPolygonVertex(Iterator->Triangle, Corner);
+    if (Point < 0 || Point >= Mesh->GetControlPointsCount()) return;
+    // All four components take part, as the normal was stored.
+    AffineMatrix const &Matrix = Data->SkinMatrices[Point];
+    for (int32 Column = 0; Column < 3; ++Column) {
+        real64 Sum = 0.0;
+        for (int32 Row = 0; Row < 4; ++Row) Sum += Stored[Row] * Matrix.mData[Row][Column];
+        Normal[Column] = (real32)Sum;
+    }
+}
+
+void GetCornerColor(fbx_triangle_iterator *Iterator, int32 Corner, int32 Layer, real32 *Color)
+{
+    Color[0] = Color[1] = Color[2] = Color[3] = 0.0f;
+    KFbxMesh *Mesh = Iterator->MeshData->Mesh;
+    KFbxLayer *ColorLayer = Mesh->GetLayer(Layer, FbxLayerElement_VertexColor);
+    KFbxLayerElementVertexColor *Element = ColorLayer ? ColorLayer->GetVertexColors() : 0;
+    if (!Element) return;
+    // Color layers are taken to be in control point order.
+    int32 Point = Mesh->GetPolygonVertex(Iterator->Triangle, Corner);
+    fbx_array<KFbxColor> const &Colors = Element->GetDirectArray();
+    if (Point < 0 || Point >= Colors.Count) return;
+    KFbxColor const &Value = Colors[Point];
+    Color[0] = (real32)Value.mRed;
+    Color[1] = (real32)Value.mGreen;
+    Color[2] = (real32)Value.mBlue;
+    Color[3] = (real32)Value.mAlpha;
+}
+
+void GetCornerTextureCoordinates(fbx_triangle_iterator *Iterator, int32 Corner, int32 Layer, real32 *Coordinates)
+{
+    Coordinates[0] = Coordinates[1] = Coordinates[2] = Coordinates[3] = 0.0f;
+    KFbxMesh *Mesh = Iterator->MeshData->Mesh;
+    // Layer 0's diffuse channel gives the index for every layer.
+    int32 Index = Mesh->GetTextureUVIndex(Iterator->Triangle, Corner, FbxLayerElement_TextureDiffuse);
+    KFbxLayer *UVLayer = Mesh->GetLayer(Layer, FbxLayerElement_UV);
+    if (!UVLayer) return;
+    KFbxLayerElementUV *Element = (KFbxLayerElementUV *)UVLayer->GetLayerElementOfType(FbxLayerElement_TextureDiffuse);
+    if (!Element) return;
+    fbx_array<KFbxVector2> const &UVs = Element->GetDirectArray();
+    if (Index < 0 || Index >= UVs.Count) return;
+    // FBX has V upward, the file downward.
+    Coordinates[0] = (real32)UVs[Index][0];
+    Coordinates[1] = (real32)(1.0 - UVs[Index][1]);
+}
+
+void GetCornerTangent(fbx_triangle_iterator *Iterator, int32 Corner, real32 *Tangent) {}
+void GetCornerBinormal(fbx_triangle_iterator *Iterator, int32 Corner, real32 *Binormal) {}
+
+bool GetTriangleAnnotation(fbx_triangle_iterator *Iterator, int32 SetIndex, memory_arena *Arena,
+                           data_type_definition *Type, void *Bytes)
+{
+    return false;
+}
+
+// ---------------------------------------------------------------------------
+// Annotations, materials and morph targets: FBX has none.
+
+int32 GetVertexAnnotationCount(fbx_mesh_data *MeshData) { return 0; }
+tool_annotation_set *GetVertexAnnotationSet(fbx_mesh_data *MeshData, int32 Index) { return 0; }
+void ReleaseVertexAnnotationSet(fbx_mesh_data *MeshData, tool_annotation_set *Set) {}
+char const *GetVertexAnnotationName(fbx_mesh_data *MeshData, tool_annotation_set *Set, memory_arena *Arena)
+{
+    return 0;
+}
+data_type_definition *GetVertexAnnotationType(fbx_mesh_data *MeshData, tool_annotation_set *Set,
+                                              memory_arena *Arena)
+{
+    return 0;
+}
+bool GetVertexAnnotation(fbx_mesh_data *MeshData, tool_annotation_set *Set, memory_arena *Arena, int32 Vertex,
+                         data_type_definition *Type, void *Bytes)
+{
+    return false;
+}
+int32 GetTriangleAnnotationCount(fbx_mesh_data *MeshData) { return 0; }
+char const *GetTriangleAnnotationName(fbx_mesh_data *MeshData, int32 Index, memory_arena *Arena) { return 0; }
+data_type_definition *GetTriangleAnnotationType(fbx_mesh_data *MeshData, int32 Index, memory_arena *Arena)
+{
+    return 0;
+}
+
+tool_material_data *GetMeshMaterials(fbx_tool_interface *Tool, tool_mesh *Mesh) { return 0; }
+void ReleaseMeshMaterials(tool_material_data *Materials) {}
+tool_material *GetMeshMaterial(fbx_tool_interface *Tool, tool_material_data *Materials, int32 Index) { return 0; }
+
+bool HasMorphTargets(fbx_tool_interface *Tool, tool_mesh *Mesh) { return false; }
+int32 GetMorphTargetCount(fbx_tool_interface *Tool, tool_mesh *Mesh) { return 0; }
+fbx_mesh_data *GetMorphTargetMeshData(fbx_tool_interface *Tool, tool_mesh *Mesh, int32 Index) { return 0; }
+char const *GetMorphTargetName() { return 0; }

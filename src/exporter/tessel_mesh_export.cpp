@@ -1,0 +1,531 @@
+#include "exporter/tessel_mesh_export.h"
+
+#include <cmath>
+#include <cstring>
+
+#include "exporter/fbx_tessel_tool_geometry.h"
+#include "exporter/fbx_tessel_tool_interface.h"
+#include "exporter/fbx_tessel_tool_sampling.h"
+#include "exporter/tessel_scene_graph.h"
+#include "exporter/tessel_scene_parser.h"
+#include "exporter/tessel_skeleton_export.h"
+#include "format/tessel_data_type_definitions.h"
+#include "format/tessel_schema.h"
+#include "foundation/tessel_log.h"
+#include "foundation/tessel_memory.h"
+#include "foundation/tessel_string.h"
+#include "geometry/tessel_mesh_builder.h"
+#include "geometry/tessel_transform.h"
+#include "settings/tessel_requester.h"
+
+namespace {
+
+enum
+{
+    // Mesh settings.
+    AllowVertexWeightingId = 7,
+    BonesPerVertexId = 8,
+    TruncateIndicesId = 76,
+    IncludeTopologyId = 77,
+    AllowCoordinatesId = 81,
+    CoordinatesPerVertexId = 82,
+    ElementsPerCoordinateId = 83,
+    AllowColorsId = 84,
+    ColorsPerVertexId = 85,
+    ElementsPerColorId = 86,
+    DummyCoordinatesId = 88,
+    DummyColorsId = 89,
+    IncludeVertexAnnotationId = 90,
+    IndexedVertexAnnotationId = 91,
+    IncludeTriangleAnnotationId = 92,
+    IndexedTriangleAnnotationId = 93,
+    IncludeBoneTrianglesId = 98,
+    IncludeTangentsId = 99,
+    IncludeBinormalsId = 100,
+    IncludeCrossVectorsId = 101,
+    SetTotalFrameCountId = 165,
+    FrameCountId = 166,
+    BindToNearestParentId = 174,
+    CreateMorphCurvesId = 188,
+    TangentMergingToleranceId = 211,
+    MorphTargetsId = 237,
+    LookForMorphModifiersChoice = 240,
+    ExtractFrameByFrameChoice = 241,
+    FlipVId = 243,
+    FlipUId = 244,
+    UseFullMeshPathnamesId = 246,
+    PreserveUnusedBonesId = 247,
+    ToolGivesTangentsId = 249,
+    ToolTangentChannelId = 250,
+    BoneWeightFormatId = 255,
+    BoneWeightFloat16Choice = 257,
+    BoneWeightFloat32Choice = 258,
+    DoubleTwoSidedId = 186,
+
+    // File settings.
+    RigidVerticesSectionId = 127,
+    RigidIndicesSectionId = 128,
+    DeformableVerticesSectionId = 129,
+    DeformableIndicesSectionId = 130,
+};
+
+real32 const EmptyBoxMin = 3.4028235e38f;
+real32 const EmptyBoxMax = -3.4028235e38f;
+
+// The count of channels a vertex gets: none if not allowed, at most the
+// setting's number, and exactly that number when dummies fill the gap.
+int32 ClampChannelCount(settings_node const *Settings, int32 Count, int32 AllowId, int32 NumberId, int32 DummiesId)
+{
+    if (!GetSettingBool(Settings, AllowId)) return 0;
+    int32 Number = GetSettingInt(Settings, NumberId);
+    if (Count > Number) Count = Number;
+    if (Count < Number && GetSettingBool(Settings, DummiesId)) Count = Number;
+    return Count;
+}
+
+void AppendMember(data_type_definition *Layout, char const **Names, int32 &Count, member_type Type, char const *Name,
+                  int32 Width, char const *ToolName)
+{
+    Layout[Count].Type = Type;
+    Layout[Count].Name = Name;
+    Layout[Count].ArrayWidth = Width;
+    Names[Count] = ToolName;
+    ++Count;
+}
+
+void MakePlacement(fbx_tool_interface *Tool, tool_node *Node, bone_placement &Placement)
+{
+    transform Local, World;
+    GetNodeTransforms(Tool, Node, &Local, &World);
+    real32 WorldMatrix[16];
+    BuildCompositeTransform4x4(World, WorldMatrix);
+    if (!MatrixInvert4x4(WorldMatrix, Placement.Matrix)) MatrixIdentity4x4(Placement.Matrix);
+    Placement.IsSet = true;
+}
+
+void MakeEmptyBinding(bone_binding &Binding, char const *Name)
+{
+    ClearObject(BoneBindingType, &Binding);
+    Binding.BoneName = (char *)Name;
+    for (int32 Axis = 0; Axis < 3; ++Axis) {
+        Binding.OBBMin[Axis] = EmptyBoxMin;
+        Binding.OBBMax[Axis] = EmptyBoxMax;
+    }
+}
+
+// "Morph Targets" decides how many targets the mesh may get.
+int32 GetMeshMorphTargetCount(scene_export_state *State, tool_mesh *Mesh)
+{
+    settings_node const *Settings = Mesh->Settings;
+    int32 Choice = GetSettingChoice(Settings, MorphTargetsId);
+    int32 Count = 0;
+    if (Choice == LookForMorphModifiersChoice && HasMorphTargets(State->Tool, Mesh)) {
+        Count = GetMorphTargetCount(State->Tool, Mesh);
+    } else if (Choice == ExtractFrameByFrameChoice) {
+        if (GetSettingBool(Settings, SetTotalFrameCountId)) {
+            Count = (int32)(GetSettingFloat(Settings, FrameCountId) + 0.5f);
+        } else {
+            Count = GetMorphFrameCount(State->Tool);
+        }
+        if (Count > State->MorphTargetLimit) {
+            TesselWarning(LogCategory_Exporter, "Morph target count of %i exceeds limit of %i - count has been clamped.",
+                          Count, State->MorphTargetLimit);
+            Count = State->MorphTargetLimit;
+        }
+    }
+    return Count;
+}
+
+// Bindings and placements: one per cluster of the skin, or one for the
+// node the mesh hangs on.
+bone_placement *BindBones(scene_export_state *State, tool_mesh *Mesh, fbx_mesh_skin *Skin, mesh *FileMesh)
+{
+    fbx_tool_interface *Tool = State->Tool;
+    int32 Count = Skin ? GetSkinBoneCount(Skin) : 1;
+    bone_placement *Placements = TesselAllocateArray(bone_placement, Count > 0 ? Count : 1);
+    if (!Placements) return 0;
+    memset(Placements, 0, sizeof(bone_placement) * (size_t)(Count > 0 ? Count : 1));
+
+    if (Skin) {
+        FileMesh->BoneBindings = ArenaPush<bone_binding>(State->Arena, Count > 0 ? Count : 1);
+        if (!FileMesh->BoneBindings) return Placements;
+        FileMesh->BoneBindingCount = Count;
+        for (int32 Index = 0; Index < Count; ++Index) {
+            tool_node *Node = GetSkinBoneNode(Tool, Skin, Index);
+            MakeEmptyBinding(FileMesh->BoneBindings[Index], Node ? GetNodeName(Tool, Node, State->Strings) : 0);
+            if (Node) {
+                MakePlacement(Tool, Node, Placements[Index]);
+            } else {
+                MatrixIdentity4x4(Placements[Index].Matrix);
+                Placements[Index].IsSet = true;
+            }
+        }
+        return Placements;
+    }
+
+    tool_node *Node = GetMeshNode(Tool, Mesh);
+    if (Node && GetSettingBool(Mesh->Settings, BindToNearestParentId)) {
+        tool_node *Walk = Node;
+        while (Walk && !IsBoneIncluded(Walk->Settings)) Walk = GetNodeParent(Tool, Walk);
+        if (Walk) Node = Walk;
+    }
+    if (Node) {
+        FileMesh->BoneBindings = ArenaPush<bone_binding>(State->Arena, 1);
+        if (!FileMesh->BoneBindings) return Placements;
+        FileMesh->BoneBindingCount = 1;
+        MakeEmptyBinding(FileMesh->BoneBindings[0], GetNodeName(Tool, Node, State->Strings));
+        MakePlacement(Tool, Node, Placements[0]);
+    }
+    return Placements;
+}
+
+} // namespace
+
+data_type_definition *BuildVertexType(fbx_mesh_data *MeshData, memory_arena *Arena, string_table *Strings,
+                                      int32 BonesPerVertex, int32 BoneWeightFormat, int32 BoneCount,
+                                      settings_node const *Settings, int32 *ColorCount, int32 *CoordinateCount,
+                                      int32 *NameCount, char const ***Names)
+{
+    CheckPointer(Arena, LogCategory_Exporter, 0);
+    bool HasBones = BonesPerVertex >= 1 && BoneCount >= 2;
+    int32 Coordinates = ClampChannelCount(Settings, GetMeshTextureCoordinateChannelCount(MeshData),
+                                          AllowCoordinatesId, CoordinatesPerVertexId, DummyCoordinatesId);
+    int32 Colors = ClampChannelCount(Settings, GetMeshColorChannelCount(MeshData), AllowColorsId, ColorsPerVertexId,
+                                     DummyColorsId);
+    int32 Slots = Colors + Coordinates + 8;
+    data_type_definition *Layout = ArenaPush<data_type_definition>(Arena, Slots);
+    char const **ToolNames = ArenaPush<char const *>(Arena, Slots);
+    if (!Layout || !ToolNames) return 0;
+    memset(Layout, 0, sizeof(data_type_definition) * (size_t)Slots);
+    memset(ToolNames, 0, sizeof(char const *) * (size_t)Slots);
+
+    int32 Count = 0;
+    AppendMember(Layout, ToolNames, Count, Real32Member, "Position", 3, GetPositionComponentName(MeshData, Strings));
+    if (HasBones && BonesPerVertex != 1) {
+        member_type WeightType = BoneWeightFormat == BoneWeightFloat16Choice   ? Real16Member
+                                 : BoneWeightFormat == BoneWeightFloat32Choice ? Real32Member
+                                                                               : NormalUInt8Member;
+        AppendMember(Layout, ToolNames, Count, WeightType, "BoneWeights", BonesPerVertex,
+                     GetBoneWeightsComponentName(MeshData, Strings));
+        AppendMember(Layout, ToolNames, Count, UInt8Member, "BoneIndices", BonesPerVertex,
+                     GetBoneIndicesComponentName(MeshData, Strings));
+    } else if (HasBones) {
+        // A single bone index stands alone; its tool name is the weights' name.
+        AppendMember(Layout, ToolNames, Count, UInt32Member, "BoneIndices", 1,
+                     GetBoneWeightsComponentName(MeshData, Strings));
+    }
+    AppendMember(Layout, ToolNames, Count, Real32Member, "Normal", 3, GetNormalComponentName(MeshData, Strings));
+    if (GetSettingBool(Settings, IncludeTangentsId)) {
+        AppendMember(Layout, ToolNames, Count, Real32Member, "Tangent", 3, GetTangentComponentName(MeshData, Strings));
+    }
+    if (GetSettingBool(Settings, IncludeBinormalsId)) {
+        AppendMember(Layout, ToolNames, Count, Real32Member, "Binormal", 3,
+                     GetBinormalComponentName(MeshData, Strings));
+    }
+    if (GetSettingBool(Settings, IncludeCrossVectorsId)) {
+        AppendMember(Layout, ToolNames, Count, Real32Member, "TangentBinormalCross", 3,
+                     GetTangentBinormalCrossComponentName(MeshData, Strings));
+    }
+    char Name[64];
+    int32 ColorWidth = GetSettingInt(Settings, ElementsPerColorId);
+    for (int32 Channel = 0; Channel < Colors; ++Channel) {
+        ConvertToStringArgs(sizeof(Name), Name, "%s%d", "DiffuseColor", Channel);
+        AppendMember(Layout, ToolNames, Count, Real32Member, ArenaCopyString(Arena, Name), ColorWidth,
+                     GetColorComponentName(MeshData, Strings, Channel));
+    }
+    int32 CoordinateWidth = GetSettingInt(Settings, ElementsPerCoordinateId);
+    for (int32 Channel = 0; Channel < Coordinates; ++Channel) {
+        ConvertToStringArgs(sizeof(Name), Name, "%s%d", "TextureCoordinates", Channel);
+        AppendMember(Layout, ToolNames, Count, Real32Member, ArenaCopyString(Arena, Name), CoordinateWidth,
+                     GetTextureCoordinateComponentName(MeshData, Strings, Channel));
+    }
+    Layout[Count].Type = EndMember;
+
+    if (ColorCount) *ColorCount = Colors;
+    if (CoordinateCount) *CoordinateCount = Coordinates;
+    if (NameCount) *NameCount = Count;
+    if (Names) *Names = ToolNames;
+    return Layout;
+}
+
+void GatherVertices(scene_export_state *State, fbx_mesh_data *MeshData, fbx_mesh_skin *Skin, int32 VertexCount,
+                    mesh_builder *Builder)
+{
+    for (int32 Vertex = 0; Vertex < VertexCount; ++Vertex) {
+        real32 Position[3];
+        GetVertexPosition(MeshData, Vertex, Position);
+        SetPosition(Builder, Position[0], Position[1], Position[2]);
+        if (Skin) {
+            int32 Influences = GetVertexBoneCount(Skin, Vertex);
+            for (int32 N = 0; N < Influences; ++N) {
+                int32 Bone = 0;
+                real32 Weight = 0.0f;
+                if (GetVertexBoneWeight(State->Tool, Skin, Vertex, N, &Bone, &Weight)) AddWeight(Builder, Bone, Weight);
+            }
+        }
+        PushVertex(Builder);
+    }
+}
+
+namespace {
+
+// The triangle annotation of one set for the triangle just pushed; with
+// Indexed, equal records are kept once.
+void GatherTriangleAnnotation(fbx_triangle_iterator *Iterator, memory_arena *Arena, tri_annotation_set &Set,
+                              int32 SetIndex, bool Indexed)
+{
+    data_type_definition *Type = Set.TriAnnotations.Type;
+    int32 Size = Type ? GetTotalObjectSize(Type) : 0;
+    uint8 *Records = (uint8 *)Set.TriAnnotations.Array;
+    if (!Records || Size <= 0) return;
+    uint8 *Next = Records + (intaddrx)Size * Set.TriAnnotations.Count;
+    bool Found = GetTriangleAnnotation(Iterator, SetIndex, Arena, Type, Next);
+    if (!Indexed) {
+        if (!Found) ClearObject(Type, Next);
+        ++Set.TriAnnotations.Count;
+        return;
+    }
+    int32 Index = -1;
+    if (Found) {
+        for (int32 Kept = 0; Kept < Set.TriAnnotations.Count && Index < 0; ++Kept) {
+            if (memcmp(Records + (intaddrx)Size * Kept, Next, (size_t)Size) == 0) Index = Kept;
+        }
+        if (Index < 0) Index = Set.TriAnnotations.Count++;
+    }
+    Set.TriAnnotationIndices[Set.TriAnnotationIndexCount++] = Index;
+}
+
+} // namespace
+
+void GatherTriangles(scene_export_state *State, settings_node const *Settings, fbx_mesh_data *MeshData,
+                     int32 TriangleCount, int32 ColorCount, int32 CoordinateCount, mesh_builder *Builder,
+                     tool_material_data *Materials, int32 AnnotationCount, tri_annotation_set *AnnotationSets,
+                     bool DoubleTwoSided, bool FlipU, bool FlipV, tool_mesh *Mesh)
+{
+    if (TriangleCount <= 0) return;
+    bool Indexed = GetSettingBool(Settings, IndexedTriangleAnnotationId);
+    int32 Capacity = DoubleTwoSided ? 2 * TriangleCount : TriangleCount;
+    for (int32 Set = 0; Set < AnnotationCount; ++Set) {
+        tri_annotation_set &Annotations = AnnotationSets[Set];
+        data_type_definition *Type = Annotations.TriAnnotations.Type;
+        int32 Size = Type ? GetTotalObjectSize(Type) : 0;
+        Annotations.TriAnnotations.Count = 0;
+        Annotations.TriAnnotations.Array = Size > 0 ? ArenaAllocate(State->Arena, (intaddrx)Size * Capacity) : 0;
+        if (Indexed) {
+            Annotations.TriAnnotationIndexCount = 0;
+            Annotations.TriAnnotationIndices = ArenaPush<int32>(State->Arena, Capacity);
+        }
+        Annotations.IndicesMapFromTriToAnnotation = 1;
+    }
+
+    bool ToolTangents = GetSettingBool(Settings, ToolGivesTangentsId);
+    int32 TangentChannel = GetSettingInt(Settings, ToolTangentChannelId);
+    bool WantTangents = GetSettingBool(Settings, IncludeTangentsId);
+    bool WantBinormals = GetSettingBool(Settings, IncludeBinormalsId);
+    bool WantCross = GetSettingBool(Settings, IncludeCrossVectorsId);
+    fbx_triangle_iterator *Iterator = BeginTriangles(MeshData);
+    if (!Iterator) return;
+    if (ToolTangents) SetTangentChannel(Iterator, TangentChannel);
+
+    for (; HasTriangle(Iterator); NextTriangle(Iterator)) {
+        bool IsDouble = DoubleTwoSided && IsTriangleTwoSided(Iterator, State->Tool, Materials);
+        for (int32 Side = 0; Side < (IsDouble ? 2 : 1); ++Side) {
+            bool Back = Side == 1;
+            for (int32 Corner = 0; Corner < 3; ++Corner) {
+                int32 Source = Back ? 2 - Corner : Corner;
+                SetVertexIndex(Builder, Corner, GetCornerVertex(Iterator, Source));
+                SetPolygonSource(Builder, GetTriangleIndex(Iterator));
+                SetCornerSource(Builder, Corner, GetCornerSource(Iterator, Source));
+                real32 Normal[3];
+                GetCornerNormal(Iterator, Source, Normal);
+                if (Back) {
+                    for (real32 &Component : Normal) Component = -Component;
+                }
+                SetCornerNormal(Builder, Corner, Normal[0], Normal[1], Normal[2]);
+                if (ToolTangents && (WantTangents || WantBinormals || WantCross)) {
+                    real32 Tangent[3] = {0, 0, 0}, Binormal[3] = {0, 0, 0};
+                    GetCornerTangent(Iterator, Source, Tangent);
+                    GetCornerBinormal(Iterator, Source, Binormal);
+                    real32 Cross[3] = {Tangent[1] * Binormal[2] - Tangent[2] * Binormal[1],
+                                       Tangent[2] * Binormal[0] - Tangent[0] * Binormal[2],
+                                       Tangent[0] * Binormal[1] - Tangent[1] * Binormal[0]};
+                    real32 Length = std::sqrt(Cross[0] * Cross[0] + Cross[1] * Cross[1] + Cross[2] * Cross[2]);
+                    if (Length > 0.0f) {
+                        for (real32 &Component : Cross) Component /= Length;
+                    }
+                    if (WantTangents) SetCornerTangent(Builder, Corner, Tangent[0], Tangent[1], Tangent[2]);
+                    if (WantBinormals) SetCornerBinormal(Builder, Corner, Binormal[0], Binormal[1], Binormal[2]);
+                    if (WantCross) SetCornerTangentBinormalCross(Builder, Corner, Cross[0], Cross[1], Cross[2]);
+                }
+                int32 Channel = 0;
+                for (int32 Color = 0; Color < ColorCount; ++Color) {
+                    real32 Values[4];
+                    GetCornerColor(Iterator, Source, Color, Values);
+                    SetCornerChannel(Builder, Corner, Channel++, Values);
+                }
+                for (int32 Set = 0; Set < CoordinateCount; ++Set) {
+                    real32 Values[4];
+                    GetCornerTextureCoordinates(Iterator, Source, Set, Values);
+                    if (FlipU) Values[0] = 1.0f - Values[0];
+                    if (FlipV) Values[1] = 1.0f - Values[1];
+                    SetCornerChannel(Builder, Corner, Channel++, Values);
+                }
+            }
+            SetMaterial(Builder, GetTriangleMaterial(Iterator));
+            PushTriangle(Builder);
+            for (int32 Set = 0; Set < AnnotationCount; ++Set) {
+                GatherTriangleAnnotation(Iterator, State->Arena, AnnotationSets[Set], Set, Indexed);
+            }
+        }
+    }
+    EndTriangles(Iterator);
+}
+
+void ExportPolygonMesh(scene_export_state *State, tool_mesh *Mesh, fbx_mesh_skin *Skin,
+                       tool_material_data *Materials, mesh *FileMesh, bone_placement *Placements)
+{
+    settings_node const *Settings = Mesh->Settings;
+    int32 WeightFormat = GetSettingChoice(Settings, BoneWeightFormatId);
+    int32 BonesPerVertex = (Skin && GetSettingBool(Settings, AllowVertexWeightingId))
+                               ? GetSettingInt(Settings, BonesPerVertexId)
+                               : 0;
+    fbx_mesh_data *MeshData = BeginMeshData(State->Tool, Mesh);
+    if (!MeshData) {
+        TesselWarning(LogCategory_Exporter, "Unable to parse mesh %s", FileMesh->Name ? FileMesh->Name : "");
+        return;
+    }
+    int32 VertexCount = GetMeshVertexCount(MeshData);
+    int32 TriangleCount = GetMeshTriangleCount(MeshData);
+    int32 MaterialCount = GetMeshMaterialCount(MeshData);
+    int32 BoneCount = Skin ? GetSkinBoneCount(Skin) : 0;
+
+    // A mesh bound to one cluster is rigid.
+    mesh_sections Sections;
+    if (BoneCount <= 1) {
+        Sections.Vertices = GetSectionSetting(State->FileSettings, RigidVerticesSectionId, 1);
+        Sections.Indices = GetSectionSetting(State->FileSettings, RigidIndicesSectionId, 2);
+    } else {
+        Sections.Vertices = GetSectionSetting(State->FileSettings, DeformableVerticesSectionId, 3);
+        Sections.Indices = GetSectionSetting(State->FileSettings, DeformableIndicesSectionId, 4);
+    }
+
+    int32 ColorCount = 0, CoordinateCount = 0, NameCount = 0;
+    char const **Names = 0;
+    data_type_definition *Layout =
+        BuildVertexType(MeshData, State->Arena, State->Strings, BonesPerVertex, WeightFormat, BoneCount, Settings,
+                        &ColorCount, &CoordinateCount, &NameCount, &Names);
+    bool DoubleTwoSided = GetSettingBool(Settings, DoubleTwoSidedId);
+    int32 TriangleCapacity = DoubleTwoSided ? 2 * TriangleCount : TriangleCount;
+    mesh_builder *Builder = Layout ? BeginMesh(VertexCount, TriangleCapacity, MaterialCount, BoneCount, Layout) : 0;
+    if (!Builder) {
+        TesselWarning(LogCategory_Exporter, "Unable to convert mesh %s", FileMesh->Name ? FileMesh->Name : "");
+        EndMeshData(MeshData);
+        return;
+    }
+    GatherVertices(State, MeshData, Skin, VertexCount, Builder);
+    SetChannelNames(Builder, NameCount, Names);
+
+    int32 AnnotationCount = 0;
+    tri_annotation_set *AnnotationSets = 0;
+    if (GetSettingBool(Settings, IncludeTriangleAnnotationId)) {
+        AnnotationCount = GetTriangleAnnotationCount(MeshData);
+        AnnotationSets = AnnotationCount > 0 ? ArenaPush<tri_annotation_set>(State->Arena, AnnotationCount) : 0;
+        if (!AnnotationSets) AnnotationCount = 0;
+        for (int32 Set = 0; Set < AnnotationCount; ++Set) {
+            ClearObject(TriAnnotationSetType, &AnnotationSets[Set]);
+            AnnotationSets[Set].Name = (char *)GetTriangleAnnotationName(MeshData, Set, State->Arena);
+            AnnotationSets[Set].TriAnnotations.Type = GetTriangleAnnotationType(MeshData, Set, State->Arena);
+        }
+    }
+
+    GatherTriangles(State, Settings, MeshData, TriangleCount, ColorCount, CoordinateCount, Builder, Materials,
+                    AnnotationCount, AnnotationSets, DoubleTwoSided, GetSettingBool(Settings, FlipUId),
+                    GetSettingBool(Settings, FlipVId), Mesh);
+
+    bool ToolTangents = GetSettingBool(Settings, ToolGivesTangentsId);
+    if (!ToolTangents && (GetSettingBool(Settings, IncludeTangentsId) || GetSettingBool(Settings, IncludeBinormalsId) ||
+                          GetSettingBool(Settings, IncludeCrossVectorsId))) {
+        real32 Degrees = GetSettingFloat(Settings, TangentMergingToleranceId);
+        SetTangentMergingTolerance(Builder, std::cos(Degrees * (3.1415927f / 180.0f)));
+        BuildTangentSpace(Builder);
+    }
+
+    // Morph targets come from the tool alone; "Create vertex morph curves"
+    // counts only when the mesh is extracted frame by frame.
+    bool WithMorphCurves = GetSettingChoice(Settings, MorphTargetsId) == ExtractFrameByFrameChoice &&
+                           GetSettingBool(Settings, CreateMorphCurvesId);
+
+    int32 VertexSize = GetResultingVertexDataSize(Builder);
+    int32 TopologySize = GetResultingTopologySize(Builder);
+    void *VertexMemory = VertexSize > 0 ? ArenaAllocate(State->Arena, VertexSize) : 0;
+    void *TopologyMemory = TopologySize > 0 ? ArenaAllocate(State->Arena, TopologySize) : 0;
+    vertex_data *VertexData = 0;
+    tri_topology *Topology = 0;
+    EndMesh(Builder, VertexMemory, TopologyMemory, &VertexData, &Topology);
+    if (VertexData && Topology) {
+        FinishMesh(State, Mesh, MeshData, Builder, FileMesh, VertexData, Topology, AnnotationCount, AnnotationSets,
+                   Placements, Skin ? BoneCount : 1, Sections, WithMorphCurves);
+    }
+    FreeBuilder(Builder);
+    EndMeshData(MeshData);
+}
+
+void ExportMesh(scene_export_state *State, tool_mesh *Mesh)
+{
+    CheckPointer(State, LogCategory_Exporter, TESSEL_NOTHING);
+    CheckPointer(Mesh, LogCategory_Exporter, TESSEL_NOTHING);
+    mesh *FileMesh = ArenaPush<mesh>(State->Arena);
+    if (!FileMesh) return;
+    ClearObject(MeshType, FileMesh);
+    AddMesh(State, FileMesh);
+    Mesh->FileMesh = FileMesh;
+    settings_node const *Settings = Mesh->Settings;
+    FileMesh->Name = (char *)GetMeshName(State->Tool, Mesh, State->Strings, GetSettingBool(Settings, UseFullMeshPathnamesId));
+
+    if (IsDataIncluded(Settings)) {
+        int32 MorphTargetCount = GetMeshMorphTargetCount(State, Mesh);
+        FileMesh->MorphTargets = ArenaPush<morph_target>(State->Arena, MorphTargetCount + 1);
+        if (FileMesh->MorphTargets) memset(FileMesh->MorphTargets, 0, sizeof(morph_target) * (size_t)(MorphTargetCount + 1));
+
+        fbx_mesh_skin *Skin = GetMeshSkin(State->Tool, Mesh);
+        bone_placement *Placements = BindBones(State, Mesh, Skin, FileMesh);
+        tool_material_data *Materials = GetMeshMaterials(State->Tool, Mesh);
+
+        if (Placements) {
+            int32 Kind = GetMeshKind(State->Tool, Mesh);
+            if (Kind == ToolMeshKind_Polygons) {
+                ExportPolygonMesh(State, Mesh, Skin, Materials, FileMesh, Placements);
+            } else if (Kind != ToolMeshKind_Patches && Kind != ToolMeshKind_Curves) {
+                TesselWarning(LogCategory_Exporter, "Unrecognized mesh type encountered");
+            }
+        }
+
+        tri_topology *Topology = FileMesh->PrimaryTopology;
+        if (Materials && Topology && Topology->GroupCount > 0) {
+            FileMesh->MaterialBindings = ArenaPush<material_binding>(State->Arena, Topology->GroupCount);
+            if (FileMesh->MaterialBindings) {
+                FileMesh->MaterialBindingCount = Topology->GroupCount;
+                for (int32 Group = 0; Group < Topology->GroupCount; ++Group) {
+                    tool_material *Material = GetMeshMaterial(State->Tool, Materials, Topology->Groups[Group].MaterialIndex);
+                    Topology->Groups[Group].MaterialIndex = Group;
+                    FileMesh->MaterialBindings[Group].Material = Material ? Material->FileMaterial : 0;
+                }
+            }
+        }
+        ReleaseMeshSkin(Skin);
+        ReleaseMeshMaterials(Materials);
+
+        // A box that no vertex reached is empty at the origin.
+        for (int32 Binding = 0; Binding < FileMesh->BoneBindingCount; ++Binding) {
+            bone_binding &Bone = FileMesh->BoneBindings[Binding];
+            for (int32 Axis = 0; Axis < 3; ++Axis) {
+                if (Bone.OBBMin[Axis] > Bone.OBBMax[Axis]) Bone.OBBMin[Axis] = Bone.OBBMax[Axis] = 0.0f;
+            }
+        }
+        if (Placements) TesselFree(Placements);
+        if (!GetSettingBool(Settings, PreserveUnusedBonesId)) RemoveUnusedBoneBindings(FileMesh);
+    }
+    if (IsArtToolDataIncluded(Settings)) {
+        AddMeshData(State->Tool, Mesh, FileMesh, IsOnlyUserAttributes(Settings), State->Arena, State->Strings);
+    }
+}
