@@ -15,6 +15,7 @@
 #include "foundation/tessel_log.h"
 #include "foundation/tessel_string.h"
 #include "tessel_commands.h"
+#include "tessel_inspect_skeletons.h"
 
 namespace {
 
@@ -526,6 +527,7 @@ int InspectTS2File(char const *Path, int ArgumentCount, char **Arguments)
     if (Json) Printer.BeginObject();
     else Printer.Levels.push_back({false, 0});
     PrintHeader(Inspector, Path);
+    if (!Json && !HeaderOnly) Printer.Out += DescribeSkeletonsAndModels(*File);
     if (!HeaderOnly) {
         Printer.Key("Root");
         Inspector.Printed[LocationKey(File->Header.RootObject)] = "/Root";

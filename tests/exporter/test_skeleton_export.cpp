@@ -5,6 +5,7 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <unistd.h>
 
 #include "exporter/fbx_tessel_tool_sampling.h"
 #include "exporter/tessel_skeleton_export.h"
@@ -309,4 +310,28 @@ TEST(SkeletonExportFile, RepeatedExportsAreIdenticalAndLeaveNothingBehind)
     FreeLoadedFile(File);
     remove(First.c_str());
     remove(Second.c_str());
+}
+
+TEST(SkeletonExportFile, InspectShowsTheBoneTreeAndThePlacement)
+{
+    std::string Tool = std::string(TESSEL_BINARY_DIR) + "/tools/tessel";
+    if (access(Tool.c_str(), X_OK) != 0) GTEST_SKIP() << "the tessel program is not built: " << Tool;
+    std::string Input = SaveFbxTestFile("inspect.fbx", WriteFbxTestScene(MakeFbxTestArmScene(), FbxTestBinary(7400)));
+    std::string Output = PrivateTemporaryDirectory() + "/output_inspect.ts2";
+    ASSERT_TRUE(ExportFBXFile(Input.c_str(), Output.c_str(), nullptr, nullptr));
+    remove(Input.c_str());
+    FILE *Pipe = popen((Tool + " inspect " + Output).c_str(), "r");
+    ASSERT_NE(Pipe, nullptr);
+    std::string Text;
+    char Buffer[4096];
+    while (size_t Read = fread(Buffer, 1, sizeof(Buffer), Pipe)) Text.append(Buffer, Read);
+    EXPECT_EQ(pclose(Pipe), 0);
+    remove(Output.c_str());
+    EXPECT_NE(Text.find("Skeletons: 1\n  \"Root\": 3 bones"), std::string::npos) << Text;
+    // Children stand below their parents, indented one step further.
+    size_t Root = Text.find("\n    [0] \"Root\"");
+    size_t Upper = Text.find("\n      [1] \"Upper\"");
+    size_t Lower = Text.find("\n        [2] \"Lower\"");
+    EXPECT_TRUE(Root < Upper && Upper < Lower) << Text;
+    EXPECT_NE(Text.find("Models: 1\n  \"Root\": skeleton \"Root\""), std::string::npos) << Text;
 }
