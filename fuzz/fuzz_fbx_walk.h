@@ -76,6 +76,23 @@ inline void FuzzFbxFields(uint8_t const *Data, size_t Size)
         {
             Fbx.FindPath(0, "FBXHeaderExtension/FBXVersion");
             FuzzWalkFbxFields(Fbx, 0, 0);
+            // The cursor over the first two levels.
+            for (int32 Index = 0; Index < Fbx.FieldGetCount() && Index < 32; ++Index)
+            {
+                if (!Fbx.FieldReadBegin(Fbx.FieldGetName(Index))) continue;
+                Fbx.FieldReadS();
+                Fbx.FieldReadLL();
+                Fbx.FieldReadCH();
+                int64 Count;
+                Fbx.FieldReadArray(FbxValue_ArrayInt32, &Count);
+                if (Fbx.FieldReadBlockBegin())
+                {
+                    if (Fbx.FieldReadBegin(Fbx.FieldGetName(0), Fbx.FieldGetInstanceCount(Fbx.FieldGetName(0)) - 1))
+                        Fbx.FieldReadD();
+                    Fbx.FieldReadBlockEnd();
+                }
+                Fbx.FieldReadEnd();
+            }
         }
     }
     KFbxSdkManager *Manager = KFbxSdkManager::Create();

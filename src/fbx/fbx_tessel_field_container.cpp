@@ -70,6 +70,7 @@ KFbx::KFbx()
     Version = 0;
     Open = Binary = BigEndian = WideRecords = false;
     ErrorText[0] = 0;
+    ResetCursor();
 }
 
 KFbx::~KFbx()
@@ -102,6 +103,7 @@ void KFbx::ProjectClose()
     TopFieldCount = 0;
     Version = 0;
     Open = Binary = BigEndian = WideRecords = false;
+    ResetCursor();
 }
 
 void KFbx::Fail(char const *Format, ...)
@@ -193,6 +195,7 @@ bool KFbx::Parse()
         return false;
     }
     Open = true;
+    ResetCursor();
     return true;
 }
 

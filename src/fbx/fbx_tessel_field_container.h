@@ -55,6 +55,18 @@ enum fbx_value_type
 int32 GetFbxArrayElementSize(int32 ElementType);
 bool IsFbxArrayType(int32 Type);
 
+// Limits of the parsers.
+enum
+{
+    FbxMaximumFieldDepth = 128,
+    // Inflated arrays may be at most this many times their stored size (zlib
+    // cannot expand more than about 1032:1) ...
+    FbxMaximumInflateRatio = 1100,
+    FbxMaximumCursorDepth = FbxMaximumFieldDepth + 2,
+};
+// ... and never more than this many bytes.
+constexpr int64 FbxMaximumArrayBytes = (int64)1 << 31;
+
 // Records of the tables. Callers only hold pointers to fields; the members
 // are private to the container.
 #pragma pack(push, 4)
@@ -181,8 +193,33 @@ public:
     int64 GetNumberCount(fbx_field const *Field) const;
     int64 CopyNumbers(fbx_field const *Field, int32 ElementType, void *Buffer, int64 Count);
 
+    // Sequential reading, block by block, as readers written against a
+    // cursor expect it. FieldReadBegin makes the Instance-th field of that
+    // name in the current block current; the FieldRead* calls then return its
+    // values in turn (a missing or unconvertible value reads as 0 or "").
+    // FieldReadBlockBegin enters the current field's children.
+    bool FieldReadBegin(char const *Name, int32 Instance = 0);
+    void FieldReadEnd();
+    bool FieldReadBlockBegin();
+    void FieldReadBlockEnd();
+    int32 FieldGetCount() const;                  // fields of the current block
+    char const *FieldGetName(int32 Index) const;  // "" when out of range
+    int32 FieldGetInstanceCount(char const *Name) const;
+    fbx_field const *FieldGetCurrent() const;
+    char FieldReadCH();
+    int32 FieldReadI();
+    int64 FieldReadLL();
+    real32 FieldReadF();
+    real64 FieldReadD();
+    // The string of the next value, zero-terminated in a buffer of the
+    // container that the next FieldReadS overwrites (long strings truncate).
+    char const *FieldReadS();
+    // The next value as an array: elements in ElementType, cached as by GetArrayData.
+    void const *FieldReadArray(int32 ElementType, int64 *Count);
+
 private:
     bool Parse();
+    void ResetCursor();
     bool ParseBinary();
     bool ParseAscii();
     void Fail(char const *Format, ...);
@@ -220,18 +257,15 @@ private:
     bool8 BigEndian;
     bool8 WideRecords;
     char ErrorText[256];
+    // The cursor: the blocks entered (the owning field of each; null for the
+    // top level), the current field and the position in its values.
+    fbx_field const *CursorBlocks[FbxMaximumCursorDepth];
+    int32 CursorDepth;
+    fbx_field const *CursorField;
+    int32 CursorValue;
+    char CursorText[1024];
 };
 
-// Limits of the parsers.
-enum
-{
-    FbxMaximumFieldDepth = 128,
-    // Inflated arrays may be at most this many times their stored size (zlib
-    // cannot expand more than about 1032:1) ...
-    FbxMaximumInflateRatio = 1100,
-};
-// ... and never more than this many bytes.
-constexpr int64 FbxMaximumArrayBytes = (int64)1 << 31;
 
 // Detects the 27-byte binary header. Returns true with the byte order and
 // version when the header text matches (case-insensitive).

@@ -447,3 +447,42 @@ TEST(FbxFields, DeepNestingIsLimited)
         if (Allowed) EXPECT_EQ(FromBinary.GetFieldCount(), Depth);
     }
 }
+
+TEST(FbxFields, CursorReadsFieldsAndValuesInTurn)
+{
+    for (bool Binary : {true, false})
+    {
+        SCOPED_TRACE(Binary ? "binary" : "ASCII");
+        KFbx Fbx;
+        ASSERT_TRUE(Open(Fbx, WriteFbxTestFields(SampleTree(), Binary ? FbxTestBinary(7400) : FbxTestAscii(7400))));
+        EXPECT_EQ(Fbx.FieldGetCount(), 2);
+        EXPECT_STREQ(Fbx.FieldGetName(1), "Objects");
+        ASSERT_TRUE(Fbx.FieldReadBegin("Objects"));
+        ASSERT_TRUE(Fbx.FieldReadBlockBegin());
+        EXPECT_EQ(Fbx.FieldGetInstanceCount("Model"), 1);
+        EXPECT_FALSE(Fbx.FieldReadBegin("Model", 1));
+        ASSERT_TRUE(Fbx.FieldReadBegin("Model"));
+        EXPECT_EQ(Fbx.FieldReadLL(), 123456789012345LL);
+        EXPECT_STREQ(Fbx.FieldReadS(), "Model::Cube");
+        EXPECT_STREQ(Fbx.FieldReadS(), "Mesh");
+        EXPECT_STREQ(Fbx.FieldReadS(), "") << "past the last value";
+        ASSERT_TRUE(Fbx.FieldReadBlockBegin());
+        ASSERT_TRUE(Fbx.FieldReadBegin("Scalars"));
+        EXPECT_EQ(Fbx.FieldReadI(), -12);
+        EXPECT_EQ(Fbx.FieldReadCH(), 'T');
+        EXPECT_EQ(Fbx.FieldReadI(), -70000);
+        EXPECT_EQ(Fbx.FieldReadF(), 1.5f);
+        EXPECT_EQ(Fbx.FieldReadD(), -2.25);
+        Fbx.FieldReadEnd();
+        Fbx.FieldReadBlockEnd();
+        EXPECT_EQ(Fbx.FieldGetCurrent(), Fbx.FindPath(0, "Objects/Model"));
+        ASSERT_TRUE(Fbx.FieldReadBegin("Geometry"));
+        ASSERT_TRUE(Fbx.FieldReadBlockBegin());
+        ASSERT_TRUE(Fbx.FieldReadBegin("PolygonVertexIndex"));
+        int64 Count = 0;
+        int32 const *Indices = (int32 const *)Fbx.FieldReadArray(FbxValue_ArrayInt32, &Count);
+        ASSERT_TRUE(Indices);
+        EXPECT_EQ(Count, 6);
+        EXPECT_EQ(Indices[5], -5);
+    }
+}
