@@ -13,10 +13,16 @@
 
 namespace {
 
+// Float noise around zero (1e-9 and the like) reads as 0.
+double Clean(double Value)
+{
+    return std::fabs(Value) < 5e-7 ? 0.0 : Value;
+}
+
 std::string Format(char const *Pattern, double A, double B, double C)
 {
     char Buffer[128];
-    snprintf(Buffer, sizeof(Buffer), Pattern, A, B, C);
+    snprintf(Buffer, sizeof(Buffer), Pattern, Clean(A), Clean(B), Clean(C));
     return Buffer;
 }
 
@@ -28,7 +34,7 @@ std::string Vector3(real32 const *V)
 std::string Quaternion(real32 const *Q)
 {
     char Buffer[128];
-    snprintf(Buffer, sizeof(Buffer), "(%.6g, %.6g, %.6g, %.6g)", Q[0], Q[1], Q[2], Q[3]);
+    snprintf(Buffer, sizeof(Buffer), "(%.6g, %.6g, %.6g, %.6g)", Clean(Q[0]), Clean(Q[1]), Clean(Q[2]), Clean(Q[3]));
     return Buffer;
 }
 
@@ -55,25 +61,39 @@ std::string Name(char const *Text)
     return Text ? "\"" + std::string(Text) + "\"" : std::string("(unnamed)");
 }
 
+void DescribeBone(skeleton const &Skeleton, std::vector<std::vector<int32>> const &Children, int32 Index, int Depth,
+                  std::string &Out)
+{
+    bone const &Bone = Skeleton.Bones[Index];
+    char Head[96];
+    snprintf(Head, sizeof(Head), "[%d] ", Index);
+    char LOD[48];
+    snprintf(LOD, sizeof(LOD), "  LOD error %.6g", Bone.LODError);
+    Out += "\n    " + std::string((size_t)Depth * 2, ' ') + Head + Name(Bone.Name) + LOD + "  " +
+           DescribeTransform(Bone.Transform);
+    for (int32 Child : Children[(size_t)Index]) DescribeBone(Skeleton, Children, Child, Depth + 1, Out);
+}
+
+// The bones as a tree, children below their parent and indented one step;
+// the numbers are the bones' indices in the file, whose order is by LOD.
 void DescribeSkeleton(skeleton const &Skeleton, std::string &Out)
 {
     Out += "\n  " + Name(Skeleton.Name) + ": " + std::to_string(Skeleton.BoneCount) + " bones, LOD type " +
            std::to_string(Skeleton.LODType);
-    // Bones stand parents first, so a bone's depth follows from its parent's.
-    std::vector<int> Depth((size_t)(Skeleton.BoneCount > 0 ? Skeleton.BoneCount : 0), 0);
-    for (int32 Index = 0; Index < Skeleton.BoneCount; ++Index) {
-        bone const &Bone = Skeleton.Bones[Index];
-        int32 Parent = Bone.ParentIndex;
-        bool Known = Parent >= 0 && Parent < Index;
-        Depth[Index] = Known ? Depth[Parent] + 1 : 0;
-        char Head[64];
-        snprintf(Head, sizeof(Head), "[%d] ", Index);
-        Out += "\n    " + std::string((size_t)Depth[Index] * 2, ' ') + Head + Name(Bone.Name);
-        if (Parent >= 0 && !Known) Out += "  (parent " + std::to_string(Parent) + " out of order)";
-        char LOD[48];
-        snprintf(LOD, sizeof(LOD), "  LOD error %.6g", Bone.LODError);
-        Out += std::string(LOD) + "  " + DescribeTransform(Bone.Transform);
+    int32 Count = Skeleton.BoneCount > 0 ? Skeleton.BoneCount : 0;
+    std::vector<std::vector<int32>> Children((size_t)Count);
+    std::vector<int32> Roots;
+    for (int32 Index = 0; Index < Count; ++Index) {
+        int32 Parent = Skeleton.Bones[Index].ParentIndex;
+        // Parents stand first; anything else would not be a tree.
+        if (Parent >= 0 && Parent < Index) {
+            Children[(size_t)Parent].push_back(Index);
+        } else {
+            if (Parent != -1) Out += "\n    bone " + std::to_string(Index) + " has parent " + std::to_string(Parent) + ", not before it";
+            Roots.push_back(Index);
+        }
     }
+    for (int32 Root : Roots) DescribeBone(Skeleton, Children, Root, 0, Out);
 }
 
 void DescribeModel(model const &Model, std::string &Out)
