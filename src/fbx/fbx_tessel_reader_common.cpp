@@ -370,9 +370,11 @@ static KFbxLayerElement *ReadLayerElement(KFbx &Fbx, fbx_field const *Field, lay
         int32 *Indices = ReadNumbers<int32>(Fbx, Fbx.FindChild(Field, Kind.IndexName), FbxValue_ArrayInt32, &IndexCount);
         fbx_array<int32> &Array = Element->GetIndexArray();
         Ok = Ok && Array.Resize(IndexCount);
+        int32 DirectCount = Element->GetDirectCount();
         for (int32 Index = 0; Ok && Index < IndexCount; ++Index)
         {
-            Array[Index] = Indices[Index];
+            // An index that leads nowhere reads as none.
+            Array[Index] = (Indices[Index] >= 0 && Indices[Index] < DirectCount) ? Indices[Index] : -1;
         }
         TesselFree(Indices);
     }
@@ -451,7 +453,12 @@ bool ReadFbxMeshGeometry(KFbx &Fbx, fbx_field const *Object, KFbxMesh *Mesh)
     TesselFree(Points);
 
     int32 *Indices = ReadNumbers<int32>(Fbx, Fbx.FindChild(Object, "PolygonVertexIndex"), FbxValue_ArrayInt32, &Count);
+    if (PointCount == 0)
+    {
+        Count = 0;
+    }
     bool Open = false;
+    int32 BadCorners = 0;
     for (int32 Index = 0; Index < Count; ++Index)
     {
         if (!Open)
@@ -464,8 +471,14 @@ bool ReadFbxMeshGeometry(KFbx &Fbx, fbx_field const *Object, KFbxMesh *Mesh)
         int32 Point = Last ? ~Value : Value;
         if (Point >= PointCount)
         {
-            TesselWarning(LogCategory_FBX, "Mesh %s: polygon vertex %d refers to control point %d of %d",
-                          Mesh->GetName(), Index, Point, PointCount);
+            // Kept in place (so that per-corner layers stay aligned) but
+            // pointed at the first control point.
+            if (BadCorners++ == 0)
+            {
+                TesselWarning(LogCategory_FBX, "Mesh %s: polygon vertex %d refers to control point %d of %d",
+                              Mesh->GetName(), Index, Point, PointCount);
+            }
+            Point = 0;
         }
         Mesh->AddPolygon(Point);
         if (Last)
@@ -563,6 +576,32 @@ static bool ReadMatrix(KFbx &Fbx, fbx_field const *Field, AffineMatrix &Matrix)
         }
     }
     return true;
+}
+
+void DropFbxSkinIndicesOutsideMeshes(KFbxScene *Scene)
+{
+    for (int32 Member = 0; Member < Scene->GetMemberCount(); ++Member)
+    {
+        KFbxNodeAttribute *Attribute = dynamic_cast<KFbxNodeAttribute *>(Scene->GetMember(Member));
+        if (!Attribute || Attribute->GetAttributeType() != FbxAttribute_Mesh)
+        {
+            continue;
+        }
+        KFbxMesh *Mesh = static_cast<KFbxMesh *>(Attribute);
+        for (int32 Skin = 0; Skin < Mesh->GetDeformerCount(FbxDeformer_Skin); ++Skin)
+        {
+            KFbxSkin *Deformer = static_cast<KFbxSkin *>(Mesh->GetDeformer(Skin, FbxDeformer_Skin));
+            for (int32 Index = 0; Index < Deformer->GetClusterCount(); ++Index)
+            {
+                int32 Dropped = Deformer->GetCluster(Index)->DropControlPointsFrom(Mesh->GetControlPointsCount());
+                if (Dropped > 0)
+                {
+                    TesselWarning(LogCategory_FBX, "Cluster %s: %d influences outside mesh %s were dropped",
+                                  Deformer->GetCluster(Index)->GetName(), Dropped, Mesh->GetName());
+                }
+            }
+        }
+    }
 }
 
 bool ReadFbxClusterData(KFbx &Fbx, fbx_field const *Object, KFbxCluster *Cluster)

@@ -33,6 +33,10 @@ bool ReadFbxMeshGeometry(KFbx &Fbx, fbx_field const *Object, KFbxMesh *Mesh);
 // Indexes, Weights, Transform and TransformLink of a cluster field.
 bool ReadFbxClusterData(KFbx &Fbx, fbx_field const *Object, KFbxCluster *Cluster);
 
+// After the connections: influences on control points a mesh does not have
+// are dropped, so that nothing downstream indexes past a mesh.
+void DropFbxSkinIndicesOutsideMeshes(KFbxScene *Scene);
+
 // Objects of a file by their key: the full name with class prefix in FBX 6,
 // the 64-bit id in FBX 7.
 struct fbx_object_entry

@@ -189,6 +189,7 @@ bool KFbxReaderFbx6::Read(KFbxScene *Scene)
         ConnectObjects(Scene, Objects.FindByKey(Source), Objects.FindByKey(Destination));
     }
     ParentOrphans(Scene, Objects);
+    DropFbxSkinIndicesOutsideMeshes(Scene);
 
     for (fbx_field const *Takes = mFbx.FindChild(nullptr, "Takes"); Takes; Takes = mFbx.FindNextSibling(Takes, "Takes"))
     {
@@ -272,6 +273,7 @@ bool KFbxReaderFbx::Read(KFbxScene *Scene)
         }
     }
     ParentOrphans(Scene, Objects);
+    DropFbxSkinIndicesOutsideMeshes(Scene);
     ApplyFbxSceneTimeMode(Scene);
     for (fbx_field const *Takes = mFbx.FindChild(nullptr, "Takes"); Takes; Takes = mFbx.FindNextSibling(Takes, "Takes"))
     {

@@ -450,6 +450,7 @@ bool KFbxReaderFbx7::Read(KFbxScene *Scene)
         }
     }
 
+    DropFbxSkinIndicesOutsideMeshes(Scene);
     // Takes from the Takes section, then the stacks.
     fbx_field const *Takes = mFbx.FindChild(nullptr, "Takes");
     for (int32 Index = 0; Index < Objects.GetCount(); ++Index)

@@ -42,6 +42,24 @@ bool KFbxCluster::AddControlPointIndex(int32 Index, real64 Weight)
     return true;
 }
 
+int32 KFbxCluster::DropControlPointsFrom(int32 Count)
+{
+    int32 Kept = 0;
+    for (int32 Index = 0; Index < mIndices.Count; ++Index)
+    {
+        if (mIndices[Index] >= 0 && mIndices[Index] < Count)
+        {
+            mIndices[Kept] = mIndices[Index];
+            mWeights[Kept] = mWeights[Index];
+            ++Kept;
+        }
+    }
+    int32 Dropped = mIndices.Count - Kept;
+    mIndices.Resize(Kept);
+    mWeights.Resize(Kept);
+    return Dropped;
+}
+
 static AffineMatrix Recompose(AffineMatrix const &Matrix)
 {
     return AffineMatrix(Matrix.GetT(), Matrix.GetR(), Matrix.GetS());

@@ -64,6 +64,8 @@ public:
     real64 *GetControlPointWeights() const { return mWeights.Data; }
     // Appends one influence.
     bool AddControlPointIndex(int32 Index, real64 Weight);
+    // Removes influences on control points outside [0, Count); returns how many.
+    int32 DropControlPointsFrom(int32 Count);
 
     // The file's Transform maps the mesh into the bone's bind space, so that
     // link global x Transform places the control points where the bind pose

@@ -184,9 +184,13 @@ TEST(SceneTransforms, AnimatedLocalValuesFollowTheWrittenKeys)
                 int64_t Middle = K.Time + (Next.Time - K.Time) / 2;
                 double Fraction = (double)(Middle - K.Time) / (double)(Next.Time - K.Time);
                 if (K.Interpolation == FbxTestLinear)
+                {
                     EXPECT_NEAR(Sample(Middle), K.Value + Fraction * (Next.Value - K.Value), 1e-4) << Layout.Name;
+                }
                 else if (K.Interpolation == FbxTestConstant)
+                {
                     EXPECT_NEAR(Sample(Middle), K.Value, 1e-6) << Layout.Name;
+                }
             }
         }
         // The default take shows the property values.
