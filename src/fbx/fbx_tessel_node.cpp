@@ -179,7 +179,7 @@ KFbxNode::KFbxNode(KFbxSdkManager *Manager, char const *Name)
 
 // Other objects may already be gone when a node goes with its manager, so
 // the destructor touches only the node's own memory.
-KFbxNode::~KFbxNode() {}
+KFbxNode::~KFbxNode() { ReleaseCache(mCache); }
 
 KFbxNode *KFbxNode::Create(KFbxSdkManager *Manager, char const *Name) { return FbxNew(KFbxNode, Manager, Name); }
 

@@ -199,8 +199,13 @@ private:
         AffineMatrix Scale;    // Sg, full 3x3 for the inherit types 1 and 2
         KFbxVector4 LocalScale;
         AffineMatrix Matrix;
+        uint64 Generation;     // changes whenever the result does
     };
     global_state ComputeGlobal(KTime Time, bool UseCurves, int32 Depth);
+    // The last result with everything it was computed from.
+    struct global_cache;
+    global_cache *mCache = nullptr;
+    static void ReleaseCache(global_cache *Cache);
 
     KFbxNode *mParent;
     KFbxScene *mScene;

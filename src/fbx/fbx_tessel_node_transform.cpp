@@ -3,7 +3,26 @@
 #include "fbx/fbx_tessel_node.h"
 #include "fbx/fbx_tessel_scene.h"
 
+#include <cstring>
+
 static char const *const ChannelNames[3] = {"T", "R", "S"};
+
+// The cache holds a copy of every input of the last global result: the
+// local values, the transform setup and the parent's result. A hit needs all
+// of them equal, so it answers exactly what a new computation would.
+static uint64 NextGeneration = 0;
+
+struct KFbxNode::global_cache
+{
+    KFbxNode *Parent;
+    uint64 ParentGeneration;
+    KFbxVector4 T, R, S;
+    uint8 Setup[sizeof(fbx_optional_vector) * 6 + sizeof(fbx_limits) * 3 + 64];
+    int32 SetupSize;
+    KFbxNode::global_state State;
+};
+
+void KFbxNode::ReleaseCache(global_cache *Cache) { FbxDelete(Cache); }
 
 KFbxVector4 KFbxNode::EvaluateChannel(int32 Channel, KTime Time, bool UseCurves)
 {
@@ -113,6 +132,27 @@ KFbxNode::global_state KFbxNode::ComputeGlobal(KTime Time, bool UseCurves, int32
     KFbxVector4 R = ClampRotation(EvaluateChannel(Channel_R, Time, UseCurves));
     KFbxVector4 S = ScalingLimits.Apply(EvaluateChannel(Channel_S, Time, UseCurves));
 
+    // The transform setup: every member from RotationOffset to ScalingLimits.
+    uint8 const *SetupStart = (uint8 const *)&RotationOffset;
+    int32 SetupSize = (int32)((uint8 const *)(&ScalingLimits + 1) - SetupStart);
+    global_state ParentState = {};
+    bool HasParent = mParent && Depth <= 4096;
+    if (HasParent)
+    {
+        ParentState = mParent->ComputeGlobal(Time, UseCurves, Depth + 1);
+    }
+    if (!mCache)
+    {
+        mCache = FbxNew(global_cache);
+    }
+    bool CacheUsable = mCache && SetupSize <= (int32)sizeof(mCache->Setup);
+    if (CacheUsable && mCache->SetupSize == SetupSize && mCache->Parent == (HasParent ? mParent : nullptr) &&
+        (!HasParent || mCache->ParentGeneration == ParentState.Generation) && mCache->T == T && mCache->R == R &&
+        mCache->S == S && memcmp(mCache->Setup, SetupStart, (size_t)SetupSize) == 0)
+    {
+        return mCache->State;
+    }
+
     AffineMatrix Rl = ComputeLocalRotationMatrix(R);
     AffineMatrix Sl = DiagonalMatrix(S);
 
@@ -146,14 +186,14 @@ KFbxNode::global_state KFbxNode::ComputeGlobal(KTime Time, bool UseCurves, int32
     global_state State;
     State.LocalScale = S;
     // The depth guard stops a damaged hierarchy; AddChild refuses cycles.
-    if (!mParent || Depth > 4096)
+    if (!HasParent)
     {
         State.Rotation = Rl;
         State.Scale = Sl;
     }
     else
     {
-        global_state Parent = mParent->ComputeGlobal(Time, UseCurves, Depth + 1);
+        global_state const &Parent = ParentState;
         State.Rotation = Parent.Rotation * Rl;
         if (InheritType == FbxInherit_RrSs)
         {
@@ -184,7 +224,7 @@ KFbxNode::global_state KFbxNode::ComputeGlobal(KTime Time, bool UseCurves, int32
     State.Rotation = Linear3(State.Rotation);
     State.Scale = Linear3(State.Scale);
 
-    if (InheritType == FbxInherit_RrSs || !mParent)
+    if (InheritType == FbxInherit_RrSs || !HasParent)
     {
         State.Matrix = State.Rotation;
         for (int32 Row = 0; Row < 3; ++Row)
@@ -201,6 +241,18 @@ KFbxNode::global_state KFbxNode::ComputeGlobal(KTime Time, bool UseCurves, int32
         AffineMatrix Translation;
         Translation.SetT(Position);
         State.Matrix = Translation * State.Rotation * State.Scale;
+    }
+    State.Generation = ++NextGeneration;
+    if (CacheUsable)
+    {
+        mCache->Parent = HasParent ? mParent : nullptr;
+        mCache->ParentGeneration = HasParent ? ParentState.Generation : 0;
+        mCache->T = T;
+        mCache->R = R;
+        mCache->S = S;
+        mCache->SetupSize = SetupSize;
+        memcpy(mCache->Setup, SetupStart, (size_t)SetupSize);
+        mCache->State = State;
     }
     return State;
 }
