@@ -25,6 +25,13 @@ uint32 GetChainTableSize(int32 Chain)
     return Size > Limits[Chain] ? Size - Less[Chain] : 7;
 }
 
+uint32 const LongKeyHashBits = 20;
+
+inline uint32 HashLongKey(uint32 Key)
+{
+    return ((Key & 0x0FFFFFFFu) * 2654435761u) >> (32 - LongKeyHashBits);
+}
+
 inline uint32 FoldKey(uint32 Key, uint32 TableSize)
 {
     while (Key >= TableSize) Key = (Key % TableSize) + (Key / TableSize);
@@ -70,6 +77,12 @@ inline void Unlink(trove_encoder &Encoder, int32 Chain, uint32 Index)
     if (Next != NoNode) Prevs[Next] = Prev;
     Prevs[Index] = NotLinked;
     Links[Index].Next = NoNode;
+    if (Chain == 0) {
+        uint32 &Short = Encoder.ShortKeySlots[Links[Index].Key & 0xFFFF];
+        if (Short == Index) Short = NoNode;
+    } else if (Chain == 1) {
+        --Encoder.LongKeyCounts[HashLongKey(Links[Index].Key)];
+    }
 }
 
 // Node To takes From's place in a chain.
@@ -90,6 +103,10 @@ inline void Replace(trove_encoder &Encoder, int32 Chain, uint32 From, uint32 To,
     if (Next != NoNode) Prevs[Next] = To;
     Prevs[From] = NotLinked;
     Links[From].Next = NoNode;
+    if (Chain == 0) {
+        uint32 &Short = Encoder.ShortKeySlots[Key & 0xFFFF];
+        if (Short == From) Short = To;
+    }
 }
 
 inline void LinkHead(trove_encoder &Encoder, int32 Chain, uint32 Bucket, uint32 Index, uint32 Key)
@@ -104,6 +121,16 @@ inline void LinkHead(trove_encoder &Encoder, int32 Chain, uint32 Bucket, uint32 
     Encoder.Heads[Chain][Bucket] = Index;
 }
 
+// Links a new node at the head of chain 0 and drops the older node of the
+// same 2-byte key, which the table knows without a walk.
+inline void LinkShortKey(trove_encoder &Encoder, uint32 Bucket, uint32 Index, uint32 Key)
+{
+    uint32 Older = Encoder.ShortKeySlots[Key & 0xFFFF];
+    LinkHead(Encoder, 0, Bucket, Index, Key);
+    if (Older != NoNode) Unlink(Encoder, 0, Older);
+    Encoder.ShortKeySlots[Key & 0xFFFF] = Index;
+}
+
 void ClearMatchFinder(trove_encoder &Encoder)
 {
     uint32 Count = Encoder.RingMask + 1;
@@ -114,6 +141,8 @@ void ClearMatchFinder(trove_encoder &Encoder)
         for (uint32 Index = 0; Index < Count; ++Index) Prevs[Index] = NotLinked;
     }
     memset(Encoder.Runs, 0, sizeof(uint32) * Count);
+    memset(Encoder.ShortKeySlots, 0xFF, sizeof(uint32) * 65536);
+    memset(Encoder.LongKeyCounts, 0, sizeof(uint16) << LongKeyHashBits);
     Encoder.Run = 0;
     Encoder.RunValid = false;
     Encoder.Skip = 0;
@@ -156,15 +185,27 @@ void InsertPosition(trove_encoder &Encoder, stream_state const &Stream, uint32 P
         Encoder.Runs[Slot] = Encoder.Run;
         for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
             uint32 Bucket = FoldKey(Key & KeyMasks[Chain], Encoder.HeadCount[Chain]);
+            if (Chain == 0) {
+                LinkShortKey(Encoder, Bucket, Slot, Key);
+                continue;
+            }
+            if (Chain == 2) {
+                LinkHead(Encoder, Chain, Bucket, Slot, Key);
+                continue;
+            }
+            // Chain 1 never holds two nodes of one 28-bit prefix, so the walk
+            // ends at the first, and only runs when the hash says one may be there.
+            uint16 &Count = Encoder.LongKeyCounts[HashLongKey(Key)];
+            bool MayHaveOlder = Count != 0;
             LinkHead(Encoder, Chain, Bucket, Slot, Key);
-            uint32 Mask = DuplicateMasks[Chain];
-            if (!Mask) continue;
+            ++Count;
+            if (!MayHaveOlder) continue;
             trove_chain_link const *Links = Encoder.Links[Chain];
-            uint32 Scan = Links[Slot].Next;
-            while (Scan != NoNode) {
-                uint32 Next = Links[Scan].Next;
-                if (((Links[Scan].Key ^ Key) & Mask) == 0) Unlink(Encoder, Chain, Scan);
-                Scan = Next;
+            for (uint32 Scan = Links[Slot].Next; Scan != NoNode; Scan = Links[Scan].Next) {
+                if (((Links[Scan].Key ^ Key) & DuplicateMasks[Chain]) == 0) {
+                    Unlink(Encoder, Chain, Scan);
+                    break;
+                }
             }
         }
         Encoder.Skip = Encoder.Run;
@@ -438,7 +479,8 @@ intaddrx GetTroveEncoderWorkSize(uint32 MaxStreamSize)
 {
     intaddrx Ring = GetRingSize(MaxStreamSize);
     intaddrx Size = ((intaddrx)sizeof(trove_chain_link) + (intaddrx)sizeof(uint32)) * TroveChainCount * Ring;
-    Size += (intaddrx)sizeof(uint32) * Ring;
+    Size += (intaddrx)sizeof(uint32) * (Ring + 65536);
+    Size += (intaddrx)sizeof(uint16) << LongKeyHashBits;
     for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) Size += (intaddrx)sizeof(uint32) * GetChainTableSize(Chain);
     Size += (intaddrx)sizeof(uint16) * GetModelUnits();
     return (Size + 7) & ~(intaddrx)7;
@@ -466,6 +508,10 @@ void BeginTroveEncoder(trove_encoder &Encoder, void *Memory, uint32 MaxStreamSiz
     }
     Encoder.Runs = (uint32 *)Cursor;
     Cursor += sizeof(uint32) * (size_t)RingSize;
+    Encoder.ShortKeySlots = (uint32 *)Cursor;
+    Cursor += sizeof(uint32) * 65536;
+    Encoder.LongKeyCounts = (uint16 *)Cursor;
+    Cursor += sizeof(uint16) << LongKeyHashBits;
     for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
         Encoder.Heads[Chain] = (uint32 *)Cursor;
         Encoder.HeadCount[Chain] = GetChainTableSize(Chain);

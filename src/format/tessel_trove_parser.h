@@ -42,6 +42,11 @@ struct trove_encoder
     trove_chain_link *Links[TroveChainCount];
     uint32 *Prev[TroveChainCount];
     uint32 *Runs;
+    // Chain 0 holds one node per 2-byte key: its slot by key, or ~0.
+    uint32 *ShortKeySlots;
+    // Chain 1 holds one node per 28-bit key prefix: how many of its nodes
+    // fall on each hash of that prefix, so that most links need no walk.
+    uint16 *LongKeyCounts;
     uint32 RingMask;
     uint32 *Heads[TroveChainCount];
     uint32 HeadCount[TroveChainCount];
