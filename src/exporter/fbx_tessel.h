@@ -5,7 +5,6 @@
 #include "foundation/tessel_types.h"
 #include "tessel/tessel.h"
 
-#pragma pack(push, 4)
 // One named frame range of the timeline.
 struct animation_def
 {
@@ -20,7 +19,6 @@ struct export_options
     bool ShowProgress;
     char const *SettingsFileName; // settings file applied before the export
 };
-#pragma pack(pop)
 
 // Reads the AnimationDef file: the children named "AnimationDef" (any case)
 // of the document's first element, each with the attributes "name", "start"

@@ -15,7 +15,6 @@ struct string_table;
 struct art_tool_info;
 struct memory_arena;
 
-#pragma pack(push, 4)
 struct fbx_scene_context
 {
     KFbxSdkManager *Manager;
@@ -32,7 +31,6 @@ struct fbx_tool_interface
     int32 AnimationDefCount;
     animation_def *AnimationDefs;
 };
-#pragma pack(pop)
 
 // Loads the whole FBX file. The tool object's FBX is null when the file
 // could not be loaded.

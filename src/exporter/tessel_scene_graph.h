@@ -15,7 +15,6 @@ struct texture;
 
 struct tool_model;
 
-#pragma pack(push, 4)
 struct tool_mesh
 {
     settings_node *Settings;
@@ -114,7 +113,6 @@ struct tool_node_graph
     int32 AnimationCount;
     tool_animation *FirstAnimation;
 };
-#pragma pack(pop)
 
 // An empty graph: all counts 0, the ring closed on the sentinel.
 tool_node_graph *NewToolNodeGraph();

@@ -17,7 +17,6 @@ struct string_table;
 struct file_builder;
 struct file_data_tree_writer;
 
-#pragma pack(push, 4)
 struct scene_export_context
 {
     settings_node *Settings; // root of the settings tree
@@ -42,7 +41,6 @@ struct scene_export_state
     int32 MaterialIndex;
     int32 ProgressTotal;
 };
-#pragma pack(pop)
 
 // The names of the stages, in the order they run.
 extern char const *const ExportStageNames[6];
