@@ -35,6 +35,8 @@ struct progress_display
     bool BarDrawn;
     bool TitleShown;
     char LastStage[64];
+    uint32 StagePosition; // position when the stage began: older items belong to the stage before
+
 };
 
 static progress_display Display;
@@ -51,7 +53,10 @@ static void ShowProgress(export_progress const *Progress)
 {
     char const *Stage = Progress->Stage ? Progress->Stage : "";
     bool NewStage = strncmp(Stage, Display.LastStage, sizeof(Display.LastStage) - 1) != 0;
-    if (NewStage) snprintf(Display.LastStage, sizeof(Display.LastStage), "%s", Stage);
+    if (NewStage) {
+        snprintf(Display.LastStage, sizeof(Display.LastStage), "%s", Stage);
+        Display.StagePosition = Progress->Position;
+    }
 
     if (!Display.Terminal) {
         if (Progress->Title && !Display.TitleShown) fprintf(stderr, "%s\n", Progress->Title);
@@ -68,7 +73,8 @@ static void ShowProgress(export_progress const *Progress)
     char Bar[BarWidth + 1];
     for (int Index = 0; Index < BarWidth; ++Index) Bar[Index] = Index < Filled ? '#' : '.';
     Bar[BarWidth] = 0;
-    fprintf(stderr, "\r\033[K[%s] %3d%% %s %.40s", Bar, Percent, Stage, Progress->Item ? Progress->Item : "");
+    char const *Item = (Progress->Item && Progress->Position > Display.StagePosition) ? Progress->Item : "";
+    fprintf(stderr, "\r\033[K[%s] %3d%% %s %.40s", Bar, Percent, Stage, Item);
     fflush(stderr);
     Display.BarDrawn = true;
 }
