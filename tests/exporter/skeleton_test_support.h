@@ -1,11 +1,10 @@
-// Shared by the skeleton and model tests: a scene export context over a
-// written scene with the stage state the skeleton and model stages need,
-// and plain 4x4 matrices for expected values.
+// Shared by the skeleton and model tests: a stage state over a written
+// scene, and the check of a bone's stored inverse world matrix.
 #pragma once
 
 #include <cmath>
 #include <string>
-#include <vector>
+#include <utility>
 
 #include "exporter/fbx_tessel.h"
 #include "exporter/fbx_tessel_tool_interface.h"
@@ -19,20 +18,6 @@ struct matrix4
 {
     double M[16];
 };
-
-inline matrix4 FromFloats(real32 const *Values)
-{
-    matrix4 Result;
-    for (int I = 0; I < 16; ++I) Result.M[I] = Values[I];
-    return Result;
-}
-
-inline matrix4 FromDoubles(double const *Values)
-{
-    matrix4 Result;
-    for (int I = 0; I < 16; ++I) Result.M[I] = Values[I];
-    return Result;
-}
 
 // Gauss-Jordan with partial pivoting; false for a singular matrix.
 inline bool Invert(matrix4 const &Source, matrix4 &Result)
@@ -59,26 +44,34 @@ inline bool Invert(matrix4 const &Source, matrix4 &Result)
     return true;
 }
 
-// Largest difference of two matrices, relative to the larger of 1 and the
-// largest element of Expected.
-inline double RelativeDifference(matrix4 const &Actual, matrix4 const &Expected)
-{
-    double Scale = 1.0, Difference = 0.0;
-    for (int I = 0; I < 16; ++I) Scale = std::fmax(Scale, std::fabs(Expected.M[I]));
-    for (int I = 0; I < 16; ++I) Difference = std::fmax(Difference, std::fabs(Actual.M[I] - Expected.M[I]));
-    return Difference / Scale;
-}
-
 // The world matrix of a bone: the inverse of what the file stores.
 inline matrix4 BoneWorld(bone const &Bone)
 {
-    matrix4 World;
-    Invert(FromFloats(&Bone.InverseWorldTransform[0][0]), World);
+    matrix4 Stored, World;
+    for (int I = 0; I < 16; ++I) Stored.M[I] = (&Bone.InverseWorldTransform[0][0])[I];
+    Invert(Stored, World);
     return World;
 }
 
+// Largest deviation from the identity of World (row-vector, as the file
+// stores matrices) times the bone's stored inverse, with the translation
+// row taken relative to the size of the world translation.
+inline double InverseMismatch(bone const &Bone, double const *World)
+{
+    double Largest = 0.0, Reach = 1.0;
+    for (int I = 12; I < 15; ++I) Reach = std::fmax(Reach, std::fabs(World[I]));
+    for (int R = 0; R < 4; ++R)
+        for (int C = 0; C < 4; ++C) {
+            double Sum = 0.0;
+            for (int K = 0; K < 4; ++K) Sum += World[R * 4 + K] * Bone.InverseWorldTransform[K][C];
+            double Error = std::fabs(Sum - (R == C ? 1.0 : 0.0));
+            Largest = std::fmax(Largest, R == 3 ? Error / Reach : Error);
+        }
+    return Largest;
+}
+
 // A tool over a written scene, its export context and a stage state with
-// room for every skeleton and model.
+// room for every skeleton and model, at the bind state.
 struct stage_fixture
 {
     fbx_tool_interface *Tool = nullptr;
@@ -109,35 +102,24 @@ struct stage_fixture
     ~stage_fixture()
     {
         EndSceneExport(Context);
-        if (Tool) Tool->AnimationDefs = nullptr;
+        if (Tool) Tool->AnimationDefs = nullptr; // the test's own
         DestroyToolInterface(Tool);
     }
 
     tool_model *ModelNamed(char const *Name)
     {
-        for (tool_model *Model = FirstModel(State.Graph); !IsModelEnd(State.Graph, Model); Model = NextModel(Model)) {
-            char const *ModelName = GetToolModelName(Tool, Model, nullptr);
-            if (ModelName && std::string(ModelName) == Name) return Model;
-        }
+        for (tool_model *Model = FirstModel(State.Graph); !IsModelEnd(State.Graph, Model); Model = NextModel(Model))
+            if (std::string(GetToolModelName(Tool, Model, nullptr)) == Name) return Model;
         return nullptr;
     }
 
     tool_node *NodeNamed(char const *Name)
     {
-        for (tool_node *Node = State.Graph->FirstNode; Node; Node = Node->NextInGraph) {
+        for (tool_node *Node = State.Graph->FirstNode; Node; Node = Node->NextInGraph)
             if (std::string(GetNodeName(Tool, Node, nullptr)) == Name) return Node;
-        }
         return nullptr;
     }
 };
-
-inline bone const *FindBone(skeleton const *Skeleton, char const *Name)
-{
-    for (int32 I = 0; Skeleton && I < Skeleton->BoneCount; ++I) {
-        if (Skeleton->Bones[I].Name && std::string(Skeleton->Bones[I].Name) == Name) return &Skeleton->Bones[I];
-    }
-    return nullptr;
-}
 
 inline fbx_test_node TestNode(char const *Name, int32_t Parent, char const *Kind = "LimbNode")
 {

@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <dirent.h>
 #include <fstream>
+#include <iterator>
 #include <map>
-#include <sstream>
 #include <sys/stat.h>
 
 #include "../fbx/fbx_scene_test_helpers.h"
@@ -21,98 +21,26 @@
 
 namespace {
 
-// Just enough JSON for the Blender files: objects, arrays, numbers, strings,
-// null.
-struct json_value
+// The world matrix Blender printed for a node at the first sample of the
+// first take: the node's entry after the first "samples", then its "world".
+bool ReadBlenderWorld(std::string const &Json, std::string const &Node, double World[16])
 {
-    enum kind { Null, Number, String, Array, Object } Kind = Null;
-    double Value = 0;
-    std::string Text;
-    std::vector<json_value> Items;
-    std::map<std::string, json_value> Members;
-
-    json_value const &operator[](std::string const &Name) const
-    {
-        static json_value const Missing;
-        auto Found = Members.find(Name);
-        return Found == Members.end() ? Missing : Found->second;
+    size_t At = Json.find("\"samples\"", Json.find("\"takes\""));
+    At = At == std::string::npos ? At : Json.find("\"" + Node + "\": {", At);
+    At = At == std::string::npos ? At : Json.find("\"world\"", At);
+    if (At == std::string::npos) return false;
+    char const *Text = Json.c_str() + At + 8;
+    for (int I = 0; I < 16; ++I) {
+        while (*Text && !strchr("-0123456789", *Text)) ++Text;
+        char *End = nullptr;
+        World[I] = strtod(Text, &End);
+        if (End == Text) return false;
+        Text = End;
     }
-};
-
-struct json_reader
-{
-    char const *At;
-
-    void Skip() { while (*At && strchr(" \t\r\n", *At)) ++At; }
-    std::string ReadString()
-    {
-        std::string Result;
-        for (++At; *At && *At != '"'; ++At) {
-            if (*At == '\\') ++At;
-            Result += *At;
-        }
-        if (*At) ++At;
-        return Result;
-    }
-    json_value Read()
-    {
-        json_value Result;
-        Skip();
-        if (*At == '{') {
-            Result.Kind = json_value::Object;
-            for (++At, Skip(); *At && *At != '}'; Skip()) {
-                std::string Name = ReadString();
-                Skip();
-                ++At; // ':'
-                Result.Members[Name] = Read();
-                Skip();
-                if (*At == ',') ++At, Skip();
-            }
-            if (*At) ++At;
-        } else if (*At == '[') {
-            Result.Kind = json_value::Array;
-            for (++At, Skip(); *At && *At != ']'; Skip()) {
-                Result.Items.push_back(Read());
-                Skip();
-                if (*At == ',') ++At;
-            }
-            if (*At) ++At;
-        } else if (*At == '"') {
-            Result.Kind = json_value::String;
-            Result.Text = ReadString();
-        } else if (!strncmp(At, "null", 4)) {
-            At += 4;
-        } else {
-            char *End = nullptr;
-            Result.Kind = json_value::Number;
-            Result.Value = strtod(At, &End);
-            At = End > At ? End : At + 1;
-        }
-        return Result;
-    }
-};
-
-json_value ReadJsonFile(std::string const &Path)
-{
-    std::ifstream In(Path);
-    std::stringstream Text;
-    Text << In.rdbuf();
-    std::string Contents = Text.str();
-    json_reader Reader = {Contents.c_str()};
-    return Reader.Read();
+    return true;
 }
 
-// A column-vector mat4 as the file's row-vector matrix.
-matrix4 ToRowMatrix(mat4 const &Column)
-{
-    matrix4 Result;
-    for (int R = 0; R < 4; ++R)
-        for (int C = 0; C < 4; ++C) Result.M[R * 4 + C] = Column.M[C][R];
-    return Result;
-}
-
-// The exported file's first take-independent facts, or null when it can't
-// be read back.
+// An exported file read back with the TS2 reader.
 struct read_back
 {
     loaded_file *File = nullptr;
@@ -135,12 +63,12 @@ bool RunOneExport(fbx_tool_interface *Tool, std::string const &Output)
 // global transform: the node's local matrix with offsets, pivots and
 // pre/post-rotation, composed up the chain of parents. Nodes that the
 // composition can't stand for (inherit types other than the default, the
-// spheric order, sheared results) and top-level nodes with more than
+// spheric order, sheared or collapsed results) and top-level nodes with more than
 // translation, rotation and scale are left out: top-level bones carry their
 // raw local values.
 struct expected_worlds
 {
-    std::map<std::string, matrix4> Worlds;
+    std::map<std::string, std::vector<double>> Worlds; // row-vector, as files store them
     std::map<std::string, int> NameCounts;
 };
 
@@ -177,18 +105,22 @@ bool IsPlainLocal(KFbxNode *Node)
            !Node->ScalingOffset.InUse && !Node->ScalingPivot.InUse;
 }
 
-bool IsSheared(mat4 const &M)
+// Shear (axes not at right angles) or a collapsed axis: a bone transform
+// of position, rotation and per-axis scale can't stand for such a matrix,
+// and a collapsed one has no inverse to store.
+bool IsUnrepresentable(mat4 const &M)
 {
+    double Length[3];
     for (int A = 0; A < 3; ++A)
+        Length[A] = std::sqrt(M.M[0][A] * M.M[0][A] + M.M[1][A] * M.M[1][A] + M.M[2][A] * M.M[2][A]);
+    double Largest = std::fmax(Length[0], std::fmax(Length[1], Length[2]));
+    for (int A = 0; A < 3; ++A) {
+        if (Length[A] < 1e-3 * Largest || Length[A] < 1e-6) return true;
         for (int B = A + 1; B < 3; ++B) {
-            double Dot = 0, LA = 0, LB = 0;
-            for (int K = 0; K < 3; ++K) {
-                Dot += M.M[K][A] * M.M[K][B];
-                LA += M.M[K][A] * M.M[K][A];
-                LB += M.M[K][B] * M.M[K][B];
-            }
-            if (std::fabs(Dot) > 1e-6 * std::sqrt(LA * LB) + 1e-12) return true;
+            double Dot = M.M[0][A] * M.M[0][B] + M.M[1][A] * M.M[1][B] + M.M[2][A] * M.M[2][B];
+            if (std::fabs(Dot) > 1e-6 * Length[A] * Length[B]) return true;
         }
+    }
     return false;
 }
 
@@ -198,7 +130,11 @@ void CollectWorlds(KFbxNode *Node, mat4 const &ParentWorld, bool Composable, boo
     bool Usable = Composable && Node->InheritType == FbxInherit_RSrs && Node->RotationOrder < 6;
     std::string Name = Node->GetName() ? Node->GetName() : "";
     ++Result.NameCounts[Name];
-    if (Usable && !IsSheared(World) && (!TopLevel || IsPlainLocal(Node))) Result.Worlds[Name] = ToRowMatrix(World);
+    if (Usable && !IsUnrepresentable(World) && (!TopLevel || IsPlainLocal(Node))) {
+        std::vector<double> &Row = Result.Worlds[Name];
+        for (int R = 0; R < 4; ++R)
+            for (int C = 0; C < 4; ++C) Row.push_back(World.M[C][R]);
+    }
     for (int32 I = 0; I < Node->GetChildCount(); ++I) {
         if (Node->GetChild(I)) CollectWorlds(Node->GetChild(I), World, Usable, false, Result);
     }
@@ -243,32 +179,29 @@ TEST(SkeletonWorlds, BlenderScenesMatchTheMatricesBlenderPrinted)
                                        std::string(TESSEL_SOURCE_DIR) + "/examples/rigged_arm"};
     for (std::string const &Scene : Scenes) {
         SCOPED_TRACE(Scene);
-        json_value Values = ReadJsonFile(Scene + ".json");
-        // The nodes' static values are the first frame of the first take.
-        json_value const &Pose = Values["takes"].Items.at(0)["samples"].Items.at(0)["nodes"];
-        ASSERT_EQ(Pose.Kind, json_value::Object);
+        std::ifstream In(Scene + ".json");
+        std::string Json((std::istreambuf_iterator<char>(In)), std::istreambuf_iterator<char>());
         std::string Output = PrivateTemporaryDirectory() + "/output_blender.ts2";
         ASSERT_TRUE(ExportFBXFile((Scene + ".fbx").c_str(), Output.c_str(), nullptr, nullptr));
         read_back File(Output);
         ASSERT_NE(File.Info, nullptr);
         ASSERT_EQ(File.Info->SkeletonCount, 1);
         skeleton const *Skeleton = File.Info->Skeletons[0];
-        int Compared = 0;
+        // Every node but the skinned mesh's is a bone.
+        std::string Nodes = Json.substr(0, Json.find("\"meshes\""));
+        auto Count = [&](char const *What) {
+            int N = 0;
+            for (size_t At = Nodes.find(What); At != std::string::npos; At = Nodes.find(What, At + 1)) ++N;
+            return N;
+        };
+        EXPECT_EQ(Skeleton->BoneCount, Count("\"type\"") - Count("\"type\": \"Mesh\""));
+        // The nodes' static values are the first frame of the first take.
         for (int32 I = 0; I < Skeleton->BoneCount; ++I) {
             bone const &Bone = Skeleton->Bones[I];
-            json_value const &Node = Pose[Bone.Name];
-            ASSERT_EQ(Node.Kind, json_value::Object) << Bone.Name;
-            matrix4 Expected;
-            for (int R = 0; R < 4; ++R)
-                for (int C = 0; C < 4; ++C) Expected.M[R * 4 + C] = Node["world"].Items.at(R).Items.at(C).Value;
-            EXPECT_LT(RelativeDifference(BoneWorld(Bone), Expected), 1e-4) << Bone.Name;
-            if (I > 0) {
-                EXPECT_LT(Bone.ParentIndex, I) << Bone.Name;
-            }
-            ++Compared;
+            double World[16];
+            ASSERT_TRUE(ReadBlenderWorld(Json, Bone.Name, World)) << Bone.Name;
+            EXPECT_LT(InverseMismatch(Bone, World), 1e-4) << Bone.Name;
         }
-        // Every node but the skinned mesh's is a bone.
-        EXPECT_EQ(Compared + 1, (int)Values["nodes"].Items.size());
         remove(Output.c_str());
     }
 }
@@ -309,7 +242,7 @@ TEST(SkeletonWorlds, EveryLoadableSharedFileExportsWithBonesWhereTheSceneHasThem
                 ++Bones;
                 auto Found = Expected.Worlds.find(Bone.Name ? Bone.Name : "");
                 if (Found == Expected.Worlds.end() || Expected.NameCounts[Found->first] != 1) continue;
-                EXPECT_LT(RelativeDifference(BoneWorld(Bone), Found->second), 1e-4) << Bone.Name;
+                EXPECT_LT(InverseMismatch(Bone, Found->second.data()), 1e-4) << Bone.Name;
                 ++Compared;
             }
         }
