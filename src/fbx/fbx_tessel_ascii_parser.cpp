@@ -4,6 +4,7 @@
 // a trailing comma or on a line that starts with a comma. A counted array is
 // the value "*n" followed by a block whose field "a" holds the elements.
 #include <charconv>
+#include <cmath>
 #include <cstring>
 
 #include "fbx/fbx_tessel_field_container.h"
@@ -309,7 +310,14 @@ bool ParseFbxTextReal64(char const *Text, int32 Length, real64 *Result)
     char const *End = Text + Length;
     char const *Start = SkipPlus(Text, End);
     std::from_chars_result Parsed = std::from_chars(Start, End, *Result);
-    return Parsed.ec == std::errc() && Parsed.ptr == End;
+    if (Parsed.ec == std::errc() && Parsed.ptr == End) return true;
+    // Older writers print special values as "1.#INF", "-1.#IND" or "1.#QNAN".
+    char const *Mark = (char const *)memchr(Start, '#', (size_t)(End - Start));
+    if (!Mark || Mark == Start || Mark[-1] != '.') return false;
+    bool Negative = *Start == '-';
+    bool Infinite = End - Mark >= 4 && memcmp(Mark, "#INF", 4) == 0;
+    *Result = Infinite ? (Negative ? -HUGE_VAL : HUGE_VAL) : NAN;
+    return true;
 }
 
 bool ParseFbxTextInt64(char const *Text, int32 Length, int64 *Result)

@@ -204,6 +204,7 @@ TEST(FbxFields, AsciiQuirks)
         "        Empty: \n"
         "        Content: , \"data\"\n"
         "        Time: 00:01:02, T\n"
+        "        Special: 1.#INF, -1.#IND, 1.#QNAN, inf\n"
         "        Array: *3 {\n"
         "            a: 7,8,\n"
         "9\n"
@@ -233,6 +234,9 @@ TEST(FbxFields, AsciiQuirks)
     EXPECT_EQ(StringValue(Fbx, Time, 0), "00:01:02");
     bool Flag = false;
     EXPECT_TRUE(Fbx.GetValueBool(Time, 1, &Flag) && Flag);
+    real64 Special[4];
+    ASSERT_EQ(Fbx.CopyNumbers(Fbx.FindChild(Model, "Special"), FbxValue_ArrayReal64, Special, 4), 4);
+    EXPECT_TRUE(Special[0] > 1e308 && Special[1] != Special[1] && Special[2] != Special[2] && Special[3] > 1e308);
     fbx_field const *Array = Fbx.FindChild(Model, "Array");
     EXPECT_EQ(Fbx.GetValueType(Array, 0), FbxValue_AsciiArray);
     EXPECT_EQ(StringValue(Fbx, Array, 0), "*3");
