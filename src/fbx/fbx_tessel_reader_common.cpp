@@ -578,6 +578,40 @@ static bool ReadMatrix(KFbx &Fbx, fbx_field const *Field, AffineMatrix &Matrix)
     return true;
 }
 
+void FillFbxAutomaticSlopes(KFCurve *Curve, bool OnlyMissing)
+{
+    int32 Count = Curve->KeyGetCount();
+    for (int32 Index = 0; Index < Count; ++Index)
+    {
+        KFCurveKey &Key = Curve->KeyGet(Index);
+        uint32 Tangent = Key.Flags & FbxKey_TangentMask;
+        bool Automatic = Key.GetInterpolation() == FbxKey_Cubic &&
+                         (Tangent == FbxKey_TangentAuto || Tangent == FbxKey_TangentAutoBreak || Tangent == 0);
+        bool Missing = Key.Data[0].Float != Key.Data[0].Float; // NaN marks a missing slope
+        if (!Automatic || (OnlyMissing && !Missing))
+        {
+            if (Missing)
+            {
+                Key.Data[0].Float = 0.0f;
+            }
+            continue;
+        }
+        real32 Slope = 0.0f;
+        if (Index > 0 && Index + 1 < Count)
+        {
+            KFCurveKey const &Previous = Curve->KeyGet(Index - 1);
+            KFCurveKey const &Next = Curve->KeyGet(Index + 1);
+            real64 Span = (real64)(Next.Time.Get() - Previous.Time.Get()) / (real64)KTime::TicksPerSecond;
+            Slope = (Span > 0.0) ? (real32)((Next.Value - Previous.Value) / Span) : 0.0f;
+        }
+        Key.Data[0].Float = Slope;
+        if (Index > 0)
+        {
+            Curve->KeyGet(Index - 1).Data[1].Float = Slope;
+        }
+    }
+}
+
 void DropFbxSkinIndicesOutsideMeshes(KFbxScene *Scene)
 {
     for (int32 Member = 0; Member < Scene->GetMemberCount(); ++Member)

@@ -33,6 +33,12 @@ bool ReadFbxMeshGeometry(KFbx &Fbx, fbx_field const *Object, KFbxMesh *Mesh);
 // Indexes, Weights, Transform and TransformLink of a cluster field.
 bool ReadFbxClusterData(KFbx &Fbx, fbx_field const *Object, KFbxCluster *Cluster);
 
+// Automatic tangents whose slopes the file does not store (FBX 7 keeps
+// automatic-tangent bias values in their place; FBX 6 may leave them out):
+// interior keys get the slope between their neighbours, end keys a flat one.
+// With OnlyMissing, only keys whose slopes are NaN are filled.
+void FillFbxAutomaticSlopes(KFCurve *Curve, bool OnlyMissing);
+
 // After the connections: influences on control points a mesh does not have
 // are dropped, so that nothing downstream indexes past a mesh.
 void DropFbxSkinIndicesOutsideMeshes(KFbxScene *Scene);

@@ -145,6 +145,7 @@ static bool ReadAnimationCurve(KFbx &Fbx, fbx_field const *Object, KFCurve *Curv
         Curve->KeyAppend(Key);
         ++UsedByAttribute;
     }
+    FillFbxAutomaticSlopes(Curve, false);
     return true;
 }
 

@@ -82,6 +82,7 @@ bool ReadFbxChannelCurve(KFbx &Fbx, fbx_field const *Channel, KFCurve *Curve)
     int32 ValueCount = Fbx.GetValueCount(Keys);
     int32 At = 0;
     int32 Read = 0;
+    bool MissingSlopes = false;
     while (At + 2 < ValueCount && (Expected < 0 || Read < Expected))
     {
         int64 Ticks = 0;
@@ -134,9 +135,17 @@ bool ReadFbxChannelCurve(KFbx &Fbx, fbx_field const *Channel, KFCurve *Curve)
                 case 'a':
                 case 'p':
                     Key.Flags = FbxKey_Cubic | FbxKey_TangentAuto;
-                    ReadFloats(Fbx, Keys, At, 2, Numbers);
-                    Key.Data[0].Float = (real32)Numbers[0];
-                    Key.Data[1].Float = (real32)Numbers[1];
+                    if (ReadFloats(Fbx, Keys, At, 2, Numbers) == 0)
+                    {
+                        // Computed from the neighbours once all keys are in.
+                        Key.Data[0].Word = 0x7FC00000u;
+                        MissingSlopes = true;
+                    }
+                    else
+                    {
+                        Key.Data[0].Float = (real32)Numbers[0];
+                        Key.Data[1].Float = (real32)Numbers[1];
+                    }
                     break;
                 case 's':
                 case 'b':
@@ -213,6 +222,10 @@ bool ReadFbxChannelCurve(KFbx &Fbx, fbx_field const *Channel, KFCurve *Curve)
         }
         Curve->KeyAppend(Key);
         ++Read;
+    }
+    if (MissingSlopes)
+    {
+        FillFbxAutomaticSlopes(Curve, true);
     }
     return true;
 }

@@ -37,9 +37,12 @@ TEST(SceneReaders, Fbx6KeyListLetters)
     EXPECT_EQ(Curve.KeyGet(1).Flags, (uint32)FbxKey_Linear);
     EXPECT_EQ(Curve.KeyGet(2).Flags, (uint32)(FbxKey_Cubic | FbxKey_TangentUser));
     EXPECT_EQ(Curve.KeyGet(2).GetRightSlope(), 0.5f);
-    EXPECT_EQ(Curve.KeyGet(2).GetNextLeftSlope(), -0.5f);
-    EXPECT_EQ(Curve.KeyGet(3).Flags, (uint32)(FbxKey_Cubic | FbxKey_TangentAuto)) << "automatic without stored slopes";
-    EXPECT_EQ(Curve.KeyGet(3).GetRightSlope(), 0.0f);
+    // An automatic key without stored slopes takes the slope between its
+    // neighbours (value 3 at tick 20 and 5 at tick 40), on both sides.
+    float Between = (float)(2.0 / (20.0 / (double)KTime::TicksPerSecond));
+    EXPECT_EQ(Curve.KeyGet(3).Flags, (uint32)(FbxKey_Cubic | FbxKey_TangentAuto));
+    EXPECT_FLOAT_EQ(Curve.KeyGet(3).GetRightSlope(), Between);
+    EXPECT_FLOAT_EQ(Curve.KeyGet(2).GetNextLeftSlope(), Between);
     KFCurveKey const &Broken = Curve.KeyGet(4);
     EXPECT_EQ(Broken.Flags, (uint32)(FbxKey_Cubic | FbxKey_TangentBroken | FbxKey_ClampFlat | FbxKey_WeightedMask));
     EXPECT_NEAR(Broken.GetRightWeight(), 0.25, 1e-4);
