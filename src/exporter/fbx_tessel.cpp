@@ -45,7 +45,10 @@ int32 ParseFrameNumber(char const *Text, int32 Length)
             break;
         }
     }
-    return atoi(Buffer);
+    // Digits beyond what an int32 holds read as the largest frame rather
+    // than wrapping to a negative one.
+    long long Value = strtoll(Buffer, 0, 10);
+    return Value > INT32_MAX ? INT32_MAX : (int32)Value;
 }
 
 // The whole file as NUL-terminated text, or null.
@@ -130,40 +133,42 @@ static void FillAnimationDefs(rapidxml::xml_node<> *Root, animation_def *Defs, i
     }
 }
 
-bool ReadAnimationDefFile(char const *Path, animation_def **AnimationDefs, int32 *AnimationDefCount)
+bool ParseAnimationDefText(char *Text, animation_def **AnimationDefs, int32 *AnimationDefCount)
 {
-    CheckPointer(Path, LogCategory_ExportDriver, false);
+    CheckPointer(Text, LogCategory_ExportDriver, false);
     CheckPointer(AnimationDefs, LogCategory_ExportDriver, false);
     CheckPointer(AnimationDefCount, LogCategory_ExportDriver, false);
 
+    rapidxml::xml_document<> Document;
+    Document.set_allocator(AllocateParserMemory, FreeParserMemory);
+    Document.parse<0>(Text);
+
+    rapidxml::xml_node<> *Root = Document.first_node();
+    if (!Root) return false;
+    int32 Count = 0;
+    for (rapidxml::xml_node<> *Node = Root->first_node("AnimationDef", 0, false); Node; Node = NextAnimationDef(Node)) {
+        ++Count;
+    }
+    *AnimationDefCount = 0;
+    if (Count < 1) return false;
+    animation_def *Defs = TesselAllocateArray(animation_def, Count);
+    if (!Defs) return false;
+    memset(Defs, 0, sizeof(animation_def) * (size_t)Count);
+    FillAnimationDefs(Root, Defs, Count);
+    *AnimationDefs = Defs;
+    *AnimationDefCount = Count;
+    return true;
+}
+
+bool ReadAnimationDefFile(char const *Path, animation_def **AnimationDefs, int32 *AnimationDefCount)
+{
+    CheckPointer(Path, LogCategory_ExportDriver, false);
     char *Text = ReadAnimationDefText(Path);
     if (!Text) return false;
 
     bool Result = false;
     try {
-        rapidxml::xml_document<> Document;
-        Document.set_allocator(AllocateParserMemory, FreeParserMemory);
-        Document.parse<0>(Text);
-
-        rapidxml::xml_node<> *Root = Document.first_node();
-        if (Root) {
-            int32 Count = 0;
-            for (rapidxml::xml_node<> *Node = Root->first_node("AnimationDef", 0, false); Node;
-                 Node = NextAnimationDef(Node)) {
-                ++Count;
-            }
-            *AnimationDefCount = 0;
-            if (Count >= 1) {
-                animation_def *Defs = TesselAllocateArray(animation_def, Count);
-                if (Defs) {
-                    memset(Defs, 0, sizeof(animation_def) * (size_t)Count);
-                    FillAnimationDefs(Root, Defs, Count);
-                    *AnimationDefs = Defs;
-                    *AnimationDefCount = Count;
-                    Result = true;
-                }
-            }
-        }
+        Result = ParseAnimationDefText(Text, AnimationDefs, AnimationDefCount);
     } catch (rapidxml::parse_error const &Error) {
         // The text goes away here, so the exception that leaves carries a
         // copy of the place instead.

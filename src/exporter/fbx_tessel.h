@@ -27,6 +27,9 @@ struct export_options
 // be read or holds no AnimationDef. A malformed file raises
 // rapidxml::parse_error.
 bool ReadAnimationDefFile(char const *Path, animation_def **AnimationDefs, int32 *AnimationDefCount);
+// The same over NUL-terminated text in memory, parsed in place; a
+// parse_error's where() points into Text.
+bool ParseAnimationDefText(char *Text, animation_def **AnimationDefs, int32 *AnimationDefCount);
 // After a parse_error: the 1-based line of the place where() points to
 // (where() itself holds a copy of the text from there to the end of that
 // line, valid until the next malformed file).
