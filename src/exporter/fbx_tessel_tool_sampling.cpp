@@ -59,7 +59,9 @@ int32 GetAnimationFrameCount(tool_animation *Animation)
         MakeTakeCurrent(Animation);
         Span.Set(GetTakeDuration(Animation));
     }
-    return (int32)Span.GetFrame(true, FbxTimeMode_Default);
+    // A range that ends before it starts has no frames.
+    int64 Frames = Span.GetFrame(true, FbxTimeMode_Default);
+    return Frames > 0 ? (int32)Frames : 0;
 }
 
 void SetAnimationSampleTime(fbx_tool_interface *Tool, tool_animation *Animation, int32 SampleIndex,

@@ -16,7 +16,8 @@ struct string_table;
 // 1 / frame rate of the scene's time mode.
 real32 GetSecondsPerFrame(fbx_tool_interface *Tool);
 // Whole frames of the animation's range, or of its take's length, counted
-// from 0 and truncated. Makes the take current when there is no range.
+// from 0 and truncated; 0 for a range that ends before it starts. Makes
+// the take current when there is no range.
 int32 GetAnimationFrameCount(tool_animation *Animation);
 // Makes the animation's take current and puts the current time at sample
 // SampleIndex of SampleCount equal steps over the range (or over the take's
