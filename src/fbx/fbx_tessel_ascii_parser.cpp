@@ -12,13 +12,19 @@
 
 static inline bool IsBlank(char Character)
 {
-    return Character == ' ' || Character == '\t' || Character == '\r' || Character == '\f' || Character == '\v';
+    return Character == ' ' || Character == '\t' || Character == '\f' || Character == '\v';
+}
+
+// Lines end in LF, CR LF or a lone CR.
+static inline bool IsLineEnd(char Character)
+{
+    return Character == '\n' || Character == '\r';
 }
 
 // Characters that end a bare word or a field name.
 static inline bool EndsWord(char Character)
 {
-    return Character == 0 || IsBlank(Character) || Character == '\n' || Character == ',' || Character == ':' ||
+    return Character == 0 || IsBlank(Character) || IsLineEnd(Character) || Character == ',' || Character == ':' ||
            Character == '{' || Character == '}' || Character == '"' || Character == ';';
 }
 
@@ -52,13 +58,13 @@ struct fbx_ascii_parser
         while (Position < Size)
         {
             char Character = Text[Position];
-            if (IsBlank(Character) || Character == '\n')
+            if (IsBlank(Character) || IsLineEnd(Character))
             {
                 ++Position;
             }
             else if (Character == ';')
             {
-                while (Position < Size && Text[Position] != '\n') ++Position;
+                while (Position < Size && !IsLineEnd(Text[Position])) ++Position;
             }
             else
             {
@@ -139,7 +145,7 @@ struct fbx_ascii_parser
         {
             SkipBlanks();
             char Character = Peek();
-            if (Character == '\n' || Character == ';')
+            if (IsLineEnd(Character) || Character == ';')
             {
                 // The list may go on on the next line: after a trailing comma,
                 // with a leading comma, or (for an empty list) with the values
@@ -248,10 +254,10 @@ static int32 VersionFromComment(char const *Text, int64 Size)
     int64 Position = 0;
     while (Position < Size)
     {
-        while (Position < Size && (IsBlank(Text[Position]) || Text[Position] == '\n')) ++Position;
+        while (Position < Size && (IsBlank(Text[Position]) || IsLineEnd(Text[Position]))) ++Position;
         if (Position >= Size || Text[Position] != ';') return 0;
         int64 LineEnd = Position;
-        while (LineEnd < Size && Text[LineEnd] != '\n') ++LineEnd;
+        while (LineEnd < Size && !IsLineEnd(Text[LineEnd])) ++LineEnd;
         for (int64 At = Position; At + 9 <= LineEnd; ++At)
         {
             if (memcmp(Text + At, "FBX ", 4) == 0 && Text[At + 4] >= '1' && Text[At + 4] <= '9' &&

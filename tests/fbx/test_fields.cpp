@@ -211,6 +211,15 @@ TEST(FbxFields, AsciiQuirks)
         "        }\n"
         "    }\n"
         "}\n";
+    for (char const *LineEnd : {"\n", "\r\n", "\r"})
+    {
+        std::string Lines;
+        for (char const *At = Source; *At; ++At) Lines += *At == '\n' ? std::string(LineEnd) : std::string(1, *At);
+        KFbx Other;
+        ASSERT_TRUE(Open(Other, Text(Lines))) << Other.GetErrorText();
+        EXPECT_EQ(Other.GetFieldCount(), 10) << "line end of " << strlen(LineEnd) << " bytes";
+        EXPECT_EQ(Other.GetValueCount(Other.FindPath(0, "Objects/Model/Key")), 7);
+    }
     KFbx Fbx;
     ASSERT_TRUE(Open(Fbx, Text(Source))) << Fbx.GetErrorText();
     EXPECT_EQ(Fbx.GetFileVersion(), 6100);
