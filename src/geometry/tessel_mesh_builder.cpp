@@ -632,7 +632,7 @@ void EndMesh(mesh_builder *Builder, void *VertexMemory, void *TopologyMemory, ve
     for (int32 Index = 0; Index < VertexData->VertexComponentNameCount; ++Index) {
         char const *Name = Builder->ChannelNames[Index] ? Builder->ChannelNames[Index] : "";
         int32 Length = CopyString(Name, NameText);
-        VertexData->VertexComponentNames[Index] = NameText;
+        StorePointer(&VertexData->VertexComponentNames[Index], NameText); // 4-byte aligned slot
         NameText += Length;
     }
     VertexData->VertexAnnotationSetCount = 0;

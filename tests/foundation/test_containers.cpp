@@ -38,7 +38,8 @@ TEST(StackAllocator, StableUnitsAcrossBlocksAndPops)
     EXPECT_EQ(GetStackUnitCount(Stack), 8);
     EXPECT_EQ(*StackUnit<int32>(Stack, 7), 107);
     PopStackUnits(Stack, 8); // everything: all blocks go, allocator stays usable
-    EXPECT_EQ(Stack.LastBlock, nullptr);
+    stack_block *Last = Stack.LastBlock;
+    EXPECT_EQ(Last, nullptr);
     ASSERT_NE(NewStackUnit(Stack, nullptr), nullptr);
     StackCleanUp(Stack);
     EXPECT_EQ(GetLiveBlockCount(), Before);
