@@ -160,18 +160,34 @@ bool KFbxLayerContainer::AdoptLayerElement(KFbxLayerElement *Element)
     return true;
 }
 
-void KFbxLayerContainer::MoveLayersTo(KFbxLayerContainer &Other)
+bool KFbxLayerContainer::CopyLayersTo(KFbxLayerContainer &Other) const
 {
-    for (int32 Index = 0; Index < mLayers.Count; ++Index)
-    {
-        Other.mLayers.Add(mLayers[Index]);
-    }
+    fbx_array<KFbxLayerElement *> Copies;
     for (int32 Index = 0; Index < mElements.Count; ++Index)
     {
-        Other.mElements.Add(mElements[Index]);
+        KFbxLayerElement *Copy = mElements[Index]->Clone();
+        if (!Copy || !Copies.Add(Copy) || !Other.AdoptLayerElement(Copy))
+        {
+            return false;
+        }
     }
-    mLayers.Clear();
-    mElements.Clear();
+    for (int32 Index = 0; Index < mLayers.Count; ++Index)
+    {
+        KFbxLayer *Layer = Other.GetOrCreateLayer(Index);
+        if (!Layer)
+        {
+            return false;
+        }
+        for (int32 Type = 0; Type < FbxLayerElement_TypeCount; ++Type)
+        {
+            int32 At = mElements.Find(mLayers[Index]->GetLayerElement(Type));
+            if (At >= 0)
+            {
+                Layer->SetLayerElement(Type, Copies[At]);
+            }
+        }
+    }
+    return true;
 }
 
 // ---------------------------------------------------------------------------
@@ -400,7 +416,7 @@ int32 TriangulatePolygonCorners(int32 Size, int32 *Corners)
     return Count;
 }
 
-KFbxMesh *KFbxMesh::CreateTriangulated()
+KFbxMesh *KFbxMesh::CreateTriangulated() const
 {
     KFbxMesh *Mesh = KFbxMesh::Create(GetFbxSdkManager(), GetName());
     if (!Mesh)
@@ -442,13 +458,17 @@ KFbxMesh *KFbxMesh::CreateTriangulated()
             PolygonSources.Add(Index);
         }
     }
-    Ok = Ok && Mesh->CopyTakeNodesFrom(*this);
+    Ok = Ok && Mesh->CopyTakeNodesFrom(*this) && CopyLayersTo(*Mesh);
+    for (int32 Index = 0; Ok && Index < mDeformers.Count; ++Index)
+    {
+        // Deformers are shared: the skin keeps pointing at the first geometry.
+        Ok = Mesh->mDeformers.Add(mDeformers[Index]);
+    }
     if (!Ok)
     {
         Mesh->Destroy();
         return nullptr;
     }
-    MoveLayersTo(*Mesh);
     for (int32 Index = 0; Index < Mesh->GetLayerElementCount(); ++Index)
     {
         KFbxLayerElement *Element = Mesh->GetLayerElementByIndex(Index);
@@ -460,12 +480,6 @@ KFbxMesh *KFbxMesh::CreateTriangulated()
         {
             Element->Remap(PolygonSources.Data, PolygonSources.Count);
         }
-    }
-    while (mDeformers.Count > 0)
-    {
-        KFbxDeformer *Deformer = mDeformers[0];
-        RemoveDeformer(Deformer);
-        Mesh->AddDeformer(Deformer);
     }
     return Mesh;
 }
@@ -488,11 +502,43 @@ bool KFbxGeometryConverter::TriangulateInPlace(KFbxNode *Node)
         return false;
     }
     Node->ReplaceNodeAttribute(Old, Mesh);
-    if (KFbxScene *Scene = Node->GetScene())
+    KFbxScene *Scene = Node->GetScene();
+    bool Shown = false;
+    if (Scene)
     {
-        Scene->RemoveMember(Old);
         Scene->AddMember(Mesh);
+        // An instanced mesh stays for the other nodes that show it.
+        for (int32 Member = 0; Member < Scene->GetMemberCount() && !Shown; ++Member)
+        {
+            KFbxNode *Other = dynamic_cast<KFbxNode *>(Scene->GetMember(Member));
+            for (int32 Index = 0; Other && Index < Other->GetNodeAttributeCount(); ++Index)
+            {
+                if (Other->GetNodeAttributeByIndex(Index) == Old)
+                {
+                    Shown = true;
+                    if (!Old->GetNode())
+                    {
+                        Old->SetNode(Other);
+                    }
+                }
+            }
+        }
+        if (!Shown)
+        {
+            Scene->RemoveMember(Old);
+        }
     }
-    Old->Destroy();
+    if (!Shown)
+    {
+        for (int32 Index = 0; Index < Old->GetDeformerCount(); ++Index)
+        {
+            KFbxDeformer *Deformer = Old->GetDeformer(Index);
+            if (Deformer->GetGeometry() == Old)
+            {
+                Deformer->SetGeometry(Mesh);
+            }
+        }
+        Old->Destroy();
+    }
     return true;
 }

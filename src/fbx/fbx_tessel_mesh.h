@@ -56,12 +56,21 @@ public:
     fbx_array<int32> const &GetIndexArray() const { return mIndexArray; }
 
     virtual int32 GetDirectCount() const = 0;
+    // A copy with the same name, modes and arrays; null when out of memory.
+    virtual KFbxLayerElement *Clone() const = 0;
     // Replaces the per-item data by Sources (item positions of the old
     // order): the index array with index reference, else the direct array.
     bool Remap(int32 const *Sources, int32 Count);
 
 protected:
     virtual bool RemapDirect(int32 const *Sources, int32 Count) = 0;
+    // Modes and index array of Other.
+    bool CopyBase(KFbxLayerElement const &Other)
+    {
+        mMappingMode = Other.mMappingMode;
+        mReferenceMode = Other.mReferenceMode;
+        return mIndexArray.CopyFrom(Other.mIndexArray);
+    }
 
 private:
     int32 mType;
@@ -79,6 +88,20 @@ public:
     fbx_array<T> &GetDirectArray() { return mDirectArray; }
     fbx_array<T> const &GetDirectArray() const { return mDirectArray; }
     int32 GetDirectCount() const override { return mDirectArray.Count; }
+
+protected:
+    // Fills a new element of the derived type with this one's contents.
+    template <typename derived>
+    KFbxLayerElement *CloneAs(derived *Copy) const
+    {
+        KFbxLayerElementTemplate *Target = Copy;
+        if (Copy && (!Target->CopyBase(*this) || !Target->mDirectArray.CopyFrom(mDirectArray)))
+        {
+            FbxDelete(Copy);
+            return nullptr;
+        }
+        return Copy;
+    }
 
 protected:
     bool RemapDirect(int32 const *Sources, int32 Count) override
@@ -104,6 +127,7 @@ class KFbxLayerElementNormal : public KFbxLayerElementTemplate<KFbxVector4>
 public:
     explicit KFbxLayerElementNormal(char const *Name = "")
         : KFbxLayerElementTemplate(FbxLayerElement_Normal, Name) {}
+    KFbxLayerElement *Clone() const override { return CloneAs(FbxNew(KFbxLayerElementNormal, GetName())); }
 };
 
 class KFbxLayerElementUV : public KFbxLayerElementTemplate<KFbxVector2>
@@ -111,6 +135,7 @@ class KFbxLayerElementUV : public KFbxLayerElementTemplate<KFbxVector2>
 public:
     explicit KFbxLayerElementUV(char const *Name = "", int32 Type = FbxLayerElement_UV)
         : KFbxLayerElementTemplate(Type, Name) {}
+    KFbxLayerElement *Clone() const override { return CloneAs(FbxNew(KFbxLayerElementUV, GetName(), GetType())); }
 };
 
 class KFbxLayerElementVertexColor : public KFbxLayerElementTemplate<KFbxColor>
@@ -118,6 +143,7 @@ class KFbxLayerElementVertexColor : public KFbxLayerElementTemplate<KFbxColor>
 public:
     explicit KFbxLayerElementVertexColor(char const *Name = "")
         : KFbxLayerElementTemplate(FbxLayerElement_VertexColor, Name) {}
+    KFbxLayerElement *Clone() const override { return CloneAs(FbxNew(KFbxLayerElementVertexColor, GetName())); }
 };
 
 // One slot per element type; the elements belong to the layer container.
@@ -159,8 +185,8 @@ public:
     KFbxLayerElement *GetLayerElementByIndex(int32 Index) const { return mElements.GetAt(Index); }
 
 protected:
-    // Hands all layers and elements to Other (which must have none).
-    void MoveLayersTo(KFbxLayerContainer &Other);
+    // Gives Other (which must have none) copies of all layers and elements.
+    bool CopyLayersTo(KFbxLayerContainer &Other) const;
 
 private:
     fbx_array<KFbxLayer *> mLayers;
@@ -234,10 +260,10 @@ public:
     // Layers that hold at least one texture channel.
     int32 GetTextureLayerCount() const;
 
-    // A mesh of triangles only with the same control points and take data;
-    // the layers (remapped to the new corners) and the deformers move over
-    // to it. Null on failure. Used by the geometry converter.
-    KFbxMesh *CreateTriangulated();
+    // A mesh of triangles only with the same control points, take data,
+    // deformers and copies of the layers remapped to the new corners. This
+    // mesh stays as it is. Null on failure.
+    KFbxMesh *CreateTriangulated() const;
 
 private:
     fbx_array<fbx_polygon> mPolygons;
@@ -250,7 +276,8 @@ class KFbxGeometryConverter
 public:
     explicit KFbxGeometryConverter(KFbxSdkManager *Manager) : mManager(Manager) {}
     // Replaces the node's mesh by a triangulated copy and destroys the old
-    // one. True when the node's mesh is triangles only afterwards.
+    // one unless another node of the scene still shows it. True when the
+    // node's mesh is triangles only afterwards.
     bool TriangulateInPlace(KFbxNode *Node);
 
 private:

@@ -268,7 +268,10 @@ bool KFbxNode::ReplaceNodeAttribute(KFbxNodeAttribute *OldAttribute, KFbxNodeAtt
     {
         mDefaultAttribute = NewAttribute;
     }
-    OldAttribute->SetNode(nullptr);
+    if (OldAttribute->GetNode() == this)
+    {
+        OldAttribute->SetNode(nullptr);
+    }
     return true;
 }
 

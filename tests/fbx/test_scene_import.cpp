@@ -292,3 +292,40 @@ TEST(SceneImport, ClusterMatricesAndMissingLayers)
     EXPECT_EQ(Skin->GetCluster(0), Cluster);
     EXPECT_EQ(Skin->GetCluster(1), First);
 }
+
+TEST(SceneImport, InstancedMeshesTriangulateForEveryNode)
+{
+    int32 LiveBefore = LiveBlocks();
+    {
+        fbx_test_scene Scene = MakeFbxTestArmScene();
+        fbx_test_field Tree = BuildFbx7Scene(Scene, 7400);
+        int64_t Geometry = -1;
+        for (fbx_test_field &Object : Tree.Find("Objects")->Children)
+            if (Object.Name == "Geometry") Geometry = Object.Values[0].Integer;
+        ASSERT_GT(Geometry, 0);
+        Tree.Find("Objects")->Add("Model", {FbxL(777), FbxName("Model", "Copy"), FbxS("Mesh")}).Add("Version", {FbxI(232)});
+        Tree.Find("Connections")->Add("C", {FbxS("OO"), FbxL(777), FbxL(0)});
+        Tree.Find("Connections")->Add("C", {FbxS("OO"), FbxL(Geometry), FbxL(777)});
+        loaded_scene Loaded;
+        ASSERT_TRUE(LoadFbxBytes(WriteFbxTestFields(Tree, FbxTestBinary(7400)), Loaded)) << Loaded.Error;
+        KFbxNode *Nodes[2] = {FindFbxNode(Loaded.Scene->GetRootNode(), "Arm"), FindFbxNode(Loaded.Scene->GetRootNode(), "Copy")};
+        ASSERT_NE(Nodes[0], nullptr);
+        ASSERT_NE(Nodes[1], nullptr);
+        ASSERT_EQ(Nodes[0]->GetMesh(), Nodes[1]->GetMesh());
+        KFbxGeometryConverter Converter(Loaded.Manager);
+        for (KFbxNode *Node : Nodes)
+        {
+            ASSERT_TRUE(Converter.TriangulateInPlace(Node));
+            KFbxMesh *Mesh = Node->GetMesh();
+            EXPECT_TRUE(Mesh->IsTriangleMesh());
+            EXPECT_EQ(Mesh->GetNode(), Node);
+            EXPECT_EQ(Mesh->GetDeformerCount(FbxDeformer_Skin), 1);
+            EXPECT_EQ(Mesh->GetTextureLayerCount(), 1);
+            KFbxVector4 Normal;
+            EXPECT_TRUE(Mesh->GetPolygonVertexNormal(0, 0, Normal));
+            EXPECT_NE(Mesh->GetTextureUVIndex(0, 0), -1);
+        }
+        EXPECT_NE(Nodes[0]->GetMesh(), Nodes[1]->GetMesh());
+    }
+    EXPECT_EQ(LiveBlocks(), LiveBefore);
+}
