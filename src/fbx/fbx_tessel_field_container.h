@@ -5,8 +5,10 @@
 // The whole file is read into one block once. Parsing builds three flat
 // tables (fields, values, names); values stay in the file's bytes until they
 // are asked for. Arrays are inflated (zlib) or converted (ASCII text) on first
-// use and kept until the container closes. Every table is bounded by the
-// size of the file, so absurd counts fail cleanly instead of allocating.
+// use and kept until the container closes. Every table grows with what the
+// file really holds (a small multiple of its size), and an array never
+// inflates beyond what its stored bytes can produce, so absurd counts fail
+// or read as empty instead of allocating.
 //
 // Navigation:
 //   KFbx Fbx;
@@ -22,6 +24,8 @@
 // A null parent stands for the top level of the file. Accessors with a bad
 // field, a bad value index or an impossible conversion return false, 0 or
 // null; none of them logs, so that probing for optional values stays quiet.
+// Only a broken zlib stream is logged (and kept in GetErrorText) when an
+// array is decoded.
 #pragma once
 
 #include "foundation/tessel_types.h"
