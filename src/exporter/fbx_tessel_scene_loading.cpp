@@ -254,7 +254,8 @@ static void JoinMeshesWithTheirNodes(fbx_tool_interface *Tool, tool_node_graph *
         KFbxMesh *Mesh = (KFbxMesh *)ToolMesh->ToolMesh;
         KFbxSkin *Skin = (KFbxSkin *)Mesh->GetDeformer(0, FbxDeformer_Skin);
         tool_node *MeshNode = (tool_node *)FindMapped(Tool->NodeMap, Mesh->GetNode());
-        if (Skin) {
+        // A skin without clusters binds nothing: the mesh stays with its node.
+        if (Skin && Skin->GetClusterCount() > 0) {
             SortClustersByHierarchy(Skin);
             for (int32 Index = 0; Index < Skin->GetClusterCount(); ++Index) {
                 KFbxNode *Link = Skin->GetCluster(Index)->GetLink();
