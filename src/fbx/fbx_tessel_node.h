@@ -183,6 +183,8 @@ public:
     fbx_limits TranslationLimits;
     fbx_limits RotationLimits;
     fbx_limits ScalingLimits;
+    // Rotation curves interpolate as quaternions between their keys.
+    bool QuaternionInterpolate = false;
 
     // The plain rotation matrix of a local rotation (step one of the global
     // transform).

@@ -44,6 +44,7 @@ KFbxVector4 KFbxNode::EvaluateChannel(int32 Channel, KTime Time, bool UseCurves)
     if (Channel == Channel_R)
     {
         ChannelNode->SetRotationOrder(RotationOrder);
+        ChannelNode->SetQuaternion(QuaternionInterpolate);
     }
     real64 Values[16] = {Value[0], Value[1], Value[2]};
     if (ChannelNode->GetValueCount() <= 16)

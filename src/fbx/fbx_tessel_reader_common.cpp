@@ -149,6 +149,11 @@ void ApplyFbxNodeProperty(KFbx &Fbx, fbx_field const *Property, int32 ValueIndex
         Node->RotationLimits.Active = Node->RotationActive;
         return;
     }
+    if (strcmp(Name, "QuaternionInterpolate") == 0)
+    {
+        Node->QuaternionInterpolate = Fbx.GetInt32(Property, ValueIndex, 0) != 0;
+        return;
+    }
     if (strcmp(Name, "RotationSpaceForLimitOnly") == 0)
     {
         Node->RotationSpaceForLimitOnly = ReadFlag(Fbx, Property, ValueIndex);

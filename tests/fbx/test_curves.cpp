@@ -233,3 +233,25 @@ TEST(Curves, CurveNodesWithLayers)
     FbxDelete(Base);
     FbxDelete(Rotation);
 }
+
+TEST(Curves, QuaternionRotationNodesTurnTheShortWay)
+{
+    // From 0 to 350 degrees about Z: Euler interpolation sweeps 175 degrees
+    // at the middle, a quaternion turns -5 degrees.
+    KFCurveNode *Rotation = FbxNew(KFCurveNode, "R");
+    char const *Axes[3] = {"X", "Y", "Z"};
+    for (int Axis = 0; Axis < 3; ++Axis)
+    {
+        KFCurve *Curve = Rotation->Add(FbxNew(KFCurveNode, Axes[Axis]))->FCurveCreate();
+        Curve->KeyAppend(Key(0.0, 0.0f, FbxKey_Linear));
+        Curve->KeyAppend(Key(1.0, Axis == 2 ? 350.0f : 0.0f, FbxKey_Linear));
+    }
+    real64 Angles[3] = {0, 0, 0};
+    Rotation->Evaluate(Angles, Seconds(0.5));
+    EXPECT_NEAR(Angles[2], 175.0, 1e-4);
+    Rotation->SetQuaternion(true);
+    Rotation->Evaluate(Angles, Seconds(0.5));
+    EXPECT_NEAR(Angles[2], -5.0, 1e-6);
+    EXPECT_NEAR(Angles[0], 0.0, 1e-9);
+    FbxDelete(Rotation);
+}
