@@ -280,7 +280,8 @@ struct match_search
     double BestCost; // log2 per byte
 };
 
-void SearchChain(trove_encoder const &Encoder, stream_state const &Stream, uint32 Position, uint32 Context,
+// Searches one chain; true when it was walked to its end.
+bool SearchChain(trove_encoder const &Encoder, stream_state const &Stream, uint32 Position, uint32 Context,
                  int32 Chain, uint32 MaxLength, uint32 Aim, distance_alphabets const &Alphabets,
                  match_search &Search)
 {
@@ -318,11 +319,56 @@ void SearchChain(trove_encoder const &Encoder, stream_state const &Stream, uint3
                 Search.Best.Distance = Distance;
             }
         }
-        if (Length >= Aim) break;
+        if (Length >= Aim) return false;
     }
+    return Index == NoNode;
 }
 
-trove_match FindMatch(trove_encoder const &Encoder, stream_state const &Stream, uint32 Position, uint32 Context)
+// The smallest inverse probability any symbol below Alphabet can have.
+double GetSmallestInverseProbability(trove_model const &Model, uint32 Alphabet)
+{
+    double Smallest = 1e300;
+    uint32 Largest = 0;
+    for (uint32 Rank = 1; Rank <= Model.SymbolCount; ++Rank) {
+        if (Model.Counts[Rank] > Largest) Largest = Model.Counts[Rank];
+    }
+    if (Largest) Smallest = (double)Model.Total / (double)Largest;
+    if (Model.SymbolCount < Alphabet) {
+        double Unseen = (double)Alphabet * (double)Model.Total / (double)(Model.Counts[0] ? Model.Counts[0] : 1);
+        if (Unseen < Smallest) Smallest = Unseen;
+    }
+    return Smallest;
+}
+
+double GetDistanceBound(trove_encoder &Encoder, distance_alphabets const &Alphabets)
+{
+    if (!Encoder.DistanceBoundValid || Encoder.DistanceBoundAlphabet != (Alphabets.High | (Alphabets.Middle << 16))) {
+        // While the window is short the middle alphabet is too; a middle
+        // price is then only known to be at least 1.
+        double Middle = Alphabets.Middle == 256 ? Encoder.SmallestMiddleBound : 1.0;
+        Encoder.DistanceBound = GetSmallestInverseProbability(Encoder.Low, TroveLowAlphabet) *
+                                GetSmallestInverseProbability(Encoder.High, Alphabets.High) * Middle;
+        Encoder.DistanceBoundAlphabet = Alphabets.High | (Alphabets.Middle << 16);
+        Encoder.DistanceBoundValid = true;
+    }
+    return Encoder.DistanceBound;
+}
+
+// Whether no match of the lengths 2 and 3 (those up to MaxLength) can cost
+// less per byte than the best so far, whatever its distance. The margin
+// keeps rounding from ever dropping a candidate that would have won.
+bool ShortMatchesCannotWin(trove_encoder &Encoder, uint32 Context, uint32 MaxLength,
+                           distance_alphabets const &Alphabets, double BestCost)
+{
+    double Bound = GetDistanceBound(Encoder, Alphabets);
+    for (uint32 Length = 2; Length <= 3 && Length <= MaxLength; ++Length) {
+        double Cheapest = std::log2(PriceLength(Encoder, Context, Length - 1) * Bound) / (double)Length;
+        if (Cheapest < BestCost + 1e-9) return false;
+    }
+    return true;
+}
+
+trove_match FindMatch(trove_encoder &Encoder, stream_state const &Stream, uint32 Position, uint32 Context)
 {
     match_search Search;
     Search.Best.Length = 0;
@@ -332,12 +378,23 @@ trove_match FindMatch(trove_encoder const &Encoder, stream_state const &Stream, 
     if (Left < 2 || Alphabets.Window == 0) return Search.Best;
     Search.BestCost = std::log2(PriceLiteral(Encoder, Context, Position, Stream.Data[Position]));
     uint32 MaxLength = Smaller(TroveMaxMatchLength, Left);
-    if (Left >= 3) SearchChain(Encoder, Stream, Position, Context, 2, MaxLength, MaxLength, Alphabets, Search);
+    // Every node of the shorter chains is also in the 4-byte chain, so when
+    // that chain was walked to its end, the shorter ones can only add matches
+    // of 2 or 3 bytes; their walks are skipped when such matches can't win.
+    bool LongOnesSeen = MaxLength < 4;
+    if (Left >= 3) {
+        LongOnesSeen = SearchChain(Encoder, Stream, Position, Context, 2, MaxLength, MaxLength, Alphabets, Search) ||
+                       LongOnesSeen;
+    }
     if (Search.Best.Length < 4 && Left >= 3) {
-        SearchChain(Encoder, Stream, Position, Context, 1, MaxLength, 3, Alphabets, Search);
+        if (!LongOnesSeen || !ShortMatchesCannotWin(Encoder, Context, MaxLength, Alphabets, Search.BestCost)) {
+            SearchChain(Encoder, Stream, Position, Context, 1, MaxLength, 3, Alphabets, Search);
+        }
     }
     if (Search.Best.Length < 3 && Left >= 2) {
-        SearchChain(Encoder, Stream, Position, Context, 0, MaxLength, 2, Alphabets, Search);
+        if (!LongOnesSeen || !ShortMatchesCannotWin(Encoder, Context, MaxLength, Alphabets, Search.BestCost)) {
+            SearchChain(Encoder, Stream, Position, Context, 0, MaxLength, 2, Alphabets, Search);
+        }
     }
     return Search.Best;
 }
@@ -382,6 +439,7 @@ void EmitLiteral(trove_encoder &Encoder, uint32 &Context, uint32 Position, uint8
 
 void EmitMatch(trove_encoder &Encoder, uint32 &Context, uint32 Position, trove_match const &Match)
 {
+    Encoder.DistanceBoundValid = false;
     distance_alphabets Alphabets = GetDistanceAlphabets(Position);
     uint32 Symbol = GetTroveLengthSymbol(Match.Length);
     EncodeModelSymbol(Encoder.Coder, Encoder.Length[Context], Symbol, TroveLengthAlphabet);
@@ -391,6 +449,12 @@ void EmitMatch(trove_encoder &Encoder, uint32 &Context, uint32 Position, trove_m
     EncodeModelSymbol(Encoder.Coder, Encoder.Low, Value & 3, TroveLowAlphabet);
     EncodeModelSymbol(Encoder.Coder, Encoder.High, High, Alphabets.High);
     EncodeModelSymbol(Encoder.Coder, Encoder.Middle[High], (Value >> 2) & 0xFF, Alphabets.Middle);
+    Encoder.MiddleBounds[High] = GetSmallestInverseProbability(Encoder.Middle[High], 256);
+    double Smallest = Encoder.MiddleBounds[0];
+    for (int32 Index = 1; Index < TroveMiddleModelCount; ++Index) {
+        if (Encoder.MiddleBounds[Index] < Smallest) Smallest = Encoder.MiddleBounds[Index];
+    }
+    Encoder.SmallestMiddleBound = Smallest;
 }
 
 // Whether a run of literals prices below a short match: the bytes are
@@ -537,6 +601,11 @@ void EncodeTroveStream(trove_encoder &Encoder, uint8 const *Data, uint32 Size)
 {
     ResetModels(Encoder);
     ClearMatchFinder(Encoder);
+    Encoder.DistanceBoundValid = false;
+    for (int32 Index = 0; Index < TroveMiddleModelCount; ++Index) {
+        Encoder.MiddleBounds[Index] = GetSmallestInverseProbability(Encoder.Middle[Index], 256);
+    }
+    Encoder.SmallestMiddleBound = Encoder.MiddleBounds[0];
     stream_state Stream;
     Stream.Data = Data;
     Stream.Size = Size;

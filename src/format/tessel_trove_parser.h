@@ -54,6 +54,15 @@ struct trove_encoder
     bool8 RunValid;
     uint32 Skip;
 
+    // Lower bound of the price of any distance under the low and high
+    // models, kept until a match changes them or the high alphabet grows.
+    bool8 DistanceBoundValid;
+    uint32 DistanceBoundAlphabet;
+    double DistanceBound;
+    // The same for each middle model at its full alphabet, and their least.
+    double MiddleBounds[TroveMiddleModelCount];
+    double SmallestMiddleBound;
+
     int32 StreamsCoded;
     trove_parameters Parameters[3];
 };
