@@ -79,6 +79,7 @@ file_builder *BeginFile(int32 SectionCount, uint32 FileTypeTag, file_magic_block
     aggr_allocator Allocator;
     BeginAggregateAllocation(Allocator);
     SetAggregateClear(Allocator);
+    SetAggregateAlignment(Allocator, 8);
     intaddrx Offset = AggregateAllocate(Allocator, &Builder, sizeof(file_builder));
     AggregateAllocateArray(Allocator, Offset, TESSEL_OFFSET_OF(file_builder, SectionCount),
                            TESSEL_OFFSET_OF(file_builder, Sections), SectionCount, sizeof(file_builder_section));

@@ -87,7 +87,7 @@ file_section_header *GetFileSectionHeaders(file const &File)
 {
     if (!File.Header) return 0;
     uint64 End = (uint64)File.Header->SectionArrayOffset + (uint64)File.SectionCount * FileSectionHeaderSize;
-    if (End > File.HeaderBlockSize) return 0;
+    if (End > File.HeaderBlockSize || File.Header->SectionArrayOffset % 4 != 0) return 0;
     return (file_section_header *)((uint8 *)File.Header + File.Header->SectionArrayOffset);
 }
 
@@ -104,7 +104,7 @@ file *ReadFileFromReader(file_reader *Reader)
                       Header->Version, (int32)TesselFileFormatVersion);
     }
     uint64 TableEnd = (uint64)Header->SectionArrayOffset + (uint64)Header->SectionCount * FileSectionHeaderSize;
-    if (TableEnd > BlockSize) {
+    if (TableEnd > BlockSize || Header->SectionArrayOffset % 4 != 0) {
         TesselError(LogCategory_FileReading, "Section table (%d sections at %d) lies outside the header (%d bytes)",
                     Header->SectionCount, Header->SectionArrayOffset, BlockSize);
         TesselFree(Header);
@@ -116,6 +116,7 @@ file *ReadFileFromReader(file_reader *Reader)
     aggr_allocator Allocator;
     BeginAggregateAllocation(Allocator);
     SetAggregateClear(Allocator);
+    SetAggregateAlignment(Allocator, 8);
     intaddrx Offset = AggregateAllocate(Allocator, &File, sizeof(file));
     AggregateAllocateMember(Allocator, Offset, TESSEL_OFFSET_OF(file, SourceMagicValue), sizeof(file_magic_block));
     AggregateAllocateArray(Allocator, Offset, TESSEL_OFFSET_OF(file, SectionCount), TESSEL_OFFSET_OF(file, Sections),
@@ -301,17 +302,23 @@ bool LoadFixupArray(file_reader *Reader, file_section_header const &Section, boo
                     file_pointer_fixup **Array)
 {
     CheckPointer(Array, LogCategory_FileReading, false);
-    return LoadRecordArray(Reader, Section.PointerFixupArrayOffset, Section.PointerFixupArrayCount,
-                           FilePointerFixupSize, IsByteReversed, (void **)Array);
+    void *Memory = 0;
+    bool Result = LoadRecordArray(Reader, Section.PointerFixupArrayOffset, Section.PointerFixupArrayCount,
+                                  FilePointerFixupSize, IsByteReversed, &Memory);
+    *Array = (file_pointer_fixup *)Memory;
+    return Result;
 }
 
 bool LoadMarshallingArray(file_reader *Reader, file_section_header const &Section, bool IsByteReversed,
                           file_mixed_marshalling_fixup **Array)
 {
     CheckPointer(Array, LogCategory_FileReading, false);
-    return LoadRecordArray(Reader, Section.MixedMarshallingFixupArrayOffset,
-                           Section.MixedMarshallingFixupArrayCount, FileMixedMarshallingFixupSize, IsByteReversed,
-                           (void **)Array);
+    void *Memory = 0;
+    bool Result = LoadRecordArray(Reader, Section.MixedMarshallingFixupArrayOffset,
+                                  Section.MixedMarshallingFixupArrayCount, FileMixedMarshallingFixupSize,
+                                  IsByteReversed, &Memory);
+    *Array = (file_mixed_marshalling_fixup *)Memory;
+    return Result;
 }
 
 // ---------------------------------------------------------------------------
@@ -375,7 +382,7 @@ static uint32 GetMemberRecordSize(loaded_file const &File)
 }
 
 // Reads the raw record of member MemberIndex (no offsets).
-static bool ReadMemberRecord(loaded_file const &File, file_section_reference Type, int32 MemberIndex,
+bool ReadFileTypeMemberRecord(loaded_file const &File, file_section_reference Type, int32 MemberIndex,
                              file_type_member *Member)
 {
     uint32 RecordSize = GetMemberRecordSize(File);
@@ -455,7 +462,7 @@ static bool GetObjectSizeWalk(loaded_file const &File, file_section_reference Ty
             return false;
         }
         file_type_member Member;
-        if (!ReadMemberRecord(File, Type, MemberIndex, &Member)) return false;
+        if (!ReadFileTypeMemberRecord(File, Type, MemberIndex, &Member)) return false;
         if (Member.Kind == 0) break;
         uint32 MemberSize = 0;
         if (!GetMemberSize(File, Member, Depth, Budget, &MemberSize)) return false;
@@ -468,6 +475,13 @@ static bool GetObjectSizeWalk(loaded_file const &File, file_section_reference Ty
     }
     *Size = (uint32)Total;
     return true;
+}
+
+bool GetFileTypeMemberSize(loaded_file const &File, file_type_member const &Member, uint32 *Size)
+{
+    CheckPointer(Size, LogCategory_FileReading, false);
+    int32 Budget = TypeWalkBudget;
+    return GetMemberSize(File, Member, 0, &Budget, Size);
 }
 
 bool GetFileTypeObjectSize(loaded_file const &File, file_section_reference Type, uint32 *Size)
@@ -484,7 +498,7 @@ bool GetFileTypeMember(loaded_file const &File, file_section_reference Type, int
     int32 Budget = TypeWalkBudget;
     uint64 Offset = 0;
     for (int32 Index = 0;; ++Index) {
-        if (!ReadMemberRecord(File, Type, Index, Member)) return false;
+        if (!ReadFileTypeMemberRecord(File, Type, Index, Member)) return false;
         if (Member->Kind == 0) return false;
         uint32 MemberSize = 0;
         if (!GetMemberSize(File, *Member, 0, &Budget, &MemberSize)) return false;
@@ -560,7 +574,7 @@ static bool CheckFixups(loaded_file &File, int32 SectionIndex)
             return false;
         }
     }
-    qsort(Section.Fixups, Section.FixupCount, sizeof(file_pointer_fixup), CompareFixups);
+    if (Section.FixupCount > 1) qsort(Section.Fixups, Section.FixupCount, sizeof(file_pointer_fixup), CompareFixups);
     return true;
 }
 
@@ -579,7 +593,7 @@ static bool MarshallObjects(loaded_file &File, file_section_reference Type, uint
                 return false;
             }
             file_type_member Member;
-            if (!ReadMemberRecord(File, Type, MemberIndex, &Member)) return false;
+            if (!ReadFileTypeMemberRecord(File, Type, MemberIndex, &Member)) return false;
             if (Member.Kind == 0) break;
             uint32 MemberSize = 0;
             if (!GetMemberSize(File, Member, Depth, Budget, &MemberSize)) return false;
@@ -673,6 +687,7 @@ loaded_file *LoadFileFromReader(file_reader *Reader)
     aggr_allocator Allocator;
     BeginAggregateAllocation(Allocator);
     SetAggregateClear(Allocator);
+    SetAggregateAlignment(Allocator, 8);
     intaddrx Offset = AggregateAllocate(Allocator, &File, sizeof(loaded_file));
     AggregateAllocateArray(Allocator, Offset, TESSEL_OFFSET_OF(loaded_file, SectionCount),
                            TESSEL_OFFSET_OF(loaded_file, Sections), Source->SectionCount,
@@ -703,9 +718,13 @@ loaded_file *LoadFileFromReader(file_reader *Reader)
     for (int32 SectionIndex = 0; Result && SectionIndex < File->SectionCount; ++SectionIndex) {
         loaded_file_section &Section = File->Sections[SectionIndex];
         Section.Header = Headers[SectionIndex];
+        file_pointer_fixup *Fixups = 0;
+        file_mixed_marshalling_fixup *Marshallings = 0;
         Result = ReadFileSection(Reader, *Source, SectionIndex) &&
-                 LoadFixupArray(Reader, Section.Header, File->IsByteReversed, &Section.Fixups) &&
-                 LoadMarshallingArray(Reader, Section.Header, File->IsByteReversed, &Section.Marshallings);
+                 LoadFixupArray(Reader, Section.Header, File->IsByteReversed, &Fixups) &&
+                 LoadMarshallingArray(Reader, Section.Header, File->IsByteReversed, &Marshallings);
+        Section.Fixups = Fixups;
+        Section.Marshallings = Marshallings;
         Section.Data = (uint8 *)Source->Sections[SectionIndex];
         Section.FixupCount = Section.Fixups ? Section.Header.PointerFixupArrayCount : 0;
         Section.MarshallingCount = Section.Marshallings ? Section.Header.MixedMarshallingFixupArrayCount : 0;
@@ -735,6 +754,9 @@ loaded_file *LoadFileFromReader(file_reader *Reader)
             Result = false;
         }
     }
+    // Everything a reader can reach through the file's own types must lie
+    // inside the file before anyone follows a pointer.
+    if (Result) Result = CheckLoadedFileTree(*File);
     if (Result && File->PointerBits == 64) ApplyPointers(*File);
 
     if (!Result) {

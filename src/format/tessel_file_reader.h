@@ -19,6 +19,7 @@
 #include "format/tessel_file_format.h"
 
 struct file_reader;
+struct data_type_definition;
 
 #pragma pack(push, 4)
 
@@ -105,8 +106,21 @@ loaded_file *LoadFileFromMemory(int32 Size, void const *Memory);
 void FreeLoadedFile(loaded_file *File);
 
 // The root object and its type table as program memory; null unless the
-// pointers were applied.
+// pointers were applied. What is reachable through the file's own type
+// tables has been checked to lie inside the file; a program that reads the
+// root as one of its own records should use the typed form below.
 void *GetLoadedFileRootObject(loaded_file const &File, void **RootType);
+// The root only when the file's root type has the same members (kinds,
+// names, widths, referred types, recursively) as Expected, so that the
+// program's record can be laid over it.
+void *GetLoadedFileRootObjectOfType(loaded_file const &File, data_type_definition const *Expected);
+
+// Walks every object, array, string and type table reachable from the root
+// through the file's type tables and checks that each lies inside its
+// section (LoadFileFromReader does this before applying pointers).
+bool CheckLoadedFileTree(loaded_file const &File);
+// True when the file's type table at Type has the members of Expected.
+bool FileTypeMatches(loaded_file const &File, file_section_reference Type, data_type_definition const *Expected);
 
 // Where the pointer slot at Slot leads; false for a null slot (no fixup).
 bool ResolveFilePointer(loaded_file const &File, file_section_reference Slot, file_section_reference *Target);
@@ -153,6 +167,12 @@ char const *GetFileMemberKindName(int32 Kind);
 // hence the walk of the members before it.
 bool GetFileTypeMember(loaded_file const &File, file_section_reference Type, int32 MemberIndex,
                        file_type_member *Member);
+// Member MemberIndex as stored, without SlotOffset and Size; false at the
+// end record or on a bad record.
+bool ReadFileTypeMemberRecord(loaded_file const &File, file_section_reference Type, int32 MemberIndex,
+                              file_type_member *Member);
+// Bytes of a member read by ReadFileTypeMemberRecord (inline types walked).
+bool GetFileTypeMemberSize(loaded_file const &File, file_type_member const &Member, uint32 *Size);
 // Object size of the type; false for tables that are bad or nest into
 // themselves.
 bool GetFileTypeObjectSize(loaded_file const &File, file_section_reference Type, uint32 *Size);

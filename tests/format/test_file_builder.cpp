@@ -418,7 +418,94 @@ TEST(FileReader, RefusesDamagedFiles)
         Bytes = Good;
         Bytes[Offset] ^= 0xA5;
         bool WasRefused = Refused(Bytes, 0);
-        if (Offset >= 104) EXPECT_TRUE(WasRefused) << "offset " << Offset;
+        if (Offset >= 104) {
+            EXPECT_TRUE(WasRefused) << "offset " << Offset;
+        }
     }
     EXPECT_EQ(Live, LiveBlocks());
+}
+
+TEST(FileFormat, MagicValuesTellPointerSizeAndByteOrder)
+{
+    struct row
+    {
+        file_magic_block const *Magic;
+        int32 Bits;
+        bool Little;
+    } const Rows[] = {{&FileMagic32BitLittleEndian, 32, true},
+                      {&FileMagic32BitBigEndian, 32, false},
+                      {&FileMagic64BitLittleEndian, 64, true},
+                      {&FileMagic64BitBigEndian, 64, false}};
+    for (row const &Row : Rows) {
+        file_magic_block Block = *Row.Magic;
+        for (int Reversed = 0; Reversed < 2; ++Reversed) {
+            int32 Bits = 0;
+            bool Little = false;
+            ASSERT_TRUE(GetMagicInfo(Block, &Bits, &Little));
+            EXPECT_EQ(Row.Bits, Bits);
+            EXPECT_EQ(Row.Little, Little);
+            Reverse32(4, Block.MagicValue);
+        }
+    }
+    // The old magic: as it stands little-endian, words reversed big-endian.
+    file_magic_block Old = FileMagicOld32Bit;
+    Old.TotalHeaderSize = 456;
+    uint32 HeaderSize = 0;
+    bool IsReversed = true, PointerSizeDiffers = false;
+    ASSERT_TRUE(IsTesselFileHeader(Old, &HeaderSize, &IsReversed, &PointerSizeDiffers));
+    EXPECT_FALSE(IsReversed);
+    EXPECT_TRUE(PointerSizeDiffers);
+    EXPECT_EQ(456u, HeaderSize);
+    Reverse32(5, Old.MagicValue);
+    ASSERT_TRUE(IsTesselFileHeader(Old, &HeaderSize, &IsReversed, &PointerSizeDiffers));
+    EXPECT_TRUE(IsReversed);
+    EXPECT_EQ(456u, HeaderSize);
+
+    log_capture Log;
+    file_magic_block Unknown = {};
+    int32 Bits;
+    bool Little;
+    EXPECT_FALSE(GetMagicInfo(Unknown, &Bits, &Little));
+    EXPECT_TRUE(Log.Contains("Magic value (0x0, 0x0, 0x0, 0x0) doesn't match any known file format"));
+}
+
+TEST(FileReader, ChecksTheTreeAndMatchesProgramTypes)
+{
+    std::string Path = OutputPath("typed.ts2");
+    ASSERT_TRUE(BuildSample(Path.c_str()));
+    loaded_file *File = LoadFileFromDisk(Path.c_str());
+    ASSERT_NE(nullptr, File);
+    EXPECT_NE(nullptr, GetLoadedFileRootObjectOfType(*File, SampleType));
+    data_type_definition Renamed[] = {
+        {Int32Member, "Value"}, {Int16Member, "half"}, {StringMember, "Name"}, {ReferenceMember, "Child", ChildType},
+        {EndMember}};
+    data_type_definition Shorter[] = {{Int32Member, "Value"}, {EndMember}};
+    data_type_definition WiderChild[] = {{Real32Member, "Values", 0, 4}, {EndMember}};
+    data_type_definition OtherChild[] = {
+        {Int32Member, "Value"}, {Int16Member, "Half"}, {StringMember, "Name"}, {ReferenceMember, "Child", WiderChild},
+        {EndMember}};
+    EXPECT_EQ(nullptr, GetLoadedFileRootObjectOfType(*File, Renamed));
+    EXPECT_EQ(nullptr, GetLoadedFileRootObjectOfType(*File, Shorter));
+    EXPECT_EQ(nullptr, GetLoadedFileRootObjectOfType(*File, OtherChild));
+    FreeLoadedFile(File);
+    remove(Path.c_str());
+
+    // An array whose count runs past its section is refused, CRC or not.
+    data_type_definition ListType[] = {{ReferenceToArrayMember, "Items", ChildType}, {EndMember}};
+    file_builder *Builder = BeginFile(8, TesselStandardFileTypeTag, GetNativeFileMagicBlock(),
+                                      GetTemporaryDirectory(), "export_buffer");
+    ASSERT_NE(nullptr, Builder);
+    uint8 List[12] = {200};
+    child_record Items[2] = {};
+    file_location ListAt, ItemsAt;
+    WriteSectionData(Builder, 0, 4, sizeof(List), List, &ListAt);
+    WriteSectionData(Builder, 0, 4, sizeof(Items), Items, &ItemsAt);
+    AddFixup(Builder, ListAt, 4, ItemsAt);
+    file_location ChildTypeAt = WriteType(Builder, ChildType, 0);
+    SetFileRoots(Builder, WriteType(Builder, ListType, &ChildTypeAt), ListAt);
+    ASSERT_TRUE(EndFile(Builder, Path.c_str()));
+    log_capture Log;
+    EXPECT_EQ(nullptr, LoadFileFromDisk(Path.c_str()));
+    EXPECT_TRUE(Log.Contains("An object at section 0 offset 12 lies outside the file"));
+    remove(Path.c_str());
 }
