@@ -1,6 +1,8 @@
 // `tessel export` as a user runs it.
 #include <gtest/gtest.h>
 
+#include "support/test_command.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -8,26 +10,6 @@
 #include <unistd.h>
 
 namespace {
-
-struct command_result
-{
-    int Status = -1;
-    std::string Output; // stdout and stderr together
-};
-
-command_result RunTessel(std::string const &Arguments)
-{
-    command_result Result;
-    std::string Command = std::string(TESSEL_BINARY_DIR) + "/tools/tessel " + Arguments + " 2>&1";
-    FILE *Pipe = popen(Command.c_str(), "r");
-    if (!Pipe) return Result;
-    char Buffer[4096];
-    size_t Size;
-    while ((Size = fread(Buffer, 1, sizeof(Buffer), Pipe)) > 0) Result.Output.append(Buffer, Size);
-    int Status = pclose(Pipe);
-    Result.Status = WIFEXITED(Status) ? WEXITSTATUS(Status) : -1;
-    return Result;
-}
 
 class ExportCommand : public ::testing::Test
 {
