@@ -2,6 +2,7 @@
 // marshallings in stack allocators, and the layout of the finished file.
 #include "format/tessel_file_builder.h"
 
+#include <cstdlib>
 #include <cstring>
 
 #include "format/tessel_file_compressor.h"
@@ -42,6 +43,9 @@ static void CloseStreamWriters(file_builder &Builder)
         for (int32 StreamIndex = 0; StreamIndex < StreamCount; ++StreamIndex) {
             DeleteFileWriter(Section.StreamWriters[StreamIndex]);
             Section.StreamWriters[StreamIndex] = 0;
+            if (Section.StreamBuffers[StreamIndex]) TesselFree(Section.StreamBuffers[StreamIndex]);
+            Section.StreamBuffers[StreamIndex] = 0;
+            Section.StreamBufferFill[StreamIndex] = 0;
         }
     }
 }
@@ -146,6 +150,43 @@ static bool WriteZeros(file_writer *Writer, uint32 Count)
     return Result;
 }
 
+static bool FlushStream(file_builder_section &Section, int32 StreamIndex)
+{
+    uint32 Fill = Section.StreamBufferFill[StreamIndex];
+    Section.StreamBufferFill[StreamIndex] = 0;
+    return Fill == 0 || Write(Section.StreamWriters[StreamIndex], (int32)Fill, Section.StreamBuffers[StreamIndex]);
+}
+
+// Appends Size bytes (zeros when Data is null) through the stream's buffer.
+static bool AppendToStream(file_builder_section &Section, int32 StreamIndex, uint32 Size, void const *Data)
+{
+    if (!Section.StreamBuffers[StreamIndex]) {
+        Section.StreamBuffers[StreamIndex] = TesselAllocate(FileCopyBlockSize);
+        if (!Section.StreamBuffers[StreamIndex]) return false;
+    }
+    uint8 *Buffer = (uint8 *)Section.StreamBuffers[StreamIndex];
+    uint8 const *Bytes = (uint8 const *)Data;
+    while (Size > 0) {
+        uint32 &Fill = Section.StreamBufferFill[StreamIndex];
+        if (Fill == (uint32)FileCopyBlockSize && !FlushStream(Section, StreamIndex)) return false;
+        // Large blocks bypass the buffer once it is empty.
+        if (Fill == 0 && Bytes && Size >= (uint32)FileCopyBlockSize) {
+            return Write(Section.StreamWriters[StreamIndex], (int32)Size, Bytes);
+        }
+        uint32 Piece = (uint32)FileCopyBlockSize - Fill;
+        if (Piece > Size) Piece = Size;
+        if (Bytes) {
+            memcpy(Buffer + Fill, Bytes, Piece);
+            Bytes += Piece;
+        } else {
+            memset(Buffer + Fill, 0, Piece);
+        }
+        Fill += Piece;
+        Size -= Piece;
+    }
+    return true;
+}
+
 void WriteSectionData(file_builder *Builder, int32 SectionIndex, uint32 Marshalling, int32 Size,
                       void const *Data, file_location *Result)
 {
@@ -163,26 +204,20 @@ void WriteSectionData(file_builder *Builder, int32 SectionIndex, uint32 Marshall
     }
     if (!Builder->Healthy) return;
 
-    file_writer *Writer = Section.StreamWriters[StreamIndex];
-    bool Written = (Size == 0) || (Data ? Write(Writer, Size, Data) : WriteZeros(Writer, (uint32)Size));
-    uint32 NewSize = Section.StreamSize[StreamIndex] + (uint32)Size;
-
     // Pad so that the next object starts on the section's alignment.
     uint32 Alignment = Section.Header.InternalAlignment;
-    uint32 Remainder = NewSize % Alignment;
-    if (Written && Remainder != 0) {
-        uint32 Padding = Alignment - Remainder;
-        Written = WriteZeros(Writer, Padding);
-        NewSize += Padding;
-    }
-
-    if (!Written || NewSize < Section.StreamSize[StreamIndex]) {
+    uint64 NewSize = (uint64)Section.StreamSize[StreamIndex] + (uint32)Size;
+    uint32 Padding = (uint32)((Alignment - NewSize % Alignment) % Alignment);
+    NewSize += Padding;
+    bool Written = NewSize <= 0xFFFFFFFFu && AppendToStream(Section, StreamIndex, (uint32)Size, Data) &&
+                   AppendToStream(Section, StreamIndex, Padding, 0);
+    if (!Written) {
         TesselError(LogCategory_FileWriting, "Unable to write %d bytes to section %d stream %d", Size, SectionIndex,
                     StreamIndex);
         Builder->Healthy = false;
         return;
     }
-    Section.StreamSize[StreamIndex] = NewSize;
+    Section.StreamSize[StreamIndex] = (uint32)NewSize;
 }
 
 void OffsetLocation(file_builder *Builder, file_location const &Location, int32 Delta, file_location *Result)
@@ -269,37 +304,114 @@ static bool FlattenLocation(file_builder const &Builder, file_location const &Lo
 }
 
 // Pointer slots hold the source program's addresses; they are stored as zero
-// so that equal inputs give equal files.
-static bool ZeroPointerSlots(file_builder &Builder, int32 SectionIndex)
+// so that equal inputs give equal files. A stream is read back through a
+// reader that clears the slots of its fixups on the way.
+struct slot_zeroing_reader
+{
+    file_reader Base;
+    file_reader *Inner;
+    uint32 *Slots; // sorted offsets of 8-byte slots in the stream
+    uint32 SlotCount;
+};
+
+static void CloseSlotZeroingReader(file_reader *Base)
+{
+    slot_zeroing_reader *Reader = (slot_zeroing_reader *)Base;
+    CloseFileReader(Reader->Inner);
+    Reader->Inner = 0;
+}
+
+static bool GetSlotZeroingReaderSize(file_reader *Base, int32 *Size)
+{
+    return GetReaderSize(((slot_zeroing_reader *)Base)->Inner, Size);
+}
+
+static int32 ReadSlotZeroingReader(file_reader *Base, int32 Position, int32 Size, void *Buffer)
+{
+    slot_zeroing_reader *Reader = (slot_zeroing_reader *)Base;
+    int32 Read = ReadAtMost(Reader->Inner, Position, Size, Buffer);
+    if (Read <= 0) return Read;
+    uint32 Start = (uint32)Position, End = (uint32)Position + (uint32)Read;
+    // First slot that ends after Start.
+    uint32 Low = 0, High = Reader->SlotCount;
+    while (Low < High) {
+        uint32 Middle = Low + (High - Low) / 2;
+        if (Reader->Slots[Middle] + 8 <= Start) Low = Middle + 1;
+        else High = Middle;
+    }
+    for (uint32 Index = Low; Index < Reader->SlotCount && Reader->Slots[Index] < End; ++Index) {
+        uint32 From = Reader->Slots[Index] > Start ? Reader->Slots[Index] : Start;
+        uint32 To = Reader->Slots[Index] + 8 < End ? Reader->Slots[Index] + 8 : End;
+        memset((uint8 *)Buffer + (From - Start), 0, To - From);
+    }
+    return Read;
+}
+
+static int CompareSlots(void const *A, void const *B)
+{
+    uint32 SlotA = *(uint32 const *)A, SlotB = *(uint32 const *)B;
+    return SlotA < SlotB ? -1 : (SlotA > SlotB ? 1 : 0);
+}
+
+// Opens a stream's temporary file for reading with its pointer slots
+// cleared. Reader->Slots must be freed by the caller (also on failure).
+static bool OpenStreamForReading(file_builder &Builder, int32 SectionIndex, int32 StreamIndex,
+                                 slot_zeroing_reader *Reader)
 {
     file_builder_section &Section = Builder.Sections[SectionIndex];
-    static uint8 const Zeros[8] = {};
-    char Name[TemporaryNameSize];
-    bool Result = true;
-    for (int32 StreamIndex = 0; Result && StreamIndex < StreamCount; ++StreamIndex) {
-        file_writer *Writer = 0;
-        for (file_builder_fixup *Fixup = Section.FirstFixup; Result && Fixup; Fixup = Fixup->Next) {
+    memset(Reader, 0, sizeof(*Reader));
+    uint32 Count = 0;
+    for (file_builder_fixup *Fixup = Section.FirstFixup; Fixup; Fixup = Fixup->Next) {
+        Count += (Fixup->From.StreamIndex == StreamIndex);
+    }
+    if (Count) {
+        Reader->Slots = TesselAllocateArray(uint32, Count);
+        if (!Reader->Slots) return false;
+        for (file_builder_fixup *Fixup = Section.FirstFixup; Fixup; Fixup = Fixup->Next) {
             if (Fixup->From.StreamIndex != StreamIndex) continue;
             if ((uint64)Fixup->From.Offset + 8 > Section.StreamSize[StreamIndex]) {
                 TesselError(LogCategory_FileWriting, "Pointer fixup at %d lies outside section %d stream %d",
                             Fixup->From.Offset, SectionIndex, StreamIndex);
-                Result = false;
-                break;
+                return false;
             }
-            if (!Writer) {
-                GetStreamFileName(Builder, SectionIndex, StreamIndex, Name);
-                Writer = CreatePlatformFileWriter(Name, false);
-                if (!Writer) {
-                    TesselError(LogCategory_FileWriting, "Unable to reopen temporary file %s", Name);
-                    Result = false;
-                    break;
-                }
-            }
-            Result = SeekWriterFromStart(Writer, (int32)Fixup->From.Offset) == (int32)Fixup->From.Offset &&
-                     Write(Writer, sizeof(Zeros), Zeros);
+            Reader->Slots[Reader->SlotCount++] = Fixup->From.Offset;
         }
-        DeleteFileWriter(Writer);
+        qsort(Reader->Slots, Reader->SlotCount, sizeof(uint32), CompareSlots);
     }
+
+    char Name[TemporaryNameSize];
+    GetStreamFileName(Builder, SectionIndex, StreamIndex, Name);
+    Reader->Inner = CreatePlatformFileReader(Name);
+    if (!Reader->Inner) {
+        TesselError(LogCategory_FileWriting, "Unable to reopen temporary file %s", Name);
+        return false;
+    }
+    return InitializeFileReader(Reader->Base, CloseSlotZeroingReader, ReadSlotZeroingReader,
+                                GetSlotZeroingReaderSize);
+}
+
+static void CloseStreamForReading(slot_zeroing_reader *Reader)
+{
+    if (Reader->Inner) CloseFileReader(Reader->Inner);
+    if (Reader->Slots) TesselFree(Reader->Slots);
+    memset(Reader, 0, sizeof(*Reader));
+}
+
+// The three streams of a stored section, slots cleared, to Writer.
+static bool CopySectionStreams(file_builder &Builder, int32 SectionIndex, file_writer *Writer)
+{
+    file_builder_section &Section = Builder.Sections[SectionIndex];
+    bool Result = true;
+    for (int32 StreamIndex = 0; Result && StreamIndex < StreamCount; ++StreamIndex) {
+        if (Section.StreamSize[StreamIndex] == 0) continue;
+        slot_zeroing_reader Reader;
+        int32 Copied = 0;
+        Result = OpenStreamForReading(Builder, SectionIndex, StreamIndex, &Reader) &&
+                 CopyReaderToWriter(Writer, &Reader.Base, &Copied) &&
+                 (uint32)Copied == Section.StreamSize[StreamIndex];
+        CloseStreamForReading(&Reader);
+    }
+    if (!Result) TesselError(LogCategory_FileWriting, "Unable to copy section %d", SectionIndex);
     return Result;
 }
 
@@ -314,10 +426,11 @@ static bool CompressSectionStreams(file_builder &Builder, int32 SectionIndex, fi
         return false;
     }
     bool Result = true;
-    char Name[TemporaryNameSize];
     for (int32 StreamIndex = 0; Result && StreamIndex < StreamCount; ++StreamIndex) {
-        GetStreamFileName(Builder, SectionIndex, StreamIndex, Name);
-        Result = CompressContentsOfFile(Compressor, (int32)Section.StreamSize[StreamIndex], Name);
+        slot_zeroing_reader Reader;
+        Result = OpenStreamForReading(Builder, SectionIndex, StreamIndex, &Reader) &&
+                 CompressContentsOfReader(Compressor, (int32)Section.StreamSize[StreamIndex], &Reader.Base);
+        CloseStreamForReading(&Reader);
     }
     uint32 StoredSize = 0;
     Result = EndFileCompression(Compressor, &StoredSize) && Result;
@@ -326,8 +439,9 @@ static bool CompressSectionStreams(file_builder &Builder, int32 SectionIndex, fi
     return Result;
 }
 
-// Copies (format 0) or compresses (format 2) the three streams of a section
-// into the section's temporary file; DataSize gets the stored size.
+// Compressed sections are coded into the section's temporary file, whose
+// size becomes DataSize; stored sections are copied straight into the
+// output later.
 static bool StoreSection(file_builder &Builder, int32 SectionIndex)
 {
     file_builder_section &Section = Builder.Sections[SectionIndex];
@@ -336,11 +450,15 @@ static bool StoreSection(file_builder &Builder, int32 SectionIndex)
         Header.DataSize = 0;
         return true;
     }
-
-    if (Header.Format != NoCompression && Header.Format != Trove1Compression) {
+    if (Header.Format == NoCompression) {
+        Header.DataSize = Header.ExpandedDataSize;
+        return true;
+    }
+    if (Header.Format != Trove1Compression) {
         TesselError(LogCategory_Compression, "Unrecognized compression type %d", Header.Format);
         return false;
     }
+
     char Name[TemporaryNameSize];
     GetCompressedFileName(Builder, SectionIndex, Name);
     file_writer *Writer = CreatePlatformFileWriter(Name, true);
@@ -348,25 +466,8 @@ static bool StoreSection(file_builder &Builder, int32 SectionIndex)
         TesselError(LogCategory_FileWriting, "Unable to create temporary file %s", Name);
         return false;
     }
-    if (Header.Format == Trove1Compression) {
-        bool Result = CompressSectionStreams(Builder, SectionIndex, Writer);
-        DeleteFileWriter(Writer);
-        return Result;
-    }
-
-    bool Result = true;
-    uint32 Stored = 0;
-    for (int32 StreamIndex = 0; Result && StreamIndex < StreamCount; ++StreamIndex) {
-        if (Section.StreamSize[StreamIndex] == 0) continue;
-        char StreamName[TemporaryNameSize];
-        GetStreamFileName(Builder, SectionIndex, StreamIndex, StreamName);
-        int32 Copied = 0;
-        Result = ConcatenateFile(Writer, StreamName, &Copied) && (uint32)Copied == Section.StreamSize[StreamIndex];
-        Stored += (uint32)Copied;
-    }
+    bool Result = CompressSectionStreams(Builder, SectionIndex, Writer);
     DeleteFileWriter(Writer);
-    Header.DataSize = Stored;
-    if (!Result) TesselError(LogCategory_FileWriting, "Unable to store section %d", SectionIndex);
     return Result;
 }
 
@@ -375,7 +476,26 @@ static uint32 AlignUp4(uint32 Value)
     return (Value + 3u) & ~3u;
 }
 
-static bool WriteFixups(file_builder const &Builder, file_builder_section const &Section, file_writer *Writer)
+// Records go out in blocks rather than one write each.
+struct record_batch
+{
+    file_writer *Writer;
+    uint8 *Buffer;
+    uint32 Fill;
+};
+
+static bool AddRecord(record_batch &Batch, uint32 Size, void const *Record)
+{
+    if (Batch.Fill + Size > (uint32)FileCopyBlockSize) {
+        if (!Write(Batch.Writer, (int32)Batch.Fill, Batch.Buffer)) return false;
+        Batch.Fill = 0;
+    }
+    memcpy(Batch.Buffer + Batch.Fill, Record, Size);
+    Batch.Fill += Size;
+    return true;
+}
+
+static bool WriteFixups(file_builder const &Builder, file_builder_section const &Section, record_batch &Batch)
 {
     bool Result = true;
     for (file_builder_fixup *Fixup = Section.FirstFixup; Result && Fixup; Fixup = Fixup->Next) {
@@ -383,12 +503,12 @@ static bool WriteFixups(file_builder const &Builder, file_builder_section const 
         file_section_reference From;
         Result = FlattenLocation(Builder, Fixup->From, &From) && FlattenLocation(Builder, Fixup->To, &Record.To);
         Record.FromOffset = From.Offset;
-        Result = Result && Write(Writer, sizeof(Record), &Record);
+        Result = Result && AddRecord(Batch, sizeof(Record), &Record);
     }
     return Result;
 }
 
-static bool WriteMarshallings(file_builder const &Builder, file_builder_section const &Section, file_writer *Writer)
+static bool WriteMarshallings(file_builder const &Builder, file_builder_section const &Section, record_batch &Batch)
 {
     bool Result = true;
     for (file_builder_marshalling *Marshalling = Section.FirstMarshalling; Result && Marshalling;
@@ -399,7 +519,7 @@ static bool WriteMarshallings(file_builder const &Builder, file_builder_section 
                  FlattenLocation(Builder, Marshalling->Type, &Record.Type);
         Record.Count = (uint32)Marshalling->Count;
         Record.Offset = Object.Offset;
-        Result = Result && Write(Writer, sizeof(Record), &Record);
+        Result = Result && AddRecord(Batch, sizeof(Record), &Record);
     }
     return Result;
 }
@@ -419,7 +539,17 @@ static bool LayOutFile(file_builder &Builder, file_writer *Writer)
     if (!Result) TesselError(LogCategory_FileWriting, "A write to the file's streams failed earlier");
 
     for (int32 SectionIndex = 0; Result && SectionIndex < SectionCount; ++SectionIndex) {
-        Result = ZeroPointerSlots(Builder, SectionIndex) && StoreSection(Builder, SectionIndex);
+        file_builder_section const &Section = Builder.Sections[SectionIndex];
+        for (file_builder_fixup *Fixup = Section.FirstFixup; Result && Fixup; Fixup = Fixup->Next) {
+            if ((uint64)Fixup->From.Offset + 8 > Section.StreamSize[Fixup->From.StreamIndex]) {
+                TesselError(LogCategory_FileWriting, "Pointer fixup at %d lies outside section %d stream %d",
+                            Fixup->From.Offset, SectionIndex, Fixup->From.StreamIndex);
+                Result = false;
+            }
+        }
+    }
+    for (int32 SectionIndex = 0; Result && SectionIndex < SectionCount; ++SectionIndex) {
+        Result = StoreSection(Builder, SectionIndex);
     }
     if (!Result) return false;
 
@@ -452,19 +582,27 @@ static bool LayOutFile(file_builder &Builder, file_writer *Writer)
     char Name[TemporaryNameSize];
     for (int32 SectionIndex = 0; Result && SectionIndex < SectionCount; ++SectionIndex) {
         Result = PadFrom(Writer, Start);
-        if (Result && Builder.Sections[SectionIndex].Header.DataSize != 0) {
+        if (Result && Builder.Sections[SectionIndex].Header.Format == NoCompression) {
+            Result = CopySectionStreams(Builder, SectionIndex, Writer);
+        } else if (Result && Builder.Sections[SectionIndex].Header.DataSize != 0) {
             GetCompressedFileName(Builder, SectionIndex, Name);
             int32 Copied = 0;
             Result = ConcatenateFile(Writer, Name, &Copied) &&
                      (uint32)Copied == Builder.Sections[SectionIndex].Header.DataSize;
         }
     }
+    // Every record is 12 or 16 bytes, so the arrays stay on 4 bytes without
+    // padding between them.
+    record_batch Batch = {Writer, (uint8 *)TesselAllocate(FileCopyBlockSize), 0};
+    Result = Result && Batch.Buffer && PadFrom(Writer, Start);
     for (int32 SectionIndex = 0; Result && SectionIndex < SectionCount; ++SectionIndex) {
-        Result = PadFrom(Writer, Start) && WriteFixups(Builder, Builder.Sections[SectionIndex], Writer);
+        Result = WriteFixups(Builder, Builder.Sections[SectionIndex], Batch);
     }
     for (int32 SectionIndex = 0; Result && SectionIndex < SectionCount; ++SectionIndex) {
-        Result = PadFrom(Writer, Start) && WriteMarshallings(Builder, Builder.Sections[SectionIndex], Writer);
+        Result = WriteMarshallings(Builder, Builder.Sections[SectionIndex], Batch);
     }
+    Result = Result && (Batch.Fill == 0 || Write(Writer, (int32)Batch.Fill, Batch.Buffer));
+    if (Batch.Buffer) TesselFree(Batch.Buffer);
     Result = Result && PadFrom(Writer, Start);
     uint32 CRC = EndWriterCRC(Writer);
     if (!Result) return false;
@@ -508,6 +646,13 @@ bool EndFileToWriter(file_builder *Builder, file_writer *Writer)
 
     for (int32 SectionIndex = 0; SectionIndex < Builder->SectionCount; ++SectionIndex) {
         file_builder_section &Section = Builder->Sections[SectionIndex];
+        for (int32 StreamIndex = 0; Builder->Healthy && StreamIndex < StreamCount; ++StreamIndex) {
+            if (!FlushStream(Section, StreamIndex)) {
+                TesselError(LogCategory_FileWriting, "Unable to write section %d stream %d", SectionIndex,
+                            StreamIndex);
+                Builder->Healthy = false;
+            }
+        }
         Section.Header.First16Bit = Section.StreamSize[Stream32Bit];
         Section.Header.First8Bit = Section.Header.First16Bit + Section.StreamSize[Stream16Bit];
         Section.Header.ExpandedDataSize = Section.Header.First8Bit + Section.StreamSize[Stream8Bit];

@@ -54,7 +54,10 @@ struct file_builder_section
 
     uint32 StreamSize[StreamCount];
     file_writer *StreamWriters[StreamCount];
+    // Write-behind buffers of FileCopyBlockSize bytes in front of the
+    // writers (allocated on first use) and the bytes waiting in them.
     void *StreamBuffers[StreamCount];
+    uint32 StreamBufferFill[StreamCount];
     void *CompressedData;
     uint32 CompressedSize;
 
