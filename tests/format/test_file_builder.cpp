@@ -509,3 +509,90 @@ TEST(FileReader, ChecksTheTreeAndMatchesProgramTypes)
     EXPECT_TRUE(Log.Contains("An object at section 0 offset 12 lies outside the file"));
     remove(Path.c_str());
 }
+
+// A file with 32-bit pointers, laid out by hand: root {Int32 Value; String
+// Name} in section 0, its type table (32-byte member records) in section 6.
+static std::vector<uint8_t> MakePointer32File(uint32 Version)
+{
+    std::vector<uint8_t> Bytes(456, 0);
+    auto Put = [&](size_t Offset, uint32 Value) { memcpy(&Bytes[Offset], &Value, 4); };
+    memcpy(Bytes.data(), FileMagic32BitLittleEndian.MagicValue, 16);
+    Put(16, 456);
+    Put(32, Version);
+    Put(44, 72);
+    Put(48, 8);
+    Put(52, 6); // root type: section 6 offset 0
+    Put(60, 0); // root object: section 0 offset 0
+
+    uint8 Main[12] = {7, 0, 0, 0, 0, 0, 0, 0, 'h', 'i', 0, 0};
+    uint8 Types[112] = {};
+    Types[0] = Int32Member;
+    Types[32] = StringMember;
+    memcpy(Types + 96, "Value", 6);
+    memcpy(Types + 104, "Name", 5);
+    file_pointer_fixup const MainFixups[] = {{4, {0, 8}}};
+    file_pointer_fixup const TypeFixups[] = {{4, {6, 96}}, {36, {6, 104}}};
+
+    file_section_header Sections[8] = {};
+    uint32 Position = 456;
+    auto Append = [&](void const *Data, size_t Size) {
+        Bytes.insert(Bytes.end(), (uint8 const *)Data, (uint8 const *)Data + Size);
+        Position += (uint32)Size;
+    };
+    for (file_section_header &Section : Sections) Section.InternalAlignment = 4;
+    Sections[0] = {0, Position, 12, 12, 4, 8, 8};
+    Append(Main, sizeof(Main));
+    Sections[6] = {0, Position, 112, 112, 4, 96, 96};
+    Append(Types, sizeof(Types));
+    for (file_section_header &Section : Sections) {
+        if (!Section.DataSize) Section.DataOffset = Position;
+        Section.PointerFixupArrayOffset = Section.MixedMarshallingFixupArrayOffset = Position;
+    }
+    Sections[0].PointerFixupArrayOffset = Position;
+    Sections[0].PointerFixupArrayCount = 1;
+    Append(MainFixups, sizeof(MainFixups));
+    Sections[6].PointerFixupArrayOffset = Position;
+    Sections[6].PointerFixupArrayCount = 2;
+    Append(TypeFixups, sizeof(TypeFixups));
+    memcpy(&Bytes[104], Sections, sizeof(Sections));
+    Put(36, (uint32)Bytes.size());
+    RestampCRC(Bytes);
+    return Bytes;
+}
+
+TEST(FileReader, ReadsFilesWithOtherPointerSizesAndOlderVersions)
+{
+    std::vector<uint8_t> Bytes = MakePointer32File(7);
+    loaded_file *File = LoadFileFromMemory((int32)Bytes.size(), Bytes.data());
+    ASSERT_NE(nullptr, File);
+    EXPECT_EQ(32, File->PointerBits);
+    EXPECT_EQ(nullptr, GetLoadedFileRootObject(*File, 0));
+    file_type_member Member;
+    ASSERT_TRUE(GetFileTypeMember(*File, File->Header.RootObjectTypeDefinition, 1, &Member));
+    EXPECT_STREQ("Name", Member.Name);
+    EXPECT_EQ(4u, Member.SlotOffset);
+    EXPECT_EQ(4u, Member.Size);
+    file_section_reference Target;
+    ASSERT_TRUE(ResolveFilePointer(*File, {0, 4}, &Target));
+    EXPECT_STREQ("hi", GetLoadedFileString(*File, Target));
+    FreeLoadedFile(File);
+
+    log_capture Log;
+    Bytes = MakePointer32File(6);
+    File = LoadFileFromMemory((int32)Bytes.size(), Bytes.data());
+    EXPECT_NE(nullptr, File);
+    EXPECT_TRUE(Log.Contains("File is file format revision 6 (current version is 7)"));
+
+    // A section read twice keeps its first data.
+    file_reader *Reader = CreateMemoryFileReader((int32)Bytes.size(), Bytes.data());
+    file *Sections = ReadFileFromReader(Reader);
+    ASSERT_NE(nullptr, Sections);
+    ASSERT_TRUE(ReadFileSection(Reader, *Sections, 0));
+    void *First = Sections->Sections[0];
+    EXPECT_TRUE(ReadFileSection(Reader, *Sections, 0));
+    EXPECT_EQ(First, Sections->Sections[0]);
+    EXPECT_TRUE(Log.Contains("Ignored request to read already populated file section 0"));
+    FreeFile(Sections);
+    CloseFileReader(Reader);
+    FreeLoadedFile(File);
+}

@@ -124,6 +124,45 @@ TEST_F(InspectTS2, SharedObjectsPrintOnceAndJsonIsKeyedByMembers)
     remove(Path.c_str());
 }
 
+TEST_F(InspectTS2, ShowsFilesWithThirtyTwoBitPointers)
+{
+    // Root {Int32 Value = 7; String Name = "hi"} with 32-byte member records.
+    std::string Path = TempPath("pointer32.ts2");
+    std::vector<uint8_t> Bytes(456, 0);
+    auto Put = [&](size_t Offset, uint32 Value) { memcpy(&Bytes[Offset], &Value, 4); };
+    memcpy(Bytes.data(), FileMagic32BitLittleEndian.MagicValue, 16);
+    Put(16, 456), Put(32, 7), Put(44, 72), Put(48, 8), Put(52, 6);
+    uint8 Data[12 + 112] = {7, 0, 0, 0, 0, 0, 0, 0, 'h', 'i'};
+    Data[12] = Int32Member;
+    Data[12 + 32] = StringMember;
+    memcpy(Data + 12 + 96, "Value", 6);
+    memcpy(Data + 12 + 104, "Name", 5);
+    Bytes.insert(Bytes.end(), Data, Data + sizeof(Data));
+    uint32 const Fixups[] = {4, 0, 8, 4, 6, 96, 36, 6, 104};
+    Bytes.insert(Bytes.end(), (uint8 const *)Fixups, (uint8 const *)Fixups + sizeof(Fixups));
+    for (int Index = 0; Index < 8; ++Index) {
+        uint32 Table = 104 + 44 * Index;
+        uint32 Offset = Index == 0 ? 456 : (Index == 6 ? 468 : 580);
+        uint32 Size = Index == 0 ? 12 : (Index == 6 ? 112 : 0);
+        uint32 Stream2 = Index == 0 ? 8 : (Index == 6 ? 96 : 0);
+        Put(Table + 4, Offset), Put(Table + 8, Size), Put(Table + 12, Size), Put(Table + 16, 4);
+        Put(Table + 20, Stream2), Put(Table + 24, Stream2);
+        Put(Table + 28, Index == 6 ? 592 : 580), Put(Table + 32, Index == 0 ? 1 : (Index == 6 ? 2 : 0));
+        Put(Table + 36, 616);
+    }
+    Put(36, (uint32)Bytes.size());
+    Put(40, ComputeCRC32((int32)Bytes.size() - 104, Bytes.data() + 104));
+    FILE *File = fopen(Path.c_str(), "wb");
+    fwrite(Bytes.data(), 1, Bytes.size(), File);
+    fclose(File);
+
+    std::string Output;
+    ASSERT_EQ(0, RunTessel("inspect --json '" + Path + "'", &Output));
+    EXPECT_NE(std::string::npos, Output.find("\"Platform\": \"32-bit little-endian\""));
+    EXPECT_NE(std::string::npos, Output.find("\"Value\": 7,\n    \"Name\": \"hi\"")) << Output;
+    remove(Path.c_str());
+}
+
 TEST_F(InspectTS2, ExportsAreRepeatableAndCarryExporterInfo)
 {
     fbx_test_scene Scene;
