@@ -59,7 +59,9 @@ static char *ReadAnimationDefText(char const *Path)
     char *Text = 0;
     long Size = -1;
     if (fseek(File, 0, SEEK_END) == 0) Size = ftell(File);
-    if (Size > 0 && fseek(File, 0, SEEK_SET) == 0) {
+    // A folder opens as a file here and reports an absurd size: refuse it
+    // along with anything too large to be an AnimationDef file.
+    if (Size > 0 && Size < INT32_MAX && fseek(File, 0, SEEK_SET) == 0) {
         Text = (char *)TesselAllocate((intaddrx)Size + 1);
         if (Text) {
             // In text mode fewer bytes than the size may arrive.
