@@ -116,8 +116,9 @@ void DescribeModel(model const &Model, std::string &Out)
 std::string DescribeSkeletonsAndModels(loaded_file const &File)
 {
     if (File.Header.TypeTag != (uint32)TesselStandardFileTypeTag) return "";
-    file_info const *Info = (file_info const *)GetLoadedFileRootObject(File, 0);
-    if (!Info) return "\nSkeletons: shown only for files with 64-bit pointers";
+    // Only a root that really is this exporter's file_info can be read as one.
+    file_info const *Info = (file_info const *)GetLoadedFileRootObjectOfType(File, FileInfoType);
+    if (!Info) return "";
     std::string Out = "\nSkeletons: " + std::to_string(Info->SkeletonCount);
     for (int32 Index = 0; Index < Info->SkeletonCount; ++Index) {
         if (Info->Skeletons[Index]) DescribeSkeleton(*Info->Skeletons[Index], Out);
