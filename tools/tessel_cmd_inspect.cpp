@@ -20,6 +20,7 @@ static void PrintInspectHelp(FILE *Stream)
             "  --header            print only the header and the section table\n"
             "  --max-elements N    print at most N elements of each array (text: 16,\n"
             "                      JSON: all; 0 means all)\n"
+            "  --vertices N        list the first N vertices of each mesh\n"
             "\n"
             "FBX files: see the options of the FBX inspector (--json, --vertices N, ...).\n");
 }

@@ -12,9 +12,11 @@
 #include <vector>
 
 #include "format/tessel_file_reader.h"
+#include "format/tessel_schema.h"
 #include "foundation/tessel_log.h"
 #include "foundation/tessel_string.h"
 #include "tessel_commands.h"
+#include "tessel_inspect_meshes.h"
 #include "tessel_inspect_skeletons.h"
 
 namespace {
@@ -490,6 +492,7 @@ int InspectTS2File(char const *Path, int ArgumentCount, char **Arguments)
 {
     bool Json = false, HeaderOnly = false;
     long MaxElements = -1;
+    long Vertices = 0;
     for (int Index = 0; Index < ArgumentCount; ++Index) {
         char const *Argument = Arguments[Index];
         if (strcmp(Argument, "--json") == 0) {
@@ -501,6 +504,13 @@ int InspectTS2File(char const *Path, int ArgumentCount, char **Arguments)
             MaxElements = strtol(Arguments[++Index], &End, 10);
             if (*End || MaxElements < 0) {
                 fprintf(stderr, "tessel inspect: --max-elements needs a count, not '%s'\n", Arguments[Index]);
+                return 2;
+            }
+        } else if (strcmp(Argument, "--vertices") == 0 && Index + 1 < ArgumentCount) {
+            char *End = 0;
+            Vertices = strtol(Arguments[++Index], &End, 10);
+            if (*End || Vertices < 0) {
+                fprintf(stderr, "tessel inspect: --vertices needs a count, not '%s'\n", Arguments[Index]);
                 return 2;
             }
         } else {
@@ -527,7 +537,11 @@ int InspectTS2File(char const *Path, int ArgumentCount, char **Arguments)
     if (Json) Printer.BeginObject();
     else Printer.Levels.push_back({false, 0});
     PrintHeader(Inspector, Path);
-    if (!Json && !HeaderOnly) Printer.Out += DescribeSkeletonsAndModels(*File);
+    // The summaries read the root as this program's file_info record, which
+    // is safe only when the file's root type is exactly that record.
+    bool StandardRoot = FileTypeMatches(*File, File->Header.RootObjectTypeDefinition, FileInfoType);
+    if (!Json && !HeaderOnly && StandardRoot) Printer.Out += DescribeSkeletonsAndModels(*File);
+    if (!Json && !HeaderOnly && StandardRoot) Printer.Out += DescribeMeshes(*File, (int)Vertices);
     if (!HeaderOnly) {
         Printer.Key("Root");
         Inspector.Printed[LocationKey(File->Header.RootObject)] = "/Root";
