@@ -103,8 +103,9 @@ void DescribeMesh(mesh const &Mesh, int VertexCount, std::string &Out)
 std::string DescribeMeshes(loaded_file const &File, int VertexCount)
 {
     if (File.Header.TypeTag != (uint32)TesselStandardFileTypeTag) return "";
-    file_info const *Info = (file_info const *)GetLoadedFileRootObject(File, 0);
-    if (!Info) return "\nMeshes: shown only for files with 64-bit pointers";
+    // Only a root that really is this exporter's file_info can be read as one.
+    file_info const *Info = (file_info const *)GetLoadedFileRootObjectOfType(File, FileInfoType);
+    if (!Info) return "";
     std::string Out = "\nMeshes: " + std::to_string(Info->MeshCount);
     for (int32 Index = 0; Index < Info->MeshCount; ++Index) {
         if (Info->Meshes[Index]) DescribeMesh(*Info->Meshes[Index], VertexCount, Out);
