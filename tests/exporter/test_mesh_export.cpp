@@ -7,7 +7,11 @@
 #include <cmath>
 #include <set>
 
+#include <unistd.h>
+
+#include "exporter/fbx_tessel.h"
 #include "exporter/fbx_tessel_tool_geometry.h"
+#include "exporter_test_files.h"
 #include "mesh_test_support.h"
 #include "support/test_log_capture.h"
 
@@ -361,5 +365,28 @@ TEST(MeshExport, ClockwiseWindingReversesTrianglesAndKeepsNeighboursTrue)
                 EXPECT_EQ(Corner(T, (S + 1) % 3), Corner(Other, OtherSide)) << T << " side " << S;
             }
         }
+    }
+}
+
+TEST(MeshExportFile, InspectShowsLayoutBindingsAndFirstVertices)
+{
+    std::string Tool = std::string(TESSEL_BINARY_DIR) + "/tools/tessel";
+    if (access(Tool.c_str(), X_OK) != 0) GTEST_SKIP() << "the tessel program is not built: " << Tool;
+    std::string Input = SaveFbxTestFile("mesh_inspect.fbx", WriteFbxTestScene(ArmScene(), FbxTestBinary(7400)));
+    std::string Output = PrivateTemporaryDirectory() + "/output_mesh_inspect.ts2";
+    ASSERT_TRUE(ExportFBXFile(Input.c_str(), Output.c_str(), nullptr, nullptr));
+    remove(Input.c_str());
+    FILE *Pipe = popen((Tool + " inspect " + Output + " --vertices 2").c_str(), "r");
+    ASSERT_NE(Pipe, nullptr);
+    std::string Text;
+    char Buffer[4096];
+    while (size_t Read = fread(Buffer, 1, sizeof(Buffer), Pipe)) Text.append(Buffer, Read);
+    EXPECT_EQ(pclose(Pipe), 0);
+    remove(Output.c_str());
+    for (char const *Line : {"Meshes: 1\n  \"Arm\": ", " vertices, 20 triangles, 32-bit indices",
+                             "\n      BoneWeights NormalUInt8Member[4]  from \"BoneWeights\"",
+                             "\n    material groups: 1\n      [0] material 0: triangles 0 to 19 (20)",
+                             "\n    bone bindings: 2\n      [0] \"Upper\"  box (", "\n    first 2 vertices:\n      [0] Position ("}) {
+        EXPECT_NE(Text.find(Line), std::string::npos) << Line << "\n" << Text;
     }
 }
