@@ -73,6 +73,45 @@ void ComputeSkinMatrix(fbx_mesh_data *MeshData, int32 Index, AffineMatrix &Resul
     }
 }
 
+// All skin matrices in one pass over the clusters, with the same sums as
+// ComputeSkinMatrix point by point: each cluster adds its matrix to the
+// points of its entries, the first entry of a point only. False without a
+// skin or memory.
+static bool ComputeSkinMatrices(fbx_mesh_data *MeshData, int32 Count)
+{
+    KFbxSkin *Skin = GetFirstSkin(MeshData->Mesh);
+    if (!Skin || Count <= 0) return false;
+    int32 *LastCluster = TesselAllocateArray(int32, Count);
+    if (!LastCluster) return false;
+    for (int32 Index = 0; Index < Count; ++Index) {
+        LastCluster[Index] = -1;
+        memset(MeshData->SkinMatrices[Index].mData, 0, sizeof(MeshData->SkinMatrices[Index].mData));
+    }
+    for (int32 ClusterIndex = 0; ClusterIndex < Skin->GetClusterCount(); ++ClusterIndex) {
+        KFbxCluster *Cluster = Skin->GetCluster(ClusterIndex);
+        if (!Cluster || Cluster->GetControlPointIndicesCount() == 0) continue;
+        AffineMatrix LinkGlobal;
+        if (KFbxNode *Link = Cluster->GetLink()) LinkGlobal = Link->GetGlobalTransformDefault();
+        AffineMatrix Bind;
+        Cluster->GetTransformMatrix(Bind);
+        AffineMatrix Matrix = LinkGlobal * Bind.Inverse();
+        int32 const *Indices = Cluster->GetControlPointIndices();
+        real64 const *Weights = Cluster->GetControlPointWeights();
+        for (int32 Entry = 0; Entry < Cluster->GetControlPointIndicesCount(); ++Entry) {
+            int32 Point = Indices[Entry];
+            if (Point < 0 || Point >= Count || LastCluster[Point] == ClusterIndex) continue;
+            LastCluster[Point] = ClusterIndex;
+            real64 Weight = (real64)(real32)Weights[Entry];
+            AffineMatrix &Result = MeshData->SkinMatrices[Point];
+            for (int32 Row = 0; Row < 4; ++Row) {
+                for (int32 Column = 0; Column < 4; ++Column) Result.mData[Row][Column] += Weight * Matrix.mData[Row][Column];
+            }
+        }
+    }
+    TesselFree(LastCluster);
+    return true;
+}
+
 fbx_mesh_data *BeginMeshData(fbx_tool_interface *Tool, tool_mesh *Mesh)
 {
     KFbxMesh *FBXMesh = ToFBXMesh(Mesh);
@@ -86,9 +125,9 @@ fbx_mesh_data *BeginMeshData(fbx_tool_interface *Tool, tool_mesh *Mesh)
         TesselFree(Data);
         return 0;
     }
-    for (int32 Index = 0; Index < Count; ++Index) {
-        new (&Data->SkinMatrices[Index]) AffineMatrix();
-        ComputeSkinMatrix(Data, Index, Data->SkinMatrices[Index]);
+    for (int32 Index = 0; Index < Count; ++Index) new (&Data->SkinMatrices[Index]) AffineMatrix();
+    if (!ComputeSkinMatrices(Data, Count)) {
+        for (int32 Index = 0; Index < Count; ++Index) ComputeSkinMatrix(Data, Index, Data->SkinMatrices[Index]);
     }
     return Data;
 }
@@ -194,13 +233,82 @@ fbx_mesh_skin *GetMeshSkin(fbx_tool_interface *Tool, tool_mesh *Mesh)
     if (!FBXMesh || FBXMesh->GetDeformerCount(FbxDeformer_Skin) == 0) return 0;
     fbx_mesh_skin *Skin = (fbx_mesh_skin *)TesselAllocate(sizeof(fbx_mesh_skin));
     if (!Skin) return 0;
+    memset(Skin, 0, sizeof(*Skin));
     Skin->Skin = GetFirstSkin(FBXMesh);
     return Skin;
 }
 
 void ReleaseMeshSkin(fbx_mesh_skin *Skin)
 {
-    if (Skin) TesselFree(Skin);
+    if (!Skin) return;
+    TesselFree(Skin->FirstInfluence);
+    TesselFree(Skin->InfluenceCluster);
+    TesselFree(Skin->InfluenceWeight);
+    TesselFree(Skin);
+}
+
+// Per control point, in cluster order, the clusters that hold it and the
+// weight of its first entry in each. False when memory runs out; the
+// answers then come from scanning the clusters.
+static bool BuildInfluenceTable(fbx_mesh_skin *Skin)
+{
+    if (Skin->FirstInfluence) return true;
+    KFbxSkin *FBXSkin = Skin->Skin;
+    int32 Points = 0;
+    int32 Total = 0;
+    for (int32 Index = 0; Index < FBXSkin->GetClusterCount(); ++Index) {
+        KFbxCluster *Cluster = FBXSkin->GetCluster(Index);
+        for (int32 Entry = 0; Entry < Cluster->GetControlPointIndicesCount(); ++Entry) {
+            int32 Point = Cluster->GetControlPointIndices()[Entry];
+            if (Point >= Points) Points = Point + 1;
+            ++Total;
+        }
+    }
+    int32 *First = TesselAllocateArray(int32, Points + 1);
+    int32 *LastCluster = TesselAllocateArray(int32, Points > 0 ? Points : 1);
+    int32 *Clusters = TesselAllocateArray(int32, Total > 0 ? Total : 1);
+    real32 *Weights = TesselAllocateArray(real32, Total > 0 ? Total : 1);
+    if (!First || !LastCluster || !Clusters || !Weights) {
+        TesselFree(First);
+        TesselFree(LastCluster);
+        TesselFree(Clusters);
+        TesselFree(Weights);
+        return false;
+    }
+    // Count, then place: a point's influences stand together in cluster order.
+    memset(First, 0, sizeof(int32) * (size_t)(Points + 1));
+    for (int32 Pass = 0; Pass < 2; ++Pass) {
+        for (int32 Point = 0; Point < Points; ++Point) LastCluster[Point] = -1;
+        for (int32 Index = 0; Index < FBXSkin->GetClusterCount(); ++Index) {
+            KFbxCluster *Cluster = FBXSkin->GetCluster(Index);
+            for (int32 Entry = 0; Entry < Cluster->GetControlPointIndicesCount(); ++Entry) {
+                int32 Point = Cluster->GetControlPointIndices()[Entry];
+                if (Point < 0 || LastCluster[Point] == Index) continue;
+                LastCluster[Point] = Index;
+                if (Pass == 0) {
+                    ++First[Point + 1];
+                } else {
+                    int32 Slot = First[Point]++;
+                    Clusters[Slot] = Index;
+                    Weights[Slot] = (real32)Cluster->GetControlPointWeights()[Entry];
+                }
+            }
+        }
+        // After the count the offsets are running sums; after placing, each
+        // offset has moved to the next point's start and is moved back.
+        if (Pass == 0) {
+            for (int32 Point = 0; Point < Points; ++Point) First[Point + 1] += First[Point];
+        } else {
+            for (int32 Point = Points; Point > 0; --Point) First[Point] = First[Point - 1];
+            First[0] = 0;
+        }
+    }
+    TesselFree(LastCluster);
+    Skin->PointCount = Points;
+    Skin->FirstInfluence = First;
+    Skin->InfluenceCluster = Clusters;
+    Skin->InfluenceWeight = Weights;
+    return true;
 }
 
 int32 GetSkinBoneCount(fbx_mesh_skin *Skin)
@@ -221,6 +329,10 @@ tool_node *GetSkinBoneNode(fbx_tool_interface *Tool, fbx_mesh_skin *Skin, int32 
 int32 GetVertexBoneCount(fbx_mesh_skin *Skin, int32 Vertex)
 {
     CheckPointer(Skin, LogCategory_Exporter, 0);
+    if (BuildInfluenceTable(Skin)) {
+        if (Vertex < 0 || Vertex >= Skin->PointCount) return 0;
+        return Skin->FirstInfluence[Vertex + 1] - Skin->FirstInfluence[Vertex];
+    }
     int32 Count = 0;
     for (int32 Index = 0; Index < Skin->Skin->GetClusterCount(); ++Index) {
         if (FindClusterEntry(Skin->Skin->GetCluster(Index), Vertex) >= 0) ++Count;
@@ -232,6 +344,14 @@ bool GetVertexBoneWeight(fbx_tool_interface *Tool, fbx_mesh_skin *Skin, int32 Ve
                          real32 *Weight)
 {
     CheckPointer(Skin, LogCategory_Exporter, false);
+    if (BuildInfluenceTable(Skin)) {
+        if (Vertex < 0 || Vertex >= Skin->PointCount || N < 0) return false;
+        int32 Slot = Skin->FirstInfluence[Vertex] + N;
+        if (Slot >= Skin->FirstInfluence[Vertex + 1]) return false;
+        if (BoneIndex) *BoneIndex = Skin->InfluenceCluster[Slot];
+        if (Weight) *Weight = Skin->InfluenceWeight[Slot];
+        return true;
+    }
     for (int32 Index = 0; Index < Skin->Skin->GetClusterCount(); ++Index) {
         KFbxCluster *Cluster = Skin->Skin->GetCluster(Index);
         int32 Entry = FindClusterEntry(Cluster, Vertex);

@@ -38,10 +38,16 @@ struct fbx_triangle_iterator
     int32 Triangle;
 };
 
-// A handle of its own so that a skin can be released like any other.
+// A handle of its own so that a skin can be released like any other. The
+// influences of each control point are gathered once, on first demand, so
+// that asking for them is not a scan of every cluster.
 struct fbx_mesh_skin
 {
     KFbxSkin *Skin;
+    int32 PointCount;
+    int32 *FirstInfluence; // PointCount + 1 offsets into the two arrays below
+    int32 *InfluenceCluster;
+    real32 *InfluenceWeight;
 };
 #pragma pack(pop)
 
