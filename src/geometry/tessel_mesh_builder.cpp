@@ -12,7 +12,18 @@
 namespace {
 
 int32 const UnitsPerBlock = 8192;
-int32 const EdgeBucketCount = 262144;
+// At least 2^18 edge buckets, more for big meshes so that bucket chains stay
+// short: neighbours depend only on the order of sides per edge, never on the
+// bucket layout.
+int32 const MinimumEdgeBucketCount = 262144;
+
+int32 EdgeBucketCountFor(int32 TriangleCount)
+{
+    int64 Sides = 3 * (int64)TriangleCount;
+    int64 Count = MinimumEdgeBucketCount;
+    while (Count < Sides && Count < (1 << 28)) Count *= 2;
+    return (int32)Count;
+}
 int32 const ToolFrameGroups = 4;
 
 struct edge_record
@@ -253,13 +264,16 @@ intaddrx AggregateTopology(mesh_builder *Builder, aggr_allocator &Aggregate, tri
     return Root;
 }
 
-uint32 EdgeBucket(int32 A, int32 B) { return ((uint32)B * 7499u + (uint32)A) & 0x3FFFFu; }
+uint32 EdgeBucket(mesh_builder const *Builder, int32 A, int32 B)
+{
+    return ((uint32)B * 7499u + (uint32)A) & (uint32)(Builder->EdgeBucketCount - 1);
+}
 
 edge_record &Edge(mesh_builder *Builder, int32 Index) { return *(edge_record *)GetStackUnit(Builder->EdgeStack, Index); }
 
 int32 FindFirstOfEdge(mesh_builder *Builder, int32 A, int32 B)
 {
-    for (int32 Record = Builder->EdgeHash[EdgeBucket(A, B)]; Record != -1; Record = Edge(Builder, Record).NextInBucket) {
+    for (int32 Record = Builder->EdgeHash[EdgeBucket(Builder, A, B)]; Record != -1; Record = Edge(Builder, Record).NextInBucket) {
         edge_record &Found = Edge(Builder, Record);
         if (Found.A == A && Found.B == B) return Record;
     }
@@ -278,7 +292,7 @@ void AddSide(mesh_builder *Builder, int32 X, int32 Y, int32 Side)
     Record->Side = Side;
     Record->NextInBucket = -1;
     Record->NextOfEdge = -1;
-    int32 &Head = Builder->EdgeHash[EdgeBucket(A, B)];
+    int32 &Head = Builder->EdgeHash[EdgeBucket(Builder, A, B)];
     int32 FirstOfEdge = -1;
     if (Head == -1) {
         Head = Index;
@@ -375,7 +389,8 @@ mesh_builder *BeginMesh(int32 VertexCount, int32 TriangleCount, int32 MaterialCo
     if (Ok) {
         Builder->BoneWeightAccumulator = TesselAllocateArray(real32, BoneCount > 0 ? BoneCount : 1);
         Builder->MaterialHead = TesselAllocateArray(int32, MaterialCount > 0 ? MaterialCount : 1);
-        Builder->EdgeHash = TesselAllocateArray(int32, EdgeBucketCount);
+        Builder->EdgeBucketCount = EdgeBucketCountFor(TriangleCount);
+        Builder->EdgeHash = TesselAllocateArray(int32, Builder->EdgeBucketCount);
         Builder->TriangleOutputIndex = TesselAllocateArray(int32, TriangleCount > 0 ? TriangleCount : 1);
         for (int32 Corner = 0; Corner < 3; ++Corner) Builder->CornerVertex[Corner] = (uint8 *)TesselAllocate(Builder->ToolVertexSize);
         Builder->ScratchVertex = (uint8 *)TesselAllocate(Builder->VertexSize);
@@ -400,7 +415,7 @@ mesh_builder *BeginMesh(int32 VertexCount, int32 TriangleCount, int32 MaterialCo
     }
     memset(Builder->BoneWeightAccumulator, 0, sizeof(real32) * (size_t)(BoneCount > 0 ? BoneCount : 1));
     for (int32 Material = 0; Material < (MaterialCount > 0 ? MaterialCount : 1); ++Material) Builder->MaterialHead[Material] = -1;
-    memset(Builder->EdgeHash, 0xFF, sizeof(int32) * EdgeBucketCount);
+    memset(Builder->EdgeHash, 0xFF, sizeof(int32) * (size_t)Builder->EdgeBucketCount);
     memset(Builder->ChannelNames, 0, sizeof(char const *) * (size_t)(Builder->ChannelNameCount > 0 ? Builder->ChannelNameCount : 1));
     ClearCurrentTriangle(Builder);
     return Builder;
@@ -665,7 +680,7 @@ void EndMesh(mesh_builder *Builder, void *VertexMemory, void *TopologyMemory, ve
     }
     // Neighbours are found afresh on every call.
     if (GetStackUnitCount(Builder->EdgeStack) > 0) PopStackUnits(Builder->EdgeStack, GetStackUnitCount(Builder->EdgeStack));
-    memset(Builder->EdgeHash, 0xFF, sizeof(int32) * EdgeBucketCount);
+    memset(Builder->EdgeHash, 0xFF, sizeof(int32) * (size_t)Builder->EdgeBucketCount);
     BuildNeighbors(Builder, Topology);
 
     if (VertexDataResult) *VertexDataResult = VertexData;

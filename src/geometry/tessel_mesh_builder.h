@@ -62,6 +62,7 @@ struct mesh_builder
 
     stack_allocator EdgeStack;
     int32 *EdgeHash;
+    int32 EdgeBucketCount; // a power of two
 
     int32 TriangleCount;
     int32 TriangleCapacity;
