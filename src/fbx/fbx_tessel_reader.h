@@ -7,45 +7,42 @@
 #include "fbx/fbx_tessel_field_container.h"
 #include "fbx/fbx_tessel_scene.h"
 
-class KFbxReaderFbx6
+// What the readers of every version share: the field container they walk,
+// the manager that owns what they make, and the text of the last failure.
+class KFbxReader
 {
 public:
-    KFbxReaderFbx6(KFbx &Fbx, KFbxSdkManager &Manager) : mFbx(Fbx), mManager(Manager) { mError[0] = 0; }
-    // False with GetError set when a section could not be read.
-    bool Read(KFbxScene *Scene);
+    KFbxReader(KFbx &Fbx, KFbxSdkManager &Manager) : mFbx(Fbx), mManager(Manager) { mError[0] = 0; }
     char const *GetError() const { return mError; }
 
-private:
+protected:
     KFbx &mFbx;
     KFbxSdkManager &mManager;
     char mError[256];
 };
 
-class KFbxReaderFbx7
+// FBX 6. Read is false with GetError set when a section could not be read.
+class KFbxReaderFbx6 : public KFbxReader
 {
 public:
-    KFbxReaderFbx7(KFbx &Fbx, KFbxSdkManager &Manager) : mFbx(Fbx), mManager(Manager) { mError[0] = 0; }
+    using KFbxReader::KFbxReader;
     bool Read(KFbxScene *Scene);
-    char const *GetError() const { return mError; }
+};
 
-private:
-    KFbx &mFbx;
-    KFbxSdkManager &mManager;
-    char mError[256];
+// FBX 7.
+class KFbxReaderFbx7 : public KFbxReader
+{
+public:
+    using KFbxReader::KFbxReader;
+    bool Read(KFbxScene *Scene);
 };
 
 // FBX 5 (versions 5000 to 5999).
-class KFbxReaderFbx
+class KFbxReaderFbx : public KFbxReader
 {
 public:
-    KFbxReaderFbx(KFbx &Fbx, KFbxSdkManager &Manager) : mFbx(Fbx), mManager(Manager) { mError[0] = 0; }
+    using KFbxReader::KFbxReader;
     bool Read(KFbxScene *Scene);
-    char const *GetError() const { return mError; }
-
-private:
-    KFbx &mFbx;
-    KFbxSdkManager &mManager;
-    char mError[256];
 };
 
 // Takes in the FBX 5 and 6 form (Take fields with Channel trees). Nodes are
