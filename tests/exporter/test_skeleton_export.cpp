@@ -14,6 +14,7 @@
 #include "settings/tessel_export_ui_tunneling.h"
 #include "settings/tessel_requester.h"
 #include "skeleton_test_support.h"
+#include "support/test_command.h"
 #include "support/test_log_capture.h"
 
 namespace {
@@ -295,18 +296,14 @@ TEST(SkeletonExportFile, RepeatedExportsAreIdenticalAndLeaveNothingBehind)
 
 TEST(SkeletonExportFile, InspectShowsTheBoneTreeAndThePlacement)
 {
-    std::string Tool = std::string(TESSEL_BINARY_DIR) + "/tools/tessel";
-    if (access(Tool.c_str(), X_OK) != 0) GTEST_SKIP() << "the tessel program is not built: " << Tool;
+    if (TesselProgramPath().empty()) GTEST_SKIP() << "the tessel program is not built";
     std::string Input = SaveFbxTestFile("inspect.fbx", WriteFbxTestScene(MakeFbxTestArmScene(), FbxTestBinary(7400)));
     std::string Output = PrivateTemporaryDirectory() + "/output_inspect.ts2";
     ASSERT_TRUE(ExportFBXFile(Input.c_str(), Output.c_str(), nullptr, nullptr));
     remove(Input.c_str());
-    FILE *Pipe = popen((Tool + " inspect " + Output).c_str(), "r");
-    ASSERT_NE(Pipe, nullptr);
-    std::string Text;
-    char Buffer[4096];
-    while (size_t Read = fread(Buffer, 1, sizeof(Buffer), Pipe)) Text.append(Buffer, Read);
-    EXPECT_EQ(pclose(Pipe), 0);
+    command_result Inspect = RunTessel("inspect " + Output, false);
+    std::string const &Text = Inspect.Output;
+    EXPECT_EQ(Inspect.Status, 0);
     remove(Output.c_str());
     EXPECT_NE(Text.find("Skeletons: 1\n  \"Root\": 3 bones"), std::string::npos) << Text;
     // Children stand below their parents, indented one step further.

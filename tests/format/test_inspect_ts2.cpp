@@ -3,8 +3,6 @@
 // records visible in the JSON. Needs the tessel program of this build.
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
-
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -17,26 +15,17 @@
 #include "foundation/tessel_memory.h"
 #include "platform/tessel_platform.h"
 #include "support/fbx_test_writer.h"
+#include "support/test_command.h"
 
 namespace {
 
-std::string TesselProgram()
-{
-    return std::string(TESSEL_BINARY_DIR) + "/tools/tessel";
-}
-
-// Runs the program; stdout in Output, the exit status as the result.
+// Runs the program with its errors discarded; stdout in Output, the exit
+// status as the result.
 int RunTessel(std::string const &Arguments, std::string *Output)
 {
-    std::string Command = "'" + TesselProgram() + "' " + Arguments + " 2>/dev/null";
-    FILE *Pipe = popen(Command.c_str(), "r");
-    if (!Pipe) return -1;
-    char Buffer[4096];
-    size_t Count;
-    Output->clear();
-    while ((Count = fread(Buffer, 1, sizeof(Buffer), Pipe)) > 0) Output->append(Buffer, Count);
-    int Status = pclose(Pipe);
-    return WIFEXITED(Status) ? WEXITSTATUS(Status) : -1;
+    command_result Result = ::RunTessel(Arguments, false);
+    *Output = Result.Output;
+    return Result.Status;
 }
 
 std::string TempPath(char const *Name)
@@ -80,7 +69,7 @@ class InspectTS2 : public ::testing::Test
 protected:
     void SetUp() override
     {
-        if (!FileExists(TesselProgram().c_str())) GTEST_SKIP() << "tessel program not built: " << TesselProgram();
+        if (TesselProgramPath().empty()) GTEST_SKIP() << "the tessel program is not built";
     }
 };
 
