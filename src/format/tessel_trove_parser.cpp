@@ -288,11 +288,10 @@ bool SearchChain(trove_encoder const &Encoder, stream_state const &Stream, uint3
     uint8 const *Data = Stream.Data;
     uint32 Word = Load32(Data + Position);
     uint32 Index = Encoder.Heads[Chain][FoldKey(Word & KeyMasks[Chain], Encoder.HeadCount[Chain])];
-    uint32 Visited = 0;
     trove_chain_link const *Links = Encoder.Links[Chain];
     uint32 const Mask = Encoder.RingMask;
-    for (; Index != NoNode && Visited < TroveMaxChainCandidates; Index = Links[Index].Next) {
-        ++Visited;
+    // The whole chain is searched: every candidate in the window is priced.
+    for (; Index != NoNode; Index = Links[Index].Next) {
         trove_chain_link const &Node = Links[Index];
         // Every position before this one is in the ring, so the node's slot
         // tells its distance.

@@ -15,9 +15,6 @@ enum
     TroveRingSize = TroveWindowLimit + 1,
     // Bytes readable past the end of a stream given to the parser (all zero).
     TroveInputPadding = 8,
-    // Candidates a chain search looks at before it settles for the best so
-    // far; keeps encoding linear in the input size.
-    TroveMaxChainCandidates = 32,
 };
 
 // A window position in one chain. The position itself follows from the
