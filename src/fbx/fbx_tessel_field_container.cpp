@@ -917,6 +917,18 @@ void const *KFbx::GetArrayData(fbx_field const *Field, int32 Index, int32 Elemen
     return Data;
 }
 
+void const *KFbx::GetArrayElements(fbx_field const *Field, int32 Index, int32 ElementType, int64 *Count)
+{
+    fbx_value const *Value = GetValue(Field, Index);
+    if (Value && Value->Type == ElementType && IsFbxArrayType(ElementType) && !BigEndian &&
+        LoadFbxU32(Bytes + Value->Offset + 4, false) == 0)
+    {
+        if (Count) *Count = ArrayCountOfValue(*Value, Field);
+        return Bytes + Value->Offset + 12;
+    }
+    return GetArrayData(Field, Index, ElementType, Count);
+}
+
 int64 KFbx::GetNumberCount(fbx_field const *Field) const
 {
     if (!FieldBelongs(Field, Fields, FieldCount)) return 0;

@@ -190,6 +190,11 @@ public:
     // The elements in ElementType, native byte order, converted on the first
     // call and cached until the container closes. Null on failure.
     void const *GetArrayData(fbx_field const *Field, int32 Index, int32 ElementType, int64 *Count);
+    // The same elements without any copy when the file already stores them
+    // that way (an uncompressed binary array of ElementType in native byte
+    // order): then the pointer is into the file's bytes and may be unaligned,
+    // so read elements with memcpy. Otherwise as GetArrayData.
+    void const *GetArrayElements(fbx_field const *Field, int32 Index, int32 ElementType, int64 *Count);
 
     // Number lists regardless of how the file stores them: if the field has a
     // single array value, that array; otherwise all of the field's values in

@@ -246,7 +246,11 @@ public:
     int32 const *GetPolygonVertices() const { return mPolygonVertices.Data; }
     bool IsTriangleMesh() const;
 
-    // Building.
+    // Building. ReservePolygons makes room for a mesh of known size at once.
+    bool ReservePolygons(int32 Polygons, int32 PolygonVertices)
+    {
+        return mPolygons.Reserve(Polygons) && mPolygonVertices.Reserve(PolygonVertices);
+    }
     void BeginPolygon(int32 Group = -1);
     void AddPolygon(int32 ControlPoint);
     void EndPolygon();

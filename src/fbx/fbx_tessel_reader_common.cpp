@@ -278,6 +278,53 @@ static T *ReadNumbers(KFbx &Fbx, fbx_field const *Field, int32 ElementType, int3
     return Data;
 }
 
+// A number list in one element type: the container's own elements when it
+// holds them in that type (read in place, possibly unaligned), else a
+// converted temporary block.
+struct number_list
+{
+    uint8 const *Data = nullptr;
+    int32 Count = 0;
+    void *Owned = nullptr;
+
+    number_list() = default;
+    number_list(number_list const &) = delete;
+    number_list &operator=(number_list const &) = delete;
+    ~number_list()
+    {
+        if (Owned)
+        {
+            TesselFree(Owned);
+        }
+    }
+};
+
+template <typename T>
+static void ReadNumberList(KFbx &Fbx, fbx_field const *Field, int32 ElementType, number_list &List)
+{
+    if (Field && Fbx.GetValueCount(Field) == 1 && Fbx.GetArrayElementType(Field, 0) == ElementType)
+    {
+        int64 Total = 0;
+        void const *Data = Fbx.GetArrayElements(Field, 0, ElementType, &Total);
+        if (Data && Total > 0 && Total <= 0x7FFFFFF0 / (int64)sizeof(T))
+        {
+            List.Data = (uint8 const *)Data;
+            List.Count = (int32)Total;
+        }
+        return;
+    }
+    List.Owned = ReadNumbers<T>(Fbx, Field, ElementType, &List.Count);
+    List.Data = (uint8 const *)List.Owned;
+}
+
+template <typename T>
+static inline T NumberAt(number_list const &List, int32 Index)
+{
+    T Value;
+    memcpy(&Value, List.Data + (size_t)Index * sizeof(T), sizeof(T));
+    return Value;
+}
+
 static int32 ParseMappingMode(char const *Text)
 {
     if (strcmp(Text, "ByVertice") == 0 || strcmp(Text, "ByVertex") == 0 || strcmp(Text, "ByControlPoint") == 0)
@@ -336,52 +383,53 @@ static KFbxLayerElement *ReadLayerElement(KFbx &Fbx, fbx_field const *Field, lay
     ReadFbxString(Fbx, Fbx.FindChild(Field, "ReferenceInformationType"), 0, Text, sizeof(Text));
     Element->SetReferenceMode(ParseReferenceMode(Text));
 
-    int32 Count = 0;
-    real64 *Values = ReadNumbers<real64>(Fbx, Fbx.FindChild(Field, Kind.DirectName), FbxValue_ArrayReal64, &Count);
-    int32 Items = Count / Kind.Components;
+    number_list Values;
+    ReadNumberList<real64>(Fbx, Fbx.FindChild(Field, Kind.DirectName), FbxValue_ArrayReal64, Values);
+    int32 Items = Values.Count / Kind.Components;
     bool Ok = true;
     switch (Kind.Type)
     {
     case FbxLayerElement_Normal:
     {
         fbx_array<KFbxVector4> &Array = static_cast<KFbxLayerElementNormal *>(Element)->GetDirectArray();
-        Ok = Array.Resize(Items);
+        Ok = Array.ResizeUninitialised(Items);
         for (int32 Index = 0; Ok && Index < Items; ++Index)
-            Array[Index].Set(Values[3 * Index], Values[3 * Index + 1], Values[3 * Index + 2], 0.0);
+            Array[Index] = KFbxVector4(NumberAt<real64>(Values, 3 * Index), NumberAt<real64>(Values, 3 * Index + 1),
+                                       NumberAt<real64>(Values, 3 * Index + 2), 0.0);
         break;
     }
     case FbxLayerElement_UV:
     {
         fbx_array<KFbxVector2> &Array = static_cast<KFbxLayerElementUV *>(Element)->GetDirectArray();
-        Ok = Array.Resize(Items);
+        Ok = Array.ResizeUninitialised(Items);
         for (int32 Index = 0; Ok && Index < Items; ++Index)
-            Array[Index] = KFbxVector2(Values[2 * Index], Values[2 * Index + 1]);
+            Array[Index] = KFbxVector2(NumberAt<real64>(Values, 2 * Index), NumberAt<real64>(Values, 2 * Index + 1));
         break;
     }
     default:
     {
         fbx_array<KFbxColor> &Array = static_cast<KFbxLayerElementVertexColor *>(Element)->GetDirectArray();
-        Ok = Array.Resize(Items);
+        Ok = Array.ResizeUninitialised(Items);
         for (int32 Index = 0; Ok && Index < Items; ++Index)
-            Array[Index] = KFbxColor(Values[4 * Index], Values[4 * Index + 1], Values[4 * Index + 2], Values[4 * Index + 3]);
+            Array[Index] = KFbxColor(NumberAt<real64>(Values, 4 * Index), NumberAt<real64>(Values, 4 * Index + 1),
+                                     NumberAt<real64>(Values, 4 * Index + 2), NumberAt<real64>(Values, 4 * Index + 3));
         break;
     }
     }
-    TesselFree(Values);
 
     if (Element->GetReferenceMode() != FbxReference_Direct)
     {
-        int32 IndexCount = 0;
-        int32 *Indices = ReadNumbers<int32>(Fbx, Fbx.FindChild(Field, Kind.IndexName), FbxValue_ArrayInt32, &IndexCount);
+        number_list Indices;
+        ReadNumberList<int32>(Fbx, Fbx.FindChild(Field, Kind.IndexName), FbxValue_ArrayInt32, Indices);
         fbx_array<int32> &Array = Element->GetIndexArray();
-        Ok = Ok && Array.Resize(IndexCount);
+        Ok = Ok && Array.ResizeUninitialised(Indices.Count);
         int32 DirectCount = Element->GetDirectCount();
-        for (int32 Index = 0; Ok && Index < IndexCount; ++Index)
+        for (int32 Index = 0; Ok && Index < Indices.Count; ++Index)
         {
             // An index that leads nowhere reads as none.
-            Array[Index] = (Indices[Index] >= 0 && Indices[Index] < DirectCount) ? Indices[Index] : -1;
+            int32 Value = NumberAt<int32>(Indices, Index);
+            Array[Index] = (Value >= 0 && Value < DirectCount) ? Value : -1;
         }
-        TesselFree(Indices);
     }
     if (!Ok)
     {
@@ -443,25 +491,35 @@ static void PlaceLayerElement(KFbxMesh *Mesh, int32 LayerIndex, KFbxLayerElement
 
 bool ReadFbxMeshGeometry(KFbx &Fbx, fbx_field const *Object, KFbxMesh *Mesh)
 {
-    int32 Count = 0;
-    real64 *Points = ReadNumbers<real64>(Fbx, Fbx.FindChild(Object, "Vertices"), FbxValue_ArrayReal64, &Count);
-    int32 PointCount = Count / 3;
+    number_list Points;
+    ReadNumberList<real64>(Fbx, Fbx.FindChild(Object, "Vertices"), FbxValue_ArrayReal64, Points);
+    int32 PointCount = Points.Count / 3;
     if (!Mesh->InitControlPoints(PointCount))
     {
-        TesselFree(Points);
         return false;
     }
+    KFbxVector4 *Target = Mesh->GetControlPoints();
     for (int32 Index = 0; Index < PointCount; ++Index)
     {
-        Mesh->SetControlPointAt(KFbxVector4(Points[3 * Index], Points[3 * Index + 1], Points[3 * Index + 2], 0.0), Index);
+        Target[Index] = KFbxVector4(NumberAt<real64>(Points, 3 * Index), NumberAt<real64>(Points, 3 * Index + 1),
+                                    NumberAt<real64>(Points, 3 * Index + 2), 0.0);
     }
-    TesselFree(Points);
 
-    int32 *Indices = ReadNumbers<int32>(Fbx, Fbx.FindChild(Object, "PolygonVertexIndex"), FbxValue_ArrayInt32, &Count);
-    if (PointCount == 0)
+    number_list Indices;
+    ReadNumberList<int32>(Fbx, Fbx.FindChild(Object, "PolygonVertexIndex"), FbxValue_ArrayInt32, Indices);
+    int32 Count = PointCount == 0 ? 0 : Indices.Count;
+    // Room for exactly the polygons and corners of the list: a polygon ends
+    // at each negative index, and an unterminated tail is one more.
+    int32 PolygonCount = 0;
+    for (int32 Index = 0; Index < Count; ++Index)
     {
-        Count = 0;
+        PolygonCount += NumberAt<int32>(Indices, Index) < 0;
     }
+    if (Count > 0 && NumberAt<int32>(Indices, Count - 1) >= 0)
+    {
+        ++PolygonCount;
+    }
+    Mesh->ReservePolygons(PolygonCount, Count);
     bool Open = false;
     int32 BadCorners = 0;
     for (int32 Index = 0; Index < Count; ++Index)
@@ -471,7 +529,7 @@ bool ReadFbxMeshGeometry(KFbx &Fbx, fbx_field const *Object, KFbxMesh *Mesh)
             Mesh->BeginPolygon(-1);
             Open = true;
         }
-        int32 Value = Indices[Index];
+        int32 Value = NumberAt<int32>(Indices, Index);
         bool Last = Value < 0;
         int32 Point = Last ? ~Value : Value;
         if (Point >= PointCount)
@@ -496,7 +554,6 @@ bool ReadFbxMeshGeometry(KFbx &Fbx, fbx_field const *Object, KFbxMesh *Mesh)
     {
         Mesh->EndPolygon();
     }
-    TesselFree(Indices);
 
     // Layer elements, by kind and number.
     struct numbered

@@ -3,6 +3,7 @@
 // leaves no live block behind.
 #pragma once
 
+#include <cstdint>
 #include <new>
 #include <utility>
 
@@ -81,18 +82,14 @@ struct fbx_array
         Count = 0;
         Capacity = 0;
     }
+    // Room for exactly Wanted elements (Add grows by doubling instead).
     bool Reserve(int32 Wanted)
     {
         if (Wanted <= Capacity)
         {
             return true;
         }
-        int32 NewCapacity = Capacity ? Capacity : 8;
-        while (NewCapacity < Wanted)
-        {
-            NewCapacity *= 2;
-        }
-        T *NewData = TesselAllocateArray(T, NewCapacity);
+        T *NewData = TesselAllocateArray(T, Wanted);
         if (!NewData)
         {
             return false;
@@ -106,28 +103,47 @@ struct fbx_array
             TesselFree(Data);
         }
         Data = NewData;
-        Capacity = NewCapacity;
+        Capacity = Wanted;
         return true;
     }
     // Sets the count; new elements are value-initialised.
     bool Resize(int32 NewCount)
     {
-        if (NewCount < 0 || !Reserve(NewCount))
+        int32 OldCount = Count;
+        if (!ResizeUninitialised(NewCount))
         {
             return false;
         }
-        for (int32 Index = Count; Index < NewCount; ++Index)
+        for (int32 Index = OldCount; Index < NewCount; ++Index)
         {
             Data[Index] = T();
+        }
+        return true;
+    }
+    // Sets the count leaving new elements unset, for callers that write
+    // every one of them right away.
+    bool ResizeUninitialised(int32 NewCount)
+    {
+        if (NewCount < 0 || !Reserve(NewCount))
+        {
+            return false;
         }
         Count = NewCount;
         return true;
     }
     bool Add(T const &Value)
     {
-        if (!Reserve(Count + 1))
+        if (Count == Capacity)
         {
-            return false;
+            int64 NewCapacity = Capacity ? (int64)Capacity * 2 : 8;
+            if (NewCapacity > INT32_MAX)
+            {
+                NewCapacity = INT32_MAX;
+            }
+            if (NewCapacity <= Count || !Reserve((int32)NewCapacity))
+            {
+                return false;
+            }
         }
         Data[Count++] = Value;
         return true;
