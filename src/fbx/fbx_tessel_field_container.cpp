@@ -124,13 +124,26 @@ bool KFbx::ProjectOpenFile(char const *FileName)
         Fail("FileName is not allowed to be NULL");
         return false;
     }
-    int64 Size = 0;
-    Bytes = ReadEntireFile(FileName, &Size);
+    // Read straight into the container's block, hinted before the first write.
+    file_reader *Reader = CreatePlatformFileReader(FileName);
+    int32 Size = 0;
+    if (Reader && GetReaderSize(Reader, &Size) && Size >= 0)
+    {
+        Bytes = (uint8 *)TesselAllocate((intaddrx)Size + 1);
+        AdviseLargeBlock(Bytes, (int64)Size + 1);
+        if (Bytes && Size > 0 && !ReadExactly(Reader, 0, Size, Bytes))
+        {
+            TesselFree(Bytes);
+            Bytes = 0;
+        }
+    }
+    if (Reader) CloseFileReader(Reader);
     if (!Bytes)
     {
         Fail("Unable to read %s", FileName);
         return false;
     }
+    Bytes[Size] = 0;
     ByteCount = Size;
     return Parse();
 }
@@ -155,6 +168,7 @@ bool KFbx::ProjectOpenMemory(void const *Data, int64 Size)
         Fail("Out of memory for an FBX file of %I64d bytes", Size);
         return false;
     }
+    AdviseLargeBlock(Bytes, Size + 1);
     if (Size) memcpy(Bytes, Data, (size_t)Size);
     Bytes[Size] = 0;
     ByteCount = Size;
@@ -820,6 +834,7 @@ bool KFbx::DecodeArray(fbx_value const &Value, fbx_field const *Field, int32 Ele
         Fail("%s: out of memory inflating %I64d bytes", GetFieldName(Field), InflatedSize);
         return false;
     }
+    if (!Direct) AdviseLargeBlock(Inflated, InflatedSize);
     z_stream Stream;
     memset(&Stream, 0, sizeof(Stream));
     bool Ok = inflateInit(&Stream) == Z_OK;
@@ -889,6 +904,7 @@ void const *KFbx::GetArrayData(fbx_field const *Field, int32 Index, int32 Elemen
         Fail("%s: out of memory for an array of %I64d bytes", GetFieldName(Field), Size);
         return 0;
     }
+    AdviseLargeBlock(Data, Size);
     bool Ok;
     if (Slot.State == 1 && Slot.DataType == Value->Type)
     {

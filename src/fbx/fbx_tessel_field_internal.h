@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "fbx/fbx_tessel_field_container.h"
+#include "fbx/fbx_tessel_memory_hint.h"
 
 inline uint16 LoadFbxU16(uint8 const *Data, bool BigEndian)
 {

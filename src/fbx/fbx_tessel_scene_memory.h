@@ -7,6 +7,7 @@
 #include <new>
 #include <utility>
 
+#include "fbx/fbx_tessel_memory_hint.h"
 #include "foundation/tessel_log.h"
 #include "foundation/tessel_memory.h"
 #include "foundation/tessel_string.h"
@@ -94,6 +95,7 @@ struct fbx_array
         {
             return false;
         }
+        AdviseLargeBlock(NewData, (int64)sizeof(T) * Wanted);
         for (int32 Index = 0; Index < Count; ++Index)
         {
             NewData[Index] = Data[Index];
