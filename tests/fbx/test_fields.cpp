@@ -126,6 +126,25 @@ void CheckSampleTree(KFbx &Fbx, bool Binary)
     EXPECT_EQ(Flags[0] * 4 + Flags[1] * 2 + Flags[2], 5);
     EXPECT_EQ(Fbx.GetArrayCount(Fbx.FindChild(Mesh, "Empty"), 0), 0);
 
+    // Elements read in place where the file holds them as asked (possibly
+    // unaligned), else converted: the same numbers in every encoding.
+    uint8 const *InPlace = (uint8 const *)Fbx.GetArrayElements(Fbx.FindChild(Mesh, "PolygonVertexIndex"), 0,
+                                                               FbxValue_ArrayInt32, &Count);
+    ASSERT_TRUE(InPlace);
+    ASSERT_EQ(Count, 6);
+    memcpy(Indices, InPlace, sizeof(Indices));
+    EXPECT_EQ(Indices[0] + Indices[1] * 10 + Indices[4] * 100 + Indices[5] * 1000, 10 + 300 - 5000);
+    InPlace = (uint8 const *)Fbx.GetArrayElements(Fbx.FindChild(Mesh, "Times"), 0, FbxValue_ArrayInt64, &Count);
+    ASSERT_TRUE(InPlace);
+    ASSERT_EQ(Count, 3);
+    memcpy(Times, InPlace, sizeof(Times));
+    EXPECT_EQ(Times[1], 46186158000LL);
+    EXPECT_EQ(Times[2], -5);
+    int32 const *Converted = (int32 const *)Fbx.GetArrayElements(Vertices, 0, FbxValue_ArrayInt32, &Count);
+    ASSERT_TRUE(Converted);
+    ASSERT_EQ(Count, 300);
+    EXPECT_EQ(Converted[1], -9);
+
     fbx_field const *List = Fbx.FindChild(Mesh, "List");
     EXPECT_EQ(Fbx.GetNumberCount(List), 3);
     real64 Numbers[3];
