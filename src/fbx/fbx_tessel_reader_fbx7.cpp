@@ -1,6 +1,7 @@
 // The FBX 7 reader: objects by 64-bit id, C connections, geometry and node
 // attribute objects, and animation stacks with their layers, curve nodes and
 // curves, turned into the same takes and curve node trees as FBX 6 has.
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -16,6 +17,52 @@ struct connection
     int64 Destination;
     char Property[32]; // empty for object-to-object
 };
+
+// Positions of the connections ordered by the id at one end, and by
+// position among equal ids, so that an object's connections are found
+// without scanning all of them and still come in file order.
+struct link_index
+{
+    fbx_array<int32> Order;
+    bool BySource = false;
+};
+
+int64 LinkEnd(connection const &Link, bool BySource)
+{
+    return BySource ? Link.Source : Link.Destination;
+}
+
+bool BuildLinkIndex(fbx_array<connection> const &Links, bool BySource, link_index &Index)
+{
+    Index.BySource = BySource;
+    if (!Index.Order.ResizeUninitialised(Links.Count))
+    {
+        return false;
+    }
+    for (int32 Position = 0; Position < Links.Count; ++Position)
+    {
+        Index.Order[Position] = Position;
+    }
+    std::sort(Index.Order.Data, Index.Order.Data + Index.Order.Count, [&](int32 A, int32 B) {
+        int64 KeyA = LinkEnd(Links[A], BySource), KeyB = LinkEnd(Links[B], BySource);
+        return KeyA < KeyB || (KeyA == KeyB && A < B);
+    });
+    return true;
+}
+
+// The range [*First, *End) of Index.Order holding the connections with Id at its end.
+void FindLinks(fbx_array<connection> const &Links, link_index const &Index, int64 Id, int32 *First, int32 *End)
+{
+    int32 const *Begin = Index.Order.Data, *Finish = Index.Order.Data + Index.Order.Count;
+    int32 const *Low = std::lower_bound(Begin, Finish, Id, [&](int32 Position, int64 Key) {
+        return LinkEnd(Links[Position], Index.BySource) < Key;
+    });
+    int32 const *High = std::upper_bound(Low, Finish, Id, [&](int64 Key, int32 Position) {
+        return Key < LinkEnd(Links[Position], Index.BySource);
+    });
+    *First = (int32)(Low - Begin);
+    *End = (int32)(High - Begin);
+}
 
 struct anim_stack
 {
@@ -452,6 +499,12 @@ bool KFbxReaderFbx7::Read(KFbxScene *Scene)
     }
 
     DropFbxSkinIndicesOutsideMeshes(Scene);
+    link_index BySource, ByDestination;
+    if (!BuildLinkIndex(Links, true, BySource) || !BuildLinkIndex(Links, false, ByDestination))
+    {
+        TesselError(LogCategory_FBX, "Out of memory for %d connections", Links.Count);
+        return false;
+    }
     // Takes from the Takes section, then the stacks.
     fbx_field const *Takes = mFbx.FindChild(nullptr, "Takes");
     for (int32 Index = 0; Index < Objects.GetCount(); ++Index)
@@ -491,27 +544,36 @@ bool KFbxReaderFbx7::Read(KFbxScene *Scene)
 
         // Layers of this stack in connection order, and their curve nodes.
         int32 LayerIndex = 0;
-        for (int32 L = 0; L < Links.Count; ++L)
+        int32 FirstLayer, EndLayer;
+        FindLinks(Links, ByDestination, StackEntry.Id, &FirstLayer, &EndLayer);
+        for (int32 LayerAt = FirstLayer; LayerAt < EndLayer; ++LayerAt)
         {
+            int32 L = ByDestination.Order[LayerAt];
             fbx_object_entry *LayerEntry = Objects.FindById(Links[L].Source);
-            if (Links[L].Destination != StackEntry.Id || !LayerEntry || LayerEntry->Kind != FbxObjectKind_AnimLayer)
+            if (!LayerEntry || LayerEntry->Kind != FbxObjectKind_AnimLayer)
             {
                 continue;
             }
             anim_layer const &Layer = Layers[(int32)(intaddrx)LayerEntry->Object];
-            for (int32 N = 0; N < Links.Count; ++N)
+            int32 FirstNode, EndNode;
+            FindLinks(Links, ByDestination, LayerEntry->Id, &FirstNode, &EndNode);
+            for (int32 NodeAt = FirstNode; NodeAt < EndNode; ++NodeAt)
             {
+                int32 N = ByDestination.Order[NodeAt];
                 fbx_object_entry *NodeEntry = Objects.FindById(Links[N].Source);
-                if (Links[N].Destination != LayerEntry->Id || !NodeEntry || NodeEntry->Kind != FbxObjectKind_AnimCurveNode)
+                if (!NodeEntry || NodeEntry->Kind != FbxObjectKind_AnimCurveNode)
                 {
                     continue;
                 }
                 // The model property this curve node drives.
                 KFbxNode *Model = nullptr;
                 char Channel = 0;
-                for (int32 M = 0; M < Links.Count && !Model; ++M)
+                int32 FirstTarget, EndTarget;
+                FindLinks(Links, BySource, NodeEntry->Id, &FirstTarget, &EndTarget);
+                for (int32 TargetAt = FirstTarget; TargetAt < EndTarget && !Model; ++TargetAt)
                 {
-                    if (Links[M].Source != NodeEntry->Id || !Links[M].Property[0])
+                    int32 M = BySource.Order[TargetAt];
+                    if (!Links[M].Property[0])
                     {
                         continue;
                     }
@@ -535,10 +597,13 @@ bool KFbxReaderFbx7::Read(KFbxScene *Scene)
                     continue;
                 }
                 KFCurveNode *Components[3] = {nullptr, nullptr, nullptr};
-                for (int32 K = 0; K < Links.Count; ++K)
+                int32 FirstCurve, EndCurve;
+                FindLinks(Links, ByDestination, NodeEntry->Id, &FirstCurve, &EndCurve);
+                for (int32 CurveAt = FirstCurve; CurveAt < EndCurve; ++CurveAt)
                 {
+                    int32 K = ByDestination.Order[CurveAt];
                     char const *Property = Links[K].Property;
-                    if (Links[K].Destination != NodeEntry->Id || Property[0] != 'd' || Property[1] != '|' ||
+                    if (Property[0] != 'd' || Property[1] != '|' ||
                         Property[2] < 'X' || Property[2] > 'Z' || Property[3])
                     {
                         continue;
