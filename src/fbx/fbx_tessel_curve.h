@@ -84,6 +84,9 @@ public:
     KFCurveKey &KeyGet(int32 Index) { return mKeys[Index]; }
     // Appends a key; one whose time is not after the last key's is dropped.
     bool KeyAppend(KFCurveKey const &Key);
+    // Room for Count keys in all, so that appending a known number of keys
+    // allocates once.
+    bool KeyReserve(int32 Count) { return Count <= 0 || mKeys.Reserve(Count); }
     void KeyClear();
     KTime KeyGetTime(int32 Index) const { return mKeys[Index].Time; }
     real32 KeyGetValue(int32 Index) const { return mKeys[Index].Value; }

@@ -159,6 +159,7 @@ static bool ReadAnimationCurve(KFbx &Fbx, fbx_field const *Object, KFCurve *Curv
         return false;
     }
     int64 Count = (TimeCount < ValueCount) ? TimeCount : ValueCount;
+    Curve->KeyReserve((int32)Count);
     int64 Attribute = 0;
     int64 UsedByAttribute = 0;
     for (int64 Index = 0; Index < Count; ++Index)
