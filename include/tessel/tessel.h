@@ -52,7 +52,9 @@ typedef void (*ExportProgressCallback)(export_progress const *Progress);
  *
  * A malformed AnimationDef file makes the XML parser throw its
  * rapidxml::parse_error exception out of this function (a C++ caller may
- * catch it; a C caller must pass well-formed files). */
+ * catch it; a C caller must pass well-formed files). Its where() points at a
+ * copy of the offending text (up to 127 characters, to the end of the line)
+ * that stays valid until the next malformed file is read. */
 TESSEL_API
 #if defined(__cplusplus)
 bool
