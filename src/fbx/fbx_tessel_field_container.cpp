@@ -55,6 +55,13 @@ bool ReadFbxBinaryHeader(uint8 const *Data, int64 Size, bool *BigEndian, int32 *
 
 KFbx::KFbx()
 {
+    ClearState();
+    ErrorText[0] = 0;
+}
+
+// Forgets everything the container holds; frees nothing.
+void KFbx::ClearState()
+{
     Bytes = 0;
     ByteCount = 0;
     Fields = 0;
@@ -69,7 +76,6 @@ KFbx::KFbx()
     TopFieldCount = 0;
     Version = 0;
     Open = Binary = BigEndian = WideRecords = false;
-    ErrorText[0] = 0;
     ResetCursor();
 }
 
@@ -89,21 +95,7 @@ void KFbx::ProjectClose()
     if (Values) TesselFree(Values);
     if (Fields) TesselFree(Fields);
     if (Bytes) TesselFree(Bytes);
-    Bytes = 0;
-    ByteCount = 0;
-    Fields = 0;
-    FieldCount = FieldCapacity = 0;
-    Values = 0;
-    ValueCount = ValueCapacity = 0;
-    Names = 0;
-    NameSize = NameCapacity = 0;
-    Slots = 0;
-    SlotCount = SlotCapacity = 0;
-    FirstTopField = -1;
-    TopFieldCount = 0;
-    Version = 0;
-    Open = Binary = BigEndian = WideRecords = false;
-    ResetCursor();
+    ClearState();
 }
 
 void KFbx::Fail(char const *Format, ...)

@@ -229,6 +229,7 @@ public:
 private:
     bool Parse();
     void ResetCursor();
+    void ClearState();
     bool ParseBinary();
     bool ParseAscii();
     void Fail(char const *Format, ...);

@@ -3,6 +3,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <dirent.h>
+#include <strings.h>
+#include <sys/stat.h>
+
+#include <algorithm>
 #include <unistd.h>
 
 namespace {
@@ -60,6 +64,33 @@ std::vector<std::string> ListTemporaryFiles()
     }
     closedir(Directory);
     return Names;
+}
+
+static void CollectFBXFiles(std::string const &Folder, std::vector<std::string> &Files)
+{
+    DIR *Directory = opendir(Folder.c_str());
+    if (!Directory) return;
+    while (dirent *Entry = readdir(Directory)) {
+        std::string Name = Entry->d_name;
+        if (Name == "." || Name == "..") continue;
+        std::string Path = Folder + "/" + Name;
+        struct stat Info;
+        if (stat(Path.c_str(), &Info) != 0) continue;
+        if (S_ISDIR(Info.st_mode)) {
+            CollectFBXFiles(Path, Files);
+        } else if (Name.size() > 4 && strcasecmp(Name.c_str() + Name.size() - 4, ".fbx") == 0) {
+            Files.push_back(Path);
+        }
+    }
+    closedir(Directory);
+}
+
+std::vector<std::string> ListSharedFBXFiles()
+{
+    std::vector<std::string> Files;
+    CollectFBXFiles(TESSEL_SHARED_FBX_DIR, Files);
+    std::sort(Files.begin(), Files.end());
+    return Files;
 }
 
 std::string WriteTestFile(std::string const &Name, std::string const &Text)

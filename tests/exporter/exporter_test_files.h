@@ -13,5 +13,8 @@ std::string PrivateTemporaryDirectory();
 std::vector<std::string> ListTemporaryFiles();
 // Writes Text to a file in the private temporary folder; returns its path.
 std::string WriteTestFile(std::string const &Name, std::string const &Text);
+// Every .fbx file below the shared corpus folder, sorted; empty when the
+// corpus is missing.
+std::vector<std::string> ListSharedFBXFiles();
 // A real FBX file from the shared corpus, or "" when the corpus is missing.
 std::string SharedFBXFile(char const *RelativePath);

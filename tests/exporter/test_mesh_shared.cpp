@@ -18,27 +18,6 @@ namespace {
 
 enum { IncludeTopologyId = 77 };
 
-void ListFiles(std::string const &Folder, std::vector<std::string> &Files)
-{
-    DIR *Directory = opendir(Folder.c_str());
-    if (!Directory) return;
-    while (dirent *Entry = readdir(Directory)) {
-        std::string Name = Entry->d_name;
-        if (Name == "." || Name == "..") continue;
-        std::string Path = Folder + "/" + Name;
-        struct stat Info;
-        if (stat(Path.c_str(), &Info) != 0) continue;
-        if (S_ISDIR(Info.st_mode)) {
-            ListFiles(Path, Files);
-        } else if (Name.size() > 4) {
-            std::string Extension = Name.substr(Name.size() - 4);
-            std::transform(Extension.begin(), Extension.end(), Extension.begin(), ::tolower);
-            if (Extension == ".fbx") Files.push_back(Path);
-        }
-    }
-    closedir(Directory);
-}
-
 // The control point a vertex came from: the one of its ring of coincident
 // vertices that has an index below the control point count.
 int32 ControlPointOf(tri_topology const *Topology, int32 Vertex, int32 ControlPoints)
@@ -340,10 +319,8 @@ TEST(MeshBindPose, SkinnedVerticesFollowTheStoredClusterTransform)
 
 TEST(MeshSharedFiles, EveryLoadableFileGivesSoundMeshes)
 {
-    std::vector<std::string> Files;
-    ListFiles(TESSEL_SHARED_FBX_DIR, Files);
+    std::vector<std::string> Files = ListSharedFBXFiles();
     if (Files.empty()) GTEST_SKIP() << "shared FBX files not found in " << TESSEL_SHARED_FBX_DIR;
-    std::sort(Files.begin(), Files.end());
     log_capture Quiet;
     int32 Before = LiveBlocks();
     mesh_checks Checks;

@@ -151,25 +151,6 @@ expected_worlds ComputeExpectedWorlds(KFbxScene *Scene)
     return Result;
 }
 
-void ListFBXFiles(std::string const &Folder, std::vector<std::string> &Files)
-{
-    DIR *Directory = opendir(Folder.c_str());
-    if (!Directory) return;
-    while (dirent *Entry = readdir(Directory)) {
-        std::string Name = Entry->d_name;
-        if (Name == "." || Name == "..") continue;
-        std::string Path = Folder + "/" + Name;
-        struct stat Info;
-        if (stat(Path.c_str(), &Info) != 0) continue;
-        if (S_ISDIR(Info.st_mode)) {
-            ListFBXFiles(Path, Files);
-        } else if (Name.size() > 4 && strcasecmp(Name.c_str() + Name.size() - 4, ".fbx") == 0) {
-            Files.push_back(Path);
-        }
-    }
-    closedir(Directory);
-}
-
 } // namespace
 
 TEST(SkeletonWorlds, BlenderScenesMatchTheMatricesBlenderPrinted)
@@ -208,10 +189,8 @@ TEST(SkeletonWorlds, BlenderScenesMatchTheMatricesBlenderPrinted)
 
 TEST(SkeletonWorlds, EveryLoadableSharedFileExportsWithBonesWhereTheSceneHasThem)
 {
-    std::vector<std::string> Files;
-    ListFBXFiles(TESSEL_SHARED_FBX_DIR, Files);
+    std::vector<std::string> Files = ListSharedFBXFiles();
     if (Files.empty()) GTEST_SKIP() << "shared FBX files not found in " << TESSEL_SHARED_FBX_DIR;
-    std::sort(Files.begin(), Files.end());
     log_capture Quiet;
     int32 Before = LiveBlocks();
     int Exported = 0, Refused = 0, Compared = 0, Bones = 0;
