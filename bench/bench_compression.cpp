@@ -150,7 +150,7 @@ bytes MakeSectionLike(size_t Size)
         }
         // Triangle strips of a ring mesh as 16-bit indices.
         for (uint32_t Vertex = 0; Vertex + 64 < VertexCount; ++Vertex) {
-            uint16_t const Corners[6] = {(uint16_t)Vertex, (uint16_t)(Vertex + 1), (uint16_t)(Vertex + 63),
+            uint16_t const Corners[6] = {(uint16_t)Vertex,       (uint16_t)(Vertex + 1),  (uint16_t)(Vertex + 63),
                                          (uint16_t)(Vertex + 1), (uint16_t)(Vertex + 64), (uint16_t)(Vertex + 63)};
             for (uint16_t Corner : Corners) {
                 Halves.push_back((uint8_t)Corner);
@@ -197,7 +197,8 @@ struct figures
 };
 
 // Repeats Action until it has run for at least MinSeconds; seconds per run.
-template <typename F> double TimeIt(F Action, double MinSeconds)
+template <typename F>
+double TimeIt(F Action, double MinSeconds)
 {
     int Runs = 0;
     double Start = Now(), Elapsed = 0;
@@ -225,8 +226,7 @@ figures MeasureTroveSections(std::vector<section_input> const &Sections, double 
             for (size_t Index = 0; Index < Sections.size(); ++Index) {
                 section_input const &Section = Sections[Index];
                 file_writer *Writer = CreateMemoryFileWriter(1 << 20);
-                file_compressor *Compressor =
-                    BeginFileCompression((uint32)Section.Data.size(), 3, 2, false, Writer);
+                file_compressor *Compressor = BeginFileCompression((uint32)Section.Data.size(), 3, 2, false, Writer);
                 uint32_t Start = 0;
                 for (int Stream = 0; Stream < 3; ++Stream) {
                     CompressContentsOfMemory(Compressor, (int32)(Section.Stops[Stream] - Start),
@@ -258,10 +258,10 @@ figures MeasureTroveSections(std::vector<section_input> const &Sections, double 
         [&] {
             for (size_t Index = 0; Index < Sections.size(); ++Index) {
                 section_input const &Section = Sections[Index];
-                Decoded = DecompressData(2, false, (int32)Stored[Index].size(), Stored[Index].data(),
-                                         (int32)Section.Stops[0], (int32)Section.Stops[1], (int32)Section.Stops[2],
-                                         Expanded[Index].data()) &&
-                          Decoded;
+                Decoded =
+                    DecompressData(2, false, (int32)Stored[Index].size(), Stored[Index].data(), (int32)Section.Stops[0],
+                                   (int32)Section.Stops[1], (int32)Section.Stops[2], Expanded[Index].data()) &&
+                    Decoded;
             }
         },
         MinSeconds);
@@ -321,8 +321,8 @@ void ReportSections(char const *Name, std::vector<section_input> const &Sections
     char const *Labels[3] = {"Trove1", "zlib-6", "zlib-9"};
     for (int Index = 0; Index < (TroveOnly ? 1 : 3); ++Index) {
         figures const &F = Coders[Index];
-        printf("%-22s %-7s %10zu -> %10zu  ratio %6.3f  encode %8.2f MB/s  decode %8.2f MB/s  crc %08x%s\n",
-               Name, Labels[Index], All.size(), F.Stored, All.size() ? (double)F.Stored / All.size() : 0.0,
+        printf("%-22s %-7s %10zu -> %10zu  ratio %6.3f  encode %8.2f MB/s  decode %8.2f MB/s  crc %08x%s\n", Name,
+               Labels[Index], All.size(), F.Stored, All.size() ? (double)F.Stored / All.size() : 0.0,
                MB / F.EncodeSeconds, MB / F.DecodeSeconds, F.CRC, F.Correct ? "" : "  ROUND TRIP FAILED");
     }
     fflush(stdout);
@@ -368,8 +368,8 @@ void Report(char const *Name, bytes const &Input)
     char const *Labels[3] = {"Trove1", "zlib-6", "zlib-9"};
     for (int Index = 0; Index < (TroveOnly ? 1 : 3); ++Index) {
         figures const &F = Coders[Index];
-        printf("%-22s %-7s %10zu -> %10zu  ratio %6.3f  encode %8.2f MB/s  decode %8.2f MB/s  crc %08x%s\n",
-               Name, Labels[Index], Input.size(), F.Stored, Input.size() ? (double)F.Stored / Input.size() : 0.0,
+        printf("%-22s %-7s %10zu -> %10zu  ratio %6.3f  encode %8.2f MB/s  decode %8.2f MB/s  crc %08x%s\n", Name,
+               Labels[Index], Input.size(), F.Stored, Input.size() ? (double)F.Stored / Input.size() : 0.0,
                MB / F.EncodeSeconds, MB / F.DecodeSeconds, F.CRC, F.Correct ? "" : "  ROUND TRIP FAILED");
     }
     fflush(stdout);

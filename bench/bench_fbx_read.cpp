@@ -44,8 +44,7 @@ double BestTime(F Run, bool *Ok)
 {
     double Best = 1e30;
     double Began = Seconds();
-    for (int Round = 0; Round < 50; ++Round)
-    {
+    for (int Round = 0; Round < 50; ++Round) {
         double Start = Seconds();
         *Ok = Run();
         double Elapsed = Seconds() - Start;
@@ -67,12 +66,10 @@ bool ParseAndDecode(input const &Input)
     KFbx Fbx;
     if (!Fbx.ProjectOpenMemory(Input.Bytes.data(), (int64)Input.Bytes.size())) return false;
     std::vector<fbx_field const *> Stack = {nullptr};
-    while (!Stack.empty())
-    {
+    while (!Stack.empty()) {
         fbx_field const *Parent = Stack.back();
         Stack.pop_back();
-        for (fbx_field const *Field = Fbx.GetFirstChild(Parent); Field; Field = Fbx.GetNextSibling(Field))
-        {
+        for (fbx_field const *Field = Fbx.GetFirstChild(Parent); Field; Field = Fbx.GetNextSibling(Field)) {
             Stack.push_back(Field);
             int32 Type = Fbx.GetValueCount(Field) == 1 ? Fbx.GetArrayElementType(Field, 0) : 0;
             if (Type == FbxValue_AsciiArray) Type = FbxValue_ArrayReal64;
@@ -113,7 +110,10 @@ struct binary_writer
     std::vector<uint8_t> Bytes;
     std::vector<size_t> Open;
 
-    void Put(void const *Data, size_t Size) { Bytes.insert(Bytes.end(), (uint8_t const *)Data, (uint8_t const *)Data + Size); }
+    void Put(void const *Data, size_t Size)
+    {
+        Bytes.insert(Bytes.end(), (uint8_t const *)Data, (uint8_t const *)Data + Size);
+    }
     void Put32(uint32_t Value) { Put(&Value, 4); }
     void Set32(size_t At, uint32_t Value) { memcpy(&Bytes[At], &Value, 4); }
 
@@ -151,10 +151,31 @@ struct binary_writer
         Open.pop_back();
         Set32(Header, (uint32_t)Bytes.size());
     }
-    void I(int32_t Value) { Bytes.push_back('I'); Put(&Value, 4); ++ValueCount; }
-    void L(int64_t Value) { Bytes.push_back('L'); Put(&Value, 8); ++ValueCount; }
-    void D(double Value) { Bytes.push_back('D'); Put(&Value, 8); ++ValueCount; }
-    void S(std::string const &Value) { Bytes.push_back('S'); Put32((uint32_t)Value.size()); Put(Value.data(), Value.size()); ++ValueCount; }
+    void I(int32_t Value)
+    {
+        Bytes.push_back('I');
+        Put(&Value, 4);
+        ++ValueCount;
+    }
+    void L(int64_t Value)
+    {
+        Bytes.push_back('L');
+        Put(&Value, 8);
+        ++ValueCount;
+    }
+    void D(double Value)
+    {
+        Bytes.push_back('D');
+        Put(&Value, 8);
+        ++ValueCount;
+    }
+    void S(std::string const &Value)
+    {
+        Bytes.push_back('S');
+        Put32((uint32_t)Value.size());
+        Put(Value.data(), Value.size());
+        ++ValueCount;
+    }
     template <typename T>
     void Array(char Type, std::vector<T> const &Values)
     {
@@ -165,8 +186,20 @@ struct binary_writer
         Put(Values.data(), Values.size() * sizeof(T));
         ++ValueCount;
     }
-    void Leaf(char const *Name, int32_t Value) { Begin(Name); I(Value); EndValues(); EndLeaf(); }
-    void Leaf(char const *Name, std::string const &Value) { Begin(Name); S(Value); EndValues(); EndLeaf(); }
+    void Leaf(char const *Name, int32_t Value)
+    {
+        Begin(Name);
+        I(Value);
+        EndValues();
+        EndLeaf();
+    }
+    void Leaf(char const *Name, std::string const &Value)
+    {
+        Begin(Name);
+        S(Value);
+        EndValues();
+        EndLeaf();
+    }
 };
 
 std::vector<uint8_t> GenerateGridFile(int Side)
@@ -178,24 +211,40 @@ std::vector<uint8_t> GenerateGridFile(int Side)
     W.Put(Marks, 2);
     W.Put32(7400);
 
-    W.Begin("FBXHeaderExtension"); W.EndValues();
+    W.Begin("FBXHeaderExtension");
+    W.EndValues();
     W.Leaf("FBXHeaderVersion", 1003);
     W.Leaf("FBXVersion", 7400);
     W.Leaf("Creator", std::string("bench_fbx_read grid"));
     W.End();
-    W.Begin("GlobalSettings"); W.EndValues();
+    W.Begin("GlobalSettings");
+    W.EndValues();
     W.Leaf("Version", 1000);
-    W.Begin("Properties70"); W.EndValues();
-    W.Begin("P"); W.S("UpAxis"); W.S("int"); W.S("Integer"); W.S(""); W.I(1); W.EndValues(); W.EndLeaf();
-    W.Begin("P"); W.S("UnitScaleFactor"); W.S("double"); W.S("Number"); W.S(""); W.D(1.0); W.EndValues(); W.EndLeaf();
+    W.Begin("Properties70");
+    W.EndValues();
+    W.Begin("P");
+    W.S("UpAxis");
+    W.S("int");
+    W.S("Integer");
+    W.S("");
+    W.I(1);
+    W.EndValues();
+    W.EndLeaf();
+    W.Begin("P");
+    W.S("UnitScaleFactor");
+    W.S("double");
+    W.S("Number");
+    W.S("");
+    W.D(1.0);
+    W.EndValues();
+    W.EndLeaf();
     W.End();
     W.End();
 
     std::vector<double> Vertices;
     Vertices.reserve((size_t)(Side + 1) * (Side + 1) * 3);
     for (int Row = 0; Row <= Side; ++Row)
-        for (int Column = 0; Column <= Side; ++Column)
-        {
+        for (int Column = 0; Column <= Side; ++Column) {
             Vertices.push_back(Column);
             Vertices.push_back(0.001 * ((Row * 7 + Column * 3) % 11));
             Vertices.push_back(Row);
@@ -203,8 +252,7 @@ std::vector<uint8_t> GenerateGridFile(int Side)
     std::vector<int32_t> Indices;
     Indices.reserve((size_t)Side * Side * 4);
     for (int Row = 0; Row < Side; ++Row)
-        for (int Column = 0; Column < Side; ++Column)
-        {
+        for (int Column = 0; Column < Side; ++Column) {
             int32_t Corner = Row * (Side + 1) + Column;
             Indices.push_back(Corner);
             Indices.push_back(Corner + Side + 1);
@@ -214,34 +262,68 @@ std::vector<uint8_t> GenerateGridFile(int Side)
     std::vector<double> Normals(Indices.size() * 3, 0.0);
     for (size_t Index = 0; Index < Indices.size(); ++Index) Normals[Index * 3 + 1] = 1.0;
 
-    W.Begin("Objects"); W.EndValues();
-    W.Begin("Geometry"); W.L(100); W.S(std::string("Grid\0\x01Geometry", 14)); W.S("Mesh"); W.EndValues();
-    W.Begin("Vertices"); W.Array('d', Vertices); W.EndValues(); W.EndLeaf();
-    W.Begin("PolygonVertexIndex"); W.Array('i', Indices); W.EndValues(); W.EndLeaf();
+    W.Begin("Objects");
+    W.EndValues();
+    W.Begin("Geometry");
+    W.L(100);
+    W.S(std::string("Grid\0\x01Geometry", 14));
+    W.S("Mesh");
+    W.EndValues();
+    W.Begin("Vertices");
+    W.Array('d', Vertices);
+    W.EndValues();
+    W.EndLeaf();
+    W.Begin("PolygonVertexIndex");
+    W.Array('i', Indices);
+    W.EndValues();
+    W.EndLeaf();
     W.Leaf("GeometryVersion", 124);
-    W.Begin("LayerElementNormal"); W.I(0); W.EndValues();
+    W.Begin("LayerElementNormal");
+    W.I(0);
+    W.EndValues();
     W.Leaf("Version", 101);
     W.Leaf("Name", std::string(""));
     W.Leaf("MappingInformationType", std::string("ByPolygonVertex"));
     W.Leaf("ReferenceInformationType", std::string("Direct"));
-    W.Begin("Normals"); W.Array('d', Normals); W.EndValues(); W.EndLeaf();
+    W.Begin("Normals");
+    W.Array('d', Normals);
+    W.EndValues();
+    W.EndLeaf();
     W.End();
-    W.Begin("Layer"); W.I(0); W.EndValues();
+    W.Begin("Layer");
+    W.I(0);
+    W.EndValues();
     W.Leaf("Version", 100);
-    W.Begin("LayerElement"); W.EndValues();
+    W.Begin("LayerElement");
+    W.EndValues();
     W.Leaf("Type", std::string("LayerElementNormal"));
     W.Leaf("TypedIndex", 0);
     W.End();
     W.End();
     W.End(); // Geometry
-    W.Begin("Model"); W.L(200); W.S(std::string("Grid\0\x01Model", 11)); W.S("Mesh"); W.EndValues();
+    W.Begin("Model");
+    W.L(200);
+    W.S(std::string("Grid\0\x01Model", 11));
+    W.S("Mesh");
+    W.EndValues();
     W.Leaf("Version", 232);
     W.End();
     W.End(); // Objects
 
-    W.Begin("Connections"); W.EndValues();
-    W.Begin("C"); W.S("OO"); W.L(200); W.L(0); W.EndValues(); W.EndLeaf();
-    W.Begin("C"); W.S("OO"); W.L(100); W.L(200); W.EndValues(); W.EndLeaf();
+    W.Begin("Connections");
+    W.EndValues();
+    W.Begin("C");
+    W.S("OO");
+    W.L(200);
+    W.L(0);
+    W.EndValues();
+    W.EndLeaf();
+    W.Begin("C");
+    W.S("OO");
+    W.L(100);
+    W.L(200);
+    W.EndValues();
+    W.EndLeaf();
     W.End();
     W.Bytes.insert(W.Bytes.end(), 13, 0);
     return W.Bytes;
@@ -262,8 +344,7 @@ std::vector<std::string> LargestSharedFiles(int Count)
     std::ifstream Table(std::string(TESSEL_SHARED_FBX_DIR) + "/EXPECTED.tsv");
     std::string Line;
     std::getline(Table, Line);
-    while (std::getline(Table, Line))
-    {
+    while (std::getline(Table, Line)) {
         std::stringstream Stream(Line);
         std::string Path, Status, Bytes;
         std::getline(Stream, Path, '\t');
@@ -295,8 +376,7 @@ void Measure(input const &Input)
     fflush(stdout);
 #ifdef TESSEL_BENCH_WITH_ASSIMP
     double Assimp = BestTime([&] { return AssimpImport(Input); }, &Ok);
-    printf(" | assimp %8.1f MB/s%s | import %.1fx faster", MegaBytes / Assimp, Ok ? "" : " (failed)",
-           Assimp / Import);
+    printf(" | assimp %8.1f MB/s%s | import %.1fx faster", MegaBytes / Assimp, Ok ? "" : " (failed)", Assimp / Import);
 #endif
     printf("\n");
 }
@@ -308,8 +388,7 @@ int main(int ArgumentCount, char **Arguments)
     int SizeMB = 130;
     int FileCount = 6;
     std::vector<std::string> Paths;
-    for (int Index = 1; Index < ArgumentCount; ++Index)
-    {
+    for (int Index = 1; Index < ArgumentCount; ++Index) {
         if (strcmp(Arguments[Index], "--size-mb") == 0 && Index + 1 < ArgumentCount)
             SizeMB = atoi(Arguments[++Index]);
         else if (strcmp(Arguments[Index], "--files") == 0 && Index + 1 < ArgumentCount)
@@ -321,27 +400,23 @@ int main(int ArgumentCount, char **Arguments)
     printf("(built without Assimp: no baseline column)\n");
 #endif
     struct stat Info;
-    if (Paths.empty())
-    {
+    if (Paths.empty()) {
         if (stat(TESSEL_SHARED_FBX_DIR, &Info) != 0)
             printf("no real FBX files at %s: skipping them\n", TESSEL_SHARED_FBX_DIR);
         else
             Paths = LargestSharedFiles(FileCount);
     }
-    for (std::string const &Path : Paths)
-    {
+    for (std::string const &Path : Paths) {
         input Input;
         size_t Slash = Path.rfind('/');
         Input.Label = Slash == std::string::npos ? Path : Path.substr(Slash + 1);
-        if (!ReadWholeFile(Path, Input.Bytes))
-        {
+        if (!ReadWholeFile(Path, Input.Bytes)) {
             printf("%s: cannot read\n", Path.c_str());
             continue;
         }
         Measure(Input);
     }
-    if (SizeMB > 0)
-    {
+    if (SizeMB > 0) {
         // About 136 bytes a quad: 24 a control point, 16 of indices, 96 of normals.
         int Side = 1;
         while ((double)Side * Side * 136.0 < SizeMB * 1e6) Side += 16;

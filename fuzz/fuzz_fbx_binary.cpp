@@ -8,8 +8,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const *Data, size_t Size)
 {
-    if (Size >= 27 && ReadFbxBinaryHeader(Data, (int64)Size, 0, 0))
-    {
+    if (Size >= 27 && ReadFbxBinaryHeader(Data, (int64)Size, 0, 0)) {
         FuzzFbxFields(Data, Size);
         return 0;
     }

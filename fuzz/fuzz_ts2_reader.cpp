@@ -50,11 +50,10 @@ void WalkObject(walk_state &State, file_section_reference Type, file_section_ref
                 for (uint32 Element = 0; Element < N && Element < 64; ++Element) {
                     if (Member.Kind == 3) {
                         WalkObject(State, Member.ReferenceType,
-                                   {Target.SectionIndex, Target.Offset + Element * ElementSize},
-                                   Depth + 1);
+                                   {Target.SectionIndex, Target.Offset + Element * ElementSize}, Depth + 1);
                     } else {
-                        WalkTarget(State, Member.ReferenceType, {Target.SectionIndex, Target.Offset + Element * ElementSize},
-                                   Depth);
+                        WalkTarget(State, Member.ReferenceType,
+                                   {Target.SectionIndex, Target.Offset + Element * ElementSize}, Depth);
                     }
                 }
             }

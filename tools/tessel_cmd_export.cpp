@@ -12,19 +12,18 @@
 
 static void PrintExportUsage(FILE *Stream)
 {
-    fprintf(Stream,
-            "usage: tessel export INPUT.fbx OUTPUT.ts2 [--animdefs FILE] [--settings FILE]\n"
-            "\n"
-            "Converts an FBX scene (binary or ASCII, FBX 6 or 7) to a TS2 file.\n"
-            "\n"
-            "options:\n"
-            "  --animdefs FILE  XML file whose <AnimationDef name=\"...\" start=\"N\" end=\"N\"/>\n"
-            "                   elements cut the timeline into named animations; without it\n"
-            "                   every take becomes one animation\n"
-            "  --settings FILE  settings file to apply before the export (see 'tessel settings')\n"
-            "  -h, --help       show this text\n"
-            "\n"
-            "The exit status is 0 only when the output file was written.\n");
+    fprintf(Stream, "usage: tessel export INPUT.fbx OUTPUT.ts2 [--animdefs FILE] [--settings FILE]\n"
+                    "\n"
+                    "Converts an FBX scene (binary or ASCII, FBX 6 or 7) to a TS2 file.\n"
+                    "\n"
+                    "options:\n"
+                    "  --animdefs FILE  XML file whose <AnimationDef name=\"...\" start=\"N\" end=\"N\"/>\n"
+                    "                   elements cut the timeline into named animations; without it\n"
+                    "                   every take becomes one animation\n"
+                    "  --settings FILE  settings file to apply before the export (see 'tessel settings')\n"
+                    "  -h, --help       show this text\n"
+                    "\n"
+                    "The exit status is 0 only when the output file was written.\n");
 }
 
 // Progress: a bar redrawn in place on a terminal, one line per stage
@@ -36,7 +35,6 @@ struct progress_display
     bool TitleShown;
     char LastStage[64];
     uint32 StagePosition; // position when the stage began: older items belong to the stage before
-
 };
 
 static progress_display Display;
@@ -64,7 +62,10 @@ static void ShowProgress(export_progress const *Progress)
         if (NewStage && Stage[0]) fprintf(stderr, "  %s\n", Stage);
         return;
     }
-    enum { BarWidth = 30 };
+    enum
+    {
+        BarWidth = 30
+    };
     uint32 Total = Progress->Total;
     uint32 Position = Progress->Position;
     if (Total && Position > Total) Position = Total;

@@ -8,21 +8,20 @@
 
 static void PrintInspectHelp(FILE *Stream)
 {
-    fprintf(Stream,
-            "usage: tessel inspect FILE [options]\n"
-            "\n"
-            "Shows what a TS2 or FBX file holds. The kind of file is told by its first bytes.\n"
-            "\n"
-            "TS2 files: the header, the section table and the object tree, walked through\n"
-            "the file's own type tables. Options:\n"
-            "  --json              print JSON (objects keyed by member names, arrays as lists,\n"
-            "                      an object reached again as {\"$ref\": \"<path where it was printed>\"})\n"
-            "  --header            print only the header and the section table\n"
-            "  --max-elements N    print at most N elements of each array (text: 16,\n"
-            "                      JSON: all; 0 means all)\n"
-            "  --vertices N        list the first N vertices of each mesh\n"
-            "\n"
-            "FBX files: see the options of the FBX inspector (--json, --vertices N, ...).\n");
+    fprintf(Stream, "usage: tessel inspect FILE [options]\n"
+                    "\n"
+                    "Shows what a TS2 or FBX file holds. The kind of file is told by its first bytes.\n"
+                    "\n"
+                    "TS2 files: the header, the section table and the object tree, walked through\n"
+                    "the file's own type tables. Options:\n"
+                    "  --json              print JSON (objects keyed by member names, arrays as lists,\n"
+                    "                      an object reached again as {\"$ref\": \"<path where it was printed>\"})\n"
+                    "  --header            print only the header and the section table\n"
+                    "  --max-elements N    print at most N elements of each array (text: 16,\n"
+                    "                      JSON: all; 0 means all)\n"
+                    "  --vertices N        list the first N vertices of each mesh\n"
+                    "\n"
+                    "FBX files: see the options of the FBX inspector (--json, --vertices N, ...).\n");
 }
 
 // A TS2 file starts with one of the known magic values, as it stands or with

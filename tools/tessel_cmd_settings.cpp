@@ -12,29 +12,28 @@
 
 static void PrintSettingsHelp(FILE *Stream)
 {
-    fprintf(Stream,
-            "usage: tessel settings [--read FILE] [--set \"Label=value\" ...] [--write FILE] [--verbose]\n"
-            "\n"
-            "Without --write, prints every export setting: category, label, id, kind,\n"
-            "current value and range. With --write, writes a settings file holding the\n"
-            "defaults with the --set values applied; 'tessel export --settings FILE'\n"
-            "uses it.\n"
-            "\n"
-            "options:\n"
-            "  --read FILE         start from the values of an existing settings file\n"
-            "  --set Label=value   change one setting (repeatable). Checkboxes take on/off,\n"
-            "                      numbers a decimal in range, sliders a position in range,\n"
-            "                      comboboxes a choice label or id. A label used in several\n"
-            "                      places is qualified by what contains it, outermost first,\n"
-            "                      separated by ':', e.g. \"Meshes:Include data in export\" or\n"
-            "                      \"Alpha:Zent1 still-image compression with alpha channel:Compression\"\n"
-            "  --write FILE        write the settings file; nothing is written on any error\n"
-            "  --verbose           with the listing, print each setting's help text\n"
-            "\n"
-            "examples:\n"
-            "  tessel settings --write fast.tss --set \"File compression=No compression\"\n"
-            "  tessel settings --write ppc.tss --set \"File platform=32-bit, big endian\" \\\n"
-            "      --set \"Object alignment=4\"\n");
+    fprintf(Stream, "usage: tessel settings [--read FILE] [--set \"Label=value\" ...] [--write FILE] [--verbose]\n"
+                    "\n"
+                    "Without --write, prints every export setting: category, label, id, kind,\n"
+                    "current value and range. With --write, writes a settings file holding the\n"
+                    "defaults with the --set values applied; 'tessel export --settings FILE'\n"
+                    "uses it.\n"
+                    "\n"
+                    "options:\n"
+                    "  --read FILE         start from the values of an existing settings file\n"
+                    "  --set Label=value   change one setting (repeatable). Checkboxes take on/off,\n"
+                    "                      numbers a decimal in range, sliders a position in range,\n"
+                    "                      comboboxes a choice label or id. A label used in several\n"
+                    "                      places is qualified by what contains it, outermost first,\n"
+                    "                      separated by ':', e.g. \"Meshes:Include data in export\" or\n"
+                    "                      \"Alpha:Zent1 still-image compression with alpha channel:Compression\"\n"
+                    "  --write FILE        write the settings file; nothing is written on any error\n"
+                    "  --verbose           with the listing, print each setting's help text\n"
+                    "\n"
+                    "examples:\n"
+                    "  tessel settings --write fast.tss --set \"File compression=No compression\"\n"
+                    "  tessel settings --write ppc.tss --set \"File platform=32-bit, big endian\" \\\n"
+                    "      --set \"Object alignment=4\"\n");
 }
 
 static void PrintLogMessage(int32 Level, int32 Category, char const *File, int32 Line, char const *Message,
@@ -57,8 +56,8 @@ static void PrintRequester(requester const *Requester, int32 Indent, bool Verbos
         FormatSettingRange(Setting, Range, sizeof(Range));
         int32 LabelWidth = 44 - Indent;
         bool IsCombobox = Setting->Kind == SettingKind_Combobox;
-        printf("%*s%-*s %6d  %-9s %-12s %s\n", Indent, "", LabelWidth < 1 ? 1 : LabelWidth, Setting->Label,
-               Setting->Id, GetSettingKindName(Setting->Kind), Value, IsCombobox ? "" : Range);
+        printf("%*s%-*s %6d  %-9s %-12s %s\n", Indent, "", LabelWidth < 1 ? 1 : LabelWidth, Setting->Label, Setting->Id,
+               GetSettingKindName(Setting->Kind), Value, IsCombobox ? "" : Range);
         // The choices on a line of their own, left out when they repeat the
         // previous list (the section comboboxes all share theirs).
         if (IsCombobox && PreviousChoices != Range) {
@@ -68,8 +67,7 @@ static void PrintRequester(requester const *Requester, int32 Indent, bool Verbos
         if (Verbose && Setting->Help && *Setting->Help) printf("%*s    %s\n", Indent, "", Setting->Help);
 
         if (Setting->Kind != SettingKind_Combobox || !Setting->Value.Combobox.List) continue;
-        for (requester const *Choice = Setting->Value.Combobox.List->FirstChild; Choice;
-             Choice = Choice->NextSibling) {
+        for (requester const *Choice = Setting->Value.Combobox.List->FirstChild; Choice; Choice = Choice->NextSibling) {
             if (!Choice->FirstSetting) continue;
             printf("%*s  [%s]%s\n", Indent, "", Choice->Label,
                    Choice == Setting->Value.Combobox.Current ? " (current)" : "");

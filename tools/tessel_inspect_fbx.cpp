@@ -25,20 +25,19 @@ struct fbx_inspect_options
 
 void PrintFbxInspectHelp(FILE *Stream)
 {
-    fprintf(Stream,
-            "usage: tessel inspect FILE.fbx [options]\n"
-            "\n"
-            "Reads an FBX file (binary or ASCII, FBX 6 and 7) into the scene model and shows\n"
-            "its version, creator, axes, unit and time mode, the node tree with attribute\n"
-            "types, meshes (control points, polygons, layers), skins (clusters, weights) and\n"
-            "takes (time spans, curve and key counts).\n"
-            "\n"
-            "Options:\n"
-            "  --json              print one JSON object instead of text\n"
-            "  --fields            print the file's raw field tree instead of the scene\n"
-            "  --max-values N      with --fields, values shown per field (default 8, 0: all)\n"
-            "  --max-clusters N    clusters listed per skin in text (default 64, 0: all)\n"
-            "  -h, --help          show this text\n");
+    fprintf(Stream, "usage: tessel inspect FILE.fbx [options]\n"
+                    "\n"
+                    "Reads an FBX file (binary or ASCII, FBX 6 and 7) into the scene model and shows\n"
+                    "its version, creator, axes, unit and time mode, the node tree with attribute\n"
+                    "types, meshes (control points, polygons, layers), skins (clusters, weights) and\n"
+                    "takes (time spans, curve and key counts).\n"
+                    "\n"
+                    "Options:\n"
+                    "  --json              print one JSON object instead of text\n"
+                    "  --fields            print the file's raw field tree instead of the scene\n"
+                    "  --max-values N      with --fields, values shown per field (default 8, 0: all)\n"
+                    "  --max-clusters N    clusters listed per skin in text (default 64, 0: all)\n"
+                    "  -h, --help          show this text\n");
 }
 
 // ---------------------------------------------------------------------------
@@ -47,24 +46,19 @@ void PrintFbxInspectHelp(FILE *Stream)
 std::string JsonString(char const *Text)
 {
     std::string Out = "\"";
-    for (unsigned char const *At = (unsigned char const *)(Text ? Text : ""); *At; ++At)
-    {
-        switch (*At)
-        {
+    for (unsigned char const *At = (unsigned char const *)(Text ? Text : ""); *At; ++At) {
+        switch (*At) {
         case '"': Out += "\\\""; break;
         case '\\': Out += "\\\\"; break;
         case '\n': Out += "\\n"; break;
         case '\r': Out += "\\r"; break;
         case '\t': Out += "\\t"; break;
         default:
-            if (*At < 0x20)
-            {
+            if (*At < 0x20) {
                 char Escape[8];
                 snprintf(Escape, sizeof(Escape), "\\u%04x", *At);
                 Out += Escape;
-            }
-            else
-            {
+            } else {
                 Out += (char)*At;
             }
         }
@@ -84,8 +78,7 @@ char const *AttributeTypeName(KFbxNode *Node)
 {
     KFbxNodeAttribute *Attribute = Node->GetNodeAttribute();
     if (!Attribute) return "None";
-    switch (Attribute->GetAttributeType())
-    {
+    switch (Attribute->GetAttributeType()) {
     case FbxAttribute_Unidentified: return "Unidentified";
     case FbxAttribute_Null: return "Null";
     case FbxAttribute_Marker: return "Marker";
@@ -101,8 +94,7 @@ char const *AttributeTypeName(KFbxNode *Node)
 
 char const *MappingName(int32 Mode)
 {
-    switch (Mode)
-    {
+    switch (Mode) {
     case 1: return "ByVertice";
     case 2: return "ByPolygonVertex";
     case 3: return "ByPolygon";
@@ -135,8 +127,7 @@ struct take_summary
 void CountCurves(KFCurveNode *Node, int32 *Curves, int64 *Keys, int32 Depth)
 {
     if (!Node || Depth > 64) return;
-    if (KFCurve *Curve = Node->FCurveGet())
-    {
+    if (KFCurve *Curve = Node->FCurveGet()) {
         ++*Curves;
         *Keys += Curve->KeyGetCount();
     }
@@ -151,8 +142,7 @@ take_summary SummarizeTake(KFbxScene *Scene, KFbxTakeInfo *Take)
     Summary.Stop = Take->mLocalTimeSpan.GetStop().GetSecondDouble();
     Summary.CurveCount = 0;
     Summary.KeyCount = 0;
-    for (int32 Index = 0; Index < Scene->GetMemberCount(); ++Index)
-    {
+    for (int32 Index = 0; Index < Scene->GetMemberCount(); ++Index) {
         KFbxTakeNodeContainer *Member = Scene->GetMember(Index);
         if (Member) CountCurves(Member->FindTakeNode(Take->GetName()), &Summary.CurveCount, &Summary.KeyCount, 0);
     }
@@ -168,19 +158,16 @@ struct mesh_entry
 void GatherMeshes(KFbxNode *Node, std::string &Tree, bool Text, int32 Depth, mesh_entry *Meshes, int32 *MeshCount,
                   int32 Capacity)
 {
-    for (int32 Index = 0; Index < Node->GetChildCount(); ++Index)
-    {
+    for (int32 Index = 0; Index < Node->GetChildCount(); ++Index) {
         KFbxNode *Child = Node->GetChild(Index);
-        if (Text)
-        {
+        if (Text) {
             Tree += std::string((size_t)(2 * Depth + 2), ' ');
             Tree += Child->GetName();
             Tree += " [";
             Tree += AttributeTypeName(Child);
             Tree += "]\n";
         }
-        if (KFbxMesh *Mesh = Child->GetMesh())
-        {
+        if (KFbxMesh *Mesh = Child->GetMesh()) {
             if (*MeshCount < Capacity) Meshes[*MeshCount] = mesh_entry{Child, Mesh};
             ++*MeshCount;
         }
@@ -190,8 +177,7 @@ void GatherMeshes(KFbxNode *Node, std::string &Tree, bool Text, int32 Depth, mes
 
 void PrintLayers(KFbxMesh *Mesh)
 {
-    for (int32 Index = 0; Index < Mesh->GetLayerCount(); ++Index)
-    {
+    for (int32 Index = 0; Index < Mesh->GetLayerCount(); ++Index) {
         KFbxLayer *Layer = Mesh->GetLayer(Index);
         if (!Layer) continue;
         printf("      layer %d:", Index);
@@ -199,14 +185,13 @@ void PrintLayers(KFbxMesh *Mesh)
                                         Layer->GetLayerElementOfType(FbxLayerElement_TextureDiffuse)};
         char const *Labels[] = {"normals", "uv", "colors", "diffuse uv"};
         bool Any = false;
-        for (int32 Element = 0; Element < 4; ++Element)
-        {
+        for (int32 Element = 0; Element < 4; ++Element) {
             KFbxLayerElement *Item = Elements[Element];
             if (!Item || (Element == 3 && Item == Elements[1])) continue;
             printf("%s %s%s%s%s (%s, %s, %d items, %d indices)", Any ? "," : "", Labels[Element],
                    Item->GetName()[0] ? " \"" : "", Item->GetName(), Item->GetName()[0] ? "\"" : "",
-                   MappingName(Item->GetMappingMode()), ReferenceName(Item->GetReferenceMode()),
-                   Item->GetDirectCount(), Item->GetIndexArray().Count);
+                   MappingName(Item->GetMappingMode()), ReferenceName(Item->GetReferenceMode()), Item->GetDirectCount(),
+                   Item->GetIndexArray().Count);
             Any = true;
         }
         printf("%s\n", Any ? "" : " (nothing the exporter reads)");
@@ -219,47 +204,35 @@ void PrintLayers(KFbxMesh *Mesh)
 void PrintFieldValues(KFbx &Fbx, fbx_field const *Field, int MaxValues)
 {
     int32 Count = Fbx.GetValueCount(Field);
-    for (int32 Index = 0; Index < Count; ++Index)
-    {
-        if (MaxValues > 0 && Index >= MaxValues)
-        {
+    for (int32 Index = 0; Index < Count; ++Index) {
+        if (MaxValues > 0 && Index >= MaxValues) {
             printf(" ... (%d values)", Count);
             return;
         }
         printf(Index ? ", " : " ");
         int32 Type = Fbx.GetValueType(Field, Index);
-        if (Type == FbxValue_String || Type == FbxValue_Raw)
-        {
+        if (Type == FbxValue_String || Type == FbxValue_Raw) {
             char Text[96];
             int32 Length = Fbx.CopyValueString(Field, Index, Text, sizeof(Text));
-            for (char *At = Text; *At; ++At)
-            {
+            for (char *At = Text; *At; ++At) {
                 if ((unsigned char)*At < 0x20) *At = '.';
             }
             if (Type == FbxValue_Raw)
                 printf("<%d bytes>", Length);
             else
                 printf("\"%s%s\"", Text, Length >= (int32)sizeof(Text) ? "..." : "");
-        }
-        else if (Type == FbxValue_AsciiArray || IsFbxArrayType(Type))
-        {
+        } else if (Type == FbxValue_AsciiArray || IsFbxArrayType(Type)) {
             printf("%c[%lld]", Type, (long long)Fbx.GetArrayCount(Field, Index));
-        }
-        else if (Type == FbxValue_Real32 || Type == FbxValue_Real64)
-        {
+        } else if (Type == FbxValue_Real32 || Type == FbxValue_Real64) {
             printf("%g", Fbx.GetReal64(Field, Index));
-        }
-        else if (Type == FbxValue_Bool)
-        {
+        } else if (Type == FbxValue_Bool) {
             char Character = 0;
             Fbx.GetValueChar(Field, Index, &Character);
             if (Character >= 0x20 && Character < 0x7F)
                 printf("'%c'", Character);
             else
                 printf("%d", (int)(unsigned char)Character);
-        }
-        else
-        {
+        } else {
             printf("%lld", (long long)Fbx.GetInt64(Field, Index));
         }
     }
@@ -268,8 +241,7 @@ void PrintFieldValues(KFbx &Fbx, fbx_field const *Field, int MaxValues)
 int PrintFieldTree(char const *Path, fbx_inspect_options const &Options)
 {
     KFbx Fbx;
-    if (!Fbx.ProjectOpenFile(Path))
-    {
+    if (!Fbx.ProjectOpenFile(Path)) {
         fprintf(stderr, "tessel inspect: %s: %s\n", Path, Fbx.GetErrorText());
         return 1;
     }
@@ -278,19 +250,16 @@ int PrintFieldTree(char const *Path, fbx_inspect_options const &Options)
     // Depth-first without recursion: the container limits nesting anyway.
     fbx_field const *Field = Fbx.GetFirstChild(0);
     int32 Depth = 0;
-    while (Field)
-    {
+    while (Field) {
         printf("%*s%s:", 2 * Depth, "", Fbx.GetFieldName(Field));
         PrintFieldValues(Fbx, Field, Options.MaxValues);
         printf("\n");
-        if (fbx_field const *Child = Fbx.GetFirstChild(Field))
-        {
+        if (fbx_field const *Child = Fbx.GetFirstChild(Field)) {
             Field = Child;
             ++Depth;
             continue;
         }
-        while (Field && !Fbx.GetNextSibling(Field))
-        {
+        while (Field && !Fbx.GetNextSibling(Field)) {
             Field = Fbx.GetParent(Field);
             --Depth;
         }
@@ -304,46 +273,34 @@ int PrintFieldTree(char const *Path, fbx_inspect_options const &Options)
 int InspectFBXFile(char const *Path, int ArgumentCount, char **Arguments)
 {
     fbx_inspect_options Options;
-    for (int Index = 0; Index < ArgumentCount; ++Index)
-    {
+    for (int Index = 0; Index < ArgumentCount; ++Index) {
         char const *Argument = Arguments[Index];
-        if (strcmp(Argument, "-h") == 0 || strcmp(Argument, "--help") == 0)
-        {
+        if (strcmp(Argument, "-h") == 0 || strcmp(Argument, "--help") == 0) {
             PrintFbxInspectHelp(stdout);
             return 0;
-        }
-        else if (strcmp(Argument, "--json") == 0)
-        {
+        } else if (strcmp(Argument, "--json") == 0) {
             Options.Json = true;
-        }
-        else if (strcmp(Argument, "--fields") == 0)
-        {
+        } else if (strcmp(Argument, "--fields") == 0) {
             Options.Fields = true;
-        }
-        else if ((strcmp(Argument, "--max-values") == 0 || strcmp(Argument, "--max-clusters") == 0) &&
-                 Index + 1 < ArgumentCount)
-        {
+        } else if ((strcmp(Argument, "--max-values") == 0 || strcmp(Argument, "--max-clusters") == 0) &&
+                   Index + 1 < ArgumentCount) {
             int Value = atoi(Arguments[++Index]);
             if (Value < 0) Value = 0;
             (strcmp(Argument, "--max-values") == 0 ? Options.MaxValues : Options.MaxClusters) = Value;
-        }
-        else
-        {
+        } else {
             fprintf(stderr, "tessel inspect: unknown option %s for an FBX file\n", Argument);
             PrintFbxInspectHelp(stderr);
             return 2;
         }
     }
-    if (!Path)
-    {
+    if (!Path) {
         PrintFbxInspectHelp(stderr);
         return 2;
     }
     if (Options.Fields) return PrintFieldTree(Path, Options);
 
     KFbxSdkManager *Manager = KFbxSdkManager::Create();
-    if (!Manager)
-    {
+    if (!Manager) {
         fprintf(stderr, "tessel inspect: out of memory\n");
         return 1;
     }
@@ -353,16 +310,14 @@ int InspectFBXFile(char const *Path, int ArgumentCount, char **Arguments)
     // file in between.
     bool Binary = false;
     bool Ok = Scene && Importer && Importer->Initialize(Path, -1);
-    if (Ok)
-    {
+    if (Ok) {
         Binary = Importer->IsBinary();
         Ok = Importer->Import(Scene);
     }
-    if (!Ok)
-    {
+    if (!Ok) {
         fprintf(stderr, "tessel inspect: %s: %s\n", Path,
                 Importer && Importer->GetLastErrorString()[0] ? Importer->GetLastErrorString()
-                                                               : "Corrupted or invalid file.");
+                                                              : "Corrupted or invalid file.");
         Manager->Destroy();
         return 1;
     }
@@ -371,8 +326,10 @@ int InspectFBXFile(char const *Path, int ArgumentCount, char **Arguments)
 
     KFbxGlobalSettings &Settings = Scene->GetGlobalSettings();
     int32 UpAxis = Settings.FindProperty("UpAxis").Get(), UpSign = Settings.FindProperty("UpAxisSign").Get();
-    int32 FrontAxis = Settings.FindProperty("FrontAxis").Get(), FrontSign = Settings.FindProperty("FrontAxisSign").Get();
-    int32 CoordAxis = Settings.FindProperty("CoordAxis").Get(), CoordSign = Settings.FindProperty("CoordAxisSign").Get();
+    int32 FrontAxis = Settings.FindProperty("FrontAxis").Get(),
+          FrontSign = Settings.FindProperty("FrontAxisSign").Get();
+    int32 CoordAxis = Settings.FindProperty("CoordAxis").Get(),
+          CoordSign = Settings.FindProperty("CoordAxisSign").Get();
     double Unit = Settings.GetSystemUnit().GetScaleFactor();
     int32 TimeMode = Settings.GetTimeMode();
 
@@ -385,8 +342,7 @@ int InspectFBXFile(char const *Path, int ArgumentCount, char **Arguments)
     if (MeshCount > 4096) MeshCount = 4096;
     int32 TakeCount = Scene->GetTakeInfoCount();
 
-    if (Options.Json)
-    {
+    if (Options.Json) {
         printf("{\"file\": %s, \"version\": %d, \"binary\": %s, \"creator\": %s,\n", JsonString(Path).c_str(), Version,
                Binary ? "true" : "false", JsonString(Creator.c_str()).c_str());
         printf(" \"up_axis\": %d, \"up_axis_sign\": %d, \"front_axis\": %d, \"front_axis_sign\": %d, "
@@ -394,23 +350,21 @@ int InspectFBXFile(char const *Path, int ArgumentCount, char **Arguments)
                UpAxis, UpSign, FrontAxis, FrontSign, CoordAxis, CoordSign, JsonNumber(Unit).c_str(), TimeMode);
         printf(" \"node_count\": %d, \"mesh_count\": %d, \"control_point_count\": %d, \"polygon_count\": %d, "
                "\"triangle_count\": %d, \"skin_count\": %d, \"skin_cluster_count\": %d,\n",
-               Counts.NodeCount, Counts.MeshCount, Counts.ControlPointCount, Counts.PolygonCount,
-               Counts.TriangleCount, Counts.SkinCount, Counts.SkinClusterCount);
+               Counts.NodeCount, Counts.MeshCount, Counts.ControlPointCount, Counts.PolygonCount, Counts.TriangleCount,
+               Counts.SkinCount, Counts.SkinClusterCount);
         printf(" \"meshes\": [");
-        for (int32 Index = 0; Index < MeshCount; ++Index)
-        {
+        for (int32 Index = 0; Index < MeshCount; ++Index) {
             KFbxMesh *Mesh = Meshes[Index].Mesh;
             int32 Clusters = 0;
             for (int32 Skin = 0; Skin < Mesh->GetDeformerCount(FbxDeformer_Skin); ++Skin)
                 Clusters += ((KFbxSkin *)Mesh->GetDeformer(Skin, FbxDeformer_Skin))->GetClusterCount();
             printf("%s\n  {\"node\": %s, \"control_points\": %d, \"polygons\": %d, \"layers\": %d, "
                    "\"skin_clusters\": %d}",
-                   Index ? "," : "", JsonString(Meshes[Index].Node->GetName()).c_str(),
-                   Mesh->GetControlPointsCount(), Mesh->GetPolygonCount(), Mesh->GetLayerCount(), Clusters);
+                   Index ? "," : "", JsonString(Meshes[Index].Node->GetName()).c_str(), Mesh->GetControlPointsCount(),
+                   Mesh->GetPolygonCount(), Mesh->GetLayerCount(), Clusters);
         }
         printf("],\n \"takes\": [");
-        for (int32 Index = 0; Index < TakeCount; ++Index)
-        {
+        for (int32 Index = 0; Index < TakeCount; ++Index) {
             take_summary Take = SummarizeTake(Scene, Scene->GetTakeInfoByIndex(Index));
             printf("%s\n  {\"name\": %s, \"start\": %s, \"stop\": %s, \"curve_count\": %d, \"key_count\": %lld}",
                    Index ? "," : "", JsonString(Take.Name.c_str()).c_str(), JsonNumber(Take.Start).c_str(),
@@ -428,23 +382,19 @@ int InspectFBXFile(char const *Path, int ArgumentCount, char **Arguments)
     printf("  unit        %g cm\n", Unit);
     printf("  time mode   %d (%g frames a second)\n", TimeMode, KTime::GetFrameRate(TimeMode));
     printf("\nNodes (%d):\n%s", Counts.NodeCount, Tree.c_str());
-    printf("\nMeshes (%d): %d control points, %d polygons, %d triangles\n", Counts.MeshCount,
-           Counts.ControlPointCount, Counts.PolygonCount, Counts.TriangleCount);
-    for (int32 Index = 0; Index < MeshCount; ++Index)
-    {
+    printf("\nMeshes (%d): %d control points, %d polygons, %d triangles\n", Counts.MeshCount, Counts.ControlPointCount,
+           Counts.PolygonCount, Counts.TriangleCount);
+    for (int32 Index = 0; Index < MeshCount; ++Index) {
         KFbxMesh *Mesh = Meshes[Index].Mesh;
         printf("  %s: %d control points, %d polygons%s, %d layers\n", Meshes[Index].Node->GetName(),
                Mesh->GetControlPointsCount(), Mesh->GetPolygonCount(), Mesh->IsTriangleMesh() ? " (all triangles)" : "",
                Mesh->GetLayerCount());
         PrintLayers(Mesh);
-        for (int32 Skin = 0; Skin < Mesh->GetDeformerCount(FbxDeformer_Skin); ++Skin)
-        {
+        for (int32 Skin = 0; Skin < Mesh->GetDeformerCount(FbxDeformer_Skin); ++Skin) {
             KFbxSkin *Deformer = (KFbxSkin *)Mesh->GetDeformer(Skin, FbxDeformer_Skin);
             printf("      skin %d: %d clusters\n", Skin, Deformer->GetClusterCount());
-            for (int32 Cluster = 0; Cluster < Deformer->GetClusterCount(); ++Cluster)
-            {
-                if (Options.MaxClusters > 0 && Cluster >= Options.MaxClusters)
-                {
+            for (int32 Cluster = 0; Cluster < Deformer->GetClusterCount(); ++Cluster) {
+                if (Options.MaxClusters > 0 && Cluster >= Options.MaxClusters) {
                     printf("        ...\n");
                     break;
                 }
@@ -452,14 +402,14 @@ int InspectFBXFile(char const *Path, int ArgumentCount, char **Arguments)
                 double Sum = 0.0;
                 for (int32 Weight = 0; Weight < Item->GetControlPointIndicesCount(); ++Weight)
                     Sum += Item->GetControlPointWeights()[Weight];
-                printf("        %s: %d weights (sum %.4g)\n", Item->GetLink() ? Item->GetLink()->GetName() : "(no link)",
-                       Item->GetControlPointIndicesCount(), Sum);
+                printf("        %s: %d weights (sum %.4g)\n",
+                       Item->GetLink() ? Item->GetLink()->GetName() : "(no link)", Item->GetControlPointIndicesCount(),
+                       Sum);
             }
         }
     }
     printf("\nTakes (%d):\n", TakeCount);
-    for (int32 Index = 0; Index < TakeCount; ++Index)
-    {
+    for (int32 Index = 0; Index < TakeCount; ++Index) {
         take_summary Take = SummarizeTake(Scene, Scene->GetTakeInfoByIndex(Index));
         printf("  \"%s\": %.4f s to %.4f s, %d curves, %lld keys\n", Take.Name.c_str(), Take.Start, Take.Stop,
                Take.CurveCount, (long long)Take.KeyCount);

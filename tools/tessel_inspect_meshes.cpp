@@ -13,7 +13,10 @@
 
 namespace {
 
-std::string Name(char const *Text) { return Text ? "\"" + std::string(Text) + "\"" : std::string("(unnamed)"); }
+std::string Name(char const *Text)
+{
+    return Text ? "\"" + std::string(Text) + "\"" : std::string("(unnamed)");
+}
 
 std::string Number(double Value)
 {
@@ -22,7 +25,10 @@ std::string Number(double Value)
     return Buffer;
 }
 
-std::string Vector3(real32 const *V) { return "(" + Number(V[0]) + ", " + Number(V[1]) + ", " + Number(V[2]) + ")"; }
+std::string Vector3(real32 const *V)
+{
+    return "(" + Number(V[0]) + ", " + Number(V[1]) + ", " + Number(V[2]) + ")";
+}
 
 bool IsIntegerKind(member_type Kind)
 {
@@ -34,7 +40,8 @@ void DescribeLayout(vertex_data const &Data, std::string &Out)
 {
     Out += "\n    layout:";
     int32 Index = 0;
-    for (data_type_definition const *Member = Data.Vertices.Type; Member && Member->Type != EndMember; ++Member, ++Index) {
+    for (data_type_definition const *Member = Data.Vertices.Type; Member && Member->Type != EndMember;
+         ++Member, ++Index) {
         Out += "\n      " + std::string(Member->Name ? Member->Name : "?") + " " + GetMemberKindName(Member->Type) +
                "[" + std::to_string(GetMemberArrayWidth(*Member)) + "]";
         if (Index < Data.VertexComponentNameCount && Data.VertexComponentNames[Index]) {
@@ -78,8 +85,8 @@ void DescribeMesh(mesh const &Mesh, int VertexCount, std::string &Out)
     }
     bool Narrow = Topology->Indices16 != 0;
     int32 Indices = Narrow ? Topology->Index16Count : Topology->IndexCount;
-    Out += ": " + std::to_string(Data->Vertices.Count) + " vertices, " + std::to_string(Indices / 3) +
-           " triangles, " + (Narrow ? "16" : "32") + "-bit indices";
+    Out += ": " + std::to_string(Data->Vertices.Count) + " vertices, " + std::to_string(Indices / 3) + " triangles, " +
+           (Narrow ? "16" : "32") + "-bit indices";
     DescribeLayout(*Data, Out);
     Out += "\n    material groups: " + std::to_string(Topology->GroupCount);
     for (int32 Group = 0; Group < Topology->GroupCount; ++Group) {

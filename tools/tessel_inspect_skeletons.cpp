@@ -48,7 +48,9 @@ std::string DescribeTransform(transform const &T)
     if (Diagonal) {
         bool Unit = std::fabs(T.ScaleShear[0][0] - 1) < 1e-5f && std::fabs(T.ScaleShear[1][1] - 1) < 1e-5f &&
                     std::fabs(T.ScaleShear[2][2] - 1) < 1e-5f;
-        if (!Unit) Text += "  scale " + Format("(%.6g, %.6g, %.6g)", T.ScaleShear[0][0], T.ScaleShear[1][1], T.ScaleShear[2][2]);
+        if (!Unit)
+            Text +=
+                "  scale " + Format("(%.6g, %.6g, %.6g)", T.ScaleShear[0][0], T.ScaleShear[1][1], T.ScaleShear[2][2]);
     } else {
         Text += "  scale/shear (" + Vector3(T.ScaleShear[0]) + ", " + Vector3(T.ScaleShear[1]) + ", " +
                 Vector3(T.ScaleShear[2]) + ")";
@@ -89,7 +91,9 @@ void DescribeSkeleton(skeleton const &Skeleton, std::string &Out)
         if (Parent >= 0 && Parent < Index) {
             Children[(size_t)Parent].push_back(Index);
         } else {
-            if (Parent != -1) Out += "\n    bone " + std::to_string(Index) + " has parent " + std::to_string(Parent) + ", not before it";
+            if (Parent != -1)
+                Out +=
+                    "\n    bone " + std::to_string(Index) + " has parent " + std::to_string(Parent) + ", not before it";
             Roots.push_back(Index);
         }
     }
@@ -98,13 +102,13 @@ void DescribeSkeleton(skeleton const &Skeleton, std::string &Out)
 
 void DescribeModel(model const &Model, std::string &Out)
 {
-    Out += "\n  " + Name(Model.Name) + ": skeleton " + (Model.Skeleton ? Name(Model.Skeleton->Name) : "none") +
-           ", " + std::to_string(Model.MeshBindingCount) + (Model.MeshBindingCount == 1 ? " mesh" : " meshes");
-    Out += "\n    placement " + (Model.InitialPlacement.Flags == 0 && Model.InitialPlacement.Position[0] == 0 &&
-                                         Model.InitialPlacement.Position[1] == 0 &&
-                                         Model.InitialPlacement.Position[2] == 0
-                                     ? std::string("identity")
-                                     : DescribeTransform(Model.InitialPlacement));
+    Out += "\n  " + Name(Model.Name) + ": skeleton " + (Model.Skeleton ? Name(Model.Skeleton->Name) : "none") + ", " +
+           std::to_string(Model.MeshBindingCount) + (Model.MeshBindingCount == 1 ? " mesh" : " meshes");
+    Out +=
+        "\n    placement " + (Model.InitialPlacement.Flags == 0 && Model.InitialPlacement.Position[0] == 0 &&
+                                      Model.InitialPlacement.Position[1] == 0 && Model.InitialPlacement.Position[2] == 0
+                                  ? std::string("identity")
+                                  : DescribeTransform(Model.InitialPlacement));
     for (int32 Index = 0; Index < Model.MeshBindingCount; ++Index) {
         mesh const *Mesh = Model.MeshBindings[Index].Mesh;
         Out += "\n    mesh " + Name(Mesh ? Mesh->Name : 0);

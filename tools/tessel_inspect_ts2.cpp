@@ -55,8 +55,10 @@ struct tree_printer
         } else {
             Out += "\n";
             Indent(Levels.size() - 1);
-            if (Level.IsArray) Out += "[" + std::to_string(Level.Count) + "] ";
-            else Out += PendingKey + ": ";
+            if (Level.IsArray)
+                Out += "[" + std::to_string(Level.Count) + "] ";
+            else
+                Out += PendingKey + ": ";
         }
         ++Level.Count;
         HasKey = false;
@@ -71,9 +73,12 @@ struct tree_printer
     void Begin(bool IsArray, std::string const &TextLabel)
     {
         StartItem();
-        if (Json) Out += IsArray ? "[" : "{";
-        else if (TextLabel.empty() && !Out.empty() && Out.back() == ' ') Out.pop_back();
-        else Out += TextLabel;
+        if (Json)
+            Out += IsArray ? "[" : "{";
+        else if (TextLabel.empty() && !Out.empty() && Out.back() == ' ')
+            Out.pop_back();
+        else
+            Out += TextLabel;
         Levels.push_back({IsArray, 0});
     }
     void BeginObject(std::string const &TextLabel = "") { Begin(false, TextLabel); }
@@ -158,14 +163,48 @@ bool FormatScalar(inspector &Inspector, int32 Kind, uint8 const *Bytes, std::str
 {
     char Buffer[64];
     switch (Kind) {
-    case 10: { real32 V; memcpy(&V, Bytes, 4); *Text = FormatReal(Inspector, V); return true; }
-    case 21: { uint16 V; memcpy(&V, Bytes, 2); *Text = FormatReal(Inspector, Real32FromReal16(V)); return true; }
-    case 11: case 13: snprintf(Buffer, sizeof(Buffer), "%d", (int)(int8)Bytes[0]); break;
-    case 12: case 14: snprintf(Buffer, sizeof(Buffer), "%u", (unsigned)Bytes[0]); break;
-    case 15: case 17: { int16 V; memcpy(&V, Bytes, 2); snprintf(Buffer, sizeof(Buffer), "%d", (int)V); break; }
-    case 16: case 18: { uint16 V; memcpy(&V, Bytes, 2); snprintf(Buffer, sizeof(Buffer), "%u", (unsigned)V); break; }
-    case 19: { int32 V; memcpy(&V, Bytes, 4); snprintf(Buffer, sizeof(Buffer), "%d", V); break; }
-    case 20: { uint32 V; memcpy(&V, Bytes, 4); snprintf(Buffer, sizeof(Buffer), "%u", V); break; }
+    case 10: {
+        real32 V;
+        memcpy(&V, Bytes, 4);
+        *Text = FormatReal(Inspector, V);
+        return true;
+    }
+    case 21: {
+        uint16 V;
+        memcpy(&V, Bytes, 2);
+        *Text = FormatReal(Inspector, Real32FromReal16(V));
+        return true;
+    }
+    case 11:
+    case 13: snprintf(Buffer, sizeof(Buffer), "%d", (int)(int8)Bytes[0]); break;
+    case 12:
+    case 14: snprintf(Buffer, sizeof(Buffer), "%u", (unsigned)Bytes[0]); break;
+    case 15:
+    case 17: {
+        int16 V;
+        memcpy(&V, Bytes, 2);
+        snprintf(Buffer, sizeof(Buffer), "%d", (int)V);
+        break;
+    }
+    case 16:
+    case 18: {
+        uint16 V;
+        memcpy(&V, Bytes, 2);
+        snprintf(Buffer, sizeof(Buffer), "%u", (unsigned)V);
+        break;
+    }
+    case 19: {
+        int32 V;
+        memcpy(&V, Bytes, 4);
+        snprintf(Buffer, sizeof(Buffer), "%d", V);
+        break;
+    }
+    case 20: {
+        uint32 V;
+        memcpy(&V, Bytes, 4);
+        snprintf(Buffer, sizeof(Buffer), "%u", V);
+        break;
+    }
     default: return false;
     }
     *Text = Buffer;
@@ -218,8 +257,7 @@ void PrintArray(inspector &Inspector, file_section_reference Type, file_section_
     uint32 Shown = Inspector.MaxElements && Count > Inspector.MaxElements ? Inspector.MaxElements : Count;
     Inspector.Printer.BeginArray(std::to_string(Count) + " elements");
     for (uint32 Index = 0; Index < Shown; ++Index) {
-        PrintObject(Inspector, Type, Advance(Array, (uint64)Index * ElementSize),
-                    Path + "/" + std::to_string(Index));
+        PrintObject(Inspector, Type, Advance(Array, (uint64)Index * ElementSize), Path + "/" + std::to_string(Index));
     }
     if (Shown < Count) {
         if (Inspector.Printer.Json) {
@@ -313,7 +351,8 @@ void PrintMember(inspector &Inspector, file_type_member const &Member, file_sect
         ReadUInt32At(Inspector, Slot, &Count);
         file_section_reference Array;
         if (!ResolveFilePointer(File, Advance(Slot, 4), &Array) || Count == 0) return Printer.Raw("[]");
-        if (!Member.HasReferenceType || !GetLoadedFileBytes(File, Array, (uint32)std::min<uint64>((uint64)Count * P, ~0u)))
+        if (!Member.HasReferenceType ||
+            !GetLoadedFileBytes(File, Array, (uint32)std::min<uint64>((uint64)Count * P, ~0u)))
             return PrintInvalid(Inspector, "references outside their section");
         uint32 Shown = Inspector.MaxElements && Count > Inspector.MaxElements ? Inspector.MaxElements : Count;
         Printer.BeginArray(std::to_string(Count) + " references");
@@ -324,8 +363,9 @@ void PrintMember(inspector &Inspector, file_type_member const &Member, file_sect
             }
             PrintReferenceTarget(Inspector, Member.ReferenceType, Target, Path + "/" + std::to_string(Index));
         }
-        if (Shown < Count) Printer.Raw(Printer.Json ? "{\"$more\": " + std::to_string(Count - Shown) + "}"
-                                                    : "... " + std::to_string(Count - Shown) + " more");
+        if (Shown < Count)
+            Printer.Raw(Printer.Json ? "{\"$more\": " + std::to_string(Count - Shown) + "}"
+                                     : "... " + std::to_string(Count - Shown) + " more");
         return Printer.End();
     }
     case 5: // type, object
@@ -340,12 +380,9 @@ void PrintMember(inspector &Inspector, file_type_member const &Member, file_sect
             return Printer.Raw("[]");
         return PrintArray(Inspector, Type, Target, Count, Path);
     }
-    case 8:
-        return PrintString(Inspector, Slot);
-    case 9:
-        return PrintTransform(Inspector, Bytes);
-    case 22:
-        return Printer.Raw("null");
+    case 8: return PrintString(Inspector, Slot);
+    case 9: return PrintTransform(Inspector, Bytes);
+    case 22: return Printer.Raw("null");
     default: {
         int32 Unit = GetFileMemberKindSize(Member.Kind, File.PointerBits);
         std::string Text;
@@ -370,7 +407,8 @@ void PrintObject(inspector &Inspector, file_section_reference Type, file_section
     if (Inspector.Depth >= MaxPrintDepth) return PrintInvalid(Inspector, "nested too deeply");
     uint32 Size = 0;
     if (!GetFileTypeObjectSize(*Inspector.File, Type, &Size)) return PrintInvalid(Inspector, "bad type table");
-    if (!GetLoadedFileBytes(*Inspector.File, Object, Size)) return PrintInvalid(Inspector, "object outside its section");
+    if (!GetLoadedFileBytes(*Inspector.File, Object, Size))
+        return PrintInvalid(Inspector, "object outside its section");
 
     ++Inspector.Depth;
     Inspector.Printer.BeginObject();
@@ -408,8 +446,8 @@ void PrintHeader(inspector &Inspector, char const *Path)
     Printer.Key("File");
     Printer.String(Path);
     Printer.Key("Platform");
-    Printer.String((std::to_string(File.PointerBits) + "-bit " +
-                    (File.IsByteReversed ? "big-endian" : "little-endian")).c_str());
+    Printer.String(
+        (std::to_string(File.PointerBits) + "-bit " + (File.IsByteReversed ? "big-endian" : "little-endian")).c_str());
     Printer.Key("TotalHeaderSize");
     Printer.Raw(std::to_string(File.Magic.TotalHeaderSize));
     Printer.Key("HeaderFormat");
@@ -427,8 +465,8 @@ void PrintHeader(inspector &Inspector, char const *Path)
     Printer.Key("RootObjectTypeDefinition");
     Printer.Raw(Printer.Json ? "{\"Section\": " + std::to_string(Header.RootObjectTypeDefinition.SectionIndex) +
                                    ", \"Offset\": " + std::to_string(Header.RootObjectTypeDefinition.Offset) + "}"
-                             : "section " + std::to_string(Header.RootObjectTypeDefinition.SectionIndex) +
-                                   " offset " + std::to_string(Header.RootObjectTypeDefinition.Offset));
+                             : "section " + std::to_string(Header.RootObjectTypeDefinition.SectionIndex) + " offset " +
+                                   std::to_string(Header.RootObjectTypeDefinition.Offset));
     Printer.Key("RootObject");
     Printer.Raw(Printer.Json ? "{\"Section\": " + std::to_string(Header.RootObject.SectionIndex) +
                                    ", \"Offset\": " + std::to_string(Header.RootObject.Offset) + "}"
@@ -446,7 +484,11 @@ void PrintHeader(inspector &Inspector, char const *Path)
             Printer.String(Name);
             Printer.Key("Format");
             Printer.Raw(std::to_string(Section.Format));
-            struct field { char const *Key; uint32 Value; } const Fields[] = {
+            struct field
+            {
+                char const *Key;
+                uint32 Value;
+            } const Fields[] = {
                 {"DataOffset", Section.DataOffset},
                 {"DataSize", Section.DataSize},
                 {"ExpandedDataSize", Section.ExpandedDataSize},
@@ -534,8 +576,10 @@ int InspectTS2File(char const *Path, int ArgumentCount, char **Arguments)
     Inspector.MaxElements = MaxElements >= 0 ? (uint32)MaxElements : (Json ? 0u : (uint32)DefaultTextElements);
 
     tree_printer &Printer = Inspector.Printer;
-    if (Json) Printer.BeginObject();
-    else Printer.Levels.push_back({false, 0});
+    if (Json)
+        Printer.BeginObject();
+    else
+        Printer.Levels.push_back({false, 0});
     PrintHeader(Inspector, Path);
     // The summaries read the root as this program's file_info record, which
     // is safe only when the file's root type is exactly that record.

@@ -24,13 +24,13 @@ extern "C" {
  * the callback. */
 typedef struct export_progress
 {
-    uint32_t Position;  /* steps done since the total was last set */
-    uint32_t Total;     /* steps announced */
-    uint32_t Abort;     /* nonzero ends the export at the next check */
-    uint32_t Reserved;  /* zero */
-    char const *Title;  /* the export's title line */
-    char const *Stage;  /* current stage, such as "Meshes" */
-    char const *Item;   /* name of the item just begun */
+    uint32_t Position; /* steps done since the total was last set */
+    uint32_t Total;    /* steps announced */
+    uint32_t Abort;    /* nonzero ends the export at the next check */
+    uint32_t Reserved; /* zero */
+    char const *Title; /* the export's title line */
+    char const *Stage; /* current stage, such as "Meshes" */
+    char const *Item;  /* name of the item just begun */
 } export_progress;
 
 /* Called on every progress change with a copy of the record. */

@@ -229,7 +229,9 @@ bool ExportFBXFileWithOptions(char const *FBXPath, char const *OutputPath, char 
             throw;
         }
         if (!Read) {
-            TesselError(LogCategory_ExportDriver, "Unable to read AnimationDef file %s: missing, unreadable or without any AnimationDef", AnimationDefPath);
+            TesselError(LogCategory_ExportDriver,
+                        "Unable to read AnimationDef file %s: missing, unreadable or without any AnimationDef",
+                        AnimationDefPath);
             ReleaseExport(Tool);
             return false;
         }

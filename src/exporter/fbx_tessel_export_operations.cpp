@@ -71,8 +71,8 @@ static bool WriteExportFile(scene_export_context *Context, requester *FileSettin
 {
     file_magic_block Platform;
     memcpy(&Platform, GetExportPlatformBlock(GetSettingChoice(FileSettings, FilePlatformId)), sizeof(Platform));
-    Builder = BeginFile(ExportSectionCount, (uint32)ExportFileTypeTag, Platform, GetTemporaryDirectory(),
-                        TemporaryFileRoot);
+    Builder =
+        BeginFile(ExportSectionCount, (uint32)ExportFileTypeTag, Platform, GetTemporaryDirectory(), TemporaryFileRoot);
     bool Result = false;
     if (!Builder) {
         TesselError(LogCategory_ExportDriver, "Unable to create file writing buffer.");

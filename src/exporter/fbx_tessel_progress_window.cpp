@@ -11,9 +11,7 @@ static ExportProgressCallback ProgressCallback = 0;
 
 // Text log of the steps (four spaces, the item, CR LF). It has no sink in
 // this library.
-static void WriteProgressLog(char const *Text)
-{
-}
+static void WriteProgressLog(char const *Text) {}
 
 static void ReportProgress(export_progress *Progress)
 {

@@ -51,9 +51,7 @@ static char const *const *DescribeTesselWriter(int32 Selector)
     }
 }
 
-static void SetTesselWriterIOSettings(void *Settings)
-{
-}
+static void SetTesselWriterIOSettings(void *Settings) {}
 
 bool RegisterFBXWriter(KFbxSdkManager *Manager)
 {

@@ -17,8 +17,8 @@ struct memory_arena;
 struct string_table;
 
 // Tool-specific data of a node in its bone record: FBX adds none.
-void AddNodeData(fbx_tool_interface *Tool, tool_node *Node, bone *Bone, bool OnlyUserAttributes,
-                 memory_arena *Arena, string_table *Strings);
+void AddNodeData(fbx_tool_interface *Tool, tool_node *Node, bone *Bone, bool OnlyUserAttributes, memory_arena *Arena,
+                 string_table *Strings);
 
 // Settings blobs a tool may keep with its scene. FBX files keep none: every
 // getter gives null, a blob has size 0 and can't be read.

@@ -14,7 +14,10 @@
 
 namespace {
 
-KFbxMesh *ToFBXMesh(tool_mesh *Mesh) { return Mesh ? (KFbxMesh *)Mesh->ToolMesh : 0; }
+KFbxMesh *ToFBXMesh(tool_mesh *Mesh)
+{
+    return Mesh ? (KFbxMesh *)Mesh->ToolMesh : 0;
+}
 
 KFbxSkin *GetFirstSkin(KFbxMesh *Mesh)
 {
@@ -32,14 +35,20 @@ int32 FindClusterEntry(KFbxCluster const *Cluster, int32 Vertex)
     return -1;
 }
 
-char const *Intern(string_table *Strings, char const *Name) { return Strings ? MapString(Strings, Name) : Name; }
+char const *Intern(string_table *Strings, char const *Name)
+{
+    return Strings ? MapString(Strings, Name) : Name;
+}
 
 } // namespace
 
 // ---------------------------------------------------------------------------
 // Mesh as a whole.
 
-int32 GetMeshKind(fbx_tool_interface *Tool, tool_mesh *Mesh) { return ToolMeshKind_Polygons; }
+int32 GetMeshKind(fbx_tool_interface *Tool, tool_mesh *Mesh)
+{
+    return ToolMeshKind_Polygons;
+}
 
 void ComputeSkinMatrix(fbx_mesh_data *MeshData, int32 Index, AffineMatrix &Result)
 {
@@ -104,7 +113,8 @@ static bool ComputeSkinMatrices(fbx_mesh_data *MeshData, int32 Count)
             real64 Weight = (real64)(real32)Weights[Entry];
             AffineMatrix &Result = MeshData->SkinMatrices[Point];
             for (int32 Row = 0; Row < 4; ++Row) {
-                for (int32 Column = 0; Column < 4; ++Column) Result.mData[Row][Column] += Weight * Matrix.mData[Row][Column];
+                for (int32 Column = 0; Column < 4; ++Column)
+                    Result.mData[Row][Column] += Weight * Matrix.mData[Row][Column];
             }
         }
     }
@@ -151,7 +161,10 @@ int32 GetMeshTriangleCount(fbx_mesh_data *MeshData)
     return MeshData->Mesh->GetPolygonCount();
 }
 
-int32 GetMeshMaterialCount(fbx_mesh_data *MeshData) { return 1; }
+int32 GetMeshMaterialCount(fbx_mesh_data *MeshData)
+{
+    return 1;
+}
 
 int32 GetMeshColorChannelCount(fbx_mesh_data *MeshData)
 {
@@ -187,13 +200,15 @@ tool_node *GetMeshNode(fbx_tool_interface *Tool, tool_mesh *Mesh)
 
 void AddMeshData(fbx_tool_interface *Tool, tool_mesh *Mesh, mesh *FileMesh, bool OnlyUserAttributes,
                  memory_arena *Arena, string_table *Strings)
-{
-}
+{}
 
 // ---------------------------------------------------------------------------
 // Vertex component names.
 
-char const *GetPositionComponentName(fbx_mesh_data *, string_table *Strings) { return Intern(Strings, "Position"); }
+char const *GetPositionComponentName(fbx_mesh_data *, string_table *Strings)
+{
+    return Intern(Strings, "Position");
+}
 char const *GetBoneWeightsComponentName(fbx_mesh_data *, string_table *Strings)
 {
     return Intern(Strings, "BoneWeights");
@@ -202,9 +217,18 @@ char const *GetBoneIndicesComponentName(fbx_mesh_data *, string_table *Strings)
 {
     return Intern(Strings, "BoneIndices");
 }
-char const *GetNormalComponentName(fbx_mesh_data *, string_table *Strings) { return Intern(Strings, "Normal"); }
-char const *GetTangentComponentName(fbx_mesh_data *, string_table *Strings) { return Intern(Strings, "Tangent"); }
-char const *GetBinormalComponentName(fbx_mesh_data *, string_table *Strings) { return Intern(Strings, "Binormal"); }
+char const *GetNormalComponentName(fbx_mesh_data *, string_table *Strings)
+{
+    return Intern(Strings, "Normal");
+}
+char const *GetTangentComponentName(fbx_mesh_data *, string_table *Strings)
+{
+    return Intern(Strings, "Tangent");
+}
+char const *GetBinormalComponentName(fbx_mesh_data *, string_table *Strings)
+{
+    return Intern(Strings, "Binormal");
+}
 char const *GetTangentBinormalCrossComponentName(fbx_mesh_data *, string_table *Strings)
 {
     return Intern(Strings, "BinormalCross");
@@ -391,8 +415,14 @@ void NextTriangle(fbx_triangle_iterator *Iterator)
     if (Iterator) ++Iterator->Triangle;
 }
 
-int32 GetTriangleIndex(fbx_triangle_iterator *Iterator) { return Iterator ? Iterator->Triangle : -1; }
-int32 GetTriangleMaterial(fbx_triangle_iterator *Iterator) { return 0; }
+int32 GetTriangleIndex(fbx_triangle_iterator *Iterator)
+{
+    return Iterator ? Iterator->Triangle : -1;
+}
+int32 GetTriangleMaterial(fbx_triangle_iterator *Iterator)
+{
+    return 0;
+}
 bool IsTriangleTwoSided(fbx_triangle_iterator *Iterator, fbx_tool_interface *Tool, void *MaterialData)
 {
     return false;
@@ -404,7 +434,10 @@ int32 GetCornerVertex(fbx_triangle_iterator *Iterator, int32 Corner)
     return Iterator->MeshData->Mesh->GetPolygonVertex(Iterator->Triangle, Corner);
 }
 
-int32 GetCornerSource(fbx_triangle_iterator *Iterator, int32 Corner) { return Corner; }
+int32 GetCornerSource(fbx_triangle_iterator *Iterator, int32 Corner)
+{
+    return Corner;
+}
 
 void GetCornerNormal(fbx_triangle_iterator *Iterator, int32 Corner, real32 *Normal)
 {
@@ -471,15 +504,20 @@ bool GetTriangleAnnotation(fbx_triangle_iterator *Iterator, int32 SetIndex, memo
 // ---------------------------------------------------------------------------
 // Annotations, materials and morph targets: FBX has none.
 
-int32 GetVertexAnnotationCount(fbx_mesh_data *MeshData) { return 0; }
-tool_annotation_set *GetVertexAnnotationSet(fbx_mesh_data *MeshData, int32 Index) { return 0; }
+int32 GetVertexAnnotationCount(fbx_mesh_data *MeshData)
+{
+    return 0;
+}
+tool_annotation_set *GetVertexAnnotationSet(fbx_mesh_data *MeshData, int32 Index)
+{
+    return 0;
+}
 void ReleaseVertexAnnotationSet(fbx_mesh_data *MeshData, tool_annotation_set *Set) {}
 char const *GetVertexAnnotationName(fbx_mesh_data *MeshData, tool_annotation_set *Set, memory_arena *Arena)
 {
     return 0;
 }
-data_type_definition *GetVertexAnnotationType(fbx_mesh_data *MeshData, tool_annotation_set *Set,
-                                              memory_arena *Arena)
+data_type_definition *GetVertexAnnotationType(fbx_mesh_data *MeshData, tool_annotation_set *Set, memory_arena *Arena)
 {
     return 0;
 }
@@ -488,18 +526,42 @@ bool GetVertexAnnotation(fbx_mesh_data *MeshData, tool_annotation_set *Set, memo
 {
     return false;
 }
-int32 GetTriangleAnnotationCount(fbx_mesh_data *MeshData) { return 0; }
-char const *GetTriangleAnnotationName(fbx_mesh_data *MeshData, int32 Index, memory_arena *Arena) { return 0; }
+int32 GetTriangleAnnotationCount(fbx_mesh_data *MeshData)
+{
+    return 0;
+}
+char const *GetTriangleAnnotationName(fbx_mesh_data *MeshData, int32 Index, memory_arena *Arena)
+{
+    return 0;
+}
 data_type_definition *GetTriangleAnnotationType(fbx_mesh_data *MeshData, int32 Index, memory_arena *Arena)
 {
     return 0;
 }
 
-tool_material_data *GetMeshMaterials(fbx_tool_interface *Tool, tool_mesh *Mesh) { return 0; }
+tool_material_data *GetMeshMaterials(fbx_tool_interface *Tool, tool_mesh *Mesh)
+{
+    return 0;
+}
 void ReleaseMeshMaterials(tool_material_data *Materials) {}
-tool_material *GetMeshMaterial(fbx_tool_interface *Tool, tool_material_data *Materials, int32 Index) { return 0; }
+tool_material *GetMeshMaterial(fbx_tool_interface *Tool, tool_material_data *Materials, int32 Index)
+{
+    return 0;
+}
 
-bool HasMorphTargets(fbx_tool_interface *Tool, tool_mesh *Mesh) { return false; }
-int32 GetMorphTargetCount(fbx_tool_interface *Tool, tool_mesh *Mesh) { return 0; }
-fbx_mesh_data *GetMorphTargetMeshData(fbx_tool_interface *Tool, tool_mesh *Mesh, int32 Index) { return 0; }
-char const *GetMorphTargetName() { return 0; }
+bool HasMorphTargets(fbx_tool_interface *Tool, tool_mesh *Mesh)
+{
+    return false;
+}
+int32 GetMorphTargetCount(fbx_tool_interface *Tool, tool_mesh *Mesh)
+{
+    return 0;
+}
+fbx_mesh_data *GetMorphTargetMeshData(fbx_tool_interface *Tool, tool_mesh *Mesh, int32 Index)
+{
+    return 0;
+}
+char const *GetMorphTargetName()
+{
+    return 0;
+}

@@ -136,8 +136,7 @@ int32 GetVertexAnnotationCount(fbx_mesh_data *MeshData);
 tool_annotation_set *GetVertexAnnotationSet(fbx_mesh_data *MeshData, int32 Index);
 void ReleaseVertexAnnotationSet(fbx_mesh_data *MeshData, tool_annotation_set *Set);
 char const *GetVertexAnnotationName(fbx_mesh_data *MeshData, tool_annotation_set *Set, memory_arena *Arena);
-data_type_definition *GetVertexAnnotationType(fbx_mesh_data *MeshData, tool_annotation_set *Set,
-                                              memory_arena *Arena);
+data_type_definition *GetVertexAnnotationType(fbx_mesh_data *MeshData, tool_annotation_set *Set, memory_arena *Arena);
 bool GetVertexAnnotation(fbx_mesh_data *MeshData, tool_annotation_set *Set, memory_arena *Arena, int32 Vertex,
                          data_type_definition *Type, void *Bytes);
 int32 GetTriangleAnnotationCount(fbx_mesh_data *MeshData);

@@ -87,10 +87,9 @@ void GetArtToolVersion(fbx_tool_interface *Tool, int32 *Major, int32 *Minor, int
     if (PointerSize) *PointerSize = 64;
 }
 
-void AddArtToolInfoData(fbx_tool_interface *Tool, art_tool_info *Info, bool OnlyUserAttributes,
-                        memory_arena *Arena, string_table *Strings)
-{
-}
+void AddArtToolInfoData(fbx_tool_interface *Tool, art_tool_info *Info, bool OnlyUserAttributes, memory_arena *Arena,
+                        string_table *Strings)
+{}
 
 char const *GetSourceFileName(fbx_tool_interface *Tool, string_table *Strings)
 {

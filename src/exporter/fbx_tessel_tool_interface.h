@@ -47,8 +47,8 @@ tool_node_graph *BuildSceneGraph(fbx_tool_interface *Tool);
 void ReleaseSceneGraph(fbx_tool_interface *Tool, tool_node_graph *Graph);
 char const *GetArtToolName(fbx_tool_interface *Tool, string_table *Strings);
 void GetArtToolVersion(fbx_tool_interface *Tool, int32 *Major, int32 *Minor, int32 *PointerSize);
-void AddArtToolInfoData(fbx_tool_interface *Tool, art_tool_info *Info, bool OnlyUserAttributes,
-                        memory_arena *Arena, string_table *Strings);
+void AddArtToolInfoData(fbx_tool_interface *Tool, art_tool_info *Info, bool OnlyUserAttributes, memory_arena *Arena,
+                        string_table *Strings);
 char const *GetSourceFileName(fbx_tool_interface *Tool, string_table *Strings);
 void GetCoordinateSystem(fbx_tool_interface *Tool, real32 *UnitsPerMeter, real32 *Right, real32 *Up, real32 *Back);
 // The bind state: take "Default", time 0.

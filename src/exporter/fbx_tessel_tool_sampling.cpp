@@ -8,8 +8,14 @@
 
 namespace {
 
-KFbxTakeInfo *GetTake(tool_animation *Animation) { return (KFbxTakeInfo *)Animation->ToolAnimation; }
-KFbxScene *GetScene(tool_animation *Animation) { return (KFbxScene *)Animation->ToolScene; }
+KFbxTakeInfo *GetTake(tool_animation *Animation)
+{
+    return (KFbxTakeInfo *)Animation->ToolAnimation;
+}
+KFbxScene *GetScene(tool_animation *Animation)
+{
+    return (KFbxScene *)Animation->ToolScene;
+}
 
 // A scene without the take answers with a failure, which changes nothing
 // that matters here: the take becomes current all the same.
@@ -64,8 +70,7 @@ int32 GetAnimationFrameCount(tool_animation *Animation)
     return Frames > 0 ? (int32)Frames : 0;
 }
 
-void SetAnimationSampleTime(fbx_tool_interface *Tool, tool_animation *Animation, int32 SampleIndex,
-                            int32 SampleCount)
+void SetAnimationSampleTime(fbx_tool_interface *Tool, tool_animation *Animation, int32 SampleIndex, int32 SampleCount)
 {
     CheckPointer(Tool, LogCategory_Exporter, TESSEL_NOTHING);
     CheckPointer(Animation, LogCategory_Exporter, TESSEL_NOTHING);
@@ -83,12 +88,18 @@ void SetAnimationSampleTime(fbx_tool_interface *Tool, tool_animation *Animation,
 }
 
 void SetMorphFrame(fbx_tool_interface *Tool, int32 Frame, int32 FrameCount) {}
-int32 GetMorphFrameCount(fbx_tool_interface *Tool) { return 0; }
-real32 GetMorphDuration(fbx_tool_interface *Tool) { return 0.0f; }
+int32 GetMorphFrameCount(fbx_tool_interface *Tool)
+{
+    return 0;
+}
+real32 GetMorphDuration(fbx_tool_interface *Tool)
+{
+    return 0.0f;
+}
 
-void SampleNodeTransform(fbx_tool_interface *Tool, tool_node *Node, real32 *LocalPosition,
-                         real32 *LocalOrientation, real32 *LocalScaleShear, real32 *WorldPosition,
-                         real32 *WorldOrientation, real32 *WorldScaleShear)
+void SampleNodeTransform(fbx_tool_interface *Tool, tool_node *Node, real32 *LocalPosition, real32 *LocalOrientation,
+                         real32 *LocalScaleShear, real32 *WorldPosition, real32 *WorldOrientation,
+                         real32 *WorldScaleShear)
 {
     CheckPointer(Tool, LogCategory_Exporter, TESSEL_NOTHING);
     CheckPointer(Node, LogCategory_Exporter, TESSEL_NOTHING);
@@ -131,20 +142,40 @@ void GetNodeMatrix(fbx_tool_interface *Tool, tool_node *Node, real32 *Matrix) {}
 void GetMorphVertexPosition(void *Handle, int32 Polygon, int32 Corner, real32 *Position) {}
 void GetMorphVertexNormal(void *Handle, int32 Polygon, int32 Corner, real32 *Normal) {}
 void GetMorphCornerColor(void *Handle, int32 Polygon, int32 Corner, int32 Channel, real32 *Color) {}
-void GetMorphCornerTextureCoordinates(void *Handle, int32 Polygon, int32 Corner, int32 Channel,
-                                      real32 *Coordinates) {}
+void GetMorphCornerTextureCoordinates(void *Handle, int32 Polygon, int32 Corner, int32 Channel, real32 *Coordinates) {}
 
-int32 GetVertexAnimationChannelCount(fbx_tool_interface *Tool, tool_animation *Animation) { return 0; }
+int32 GetVertexAnimationChannelCount(fbx_tool_interface *Tool, tool_animation *Animation)
+{
+    return 0;
+}
 void SampleVertexAnimationFrame(real32 *Values, void *Handle, tool_animation *Animation) {}
-char const *GetVertexAnimationChannelName() { return 0; }
-char const *GetTrackName(fbx_tool_interface *Tool, tool_track *Track, string_table *Strings) { return 0; }
-int32 GetTrackDimension(fbx_tool_interface *Tool, tool_track *Track) { return 0; }
+char const *GetVertexAnimationChannelName()
+{
+    return 0;
+}
+char const *GetTrackName(fbx_tool_interface *Tool, tool_track *Track, string_table *Strings)
+{
+    return 0;
+}
+int32 GetTrackDimension(fbx_tool_interface *Tool, tool_track *Track)
+{
+    return 0;
+}
 void SampleTrack(real32 *Values, tool_track *Track, tool_animation *Animation) {}
-bool IsTrackAlwaysKept(fbx_tool_interface *Tool, tool_track *Track) { return false; }
-int32 GetNodeTextTrackCount(fbx_tool_interface *Tool, tool_node *Node) { return 0; }
-int32 GetNodeTextTrackEntryCount(fbx_tool_interface *Tool, tool_node *Node, int32 Track) { return 0; }
-char const *GetNodeTextTrackEntry(fbx_tool_interface *Tool, tool_node *Node, memory_arena *Arena,
-                                  string_table *Strings, int32 Track, int32 Entry, real32 *Time)
+bool IsTrackAlwaysKept(fbx_tool_interface *Tool, tool_track *Track)
+{
+    return false;
+}
+int32 GetNodeTextTrackCount(fbx_tool_interface *Tool, tool_node *Node)
+{
+    return 0;
+}
+int32 GetNodeTextTrackEntryCount(fbx_tool_interface *Tool, tool_node *Node, int32 Track)
+{
+    return 0;
+}
+char const *GetNodeTextTrackEntry(fbx_tool_interface *Tool, tool_node *Node, memory_arena *Arena, string_table *Strings,
+                                  int32 Track, int32 Entry, real32 *Time)
 {
     return 0;
 }

@@ -22,8 +22,7 @@ int32 GetAnimationFrameCount(tool_animation *Animation);
 // Makes the animation's take current and puts the current time at sample
 // SampleIndex of SampleCount equal steps over the range (or over the take's
 // length from time 0). SampleCount must be at least 1.
-void SetAnimationSampleTime(fbx_tool_interface *Tool, tool_animation *Animation, int32 SampleIndex,
-                            int32 SampleCount);
+void SetAnimationSampleTime(fbx_tool_interface *Tool, tool_animation *Animation, int32 SampleIndex, int32 SampleCount);
 void SetMorphFrame(fbx_tool_interface *Tool, int32 Frame, int32 FrameCount);
 int32 GetMorphFrameCount(fbx_tool_interface *Tool);
 real32 GetMorphDuration(fbx_tool_interface *Tool);
@@ -33,9 +32,9 @@ real32 GetMorphDuration(fbx_tool_interface *Tool);
 // come from the node's global transform, or copy the local ones for a node
 // without a parent in the graph. A node without a scene node leaves every
 // output untouched.
-void SampleNodeTransform(fbx_tool_interface *Tool, tool_node *Node, real32 *LocalPosition,
-                         real32 *LocalOrientation, real32 *LocalScaleShear, real32 *WorldPosition,
-                         real32 *WorldOrientation, real32 *WorldScaleShear);
+void SampleNodeTransform(fbx_tool_interface *Tool, tool_node *Node, real32 *LocalPosition, real32 *LocalOrientation,
+                         real32 *LocalScaleShear, real32 *WorldPosition, real32 *WorldOrientation,
+                         real32 *WorldScaleShear);
 // FBX gives no separate node matrix: Matrix stays as it was.
 void GetNodeMatrix(fbx_tool_interface *Tool, tool_node *Node, real32 *Matrix);
 
@@ -43,8 +42,7 @@ void GetNodeMatrix(fbx_tool_interface *Tool, tool_node *Node, real32 *Matrix);
 void GetMorphVertexPosition(void *Handle, int32 Polygon, int32 Corner, real32 *Position);
 void GetMorphVertexNormal(void *Handle, int32 Polygon, int32 Corner, real32 *Normal);
 void GetMorphCornerColor(void *Handle, int32 Polygon, int32 Corner, int32 Channel, real32 *Color);
-void GetMorphCornerTextureCoordinates(void *Handle, int32 Polygon, int32 Corner, int32 Channel,
-                                      real32 *Coordinates);
+void GetMorphCornerTextureCoordinates(void *Handle, int32 Polygon, int32 Corner, int32 Channel, real32 *Coordinates);
 
 // Vertex animation and animated extras: FBX has none.
 int32 GetVertexAnimationChannelCount(fbx_tool_interface *Tool, tool_animation *Animation);
@@ -56,5 +54,5 @@ void SampleTrack(real32 *Values, tool_track *Track, tool_animation *Animation);
 bool IsTrackAlwaysKept(fbx_tool_interface *Tool, tool_track *Track);
 int32 GetNodeTextTrackCount(fbx_tool_interface *Tool, tool_node *Node);
 int32 GetNodeTextTrackEntryCount(fbx_tool_interface *Tool, tool_node *Node, int32 Track);
-char const *GetNodeTextTrackEntry(fbx_tool_interface *Tool, tool_node *Node, memory_arena *Arena,
-                                  string_table *Strings, int32 Track, int32 Entry, real32 *Time);
+char const *GetNodeTextTrackEntry(fbx_tool_interface *Tool, tool_node *Node, memory_arena *Arena, string_table *Strings,
+                                  int32 Track, int32 Entry, real32 *Time);

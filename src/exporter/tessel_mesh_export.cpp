@@ -128,8 +128,9 @@ int32 GetMeshMorphTargetCount(scene_export_state *State, tool_mesh *Mesh)
             Count = GetMorphFrameCount(State->Tool);
         }
         if (Count > State->MorphTargetLimit) {
-            TesselWarning(LogCategory_Exporter, "Morph target count of %i exceeds limit of %i - count has been clamped.",
-                          Count, State->MorphTargetLimit);
+            TesselWarning(LogCategory_Exporter,
+                          "Morph target count of %i exceeds limit of %i - count has been clamped.", Count,
+                          State->MorphTargetLimit);
             Count = State->MorphTargetLimit;
         }
     }
@@ -188,8 +189,8 @@ data_type_definition *BuildVertexType(fbx_mesh_data *MeshData, memory_arena *Are
 {
     CheckPointer(Arena, LogCategory_Exporter, 0);
     bool HasBones = BonesPerVertex >= 1 && BoneCount >= 2;
-    int32 Coordinates = ClampChannelCount(Settings, GetMeshTextureCoordinateChannelCount(MeshData),
-                                          AllowCoordinatesId, CoordinatesPerVertexId, DummyCoordinatesId);
+    int32 Coordinates = ClampChannelCount(Settings, GetMeshTextureCoordinateChannelCount(MeshData), AllowCoordinatesId,
+                                          CoordinatesPerVertexId, DummyCoordinatesId);
     int32 Colors = ClampChannelCount(Settings, GetMeshColorChannelCount(MeshData), AllowColorsId, ColorsPerVertexId,
                                      DummyColorsId);
     int32 Slots = Colors + Coordinates + 8;
@@ -381,14 +382,13 @@ void GatherTriangles(scene_export_state *State, settings_node const *Settings, f
     EndTriangles(Iterator);
 }
 
-void ExportPolygonMesh(scene_export_state *State, tool_mesh *Mesh, fbx_mesh_skin *Skin,
-                       tool_material_data *Materials, mesh *FileMesh, bone_placement *Placements)
+void ExportPolygonMesh(scene_export_state *State, tool_mesh *Mesh, fbx_mesh_skin *Skin, tool_material_data *Materials,
+                       mesh *FileMesh, bone_placement *Placements)
 {
     settings_node const *Settings = Mesh->Settings;
     int32 WeightFormat = GetSettingChoice(Settings, BoneWeightFormatId);
-    int32 BonesPerVertex = (Skin && GetSettingBool(Settings, AllowVertexWeightingId))
-                               ? GetSettingInt(Settings, BonesPerVertexId)
-                               : 0;
+    int32 BonesPerVertex =
+        (Skin && GetSettingBool(Settings, AllowVertexWeightingId)) ? GetSettingInt(Settings, BonesPerVertexId) : 0;
     fbx_mesh_data *MeshData = BeginMeshData(State->Tool, Mesh);
     if (!MeshData) {
         TesselWarning(LogCategory_Exporter, "Unable to parse mesh %s", FileMesh->Name ? FileMesh->Name : "");
@@ -480,12 +480,14 @@ void ExportMesh(scene_export_state *State, tool_mesh *Mesh)
     AddMesh(State, FileMesh);
     Mesh->FileMesh = FileMesh;
     settings_node const *Settings = Mesh->Settings;
-    FileMesh->Name = (char *)GetMeshName(State->Tool, Mesh, State->Strings, GetSettingBool(Settings, UseFullMeshPathnamesId));
+    FileMesh->Name =
+        (char *)GetMeshName(State->Tool, Mesh, State->Strings, GetSettingBool(Settings, UseFullMeshPathnamesId));
 
     if (IsDataIncluded(Settings)) {
         int32 MorphTargetCount = GetMeshMorphTargetCount(State, Mesh);
         FileMesh->MorphTargets = ArenaPush<morph_target>(State->Arena, MorphTargetCount + 1);
-        if (FileMesh->MorphTargets) memset(FileMesh->MorphTargets, 0, sizeof(morph_target) * (size_t)(MorphTargetCount + 1));
+        if (FileMesh->MorphTargets)
+            memset(FileMesh->MorphTargets, 0, sizeof(morph_target) * (size_t)(MorphTargetCount + 1));
 
         fbx_mesh_skin *Skin = GetMeshSkin(State->Tool, Mesh);
         bone_placement *Placements = BindBones(State, Mesh, Skin, FileMesh);
@@ -506,7 +508,8 @@ void ExportMesh(scene_export_state *State, tool_mesh *Mesh)
             if (FileMesh->MaterialBindings) {
                 FileMesh->MaterialBindingCount = Topology->GroupCount;
                 for (int32 Group = 0; Group < Topology->GroupCount; ++Group) {
-                    tool_material *Material = GetMeshMaterial(State->Tool, Materials, Topology->Groups[Group].MaterialIndex);
+                    tool_material *Material =
+                        GetMeshMaterial(State->Tool, Materials, Topology->Groups[Group].MaterialIndex);
                     Topology->Groups[Group].MaterialIndex = Group;
                     FileMesh->MaterialBindings[Group].Material = Material ? Material->FileMaterial : 0;
                 }

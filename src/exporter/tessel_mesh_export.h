@@ -44,8 +44,8 @@ struct mesh_sections
 // holds and the geometry can be read.
 void ExportMesh(scene_export_state *State, tool_mesh *Mesh);
 
-void ExportPolygonMesh(scene_export_state *State, tool_mesh *Mesh, fbx_mesh_skin *Skin,
-                       tool_material_data *Materials, mesh *FileMesh, bone_placement *Placements);
+void ExportPolygonMesh(scene_export_state *State, tool_mesh *Mesh, fbx_mesh_skin *Skin, tool_material_data *Materials,
+                       mesh *FileMesh, bone_placement *Placements);
 
 // The vertex layout of a mesh, in the arena and ended by EndMember, with the
 // tool's component names beside it. Null when the arena runs out.

@@ -111,7 +111,10 @@ bool Append(growing_list &List, int32 Value)
     return true;
 }
 
-int32 GetRecordSize(variant_array const &Array) { return Array.Type ? GetTotalObjectSize(Array.Type) : 0; }
+int32 GetRecordSize(variant_array const &Array)
+{
+    return Array.Type ? GetTotalObjectSize(Array.Type) : 0;
+}
 
 // One vertex annotation: with Indexed an index into the kept records
 // (-1 for none, equal records kept once), else a record per vertex.
@@ -138,7 +141,8 @@ void TruncateIndices(mesh const *FileMesh, tri_topology *Topology)
 {
     for (int32 Index = 0; Index < Topology->IndexCount; ++Index) {
         if ((uint32)Topology->Indices[Index] >= (uint32)FirstWideIndex) {
-            TesselWarning(LogCategory_Exporter, "Mesh (%s) has too many vertices to fit into 16-bit, leaving in 32-bit mode",
+            TesselWarning(LogCategory_Exporter,
+                          "Mesh (%s) has too many vertices to fit into 16-bit, leaving in 32-bit mode",
                           FileMesh->Name ? FileMesh->Name : "");
             return;
         }
@@ -162,8 +166,9 @@ void FinishMesh(scene_export_state *State, tool_mesh *Mesh, fbx_mesh_data *MeshD
     settings_node const *Settings = Mesh->Settings;
     bool ToolAnnotations = GetSettingBool(Settings, IncludeVertexAnnotationId);
     if (ToolAnnotations || WithMorphCurves) {
-        BuildVertexAnnotations(State, Builder, MeshData, VertexData, GetSettingBool(Settings, IndexedVertexAnnotationId),
-                               Mesh, ToolAnnotations, WithMorphCurves);
+        BuildVertexAnnotations(State, Builder, MeshData, VertexData,
+                               GetSettingBool(Settings, IndexedVertexAnnotationId), Mesh, ToolAnnotations,
+                               WithMorphCurves);
     }
     FileMesh->PrimaryVertexData = VertexData;
     AddVertexData(State, VertexData);
@@ -194,7 +199,8 @@ void FinishMesh(scene_export_state *State, tool_mesh *Mesh, fbx_mesh_data *MeshD
 
     // Null arrays have no place of their own.
     if (State->Writer) {
-        if (VertexData->Vertices.Array) SetFileSectionForObject(State->Writer, VertexData->Vertices.Array, Sections.Vertices);
+        if (VertexData->Vertices.Array)
+            SetFileSectionForObject(State->Writer, VertexData->Vertices.Array, Sections.Vertices);
         if (Topology->Indices) SetFileSectionForObject(State->Writer, Topology->Indices, Sections.Indices);
         if (Topology->Indices16) SetFileSectionForObject(State->Writer, Topology->Indices16, Sections.Indices);
     }
@@ -305,8 +311,9 @@ void BuildMeshBounds(scene_export_state *State, mesh *FileMesh, int32 BoneBindin
         return;
     }
     if (BoneBindingCount > FileMesh->BoneBindingCount) {
-        TesselError(LogCategory_Exporter,
-                    "BuildMeshBounds: mesh bone bindings size mismatch (Can be legitimately caused by export selected)");
+        TesselError(
+            LogCategory_Exporter,
+            "BuildMeshBounds: mesh bone bindings size mismatch (Can be legitimately caused by export selected)");
         BoneBindingCount = FileMesh->BoneBindingCount;
     }
     tri_topology *Topology = FileMesh->PrimaryTopology;
@@ -410,7 +417,8 @@ void MarkUsedBones(uint8 *Used, int32 BoneCount, vertex_data *VertexData)
                             Vertex);
         // NaN counts as a weight.
         for (int32 Entry = 0; Entry < Canonical.Width; ++Entry) {
-            if (!(Vertex.Weights[Entry] == 0.0f) && Vertex.Indices[Entry] < (uint32)BoneCount) Used[Vertex.Indices[Entry]] = 1;
+            if (!(Vertex.Weights[Entry] == 0.0f) && Vertex.Indices[Entry] < (uint32)BoneCount)
+                Used[Vertex.Indices[Entry]] = 1;
         }
     }
 }
@@ -461,7 +469,8 @@ void RemoveUnusedBoneBindings(mesh *FileMesh)
     for (int32 Binding = 0; Binding < Count; ++Binding) NewIndex[Binding] = -1;
     if (FileMesh->PrimaryVertexData) MarkUsedBones(Used, Count, FileMesh->PrimaryVertexData);
     for (int32 Target = 0; Target < FileMesh->MorphTargetCount; ++Target) {
-        if (FileMesh->MorphTargets[Target].VertexData) MarkUsedBones(Used, Count, FileMesh->MorphTargets[Target].VertexData);
+        if (FileMesh->MorphTargets[Target].VertexData)
+            MarkUsedBones(Used, Count, FileMesh->MorphTargets[Target].VertexData);
     }
     int32 UsedCount = 0;
     for (int32 Binding = 0; Binding < Count; ++Binding) {
@@ -474,7 +483,8 @@ void RemoveUnusedBoneBindings(mesh *FileMesh)
         FileMesh->BoneBindingCount = UsedCount;
         if (FileMesh->PrimaryVertexData) RemapBoneIndices(NewIndex, Count, FileMesh->PrimaryVertexData);
         for (int32 Target = 0; Target < FileMesh->MorphTargetCount; ++Target) {
-            if (FileMesh->MorphTargets[Target].VertexData) RemapBoneIndices(NewIndex, Count, FileMesh->MorphTargets[Target].VertexData);
+            if (FileMesh->MorphTargets[Target].VertexData)
+                RemapBoneIndices(NewIndex, Count, FileMesh->MorphTargets[Target].VertexData);
         }
     }
     TesselFree(NewIndex);

@@ -133,9 +133,18 @@ void MergeToolModels(tool_node_graph *Graph, tool_model *First, tool_model *Seco
 void DeleteToolModel(tool_node_graph *Graph, tool_model *Model);
 
 // Iterators: newest first; the model walk ends on the sentinel.
-inline tool_model *FirstModel(tool_node_graph *Graph) { return Graph->ModelSentinel.Previous; }
-inline tool_model *NextModel(tool_model *Model) { return Model->Previous; }
-inline bool IsModelEnd(tool_node_graph *Graph, tool_model *Model) { return Model == &Graph->ModelSentinel; }
+inline tool_model *FirstModel(tool_node_graph *Graph)
+{
+    return Graph->ModelSentinel.Previous;
+}
+inline tool_model *NextModel(tool_model *Model)
+{
+    return Model->Previous;
+}
+inline bool IsModelEnd(tool_node_graph *Graph, tool_model *Model)
+{
+    return Model == &Graph->ModelSentinel;
+}
 
 struct fbx_tool_interface;
 struct string_table;

@@ -26,7 +26,6 @@ enum
     DefaultSectionChoice = 124,
     FirstStandardSectionChoice = 131072,
 
-
     DefaultMorphTargetLimit = 65536,
     MaximumVertexDataCount = 262144,
 };
@@ -43,16 +42,36 @@ struct object_type_section
 };
 
 static object_type_section const ObjectTypeSections[] = {
-    {65537, AnimationType},       {65538, ArtToolInfoType},      {65539, Curve2Type},
-    {65540, ExporterInfoType},    {65541, MaterialMapType},      {65542, MaterialType},
-    {65543, BoneBindingType},     {65544, MaterialBindingType},  {65545, MorphTargetType},
-    {65546, MeshType},            {65547, ModelMeshBindingType}, {65548, ModelType},
-    {65549, PeriodicLoopType},    {65550, PixelLayoutType},      {65553, BoneType},
-    {65554, SkeletonType},        {65555, StringElementType},    {65556, TextureMIPLevelType},
-    {65557, TextureImageType},    {65558, TextureType},          {65559, VectorTrackType},
-    {65560, TransformTrackType},  {65561, TextTrackEntryType},   {65562, TextTrackType},
-    {65563, TrackGroupType},      {65564, TriMaterialGroupType}, {65565, TriAnnotationSetType},
-    {65566, TriTopologyType},     {65567, VertexAnnotationSetType}, {65568, VertexDataType},
+    {65537, AnimationType},
+    {65538, ArtToolInfoType},
+    {65539, Curve2Type},
+    {65540, ExporterInfoType},
+    {65541, MaterialMapType},
+    {65542, MaterialType},
+    {65543, BoneBindingType},
+    {65544, MaterialBindingType},
+    {65545, MorphTargetType},
+    {65546, MeshType},
+    {65547, ModelMeshBindingType},
+    {65548, ModelType},
+    {65549, PeriodicLoopType},
+    {65550, PixelLayoutType},
+    {65553, BoneType},
+    {65554, SkeletonType},
+    {65555, StringElementType},
+    {65556, TextureMIPLevelType},
+    {65557, TextureImageType},
+    {65558, TextureType},
+    {65559, VectorTrackType},
+    {65560, TransformTrackType},
+    {65561, TextTrackEntryType},
+    {65562, TextTrackType},
+    {65563, TrackGroupType},
+    {65564, TriMaterialGroupType},
+    {65565, TriAnnotationSetType},
+    {65566, TriTopologyType},
+    {65567, VertexAnnotationSetType},
+    {65568, VertexDataType},
 };
 
 scene_export_context *BeginSceneExport(fbx_tool_interface *Tool)
@@ -123,8 +142,8 @@ static int32 GetProgressTotal(scene_export_state *State)
 {
     tool_node_graph *Graph = State->Graph;
     // The three are "Writing file", "Packaging file" and "Export Complete".
-    int32 Total = Graph->TextureCount + Graph->ModelCount + Graph->MaterialCount + Graph->MeshCount +
-                  Graph->ModelCount + 3;
+    int32 Total =
+        Graph->TextureCount + Graph->ModelCount + Graph->MaterialCount + Graph->MeshCount + Graph->ModelCount + 3;
     for (tool_animation *Animation = Graph->FirstAnimation; Animation; Animation = Animation->Next) {
         ++Total;
         if (IsReferenceIncluded(Animation->Settings)) Total += GetAnimationProgressSteps(State->Tool, Animation, State);
@@ -233,12 +252,12 @@ static bool AllocateFileInfoArrays(scene_export_state *State)
     return true;
 }
 
-#define DEFINE_ADDER(Name, Type, Count, Array, Capacity)                                       \
-    void Name(scene_export_state *State, Type *Object)                                         \
-    {                                                                                          \
-        CheckPointer(State, LogCategory_Exporter, TESSEL_NOTHING);                             \
-        CheckIndex(State->FileInfo.Count, (Capacity), LogCategory_Exporter, TESSEL_NOTHING);   \
-        State->FileInfo.Array[State->FileInfo.Count++] = Object;                               \
+#define DEFINE_ADDER(Name, Type, Count, Array, Capacity)                                                               \
+    void Name(scene_export_state *State, Type *Object)                                                                 \
+    {                                                                                                                  \
+        CheckPointer(State, LogCategory_Exporter, TESSEL_NOTHING);                                                     \
+        CheckIndex(State->FileInfo.Count, (Capacity), LogCategory_Exporter, TESSEL_NOTHING);                           \
+        State->FileInfo.Array[State->FileInfo.Count++] = Object;                                                       \
     }
 
 DEFINE_ADDER(AddTexture, texture, TextureCount, Textures, State->Graph->TextureCount)
@@ -374,7 +393,10 @@ bool EmbedSourceFile(char const *Path, file_info *FileInfo, memory_arena *Arena,
     if (!Reader) return false;
 
     // Measured by reading, as some readers can't tell their size.
-    enum { ChunkSize = 4096 };
+    enum
+    {
+        ChunkSize = 4096
+    };
     uint8 Chunk[ChunkSize];
     int32 Size = 0;
     for (;;) {

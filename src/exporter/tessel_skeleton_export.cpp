@@ -54,7 +54,8 @@ void RotateVector(real32 const *Quaternion, real32 const *Vector, real32 *Result
     real32 Matrix[9];
     QuaternionToMatrix3x3(Quaternion, Matrix);
     for (int32 Row = 0; Row < 3; ++Row) {
-        Result[Row] = Matrix[Row * 3 + 0] * Vector[0] + Matrix[Row * 3 + 1] * Vector[1] + Matrix[Row * 3 + 2] * Vector[2];
+        Result[Row] =
+            Matrix[Row * 3 + 0] * Vector[0] + Matrix[Row * 3 + 1] * Vector[1] + Matrix[Row * 3 + 2] * Vector[2];
     }
 }
 
@@ -115,8 +116,8 @@ void GetNodeTransforms(fbx_tool_interface *Tool, tool_node *Node, transform *Loc
     real32 LocalScaleShear[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
     real32 WorldPosition[3] = {0, 0, 0}, WorldOrientation[4] = {0, 0, 0, 1};
     real32 WorldScaleShear[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
-    SampleNodeTransform(Tool, Node, LocalPosition, LocalOrientation, LocalScaleShear, WorldPosition,
-                        WorldOrientation, WorldScaleShear);
+    SampleNodeTransform(Tool, Node, LocalPosition, LocalOrientation, LocalScaleShear, WorldPosition, WorldOrientation,
+                        WorldScaleShear);
     SetTransform(*Local, LocalPosition, LocalOrientation, LocalScaleShear);
     SetTransform(*World, WorldPosition, WorldOrientation, WorldScaleShear);
 }
@@ -135,8 +136,9 @@ void MakeInitialPlacement(settings_node const *Settings, real32 const *Position,
     }
     PlacedOrientation[3] = Orientation[3];
 
-    real32 Length = std::sqrt(PlacedOrientation[0] * PlacedOrientation[0] + PlacedOrientation[1] * PlacedOrientation[1] +
-                              PlacedOrientation[2] * PlacedOrientation[2] + PlacedOrientation[3] * PlacedOrientation[3]);
+    real32 Length =
+        std::sqrt(PlacedOrientation[0] * PlacedOrientation[0] + PlacedOrientation[1] * PlacedOrientation[1] +
+                  PlacedOrientation[2] * PlacedOrientation[2] + PlacedOrientation[3] * PlacedOrientation[3]);
     if (Length < 0.0001f) {
         PlacedOrientation[0] = PlacedOrientation[1] = PlacedOrientation[2] = 0.0f;
         PlacedOrientation[3] = 1.0f;

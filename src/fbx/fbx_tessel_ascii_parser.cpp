@@ -40,8 +40,7 @@ struct fbx_ascii_parser
     int32 LineAt(int64 At) const
     {
         int32 Line = 1;
-        for (int64 Index = 0; Index < At && Index < Size; ++Index)
-        {
+        for (int64 Index = 0; Index < At && Index < Size; ++Index) {
             if (Text[Index] == '\n') ++Line;
         }
         return Line;
@@ -55,19 +54,13 @@ struct fbx_ascii_parser
     // Blanks, line ends and comments.
     void SkipSpace()
     {
-        while (Position < Size)
-        {
+        while (Position < Size) {
             char Character = Text[Position];
-            if (IsBlank(Character) || IsLineEnd(Character))
-            {
+            if (IsBlank(Character) || IsLineEnd(Character)) {
                 ++Position;
-            }
-            else if (Character == ';')
-            {
+            } else if (Character == ';') {
                 while (Position < Size && !IsLineEnd(Text[Position])) ++Position;
-            }
-            else
-            {
+            } else {
                 break;
             }
         }
@@ -87,22 +80,17 @@ struct fbx_ascii_parser
     {
         int64 Start = Position + 1;
         char *Close = (char *)memchr(Text + Start, '"', (size_t)(Size - Start));
-        if (!Close)
-        {
+        if (!Close) {
             Fbx.Fail("Unterminated string at line %d", LineAt(Position));
             return false;
         }
         int64 End = Close - Text;
         int64 Write = Start;
-        for (int64 Read = Start; Read < End;)
-        {
-            if (Text[Read] == '&' && End - Read >= 6 && memcmp(Text + Read, "&quot;", 6) == 0)
-            {
+        for (int64 Read = Start; Read < End;) {
+            if (Text[Read] == '&' && End - Read >= 6 && memcmp(Text + Read, "&quot;", 6) == 0) {
                 Text[Write++] = '"';
                 Read += 6;
-            }
-            else
-            {
+            } else {
                 Text[Write++] = Text[Read++];
             }
         }
@@ -115,20 +103,17 @@ struct fbx_ascii_parser
         char Character = Peek();
         if (Character == '"') return ParseQuoted();
         int64 Start = Position;
-        while (Position < Size && !EndsWord(Text[Position]) ) ++Position;
+        while (Position < Size && !EndsWord(Text[Position])) ++Position;
         // A ':' inside a bare word (e.g. a time "00:01") belongs to it.
-        while (Position < Size && Text[Position] == ':')
-        {
+        while (Position < Size && Text[Position] == ':') {
             ++Position;
             while (Position < Size && !EndsWord(Text[Position])) ++Position;
         }
-        if (Position == Start)
-        {
+        if (Position == Start) {
             Fbx.Fail("Unexpected character '%c' at line %d", Character, LineAt(Position));
             return false;
         }
-        if (Text[Start] == '*')
-        {
+        if (Text[Start] == '*') {
             int32 Slot = Fbx.AddSlot();
             return Slot >= 0 && Fbx.AddValue(FbxValue_AsciiArray, (uint32)Start, (uint32)Slot);
         }
@@ -141,32 +126,26 @@ struct fbx_ascii_parser
         bool ExpectValue = true;
         bool AfterComma = false;
         bool AnyValue = false;
-        for (;;)
-        {
+        for (;;) {
             SkipBlanks();
             char Character = Peek();
-            if (IsLineEnd(Character) || Character == ';')
-            {
+            if (IsLineEnd(Character) || Character == ';') {
                 // The list may go on on the next line: after a trailing comma,
                 // with a leading comma, or (for an empty list) with the values
                 // of a field whose first value starts the next line.
                 SkipSpace();
                 Character = Peek();
-                if (Character == ',' && !ExpectValue)
-                {
+                if (Character == ',' && !ExpectValue) {
                     ++Position;
                     ExpectValue = AfterComma = true;
                     continue;
                 }
                 if (Character == '{') return ParseBlock(Field, Depth);
                 if (!ExpectValue) return true;
-                if (!AfterComma && (AnyValue || Character == '}' || Character == 0 || AtFieldName()))
-                    return true;
+                if (!AfterComma && (AnyValue || Character == '}' || Character == 0 || AtFieldName())) return true;
             }
-            if (Character == 0)
-            {
-                if (Position < Size)
-                {
+            if (Character == 0) {
+                if (Position < Size) {
                     Fbx.Fail("Unexpected zero byte at line %d", LineAt(Position));
                     return false;
                 }
@@ -174,8 +153,7 @@ struct fbx_ascii_parser
             }
             if (Character == '{') return ParseBlock(Field, Depth);
             if (Character == '}') return true;
-            if (ExpectValue)
-            {
+            if (ExpectValue) {
                 // An empty value ("Content: ,") reads as an empty string.
                 if (Character == ',' ? !Fbx.AddValue(FbxValue_String, (uint32)Position, 0) : !ParseValue())
                     return false;
@@ -183,8 +161,7 @@ struct fbx_ascii_parser
                 AnyValue = true;
                 continue;
             }
-            if (Character == ',')
-            {
+            if (Character == ',') {
                 ++Position;
                 ExpectValue = AfterComma = true;
                 continue;
@@ -203,27 +180,22 @@ struct fbx_ascii_parser
 
     bool ParseFields(int32 Parent, int32 Depth, bool InBlock)
     {
-        if (Depth > FbxMaximumFieldDepth)
-        {
+        if (Depth > FbxMaximumFieldDepth) {
             Fbx.Fail("FBX fields are nested deeper than %d levels (line %d)", (int32)FbxMaximumFieldDepth,
                      LineAt(Position));
             return false;
         }
         int32 Previous = -1;
-        for (;;)
-        {
+        for (;;) {
             SkipSpace();
             char Character = Peek();
-            if (Position >= Size)
-            {
+            if (Position >= Size) {
                 if (!InBlock) return true;
                 Fbx.Fail("The file ends inside a block (a '}' is missing)");
                 return false;
             }
-            if (Character == '}')
-            {
-                if (!InBlock)
-                {
+            if (Character == '}') {
+                if (!InBlock) {
                     Fbx.Fail("Unexpected '}' at line %d", LineAt(Position));
                     return false;
                 }
@@ -234,8 +206,7 @@ struct fbx_ascii_parser
             while (Position < Size && !EndsWord(Text[Position])) ++Position;
             int64 NameEnd = Position;
             SkipBlanks();
-            if (NameEnd == Start || Peek() != ':' || NameEnd - Start > 255)
-            {
+            if (NameEnd == Start || Peek() != ':' || NameEnd - Start > 255) {
                 Fbx.Fail("Expected a field name and ':' at line %d", LineAt(Start));
                 return false;
             }
@@ -252,18 +223,15 @@ struct fbx_ascii_parser
 static int32 VersionFromComment(char const *Text, int64 Size)
 {
     int64 Position = 0;
-    while (Position < Size)
-    {
+    while (Position < Size) {
         while (Position < Size && (IsBlank(Text[Position]) || IsLineEnd(Text[Position]))) ++Position;
         if (Position >= Size || Text[Position] != ';') return 0;
         int64 LineEnd = Position;
         while (LineEnd < Size && !IsLineEnd(Text[LineEnd])) ++LineEnd;
-        for (int64 At = Position; At + 9 <= LineEnd; ++At)
-        {
+        for (int64 At = Position; At + 9 <= LineEnd; ++At) {
             if (memcmp(Text + At, "FBX ", 4) == 0 && Text[At + 4] >= '1' && Text[At + 4] <= '9' &&
                 Text[At + 5] == '.' && Text[At + 6] >= '0' && Text[At + 6] <= '9' && Text[At + 7] == '.' &&
-                Text[At + 8] >= '0' && Text[At + 8] <= '9')
-            {
+                Text[At + 8] >= '0' && Text[At + 8] <= '9') {
                 return (Text[At + 4] - '0') * 1000 + (Text[At + 6] - '0') * 100 + (Text[At + 8] - '0') * 10;
             }
         }
@@ -282,14 +250,10 @@ bool KFbx::ParseAscii()
     Version = VersionFromComment((char const *)Bytes, ByteCount);
     // The header's own version wins over the comment.
     fbx_field const *VersionField = 0;
-    for (int32 Index = FirstTopField; Index >= 0; Index = Fields[Index].NextSibling)
-    {
-        if (strcmp(Names + Fields[Index].NameOffset, "FBXHeaderExtension") == 0)
-        {
-            for (int32 Child = Fields[Index].FirstChild; Child >= 0; Child = Fields[Child].NextSibling)
-            {
-                if (strcmp(Names + Fields[Child].NameOffset, "FBXVersion") == 0)
-                {
+    for (int32 Index = FirstTopField; Index >= 0; Index = Fields[Index].NextSibling) {
+        if (strcmp(Names + Fields[Index].NameOffset, "FBXHeaderExtension") == 0) {
+            for (int32 Child = Fields[Index].FirstChild; Child >= 0; Child = Fields[Child].NextSibling) {
+                if (strcmp(Names + Fields[Child].NameOffset, "FBXVersion") == 0) {
                     VersionField = &Fields[Child];
                     break;
                 }
@@ -343,10 +307,15 @@ bool ParseFbxTextInt64(char const *Text, int32 Length, int64 *Result)
 bool ParseFbxTextBool(char const *Text, int32 Length, bool *Result)
 {
     if (!Text || Length != 1) return false;
-    switch (Text[0])
-    {
-    case 'T': case 'Y': case 't': case 'y': *Result = true; return true;
-    case 'F': case 'N': case 'f': case 'n': *Result = false; return true;
+    switch (Text[0]) {
+    case 'T':
+    case 'Y':
+    case 't':
+    case 'y': *Result = true; return true;
+    case 'F':
+    case 'N':
+    case 'f':
+    case 'n': *Result = false; return true;
     default: return false;
     }
 }

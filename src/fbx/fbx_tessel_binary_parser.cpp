@@ -24,8 +24,7 @@ struct fbx_binary_parser
 
     bool IsZero(int64 Position, int64 Count) const
     {
-        for (int64 Index = 0; Index < Count; ++Index)
-        {
+        for (int64 Index = 0; Index < Count; ++Index) {
             if (Bytes[Position + Index]) return false;
         }
         return true;
@@ -48,38 +47,30 @@ struct fbx_binary_parser
 
     bool ParseValues(int32 Field, int64 Position, int64 End, uint64 Count)
     {
-        for (uint64 Index = 0; Index < Count; ++Index)
-        {
-            if (Position >= End)
-            {
+        for (uint64 Index = 0; Index < Count; ++Index) {
+            if (Position >= End) {
                 Fbx.Fail("Field %s at offset %u: %I64d values do not fit in its value list",
                          Fbx.Names + Fbx.Fields[Field].NameOffset, Fbx.Fields[Field].FileOffset, (int64)Count);
                 return false;
             }
             int32 Type = Bytes[Position++];
             int32 ScalarSize = GetFbxScalarSize(Type);
-            if (ScalarSize)
-            {
-                if (Position + ScalarSize > End)
-                {
+            if (ScalarSize) {
+                if (Position + ScalarSize > End) {
                     Fbx.Fail("Field %s at offset %u: a value runs past its value list",
                              Fbx.Names + Fbx.Fields[Field].NameOffset, Fbx.Fields[Field].FileOffset);
                     return false;
                 }
                 if (!Fbx.AddValue(Type, (uint32)Position, 0)) return false;
                 Position += ScalarSize;
-            }
-            else if (IsFbxArrayType(Type))
-            {
-                if (Position + 12 > End)
-                {
+            } else if (IsFbxArrayType(Type)) {
+                if (Position + 12 > End) {
                     Fbx.Fail("Field %s at offset %u: an array header runs past its value list",
                              Fbx.Names + Fbx.Fields[Field].NameOffset, Fbx.Fields[Field].FileOffset);
                     return false;
                 }
                 uint32 StoredSize = LoadFbxU32(Bytes + Position + 8, BigEndian);
-                if ((int64)StoredSize > End - Position - 12)
-                {
+                if ((int64)StoredSize > End - Position - 12) {
                     Fbx.Fail("Field %s at offset %u: array data of %u bytes runs past its value list",
                              Fbx.Names + Fbx.Fields[Field].NameOffset, Fbx.Fields[Field].FileOffset, StoredSize);
                     return false;
@@ -87,13 +78,10 @@ struct fbx_binary_parser
                 int32 Slot = Fbx.AddSlot();
                 if (Slot < 0 || !Fbx.AddValue(Type, (uint32)Position, (uint32)Slot)) return false;
                 Position += 12 + (int64)StoredSize;
-            }
-            else
-            {
+            } else {
                 // S, R, and any unknown letter (read as a string): a length
                 // and the bytes, the length capped by what is left.
-                if (Position + 4 > End)
-                {
+                if (Position + 4 > End) {
                     Fbx.Fail("Field %s at offset %u: a string length runs past its value list",
                              Fbx.Names + Fbx.Fields[Field].NameOffset, Fbx.Fields[Field].FileOffset);
                     return false;
@@ -102,8 +90,7 @@ struct fbx_binary_parser
                 Position += 4;
                 bool Capped = Length > End - Position;
                 if (Capped) Length = End - Position;
-                if (Type != FbxValue_Raw)
-                {
+                if (Type != FbxValue_Raw) {
                     Type = FbxValue_String;
                     RewriteObjectName(Bytes + Position, (uint32)Length);
                 }
@@ -120,18 +107,15 @@ struct fbx_binary_parser
     // parent's end offset.
     bool ParseList(int64 Position, int64 End, int32 Parent, int32 Depth)
     {
-        if (Depth > FbxMaximumFieldDepth)
-        {
+        if (Depth > FbxMaximumFieldDepth) {
             Fbx.Fail("FBX fields are nested deeper than %d levels (offset %I64d)", (int32)FbxMaximumFieldDepth,
                      Position);
             return false;
         }
         int32 Previous = -1;
-        for (;;)
-        {
+        for (;;) {
             if (Position == End && Parent >= 0) return true;
-            if (End - Position < HeaderSize)
-            {
+            if (End - Position < HeaderSize) {
                 if (Parent >= 0 && IsZero(Position, End - Position)) return true;
                 Fbx.Fail("The file ends inside the field list at offset %I64d", Position);
                 return false;
@@ -140,10 +124,8 @@ struct fbx_binary_parser
             uint64 ValueCount = LoadWord(Position + (Wide ? 8 : 4));
             uint64 ListSize = LoadWord(Position + (Wide ? 16 : 8));
             int32 NameLength = Bytes[Position + (Wide ? 24 : 12)];
-            if (EndOffset == 0)
-            {
-                if (ValueCount != 0 || ListSize != 0 || NameLength != 0)
-                {
+            if (EndOffset == 0) {
+                if (ValueCount != 0 || ListSize != 0 || NameLength != 0) {
                     Fbx.Fail("Broken end record at offset %I64d", Position);
                     return false;
                 }
@@ -151,25 +133,22 @@ struct fbx_binary_parser
             }
             int64 ValuesStart = Position + HeaderSize + NameLength;
             if (EndOffset > (uint64)End || (int64)EndOffset < ValuesStart || ListSize > EndOffset ||
-                (uint64)ValuesStart + ListSize > EndOffset)
-            {
+                (uint64)ValuesStart + ListSize > EndOffset) {
                 Fbx.Fail("Field record at offset %I64d has a wrong end offset %I64d", Position, (int64)EndOffset);
                 return false;
             }
-            if (ValueCount > ListSize)
-            {
-                Fbx.Fail("Field record at offset %I64d claims %I64d values in %I64d bytes", Position,
-                         (int64)ValueCount, (int64)ListSize);
+            if (ValueCount > ListSize) {
+                Fbx.Fail("Field record at offset %I64d claims %I64d values in %I64d bytes", Position, (int64)ValueCount,
+                         (int64)ListSize);
                 return false;
             }
-            int32 Field = Fbx.AddField(Parent, Previous, (uint32)Position,
-                                       (char const *)Bytes + Position + HeaderSize, NameLength);
+            int32 Field = Fbx.AddField(Parent, Previous, (uint32)Position, (char const *)Bytes + Position + HeaderSize,
+                                       NameLength);
             if (Field < 0) return false;
             Previous = Field;
             int64 ValuesEnd = ValuesStart + (int64)ListSize;
             if (!ParseValues(Field, ValuesStart, ValuesEnd, ValueCount)) return false;
-            if (ValuesEnd < (int64)EndOffset)
-            {
+            if (ValuesEnd < (int64)EndOffset) {
                 if (!ParseList(ValuesEnd, (int64)EndOffset, Field, Depth + 1)) return false;
             }
             Position = (int64)EndOffset;

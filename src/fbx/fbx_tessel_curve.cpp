@@ -6,7 +6,10 @@
 
 static real64 const TicksPerSecond = (real64)KTime::TicksPerSecond;
 
-static real64 Seconds(KTime A, KTime B) { return (real64)(B.Get() - A.Get()) / TicksPerSecond; }
+static real64 Seconds(KTime A, KTime B)
+{
+    return (real64)(B.Get() - A.Get()) / TicksPerSecond;
+}
 
 KFCurveKey MakeCurveKey(KTime Time, real32 Value, uint32 Flags)
 {
@@ -14,8 +17,7 @@ KFCurveKey MakeCurveKey(KTime Time, real32 Value, uint32 Flags)
     Key.Value = Value;
     Key.Time = Time;
     Key.Flags = Flags;
-    for (int32 Index = 0; Index < 4; ++Index)
-    {
+    for (int32 Index = 0; Index < 4; ++Index) {
         Key.Data[Index].Word = 0;
     }
     Key.SetWeights(FbxDefaultKeyWeight, FbxDefaultKeyWeight);
@@ -26,13 +28,11 @@ KFCurve::KFCurve()
     : mDefaultValue(0.0f), mPreExtrapolationMode(FbxExtrapolation_Constant), mPreExtrapolationCount(-1),
       mPostExtrapolationMode(FbxExtrapolation_Constant), mPostExtrapolationCount(-1), mLastSearchIndex(0),
       mCacheValid(false), mLastValue(0.0f)
-{
-}
+{}
 
 bool KFCurve::KeyAppend(KFCurveKey const &Key)
 {
-    if (mKeys.Count > 0 && Key.Time <= mKeys[mKeys.Count - 1].Time)
-    {
+    if (mKeys.Count > 0 && Key.Time <= mKeys[mKeys.Count - 1].Time) {
         return false;
     }
     mCacheValid = false;
@@ -61,42 +61,33 @@ bool KFCurve::CopyFrom(KFCurve const &Other)
 real64 KFCurve::KeyFind(KTime Time, int32 *Hint)
 {
     int32 Count = mKeys.Count;
-    if (Count == 0)
-    {
+    if (Count == 0) {
         return -1.0;
     }
-    if (Time < mKeys[0].Time)
-    {
+    if (Time < mKeys[0].Time) {
         return -0.5;
     }
-    if (Time > mKeys[Count - 1].Time)
-    {
+    if (Time > mKeys[Count - 1].Time) {
         return (real64)(Count - 1) + 0.5;
     }
     int32 Index = Hint ? *Hint : mLastSearchIndex;
-    if (Index < 0)
-    {
+    if (Index < 0) {
         Index = 0;
     }
-    if (Index > Count - 1)
-    {
+    if (Index > Count - 1) {
         Index = Count - 1;
     }
-    while (Index > 0 && mKeys[Index].Time > Time)
-    {
+    while (Index > 0 && mKeys[Index].Time > Time) {
         --Index;
     }
-    while (Index < Count - 1 && mKeys[Index + 1].Time <= Time)
-    {
+    while (Index < Count - 1 && mKeys[Index + 1].Time <= Time) {
         ++Index;
     }
-    if (Hint)
-    {
+    if (Hint) {
         *Hint = Index;
     }
     mLastSearchIndex = Index;
-    if (Index == Count - 1 || mKeys[Index].Time == Time)
-    {
+    if (Index == Count - 1 || mKeys[Index].Time == Time) {
         return (real64)Index;
     }
     real64 Fraction = Seconds(mKeys[Index].Time, Time) / Seconds(mKeys[Index].Time, mKeys[Index + 1].Time);
@@ -106,20 +97,16 @@ real64 KFCurve::KeyFind(KTime Time, int32 *Hint)
 bool KFCurve::IsFlatForClamp(int32 Index) const
 {
     KFCurveKey const &Key = mKeys[Index];
-    if ((Key.Flags & (FbxKey_ClampFlat | FbxKey_TangentAuto)) != (FbxKey_ClampFlat | FbxKey_TangentAuto))
-    {
+    if ((Key.Flags & (FbxKey_ClampFlat | FbxKey_TangentAuto)) != (FbxKey_ClampFlat | FbxKey_TangentAuto)) {
         return false;
     }
-    if (!(Key.Flags & FbxKey_TangentBreak) && Index > 0)
-    {
+    if (!(Key.Flags & FbxKey_TangentBreak) && Index > 0) {
         KFCurveKey const &Previous = mKeys[Index - 1];
-        if (Previous.GetInterpolation() == FbxKey_Cubic && std::fabs(Previous.Value - Key.Value) <= 0.0001f)
-        {
+        if (Previous.GetInterpolation() == FbxKey_Cubic && std::fabs(Previous.Value - Key.Value) <= 0.0001f) {
             return true;
         }
     }
-    if (Index + 1 < mKeys.Count && std::fabs(mKeys[Index + 1].Value - Key.Value) <= 0.0001f)
-    {
+    if (Index + 1 < mKeys.Count && std::fabs(mKeys[Index + 1].Value - Key.Value) <= 0.0001f) {
         return true;
     }
     return false;
@@ -139,34 +126,25 @@ static bool IsAutomatic(KFCurveKey const &Key)
 real32 KFCurve::EvaluateRightDerivative(int32 Index)
 {
     int32 Count = mKeys.Count;
-    if (Index < 0 || Index >= Count || Count < 2)
-    {
+    if (Index < 0 || Index >= Count || Count < 2) {
         return 0.0f;
     }
-    if (Index == Count - 1)
-    {
+    if (Index == Count - 1) {
         return EvaluateLeftDerivative(Index);
     }
     KFCurveKey const &Key = mKeys[Index];
     KFCurveKey const &Next = mKeys[Index + 1];
     real64 Span = Seconds(Key.Time, Next.Time);
-    switch (Key.GetInterpolation())
-    {
-    case FbxKey_Constant:
-        return 0.0f;
-    case FbxKey_Linear:
-        return (Span > 0.0) ? (real32)((Next.Value - Key.Value) / Span) : 0.0f;
-    case FbxKey_Cubic:
-        break;
-    default:
-        return 0.0f;
+    switch (Key.GetInterpolation()) {
+    case FbxKey_Constant: return 0.0f;
+    case FbxKey_Linear: return (Span > 0.0) ? (real32)((Next.Value - Key.Value) / Span) : 0.0f;
+    case FbxKey_Cubic: break;
+    default: return 0.0f;
     }
-    if (IsTCB(Key))
-    {
+    if (IsTCB(Key)) {
         real64 T = Key.Data[0].Float, C = Key.Data[1].Float, B = Key.Data[2].Float;
         real64 S1 = (Span > 0.0) ? (Next.Value - Key.Value) / Span : 0.0;
-        if (Index == 0)
-        {
+        if (Index == 0) {
             return (real32)((1.0 - T) * (1.0 - C) * S1);
         }
         KFCurveKey const &Previous = mKeys[Index - 1];
@@ -174,8 +152,7 @@ real32 KFCurve::EvaluateRightDerivative(int32 Index)
         real64 S0 = (PreviousSpan > 0.0) ? (Key.Value - Previous.Value) / PreviousSpan : 0.0;
         return (real32)((1.0 - T) * (1.0 + C) * (1.0 + B) * S0 / 2.0 + (1.0 - T) * (1.0 - C) * (1.0 - B) * S1 / 2.0);
     }
-    if (IsAutomatic(Key) && IsFlatForClamp(Index))
-    {
+    if (IsAutomatic(Key) && IsFlatForClamp(Index)) {
         return 0.0f;
     }
     return Key.GetRightSlope();
@@ -184,34 +161,25 @@ real32 KFCurve::EvaluateRightDerivative(int32 Index)
 real32 KFCurve::EvaluateLeftDerivative(int32 Index)
 {
     int32 Count = mKeys.Count;
-    if (Index < 0 || Index >= Count || Count < 2)
-    {
+    if (Index < 0 || Index >= Count || Count < 2) {
         return 0.0f;
     }
-    if (Index == 0)
-    {
+    if (Index == 0) {
         return EvaluateRightDerivative(0);
     }
     KFCurveKey const &Key = mKeys[Index];
     KFCurveKey const &Previous = mKeys[Index - 1];
     real64 Span = Seconds(Previous.Time, Key.Time);
-    switch (Previous.GetInterpolation())
-    {
-    case FbxKey_Constant:
-        return 0.0f;
-    case FbxKey_Linear:
-        return (Span > 0.0) ? (real32)((Key.Value - Previous.Value) / Span) : 0.0f;
-    case FbxKey_Cubic:
-        break;
-    default:
-        return 0.0f;
+    switch (Previous.GetInterpolation()) {
+    case FbxKey_Constant: return 0.0f;
+    case FbxKey_Linear: return (Span > 0.0) ? (real32)((Key.Value - Previous.Value) / Span) : 0.0f;
+    case FbxKey_Cubic: break;
+    default: return 0.0f;
     }
-    if (IsTCB(Key))
-    {
+    if (IsTCB(Key)) {
         real64 T = Key.Data[0].Float, C = Key.Data[1].Float, B = Key.Data[2].Float;
         real64 S0 = (Span > 0.0) ? (Key.Value - Previous.Value) / Span : 0.0;
-        if (Index == Count - 1)
-        {
+        if (Index == Count - 1) {
             return (real32)((1.0 - T) * (1.0 - C) * S0);
         }
         KFCurveKey const &Next = mKeys[Index + 1];
@@ -219,19 +187,20 @@ real32 KFCurve::EvaluateLeftDerivative(int32 Index)
         real64 S1 = (NextSpan > 0.0) ? (Next.Value - Key.Value) / NextSpan : 0.0;
         return (real32)((1.0 - T) * (1.0 - C) * (1.0 + B) * S0 / 2.0 + (1.0 - T) * (1.0 + C) * (1.0 - B) * S1 / 2.0);
     }
-    if (IsTCB(Previous))
-    {
+    if (IsTCB(Previous)) {
         // A TCB key followed by a non-TCB key: the segment's slope.
         return (Span > 0.0) ? (real32)((Key.Value - Previous.Value) / Span) : 0.0f;
     }
-    if (Key.GetInterpolation() == FbxKey_Cubic && IsAutomatic(Key) && IsFlatForClamp(Index))
-    {
+    if (Key.GetInterpolation() == FbxKey_Cubic && IsAutomatic(Key) && IsFlatForClamp(Index)) {
         return 0.0f;
     }
     return Previous.GetNextLeftSlope();
 }
 
-static real32 Lerp32(real32 A, real32 B, real32 T) { return A + (B - A) * T; }
+static real32 Lerp32(real32 A, real32 B, real32 T)
+{
+    return A + (B - A) * T;
+}
 
 static real64 Bezier(real64 P0, real64 P1, real64 P2, real64 P3, real64 U)
 {
@@ -242,32 +211,24 @@ static real64 Bezier(real64 P0, real64 P1, real64 P2, real64 P3, real64 U)
 real32 KFCurve::Interpolate(int32 Index, real64 Fraction)
 {
     int32 Count = mKeys.Count;
-    if (Count == 0)
-    {
+    if (Count == 0) {
         return mDefaultValue;
     }
-    if (Count == 1 || Fraction == 0.0 || Index >= Count - 1)
-    {
+    if (Count == 1 || Fraction == 0.0 || Index >= Count - 1) {
         return mKeys[Index < Count ? Index : Count - 1].Value;
     }
     KFCurveKey const &Key = mKeys[Index];
     KFCurveKey const &Next = mKeys[Index + 1];
-    switch (Key.GetInterpolation())
-    {
-    case FbxKey_Constant:
-        return (Key.Flags & FbxKey_ConstantNext) ? Next.Value : Key.Value;
-    case FbxKey_Linear:
-        return (real32)(Key.Value + Fraction * (Next.Value - Key.Value));
-    case FbxKey_Cubic:
-        break;
-    default:
-        return 0.0f;
+    switch (Key.GetInterpolation()) {
+    case FbxKey_Constant: return (Key.Flags & FbxKey_ConstantNext) ? Next.Value : Key.Value;
+    case FbxKey_Linear: return (real32)(Key.Value + Fraction * (Next.Value - Key.Value));
+    case FbxKey_Cubic: break;
+    default: return 0.0f;
     }
     real64 Span = Seconds(Key.Time, Next.Time);
     real64 D0 = EvaluateRightDerivative(Index);
     real64 D1 = EvaluateLeftDerivative(Index + 1);
-    if (!(Key.Flags & FbxKey_WeightedMask))
-    {
+    if (!(Key.Flags & FbxKey_WeightedMask)) {
         real32 P0 = Key.Value;
         real32 P1 = (real32)(Key.Value + D0 * Span / 3.0);
         real32 P2 = (real32)(Next.Value - D1 * Span / 3.0);
@@ -285,10 +246,8 @@ real32 KFCurve::Interpolate(int32 Index, real64 Fraction)
     real64 F0 = Bezier(0.0, W0, 1.0 - W1, 1.0, U0) - Fraction;
     real64 F1 = Bezier(0.0, W0, 1.0 - W1, 1.0, U1) - Fraction;
     real64 U = Fraction;
-    for (int32 Iteration = 0; Iteration < 64; ++Iteration)
-    {
-        if (F1 == F0)
-        {
+    for (int32 Iteration = 0; Iteration < 64; ++Iteration) {
+        if (F1 == F0) {
             break;
         }
         U = U1 - F1 * (U1 - U0) / (F1 - F0);
@@ -299,8 +258,7 @@ real32 KFCurve::Interpolate(int32 Index, real64 Fraction)
         F0 = F1;
         U1 = U;
         F1 = Bezier(0.0, W0, 1.0 - W1, 1.0, U1) - Fraction;
-        if (Change < 0.000001)
-        {
+        if (Change < 0.000001) {
             break;
         }
     }
@@ -309,11 +267,9 @@ real32 KFCurve::Interpolate(int32 Index, real64 Fraction)
 
 real64 KFCurve::LimitedDistance(real64 Distance, int32 Count, real64 SpanSeconds) const
 {
-    if (Count != -1)
-    {
+    if (Count != -1) {
         real64 Limit = SpanSeconds * (real64)(Count < 0 ? 0 : Count);
-        if (Distance > Limit)
-        {
+        if (Distance > Limit) {
             Distance = Limit;
         }
     }
@@ -323,12 +279,10 @@ real64 KFCurve::LimitedDistance(real64 Distance, int32 Count, real64 SpanSeconds
 real32 KFCurve::EvaluateNoCache(KTime Time, int32 *Hint)
 {
     int32 Count = mKeys.Count;
-    if (Count == 0)
-    {
+    if (Count == 0) {
         return mDefaultValue;
     }
-    if (Count == 1)
-    {
+    if (Count == 1) {
         return mKeys[0].Value;
     }
     KTime First = mKeys[0].Time;
@@ -337,71 +291,54 @@ real32 KFCurve::EvaluateNoCache(KTime Time, int32 *Hint)
     real64 SpanSeconds = (real64)Span / TicksPerSecond;
 
     int64 T = Time.Get();
-    if (T < First.Get())
-    {
+    if (T < First.Get()) {
         int32 Mode = mPreExtrapolationMode;
         int64 Repeat = mPreExtrapolationCount;
-        if (Mode == FbxExtrapolation_KeepSlope)
-        {
+        if (Mode == FbxExtrapolation_KeepSlope) {
             real64 Distance = LimitedDistance(Seconds(Time, First), mPreExtrapolationCount, SpanSeconds);
             return (real32)(mKeys[0].Value - EvaluateRightDerivative(0) * Distance);
         }
-        if (Mode != FbxExtrapolation_Repetition && Mode != FbxExtrapolation_MirrorRepetition)
-        {
+        if (Mode != FbxExtrapolation_Repetition && Mode != FbxExtrapolation_MirrorRepetition) {
             return mKeys[0].Value;
         }
-        if (Span <= 0 || (Repeat != -1 && First.Get() - Span * (Repeat < 0 ? 0 : Repeat) >= T))
-        {
+        if (Span <= 0 || (Repeat != -1 && First.Get() - Span * (Repeat < 0 ? 0 : Repeat) >= T)) {
             return mKeys[0].Value;
         }
         int64 N = -((T - First.Get()) / Span);
         int64 R = T - First.Get() + N * Span; // in (-Span, 0]
-        if (Mode == FbxExtrapolation_Repetition)
-        {
+        if (Mode == FbxExtrapolation_Repetition) {
             T = Last.Get() + R;
-        }
-        else
-        {
+        } else {
             T = (N % 2 == 0) ? First.Get() - R : Last.Get() + R;
         }
-    }
-    else if (T > Last.Get())
-    {
+    } else if (T > Last.Get()) {
         int32 Mode = mPostExtrapolationMode;
         int64 Repeat = mPostExtrapolationCount;
-        if (Mode == FbxExtrapolation_KeepSlope)
-        {
+        if (Mode == FbxExtrapolation_KeepSlope) {
             real64 Distance = LimitedDistance(Seconds(Last, Time), mPostExtrapolationCount, SpanSeconds);
             return (real32)(mKeys[Count - 1].Value + EvaluateLeftDerivative(Count - 1) * Distance);
         }
-        if (Mode != FbxExtrapolation_Repetition && Mode != FbxExtrapolation_MirrorRepetition)
-        {
+        if (Mode != FbxExtrapolation_Repetition && Mode != FbxExtrapolation_MirrorRepetition) {
             return mKeys[Count - 1].Value;
         }
-        if (Span <= 0 || (Repeat != -1 && Last.Get() + Span * (Repeat < 0 ? 0 : Repeat) <= T))
-        {
+        if (Span <= 0 || (Repeat != -1 && Last.Get() + Span * (Repeat < 0 ? 0 : Repeat) <= T)) {
             return mKeys[Count - 1].Value;
         }
         int64 N = (T - First.Get()) / Span;
         int64 R = T - First.Get() - N * Span;
-        if (Mode == FbxExtrapolation_Repetition)
-        {
+        if (Mode == FbxExtrapolation_Repetition) {
             T = First.Get() + R;
-        }
-        else
-        {
+        } else {
             T = (N % 2 == 1) ? Last.Get() - R : First.Get() + R;
         }
     }
 
     real64 Position = KeyFind(KTime(T), Hint);
-    if (Position < 0.0)
-    {
+    if (Position < 0.0) {
         return mKeys[0].Value;
     }
     int32 Index = (int32)Position;
-    if (Index >= Count - 1)
-    {
+    if (Index >= Count - 1) {
         return mKeys[Count - 1].Value;
     }
     return Interpolate(Index, Position - (real64)Index);
@@ -409,8 +346,7 @@ real32 KFCurve::EvaluateNoCache(KTime Time, int32 *Hint)
 
 real32 KFCurve::Evaluate(KTime Time, int32 *Hint)
 {
-    if (mCacheValid && mLastTime == Time)
-    {
+    if (mCacheValid && mLastTime == Time) {
         return mLastValue;
     }
     mLastValue = EvaluateNoCache(Time, Hint);
@@ -425,13 +361,11 @@ real32 KFCurve::Evaluate(KTime Time, int32 *Hint)
 KFCurveNode::KFCurveNode(char const *Name)
     : mName(FbxCopyString(Name)), mCurve(nullptr), mType(FbxCurveNodeType_Additive), mLayer(nullptr),
       mQuaternion(false), mRotationOrder(FbxRotationOrder_XYZ)
-{
-}
+{}
 
 KFCurveNode::~KFCurveNode()
 {
-    for (int32 Index = 0; Index < mChildren.Count; ++Index)
-    {
+    for (int32 Index = 0; Index < mChildren.Count; ++Index) {
         FbxDelete(mChildren[Index]);
     }
     FbxDelete(mCurve);
@@ -439,12 +373,14 @@ KFCurveNode::~KFCurveNode()
     TesselFree(mName);
 }
 
-bool KFCurveNode::IsNamed(char const *Name) const { return StringsAreExactlyEqual(mName, Name); }
+bool KFCurveNode::IsNamed(char const *Name) const
+{
+    return StringsAreExactlyEqual(mName, Name);
+}
 
 KFCurve *KFCurveNode::FCurveCreate()
 {
-    if (!mCurve)
-    {
+    if (!mCurve) {
         mCurve = FbxNew(KFCurve);
     }
     return mCurve;
@@ -457,8 +393,7 @@ KFCurveNode *KFCurveNode::Get(int32 Index) const
 
 KFCurveNode *KFCurveNode::Add(KFCurveNode *Child)
 {
-    if (!Child || !mChildren.Add(Child))
-    {
+    if (!Child || !mChildren.Add(Child)) {
         FbxDelete(Child);
         return nullptr;
     }
@@ -467,10 +402,8 @@ KFCurveNode *KFCurveNode::Add(KFCurveNode *Child)
 
 KFCurveNode *KFCurveNode::FindChild(char const *Name) const
 {
-    for (int32 Index = 0; Index < mChildren.Count; ++Index)
-    {
-        if (mChildren[Index]->IsNamed(Name))
-        {
+    for (int32 Index = 0; Index < mChildren.Count; ++Index) {
+        if (mChildren[Index]->IsNamed(Name)) {
             return mChildren[Index];
         }
     }
@@ -485,8 +418,7 @@ KFCurveNode *KFCurveNode::FindOrAddChild(char const *Name)
 
 void KFCurveNode::SetLayer(KFCurveNode *Layer)
 {
-    if (mLayer != Layer)
-    {
+    if (mLayer != Layer) {
         FbxDelete(mLayer);
     }
     mLayer = Layer;
@@ -494,13 +426,11 @@ void KFCurveNode::SetLayer(KFCurveNode *Layer)
 
 int32 KFCurveNode::GetValueCount() const
 {
-    if (mChildren.Count == 0)
-    {
+    if (mChildren.Count == 0) {
         return 1;
     }
     int32 Count = mCurve ? 1 : 0;
-    for (int32 Index = 0; Index < mChildren.Count; ++Index)
-    {
+    for (int32 Index = 0; Index < mChildren.Count; ++Index) {
         Count += mChildren[Index]->GetValueCount();
     }
     return Count;
@@ -508,14 +438,11 @@ int32 KFCurveNode::GetValueCount() const
 
 bool KFCurveNode::HasCurves() const
 {
-    if (mCurve)
-    {
+    if (mCurve) {
         return true;
     }
-    for (int32 Index = 0; Index < mChildren.Count; ++Index)
-    {
-        if (mChildren[Index]->HasCurves())
-        {
+    for (int32 Index = 0; Index < mChildren.Count; ++Index) {
+        if (mChildren[Index]->HasCurves()) {
             return true;
         }
     }
@@ -524,11 +451,9 @@ bool KFCurveNode::HasCurves() const
 
 KFCurve *KFCurveNode::FirstKeyedCurve() const
 {
-    for (int32 Index = 0; Index < mChildren.Count; ++Index)
-    {
+    for (int32 Index = 0; Index < mChildren.Count; ++Index) {
         KFCurve *Curve = mChildren[Index]->mCurve;
-        if (Curve && Curve->KeyGetCount() > 0)
-        {
+        if (Curve && Curve->KeyGetCount() > 0) {
             return Curve;
         }
     }
@@ -537,24 +462,19 @@ KFCurve *KFCurveNode::FirstKeyedCurve() const
 
 real64 *KFCurveNode::EvaluateOwn(real64 *Values, KTime Time, int32 *Hint)
 {
-    if (mChildren.Count == 0)
-    {
-        if (mCurve)
-        {
+    if (mChildren.Count == 0) {
+        if (mCurve) {
             *Values = mCurve->Evaluate(Time, Hint);
         }
         return Values + 1;
     }
-    if (mCurve)
-    {
+    if (mCurve) {
         *Values++ = mCurve->Evaluate(Time, Hint);
     }
-    if (mQuaternion && mChildren.Count == 3 && EvaluateQuaternion(Values, Time))
-    {
+    if (mQuaternion && mChildren.Count == 3 && EvaluateQuaternion(Values, Time)) {
         return Values + 3;
     }
-    for (int32 Index = 0; Index < mChildren.Count; ++Index)
-    {
+    for (int32 Index = 0; Index < mChildren.Count; ++Index) {
         Values = mChildren[Index]->Evaluate(Values, Time, nullptr);
     }
     return Values;
@@ -563,32 +483,27 @@ real64 *KFCurveNode::EvaluateOwn(real64 *Values, KTime Time, int32 *Hint)
 bool KFCurveNode::EvaluateQuaternion(real64 *Values, KTime Time)
 {
     KFCurve *Keyed = FirstKeyedCurve();
-    if (!Keyed)
-    {
+    if (!Keyed) {
         return false;
     }
     real64 Position = Keyed->KeyFind(Time, nullptr);
     int32 Index = (int32)Position;
-    if (Position < 0.0 || Index >= Keyed->KeyGetCount() - 1)
-    {
+    if (Position < 0.0 || Index >= Keyed->KeyGetCount() - 1) {
         return false;
     }
     real64 Fraction = Position - (real64)Index;
     KTime Times[2] = {Keyed->KeyGetTime(Index), Keyed->KeyGetTime(Index + 1)};
     KFbxQuaternion Ends[2];
-    for (int32 End = 0; End < 2; ++End)
-    {
+    for (int32 End = 0; End < 2; ++End) {
         KFbxVector4 Angles(Values[0], Values[1], Values[2]);
-        for (int32 Axis = 0; Axis < 3; ++Axis)
-        {
+        for (int32 Axis = 0; Axis < 3; ++Axis) {
             mChildren[Axis]->Evaluate(&Angles[Axis], Times[End], nullptr);
         }
         Ends[End] = MatrixToQuaternion(EulerToMatrix(Angles, mRotationOrder));
     }
     KFbxQuaternion Q = QuaternionSlerp(Ends[0], Ends[1], Fraction);
     KFbxVector4 Angles = MatrixToEuler(QuaternionToMatrix(Q), mRotationOrder);
-    for (int32 Axis = 0; Axis < 3; ++Axis)
-    {
+    for (int32 Axis = 0; Axis < 3; ++Axis) {
         Values[Axis] = Angles[Axis];
     }
     return true;
@@ -599,17 +514,14 @@ real64 *KFCurveNode::Evaluate(real64 *Values, KTime Time, int32 *Hint)
     real64 *End = EvaluateOwn(Values, Time, Hint);
     int32 Count = (int32)(End - Values);
     // Each layer of the chain combines with everything below it.
-    for (KFCurveNode *Layer = mLayer; Layer && Count <= 16; Layer = Layer->mLayer)
-    {
+    for (KFCurveNode *Layer = mLayer; Layer && Count <= 16; Layer = Layer->mLayer) {
         real64 Scratch[16];
         real64 Neutral = (Layer->mType == FbxCurveNodeType_Multiply) ? 1.0 : 0.0;
-        for (int32 Index = 0; Index < Count; ++Index)
-        {
+        for (int32 Index = 0; Index < Count; ++Index) {
             Scratch[Index] = (Layer->mType == FbxCurveNodeType_Override) ? Values[Index] : Neutral;
         }
         Layer->EvaluateOwn(Scratch, Time, nullptr);
-        switch (Layer->mType)
-        {
+        switch (Layer->mType) {
         case FbxCurveNodeType_Multiply:
             for (int32 Index = 0; Index < Count; ++Index) Values[Index] *= Scratch[Index];
             break;
@@ -617,8 +529,7 @@ real64 *KFCurveNode::Evaluate(real64 *Values, KTime Time, int32 *Hint)
             for (int32 Index = 0; Index < Count; ++Index) Values[Index] = Scratch[Index];
             break;
         case FbxCurveNodeType_RotationCompose:
-            if (Count == 3)
-            {
+            if (Count == 3) {
                 // The layer's rotation turns after the one beneath it.
                 AffineMatrix Below = EulerToMatrix(KFbxVector4(Values[0], Values[1], Values[2]), mRotationOrder);
                 AffineMatrix Above = EulerToMatrix(KFbxVector4(Scratch[0], Scratch[1], Scratch[2]), mRotationOrder);
@@ -638,27 +549,22 @@ real64 *KFCurveNode::Evaluate(real64 *Values, KTime Time, int32 *Hint)
 KFCurveNode *KFCurveNode::Clone() const
 {
     KFCurveNode *Copy = FbxNew(KFCurveNode, mName);
-    if (!Copy)
-    {
+    if (!Copy) {
         return nullptr;
     }
     Copy->mType = mType;
     Copy->mQuaternion = mQuaternion;
     Copy->mRotationOrder = mRotationOrder;
-    if (mCurve)
-    {
+    if (mCurve) {
         KFCurve *Curve = Copy->FCurveCreate();
-        if (Curve)
-        {
+        if (Curve) {
             Curve->CopyFrom(*mCurve);
         }
     }
-    for (int32 Index = 0; Index < mChildren.Count; ++Index)
-    {
+    for (int32 Index = 0; Index < mChildren.Count; ++Index) {
         Copy->Add(mChildren[Index]->Clone());
     }
-    if (mLayer)
-    {
+    if (mLayer) {
         Copy->SetLayer(mLayer->Clone());
     }
     return Copy;

@@ -91,8 +91,16 @@ public:
     KTime KeyGetTime(int32 Index) const { return mKeys[Index].Time; }
     real32 KeyGetValue(int32 Index) const { return mKeys[Index].Value; }
 
-    void SetPreExtrapolation(int32 Mode, int32 Count) { mPreExtrapolationMode = Mode; mPreExtrapolationCount = Count; }
-    void SetPostExtrapolation(int32 Mode, int32 Count) { mPostExtrapolationMode = Mode; mPostExtrapolationCount = Count; }
+    void SetPreExtrapolation(int32 Mode, int32 Count)
+    {
+        mPreExtrapolationMode = Mode;
+        mPreExtrapolationCount = Count;
+    }
+    void SetPostExtrapolation(int32 Mode, int32 Count)
+    {
+        mPostExtrapolationMode = Mode;
+        mPostExtrapolationCount = Count;
+    }
     int32 GetPreExtrapolation() const { return mPreExtrapolationMode; }
     int32 GetPostExtrapolation() const { return mPostExtrapolationMode; }
     int32 GetPreExtrapolationCount() const { return mPreExtrapolationCount; }

@@ -19,8 +19,7 @@ static int64 const MaximumFileSize = (int64)0xFFFFFFF0u;
 
 int32 GetFbxArrayElementSize(int32 ElementType)
 {
-    switch (ElementType)
-    {
+    switch (ElementType) {
     case FbxValue_ArrayInt32:
     case FbxValue_ArrayReal32: return 4;
     case FbxValue_ArrayReal64:
@@ -39,8 +38,7 @@ bool ReadFbxBinaryHeader(uint8 const *Data, int64 Size, bool *BigEndian, int32 *
 {
     static char const Magic[21] = "Kaydara FBX Binary  ";
     if (!Data || Size < 27) return false;
-    for (int32 Index = 0; Index < 21; ++Index)
-    {
+    for (int32 Index = 0; Index < 21; ++Index) {
         uint8 A = Data[Index];
         uint8 B = (uint8)Magic[Index];
         if (A >= 'A' && A <= 'Z') A = (uint8)(A - 'A' + 'a');
@@ -86,8 +84,7 @@ KFbx::~KFbx()
 
 void KFbx::ProjectClose()
 {
-    for (uint32 Index = 0; Index < SlotCount; ++Index)
-    {
+    for (uint32 Index = 0; Index < SlotCount; ++Index) {
         if (Slots[Index].Data) TesselFree(Slots[Index].Data);
     }
     if (Slots) TesselFree(Slots);
@@ -111,27 +108,23 @@ bool KFbx::ProjectOpenFile(char const *FileName)
 {
     ProjectClose();
     ErrorText[0] = 0;
-    if (!FileName)
-    {
+    if (!FileName) {
         Fail("FileName is not allowed to be NULL");
         return false;
     }
     // Read straight into the container's block, hinted before the first write.
     file_reader *Reader = CreatePlatformFileReader(FileName);
     int32 Size = 0;
-    if (Reader && GetReaderSize(Reader, &Size) && Size >= 0)
-    {
+    if (Reader && GetReaderSize(Reader, &Size) && Size >= 0) {
         Bytes = (uint8 *)TesselAllocate((intaddrx)Size + 1);
         AdviseLargeBlock(Bytes, (int64)Size + 1);
-        if (Bytes && Size > 0 && !ReadExactly(Reader, 0, Size, Bytes))
-        {
+        if (Bytes && Size > 0 && !ReadExactly(Reader, 0, Size, Bytes)) {
             TesselFree(Bytes);
             Bytes = 0;
         }
     }
     if (Reader) CloseFileReader(Reader);
-    if (!Bytes)
-    {
+    if (!Bytes) {
         Fail("Unable to read %s", FileName);
         return false;
     }
@@ -144,19 +137,16 @@ bool KFbx::ProjectOpenMemory(void const *Data, int64 Size)
 {
     ProjectClose();
     ErrorText[0] = 0;
-    if (!Data && Size != 0)
-    {
+    if (!Data && Size != 0) {
         Fail("Data is not allowed to be NULL");
         return false;
     }
-    if (Size < 0 || Size > MaximumFileSize)
-    {
+    if (Size < 0 || Size > MaximumFileSize) {
         Fail("An FBX file of %I64d bytes is not supported", Size);
         return false;
     }
     Bytes = (uint8 *)TesselAllocate(Size + 1);
-    if (!Bytes)
-    {
+    if (!Bytes) {
         Fail("Out of memory for an FBX file of %I64d bytes", Size);
         return false;
     }
@@ -169,8 +159,7 @@ bool KFbx::ProjectOpenMemory(void const *Data, int64 Size)
 
 bool KFbx::Parse()
 {
-    if (ByteCount > MaximumFileSize)
-    {
+    if (ByteCount > MaximumFileSize) {
         Fail("An FBX file of %I64d bytes is not supported", ByteCount);
         ProjectClose();
         return false;
@@ -178,25 +167,20 @@ bool KFbx::Parse()
     bool Big = false;
     int32 HeaderVersion = 0;
     bool Result;
-    if (ReadFbxBinaryHeader(Bytes, ByteCount, &Big, &HeaderVersion))
-    {
+    if (ReadFbxBinaryHeader(Bytes, ByteCount, &Big, &HeaderVersion)) {
         Binary = true;
         BigEndian = Big;
         Version = HeaderVersion;
         WideRecords = HeaderVersion >= 7500;
         Result = ParseBinary();
-    }
-    else
-    {
+    } else {
         Result = ParseAscii();
     }
-    if (Result && FieldCount == 0)
-    {
+    if (Result && FieldCount == 0) {
         Fail("The file holds no FBX fields");
         Result = false;
     }
-    if (!Result)
-    {
+    if (!Result) {
         ProjectClose();
         return false;
     }
@@ -217,8 +201,7 @@ static bool GrowTable(void **Table, uint32 *Capacity, uint32 Needed, int32 UnitS
     if (NewCapacity < Needed) return false;
     void *NewTable = TesselAllocateAligned(8, (intaddrx)(NewCapacity * (uint64)UnitSize));
     if (!NewTable) return false;
-    if (*Table)
-    {
+    if (*Table) {
         memcpy(NewTable, *Table, (size_t)*Capacity * (size_t)UnitSize);
         TesselFree(*Table);
     }
@@ -231,15 +214,13 @@ int32 KFbx::AddField(int32 Parent, int32 PreviousSibling, uint32 FileOffset, cha
 {
     if (FieldCount == INT32_MAX) return -1;
     uint32 Capacity = (uint32)FieldCapacity;
-    if (!GrowTable((void **)&Fields, &Capacity, (uint32)FieldCount + 1, (int32)sizeof(fbx_field)))
-    {
+    if (!GrowTable((void **)&Fields, &Capacity, (uint32)FieldCount + 1, (int32)sizeof(fbx_field))) {
         Fail("Out of memory for FBX fields");
         return -1;
     }
     FieldCapacity = (int32)Capacity;
     if ((uint64)NameSize + (uint64)NameLength + 1 > 0xFFFFFFF0u ||
-        !GrowTable((void **)&Names, &NameCapacity, NameSize + (uint32)NameLength + 1, 1))
-    {
+        !GrowTable((void **)&Names, &NameCapacity, NameSize + (uint32)NameLength + 1, 1)) {
         Fail("Out of memory for FBX field names");
         return -1;
     }
@@ -271,8 +252,7 @@ int32 KFbx::AddField(int32 Parent, int32 PreviousSibling, uint32 FileOffset, cha
 
 bool KFbx::AddValue(int32 Type, uint32 Offset, uint32 Size)
 {
-    if (!GrowTable((void **)&Values, &ValueCapacity, ValueCount + 1, (int32)sizeof(fbx_value)))
-    {
+    if (!GrowTable((void **)&Values, &ValueCapacity, ValueCount + 1, (int32)sizeof(fbx_value))) {
         Fail("Out of memory for FBX values");
         return false;
     }
@@ -287,8 +267,7 @@ bool KFbx::AddValue(int32 Type, uint32 Offset, uint32 Size)
 
 int32 KFbx::AddSlot()
 {
-    if (!GrowTable((void **)&Slots, &SlotCapacity, SlotCount + 1, (int32)sizeof(fbx_array_slot)))
-    {
+    if (!GrowTable((void **)&Slots, &SlotCapacity, SlotCount + 1, (int32)sizeof(fbx_array_slot))) {
         Fail("Out of memory for FBX arrays");
         return -1;
     }
@@ -303,16 +282,40 @@ int32 KFbx::AddSlot()
 // ---------------------------------------------------------------------------
 // File facts and navigation
 
-bool KFbx::IsOpen() const { return Open; }
-bool KFbx::IsBinary() const { return Open && Binary; }
-bool KFbx::IsBigEndian() const { return Open && BigEndian; }
-bool KFbx::HasWideRecords() const { return Open && WideRecords; }
-int32 KFbx::GetFileVersion() const { return Open ? Version : 0; }
-int64 KFbx::GetFileSize() const { return ByteCount; }
-char const *KFbx::GetErrorText() const { return ErrorText; }
-int32 KFbx::GetFieldCount() const { return FieldCount; }
+bool KFbx::IsOpen() const
+{
+    return Open;
+}
+bool KFbx::IsBinary() const
+{
+    return Open && Binary;
+}
+bool KFbx::IsBigEndian() const
+{
+    return Open && BigEndian;
+}
+bool KFbx::HasWideRecords() const
+{
+    return Open && WideRecords;
+}
+int32 KFbx::GetFileVersion() const
+{
+    return Open ? Version : 0;
+}
+int64 KFbx::GetFileSize() const
+{
+    return ByteCount;
+}
+char const *KFbx::GetErrorText() const
+{
+    return ErrorText;
+}
+int32 KFbx::GetFieldCount() const
+{
+    return FieldCount;
+}
 
-#define FIELD_INDEX(Field) ((int32)((Field) - Fields))
+#define FIELD_INDEX(Field) ((int32)((Field)-Fields))
 
 static inline bool FieldBelongs(fbx_field const *Field, fbx_field const *Fields, int32 FieldCount)
 {
@@ -351,8 +354,7 @@ int32 KFbx::GetDepth(fbx_field const *Field) const
 {
     if (!FieldBelongs(Field, Fields, FieldCount)) return 0;
     int32 Depth = 0;
-    while (Field->Parent >= 0)
-    {
+    while (Field->Parent >= 0) {
         Field = &Fields[Field->Parent];
         ++Depth;
     }
@@ -378,8 +380,7 @@ uint32 KFbx::GetFieldFileOffset(fbx_field const *Field) const
 
 fbx_field const *KFbx::FindChild(fbx_field const *Parent, char const *Name) const
 {
-    for (fbx_field const *Child = GetFirstChild(Parent); Child; Child = GetNextSibling(Child))
-    {
+    for (fbx_field const *Child = GetFirstChild(Parent); Child; Child = GetNextSibling(Child)) {
         if (FieldNameIs(Child, Name)) return Child;
     }
     return 0;
@@ -387,8 +388,7 @@ fbx_field const *KFbx::FindChild(fbx_field const *Parent, char const *Name) cons
 
 fbx_field const *KFbx::FindNextSibling(fbx_field const *Field, char const *Name) const
 {
-    for (fbx_field const *Next = GetNextSibling(Field); Next; Next = GetNextSibling(Next))
-    {
+    for (fbx_field const *Next = GetNextSibling(Field); Next; Next = GetNextSibling(Next)) {
         if (FieldNameIs(Next, Name)) return Next;
     }
     return 0;
@@ -399,8 +399,7 @@ fbx_field const *KFbx::FindPath(fbx_field const *Parent, char const *Path) const
     if (!Path || !Open) return 0;
     fbx_field const *Current = Parent;
     char Part[256];
-    while (*Path)
-    {
+    while (*Path) {
         int32 Length = 0;
         while (Path[Length] && Path[Length] != '/') ++Length;
         if (Length == 0 || Length >= (int32)sizeof(Part)) return 0;
@@ -437,10 +436,17 @@ int32 KFbx::GetValueType(fbx_field const *Field, int32 Index) const
 
 static bool BoolFromChar(uint8 Character, bool *Result)
 {
-    switch (Character)
-    {
-    case 'T': case 'Y': case 't': case 'y': case 1: *Result = true; return true;
-    case 'F': case 'N': case 'f': case 'n': case 0: *Result = false; return true;
+    switch (Character) {
+    case 'T':
+    case 'Y':
+    case 't':
+    case 'y':
+    case 1: *Result = true; return true;
+    case 'F':
+    case 'N':
+    case 'f':
+    case 'n':
+    case 0: *Result = false; return true;
     default: *Result = true; return true;
     }
 }
@@ -450,20 +456,15 @@ bool KFbx::GetValueInt64(fbx_field const *Field, int32 Index, int64 *Result) con
     fbx_value const *Value = GetValue(Field, Index);
     if (!Value || !Result) return false;
     uint8 const *Data = Bytes + Value->Offset;
-    switch (Value->Type)
-    {
+    switch (Value->Type) {
     case FbxValue_Int16: *Result = (int16)LoadFbxU16(Data, BigEndian); return true;
-    case FbxValue_Bool:
-    {
+    case FbxValue_Bool: {
         bool Flag;
         uint8 Character = Data[0];
-        if (Character == 'T' || Character == 'Y' || Character == 'F' || Character == 'N' || Character <= 1)
-        {
+        if (Character == 'T' || Character == 'Y' || Character == 'F' || Character == 'N' || Character <= 1) {
             BoolFromChar(Character, &Flag);
             *Result = Flag ? 1 : 0;
-        }
-        else
-        {
+        } else {
             *Result = (int8)Character;
         }
         return true;
@@ -471,16 +472,14 @@ bool KFbx::GetValueInt64(fbx_field const *Field, int32 Index, int64 *Result) con
     case FbxValue_Int32: *Result = (int32)LoadFbxU32(Data, BigEndian); return true;
     case FbxValue_Int64: *Result = (int64)LoadFbxU64(Data, BigEndian); return true;
     case FbxValue_Real32:
-    case FbxValue_Real64:
-    {
+    case FbxValue_Real64: {
         real64 Real;
         if (!GetValueReal64(Field, Index, &Real)) return false;
         if (!(Real > -9.2233720368547758e18 && Real < 9.2233720368547758e18)) return false;
         *Result = (int64)Real;
         return true;
     }
-    case FbxValue_String:
-        return ParseFbxTextInt64((char const *)Data, (int32)Value->Size, Result);
+    case FbxValue_String: return ParseFbxTextInt64((char const *)Data, (int32)Value->Size, Result);
     default: return false;
     }
 }
@@ -490,18 +489,15 @@ bool KFbx::GetValueReal64(fbx_field const *Field, int32 Index, real64 *Result) c
     fbx_value const *Value = GetValue(Field, Index);
     if (!Value || !Result) return false;
     uint8 const *Data = Bytes + Value->Offset;
-    switch (Value->Type)
-    {
-    case FbxValue_Real32:
-    {
+    switch (Value->Type) {
+    case FbxValue_Real32: {
         uint32 Bits = LoadFbxU32(Data, BigEndian);
         real32 Real;
         memcpy(&Real, &Bits, 4);
         *Result = Real;
         return true;
     }
-    case FbxValue_Real64:
-    {
+    case FbxValue_Real64: {
         uint64 Bits = LoadFbxU64(Data, BigEndian);
         memcpy(Result, &Bits, 8);
         return true;
@@ -509,15 +505,13 @@ bool KFbx::GetValueReal64(fbx_field const *Field, int32 Index, real64 *Result) c
     case FbxValue_Int16:
     case FbxValue_Bool:
     case FbxValue_Int32:
-    case FbxValue_Int64:
-    {
+    case FbxValue_Int64: {
         int64 Integer;
         if (!GetValueInt64(Field, Index, &Integer)) return false;
         *Result = (real64)Integer;
         return true;
     }
-    case FbxValue_String:
-        return ParseFbxTextReal64((char const *)Data, (int32)Value->Size, Result);
+    case FbxValue_String: return ParseFbxTextReal64((char const *)Data, (int32)Value->Size, Result);
     default: return false;
     }
 }
@@ -536,7 +530,8 @@ bool KFbx::GetValueBool(fbx_field const *Field, int32 Index, bool *Result) const
     fbx_value const *Value = GetValue(Field, Index);
     if (!Value || !Result) return false;
     if (Value->Type == FbxValue_Bool) return BoolFromChar(Bytes[Value->Offset], Result);
-    if (Value->Type == FbxValue_String && ParseFbxTextBool((char const *)Bytes + Value->Offset, (int32)Value->Size, Result))
+    if (Value->Type == FbxValue_String &&
+        ParseFbxTextBool((char const *)Bytes + Value->Offset, (int32)Value->Size, Result))
         return true;
     real64 Real;
     if (!GetValueReal64(Field, Index, &Real)) return false;
@@ -548,13 +543,11 @@ bool KFbx::GetValueChar(fbx_field const *Field, int32 Index, char *Result) const
 {
     fbx_value const *Value = GetValue(Field, Index);
     if (!Value || !Result) return false;
-    if (Value->Type == FbxValue_Bool)
-    {
+    if (Value->Type == FbxValue_Bool) {
         *Result = (char)Bytes[Value->Offset];
         return true;
     }
-    if (Value->Type == FbxValue_String && Value->Size > 0)
-    {
+    if (Value->Type == FbxValue_String && Value->Size > 0) {
         *Result = (char)Bytes[Value->Offset];
         return true;
     }
@@ -585,18 +578,13 @@ bool KFbx::GetValueString(fbx_field const *Field, int32 Index, char const **Data
     if (!Value) return false;
     char const *Text = (char const *)Bytes + Value->Offset;
     int32 TextLength;
-    if (Value->Type == FbxValue_String || Value->Type == FbxValue_Raw)
-    {
+    if (Value->Type == FbxValue_String || Value->Type == FbxValue_Raw) {
         TextLength = (int32)Value->Size;
-    }
-    else if (Value->Type == FbxValue_AsciiArray)
-    {
+    } else if (Value->Type == FbxValue_AsciiArray) {
         // The "*n" mark as written.
         TextLength = 1;
         while (Text[TextLength] >= '0' && Text[TextLength] <= '9') ++TextLength;
-    }
-    else
-    {
+    } else {
         return false;
     }
     if (Data) *Data = Text;
@@ -609,8 +597,7 @@ int32 KFbx::CopyValueString(fbx_field const *Field, int32 Index, char *Buffer, i
     char const *Text;
     int32 Length;
     if (!GetValueString(Field, Index, &Text, &Length)) return -1;
-    if (Buffer && BufferSize > 0)
-    {
+    if (Buffer && BufferSize > 0) {
         int32 Copied = Length < BufferSize - 1 ? Length : BufferSize - 1;
         memcpy(Buffer, Text, (size_t)Copied);
         Buffer[Copied] = 0;
@@ -652,8 +639,7 @@ static int64 BinaryArrayCount(uint8 const *Header, int32 Type, bool BigEndian)
     uint32 StoredSize = LoadFbxU32(Header + 8, BigEndian);
     int64 Bytes = (int64)Count * GetFbxArrayElementSize(Type);
     if (Encoding == 0) return Bytes == (int64)StoredSize ? (int64)Count : 0;
-    if (Encoding == 1)
-    {
+    if (Encoding == 1) {
         if (Bytes > FbxMaximumArrayBytes) return 0;
         if (Bytes > (int64)StoredSize * FbxMaximumInflateRatio + 64) return 0;
         return Count;
@@ -663,8 +649,7 @@ static int64 BinaryArrayCount(uint8 const *Header, int32 Type, bool BigEndian)
 
 int64 KFbx::ArrayCountOfValue(fbx_value const &Value, fbx_field const *Field) const
 {
-    if (Value.Type == FbxValue_AsciiArray)
-    {
+    if (Value.Type == FbxValue_AsciiArray) {
         fbx_field const *Elements = AsciiArrayField(Field);
         return Elements ? Elements->ValueCount : 0;
     }
@@ -691,25 +676,21 @@ static void ConvertElements(uint8 const *Source, int32 SourceType, bool Swap, in
                             void *Destination)
 {
     int32 SourceSize = GetFbxArrayElementSize(SourceType);
-    if (SourceType == ElementType && !Swap)
-    {
+    if (SourceType == ElementType && !Swap) {
         memcpy(Destination, Source, (size_t)(Count * SourceSize));
         return;
     }
     uint8 *Out = (uint8 *)Destination;
-    for (int64 Index = 0; Index < Count; ++Index)
-    {
+    for (int64 Index = 0; Index < Count; ++Index) {
         uint8 const *In = Source + Index * SourceSize;
         int64 Integer = 0;
         real64 Real = 0.0;
         bool IsReal = false;
-        switch (SourceType)
-        {
+        switch (SourceType) {
         case FbxValue_ArrayInt32: Integer = (int32)LoadFbxU32(In, Swap); break;
         case FbxValue_ArrayInt64: Integer = (int64)LoadFbxU64(In, Swap); break;
         case FbxValue_ArrayBool: Integer = In[0] != 0; break;
-        case FbxValue_ArrayReal32:
-        {
+        case FbxValue_ArrayReal32: {
             uint32 Bits = LoadFbxU32(In, Swap);
             real32 Value;
             memcpy(&Value, &Bits, 4);
@@ -717,40 +698,38 @@ static void ConvertElements(uint8 const *Source, int32 SourceType, bool Swap, in
             IsReal = true;
             break;
         }
-        case FbxValue_ArrayReal64:
-        {
+        case FbxValue_ArrayReal64: {
             uint64 Bits = LoadFbxU64(In, Swap);
             memcpy(&Real, &Bits, 8);
             IsReal = true;
             break;
         }
         }
-        if (IsReal && ElementType != FbxValue_ArrayReal32 && ElementType != FbxValue_ArrayReal64)
-        {
+        if (IsReal && ElementType != FbxValue_ArrayReal32 && ElementType != FbxValue_ArrayReal64) {
             // Integers from reals: truncate, saturating out-of-range and NaN values.
-            if (Real != Real) Integer = 0;
-            else if (Real >= 9.2233720368547758e18) Integer = INT64_MAX;
-            else if (Real <= -9.2233720368547758e18) Integer = INT64_MIN;
-            else Integer = (int64)Real;
+            if (Real != Real)
+                Integer = 0;
+            else if (Real >= 9.2233720368547758e18)
+                Integer = INT64_MAX;
+            else if (Real <= -9.2233720368547758e18)
+                Integer = INT64_MIN;
+            else
+                Integer = (int64)Real;
         }
-        switch (ElementType)
-        {
-        case FbxValue_ArrayInt32:
-        {
+        switch (ElementType) {
+        case FbxValue_ArrayInt32: {
             int32 Value = (int32)(Integer < INT32_MIN ? INT32_MIN : Integer > INT32_MAX ? INT32_MAX : Integer);
             memcpy(Out + Index * 4, &Value, 4);
             break;
         }
         case FbxValue_ArrayInt64: memcpy(Out + Index * 8, &Integer, 8); break;
         case FbxValue_ArrayBool: Out[Index] = IsReal ? (Real != 0.0) : (Integer != 0); break;
-        case FbxValue_ArrayReal32:
-        {
+        case FbxValue_ArrayReal32: {
             real32 Value = IsReal ? (real32)Real : (real32)Integer;
             memcpy(Out + Index * 4, &Value, 4);
             break;
         }
-        case FbxValue_ArrayReal64:
-        {
+        case FbxValue_ArrayReal64: {
             real64 Value = IsReal ? Real : (real64)Integer;
             memcpy(Out + Index * 8, &Value, 8);
             break;
@@ -774,13 +753,11 @@ static bool ReadScalar(KFbx const &Fbx, fbx_field const *Field, int32 Index, int
 {
     int32 Type = Fbx.GetValueType(Field, Index);
     bool WantReal = ElementType == FbxValue_ArrayReal32 || ElementType == FbxValue_ArrayReal64;
-    if (Type == FbxValue_Real32 || Type == FbxValue_Real64 || (Type == FbxValue_String && WantReal))
-    {
+    if (Type == FbxValue_Real32 || Type == FbxValue_Real64 || (Type == FbxValue_String && WantReal)) {
         *IsReal = true;
         return Fbx.GetValueReal64(Field, Index, Real);
     }
-    if (ElementType == FbxValue_ArrayBool)
-    {
+    if (ElementType == FbxValue_ArrayBool) {
         bool Flag;
         if (!Fbx.GetValueBool(Field, Index, &Flag)) return false;
         *IsReal = false;
@@ -794,11 +771,9 @@ static bool ReadScalar(KFbx const &Fbx, fbx_field const *Field, int32 Index, int
 bool KFbx::DecodeArray(fbx_value const &Value, fbx_field const *Field, int32 ElementType, void *Buffer, int64 Count)
 {
     if (Count <= 0) return true;
-    if (Value.Type == FbxValue_AsciiArray)
-    {
+    if (Value.Type == FbxValue_AsciiArray) {
         fbx_field const *Elements = AsciiArrayField(Field);
-        for (int64 Index = 0; Index < Count; ++Index)
-        {
+        for (int64 Index = 0; Index < Count; ++Index) {
             int64 Integer = 0;
             real64 Real = 0.0;
             bool IsReal = false;
@@ -811,8 +786,7 @@ bool KFbx::DecodeArray(fbx_value const &Value, fbx_field const *Field, int32 Ele
     uint32 Encoding = LoadFbxU32(Header + 4, BigEndian);
     uint32 StoredSize = LoadFbxU32(Header + 8, BigEndian);
     uint8 const *Stored = Header + 12;
-    if (Encoding == 0)
-    {
+    if (Encoding == 0) {
         ConvertElements(Stored, Value.Type, BigEndian, Count, ElementType, Buffer);
         return true;
     }
@@ -821,8 +795,7 @@ bool KFbx::DecodeArray(fbx_value const &Value, fbx_field const *Field, int32 Ele
     int64 InflatedSize = Total * GetFbxArrayElementSize(Value.Type);
     bool Direct = ElementType == Value.Type && !BigEndian && Count == Total;
     uint8 *Inflated = Direct ? (uint8 *)Buffer : (uint8 *)TesselAllocateAligned(8, InflatedSize ? InflatedSize : 1);
-    if (!Inflated)
-    {
+    if (!Inflated) {
         Fail("%s: out of memory inflating %I64d bytes", GetFieldName(Field), InflatedSize);
         return false;
     }
@@ -830,23 +803,19 @@ bool KFbx::DecodeArray(fbx_value const &Value, fbx_field const *Field, int32 Ele
     z_stream Stream;
     memset(&Stream, 0, sizeof(Stream));
     bool Ok = inflateInit(&Stream) == Z_OK;
-    if (Ok)
-    {
+    if (Ok) {
         Stream.next_in = (Bytef *)Stored;
         Stream.avail_in = StoredSize;
         Stream.next_out = Inflated;
         Stream.avail_out = (uInt)InflatedSize;
         int Status = inflate(&Stream, Z_FINISH);
-        if (Status != Z_STREAM_END || (int64)Stream.total_out != InflatedSize)
-        {
+        if (Status != Z_STREAM_END || (int64)Stream.total_out != InflatedSize) {
             Fail("%s: zlib error: %s", GetFieldName(Field),
                  Stream.msg ? Stream.msg : (Status == Z_STREAM_END ? "wrong inflated size" : "stream incomplete"));
             Ok = false;
         }
         inflateEnd(&Stream);
-    }
-    else
-    {
+    } else {
         Fail("%s: zlib error: %s", GetFieldName(Field), "initialisation failed");
     }
     if (Ok && !Direct) ConvertElements(Inflated, Value.Type, BigEndian, Count, ElementType, Buffer);
@@ -862,8 +831,7 @@ int64 KFbx::CopyArray(fbx_field const *Field, int32 Index, int32 ElementType, vo
     int64 Total = ArrayCountOfValue(*Value, Field);
     int64 Wanted = Count < Total ? Count : Total;
     bool Compressed = Value->Type != FbxValue_AsciiArray && LoadFbxU32(Bytes + Value->Offset + 4, BigEndian) == 1;
-    if (Compressed && Wanted > 0)
-    {
+    if (Compressed && Wanted > 0) {
         // Inflate once into the cache, then copy from there.
         int64 CachedCount = 0;
         void const *Cached = GetArrayData(Field, Index, Value->Type, &CachedCount);
@@ -883,33 +851,27 @@ void const *KFbx::GetArrayData(fbx_field const *Field, int32 Index, int32 Elemen
     if (!IsFbxArrayType(Value->Type) && Value->Type != FbxValue_AsciiArray) return 0;
     fbx_array_slot &Slot = Slots[Value->Size];
     if (Slot.State == 2) return 0;
-    if (Slot.State == 1 && Slot.DataType == ElementType)
-    {
+    if (Slot.State == 1 && Slot.DataType == ElementType) {
         if (Count) *Count = Slot.Count;
         return Slot.Data;
     }
     int64 Total = ArrayCountOfValue(*Value, Field);
     int64 Size = Total * GetFbxArrayElementSize(ElementType);
     void *Data = TesselAllocateAligned(8, Size ? Size : 1);
-    if (!Data)
-    {
+    if (!Data) {
         Fail("%s: out of memory for an array of %I64d bytes", GetFieldName(Field), Size);
         return 0;
     }
     AdviseLargeBlock(Data, Size);
     bool Ok;
-    if (Slot.State == 1 && Slot.DataType == Value->Type)
-    {
+    if (Slot.State == 1 && Slot.DataType == Value->Type) {
         // Already inflated in its stored type: convert from the cache.
         ConvertElements((uint8 const *)Slot.Data, Value->Type, false, Total, ElementType, Data);
         Ok = true;
-    }
-    else
-    {
+    } else {
         Ok = DecodeArray(*Value, Field, ElementType, Data, Total);
     }
-    if (!Ok)
-    {
+    if (!Ok) {
         TesselFree(Data);
         // A broken stream stays broken; text that is not a number may still
         // convert to another type, so only binary failures are final.
@@ -929,8 +891,7 @@ void const *KFbx::GetArrayElements(fbx_field const *Field, int32 Index, int32 El
 {
     fbx_value const *Value = GetValue(Field, Index);
     if (Value && Value->Type == ElementType && IsFbxArrayType(ElementType) && !BigEndian &&
-        LoadFbxU32(Bytes + Value->Offset + 4, false) == 0)
-    {
+        LoadFbxU32(Bytes + Value->Offset + 4, false) == 0) {
         if (Count) *Count = ArrayCountOfValue(*Value, Field);
         return Bytes + Value->Offset + 12;
     }
@@ -940,8 +901,7 @@ void const *KFbx::GetArrayElements(fbx_field const *Field, int32 Index, int32 El
 int64 KFbx::GetNumberCount(fbx_field const *Field) const
 {
     if (!FieldBelongs(Field, Fields, FieldCount)) return 0;
-    if (Field->ValueCount == 1)
-    {
+    if (Field->ValueCount == 1) {
         fbx_value const &Value = Values[Field->FirstValue];
         if (IsFbxArrayType(Value.Type) || Value.Type == FbxValue_AsciiArray) return ArrayCountOfValue(Value, Field);
     }
@@ -950,18 +910,15 @@ int64 KFbx::GetNumberCount(fbx_field const *Field) const
 
 int64 KFbx::CopyNumbers(fbx_field const *Field, int32 ElementType, void *Buffer, int64 Count)
 {
-    if (!FieldBelongs(Field, Fields, FieldCount) || !IsFbxArrayType(ElementType) || Count < 0 ||
-        (!Buffer && Count > 0))
+    if (!FieldBelongs(Field, Fields, FieldCount) || !IsFbxArrayType(ElementType) || Count < 0 || (!Buffer && Count > 0))
         return -1;
-    if (Field->ValueCount == 1)
-    {
+    if (Field->ValueCount == 1) {
         fbx_value const &Value = Values[Field->FirstValue];
         if (IsFbxArrayType(Value.Type) || Value.Type == FbxValue_AsciiArray)
             return CopyArray(Field, 0, ElementType, Buffer, Count);
     }
     int64 Wanted = Count < (int64)Field->ValueCount ? Count : (int64)Field->ValueCount;
-    for (int64 Index = 0; Index < Wanted; ++Index)
-    {
+    for (int64 Index = 0; Index < Wanted; ++Index) {
         int64 Integer = 0;
         real64 Real = 0.0;
         bool IsReal = false;

@@ -76,30 +76,30 @@ constexpr int64 FbxMaximumArrayBytes = (int64)1 << 31;
 #pragma pack(push, 4)
 struct fbx_field
 {
-    uint32 NameOffset;  // into the name table
-    int32 Parent;       // field indices; -1 for none
+    uint32 NameOffset; // into the name table
+    int32 Parent;      // field indices; -1 for none
     int32 FirstChild;
     int32 NextSibling;
     int32 ChildCount;
-    uint32 FirstValue;  // into the value table
+    uint32 FirstValue; // into the value table
     uint32 ValueCount;
-    uint32 FileOffset;  // where the field starts in the file, for messages
+    uint32 FileOffset; // where the field starts in the file, for messages
 };
 
 struct fbx_value
 {
-    uint32 Offset;      // into the file's bytes
-    uint32 Size;        // byte count of strings, raw data and ASCII text; slot of arrays
+    uint32 Offset; // into the file's bytes
+    uint32 Size;   // byte count of strings, raw data and ASCII text; slot of arrays
     uint8 Type;
     uint8 Pad[3];
 };
 
 struct fbx_array_slot
 {
-    void *Data;         // converted elements, from the allocation hooks
+    void *Data; // converted elements, from the allocation hooks
     int64 Count;
-    int32 DataType;     // element type of Data
-    int32 State;        // 0 untouched, 1 ready, 2 failed
+    int32 DataType; // element type of Data
+    int32 State;    // 0 untouched, 1 ready, 2 failed
 };
 #pragma pack(pop)
 
@@ -140,7 +140,7 @@ public:
     fbx_field const *FindNextSibling(fbx_field const *Field, char const *Name) const;
     // Follows a path of child names separated by '/', e.g. "FBXHeaderExtension/FBXVersion".
     fbx_field const *FindPath(fbx_field const *Parent, char const *Path) const;
-    int32 GetFieldCount() const; // all fields of the file
+    int32 GetFieldCount() const;                  // all fields of the file
     int32 GetDepth(fbx_field const *Field) const; // 0 at the top level
 
     char const *GetFieldName(fbx_field const *Field) const; // "" for null
@@ -211,8 +211,8 @@ public:
     void FieldReadEnd();
     bool FieldReadBlockBegin();
     void FieldReadBlockEnd();
-    int32 FieldGetCount() const;                  // fields of the current block
-    char const *FieldGetName(int32 Index) const;  // "" when out of range
+    int32 FieldGetCount() const;                 // fields of the current block
+    char const *FieldGetName(int32 Index) const; // "" when out of range
     int32 FieldGetInstanceCount(char const *Name) const;
     fbx_field const *FieldGetCurrent() const;
     char FieldReadCH();
@@ -234,8 +234,7 @@ private:
     bool ParseAscii();
     void Fail(char const *Format, ...);
     fbx_value const *GetValue(fbx_field const *Field, int32 Index) const;
-    bool DecodeArray(fbx_value const &Value, fbx_field const *Field, int32 ElementType, void *Buffer,
-                     int64 Count);
+    bool DecodeArray(fbx_value const &Value, fbx_field const *Field, int32 ElementType, void *Buffer, int64 Count);
     int64 ArrayCountOfValue(fbx_value const &Value, fbx_field const *Field) const;
     fbx_field const *AsciiArrayField(fbx_field const *Field) const;
     // Table growth during parsing; false (with the error set) when out of memory.
@@ -245,7 +244,7 @@ private:
     friend struct fbx_binary_parser;
     friend struct fbx_ascii_parser;
 
-    uint8 *Bytes;       // the file, followed by a zero byte
+    uint8 *Bytes; // the file, followed by a zero byte
     int64 ByteCount;
     fbx_field *Fields;
     int32 FieldCount;
@@ -275,7 +274,6 @@ private:
     int32 CursorValue;
     char CursorText[1024];
 };
-
 
 // Detects the 27-byte binary header. Returns true with the byte order and
 // version when the header text matches (case-insensitive).

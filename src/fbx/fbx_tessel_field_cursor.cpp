@@ -16,8 +16,7 @@ void KFbx::ResetCursor()
 static fbx_field const *FindInstance(KFbx const &Fbx, fbx_field const *Block, char const *Name, int32 Instance)
 {
     if (Instance < 0) return 0;
-    for (fbx_field const *Field = Fbx.FindChild(Block, Name); Field; Field = Fbx.FindNextSibling(Field, Name))
-    {
+    for (fbx_field const *Field = Fbx.FindChild(Block, Name); Field; Field = Fbx.FindNextSibling(Field, Name)) {
         if (Instance-- == 0) return Field;
     }
     return 0;
@@ -86,8 +85,7 @@ fbx_field const *KFbx::FieldGetCurrent() const
 char KFbx::FieldReadCH()
 {
     char Result = 0;
-    if (!GetValueChar(CursorField, CursorValue, &Result))
-    {
+    if (!GetValueChar(CursorField, CursorValue, &Result)) {
         int64 Number;
         if (GetValueInt64(CursorField, CursorValue, &Number)) Result = (char)Number;
     }

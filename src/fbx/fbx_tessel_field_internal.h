@@ -30,8 +30,7 @@ inline uint64 LoadFbxU64(uint8 const *Data, bool BigEndian)
 // Size in bytes of the fixed-size scalar types, 0 for the others.
 inline int32 GetFbxScalarSize(int32 Type)
 {
-    switch (Type)
-    {
+    switch (Type) {
     case FbxValue_Int16: return 2;
     case FbxValue_Bool: return 1;
     case FbxValue_Int32:

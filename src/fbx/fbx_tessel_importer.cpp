@@ -28,9 +28,15 @@ KFbxImporter::KFbxImporter(KFbxSdkManager *Manager, char const *Name)
     mCreator[0] = 0;
 }
 
-KFbxImporter::~KFbxImporter() { FbxDelete(mFbx); }
+KFbxImporter::~KFbxImporter()
+{
+    FbxDelete(mFbx);
+}
 
-bool KFbxImporter::IsBinary() const { return mFbx && mFbx->IsBinary(); }
+bool KFbxImporter::IsBinary() const
+{
+    return mFbx && mFbx->IsBinary();
+}
 
 void KFbxImporter::GetFileVersion(int32 &Major, int32 &Minor, int32 &Revision) const
 {
@@ -56,17 +62,14 @@ bool KFbxImporter::Open(char const *FileName, void const *Data, int64 Size)
     mFbx = nullptr;
     mVersion = 0;
     mCreator[0] = 0;
-    if (!FileName && !Data)
-    {
+    if (!FileName && !Data) {
         SetError("Corrupted or invalid file.");
         return false;
     }
     mFbx = FbxNew(KFbx);
     bool Opened = mFbx && (FileName ? mFbx->ProjectOpenFile(FileName) : mFbx->ProjectOpenMemory(Data, Size));
-    if (!Opened)
-    {
-        if (mFbx)
-        {
+    if (!Opened) {
+        if (mFbx) {
             TesselWarning(LogCategory_FBX, "%s: %s", FileName ? FileName : "memory", mFbx->GetErrorText());
         }
         FbxDelete(mFbx);
@@ -78,8 +81,7 @@ bool KFbxImporter::Open(char const *FileName, void const *Data, int64 Size)
     // The header extension's version wins: old binary files carry an older
     // number in the binary header than the layout they use.
     mVersion = mFbx->GetInt32(mFbx->FindChild(Header, "FBXVersion"), 0, 0);
-    if (mVersion <= 0)
-    {
+    if (mVersion <= 0) {
         mVersion = mFbx->GetFileVersion();
     }
     int32 Encryption = mFbx->GetInt32(mFbx->FindChild(Header, "EncryptionType"), 0, 0);
@@ -92,33 +94,25 @@ bool KFbxImporter::Open(char const *FileName, void const *Data, int64 Size)
     mTimeStamp.Second = mFbx->GetInt32(mFbx->FindChild(Stamp, "Second"), 0, 0);
     mTimeStamp.Millisecond = mFbx->GetInt32(mFbx->FindChild(Stamp, "Millisecond"), 0, 0);
     fbx_field const *Creator = mFbx->FindChild(Header, "Creator");
-    if (!Creator)
-    {
+    if (!Creator) {
         Creator = mFbx->FindChild(nullptr, "Creator");
     }
-    if (mFbx->CopyValueString(Creator, 0, mCreator, sizeof(mCreator)) < 0)
-    {
+    if (mFbx->CopyValueString(Creator, 0, mCreator, sizeof(mCreator)) < 0) {
         mCreator[0] = 0;
     }
 
     bool Ok = true;
-    if (Encryption != 0)
-    {
+    if (Encryption != 0) {
         SetError("Encryption type is not supported");
         Ok = false;
-    }
-    else if (mVersion <= 0)
-    {
+    } else if (mVersion <= 0) {
         SetError("Corrupted or invalid file.");
         Ok = false;
-    }
-    else if (mVersion / 1000 > 7 || mVersion < 5000)
-    {
+    } else if (mVersion / 1000 > 7 || mVersion < 5000) {
         SetError("FBX File version %d is not supported in this product", mVersion);
         Ok = false;
     }
-    if (!Ok)
-    {
+    if (!Ok) {
         FbxDelete(mFbx);
         mFbx = nullptr;
     }
@@ -127,10 +121,8 @@ bool KFbxImporter::Open(char const *FileName, void const *Data, int64 Size)
 
 bool KFbxImporter::Import(KFbxScene *Scene, void *Stream)
 {
-    if (!mFbx)
-    {
-        if (!GetLastErrorString()[0])
-        {
+    if (!mFbx) {
+        if (!GetLastErrorString()[0]) {
             SetError("Corrupted or invalid file.");
         }
         return false;
@@ -139,22 +131,17 @@ bool KFbxImporter::Import(KFbxScene *Scene, void *Stream)
     bool Ok;
     char const *Error;
     KFbxSdkManager &Manager = *GetFbxSdkManager();
-    if (mVersion >= 7000)
-    {
+    if (mVersion >= 7000) {
         KFbxReaderFbx7 Reader(*mFbx, Manager);
         Ok = Reader.Read(Scene);
         Error = Ok ? "" : Reader.GetError();
         if (!Ok) SetError("%s", Error[0] ? Error : "Corrupted or invalid file.");
-    }
-    else if (mVersion >= 6000)
-    {
+    } else if (mVersion >= 6000) {
         KFbxReaderFbx6 Reader(*mFbx, Manager);
         Ok = Reader.Read(Scene);
         Error = Ok ? "" : Reader.GetError();
         if (!Ok) SetError("%s", Error[0] ? Error : "Corrupted or invalid file.");
-    }
-    else
-    {
+    } else {
         KFbxReaderFbx Reader(*mFbx, Manager);
         Ok = Reader.Read(Scene);
         Error = Ok ? "" : Reader.GetError();
@@ -169,8 +156,7 @@ bool KFbxImporter::Import(KFbxScene *Scene, void *Stream)
 bool LoadFBXSceneFromFile(char const *Path, KFbxSdkManager **ManagerResult, KFbxScene **SceneResult, char *ErrorText,
                           int32 ErrorTextSize)
 {
-    if (ErrorText && ErrorTextSize > 0)
-    {
+    if (ErrorText && ErrorTextSize > 0) {
         ErrorText[0] = 0;
     }
     CheckPointer(ManagerResult, LogCategory_FBX, false);
@@ -178,17 +164,14 @@ bool LoadFBXSceneFromFile(char const *Path, KFbxSdkManager **ManagerResult, KFbx
     *ManagerResult = nullptr;
     *SceneResult = nullptr;
     KFbxSdkManager *Manager = KFbxSdkManager::Create();
-    if (!Manager)
-    {
+    if (!Manager) {
         return false;
     }
     KFbxScene *Scene = KFbxScene::Create(Manager, "");
     KFbxImporter *Importer = KFbxImporter::Create(Manager, "");
     bool Ok = Scene && Importer && Importer->Initialize(Path, -1) && Importer->Import(Scene);
-    if (!Ok)
-    {
-        if (ErrorText && ErrorTextSize > 0 && Importer)
-        {
+    if (!Ok) {
+        if (ErrorText && ErrorTextSize > 0 && Importer) {
             snprintf(ErrorText, (size_t)ErrorTextSize, "%s", Importer->GetLastErrorString());
         }
         Manager->Destroy();
@@ -202,28 +185,23 @@ bool LoadFBXSceneFromFile(char const *Path, KFbxSdkManager **ManagerResult, KFbx
 
 static void CountNode(KFbxNode *Node, fbx_scene_counts *Counts, int32 Depth)
 {
-    for (int32 Index = 0; Index < Node->GetChildCount(); ++Index)
-    {
+    for (int32 Index = 0; Index < Node->GetChildCount(); ++Index) {
         KFbxNode *Child = Node->GetChild(Index);
         ++Counts->NodeCount;
-        if (KFbxMesh *Mesh = Child->GetMesh())
-        {
+        if (KFbxMesh *Mesh = Child->GetMesh()) {
             ++Counts->MeshCount;
             Counts->ControlPointCount += Mesh->GetControlPointsCount();
             Counts->PolygonCount += Mesh->GetPolygonCount();
-            for (int32 Polygon = 0; Polygon < Mesh->GetPolygonCount(); ++Polygon)
-            {
+            for (int32 Polygon = 0; Polygon < Mesh->GetPolygonCount(); ++Polygon) {
                 int32 Size = Mesh->GetPolygonSize(Polygon);
                 Counts->TriangleCount += (Size >= 3) ? Size - 2 : 0;
             }
-            for (int32 Skin = 0; Skin < Mesh->GetDeformerCount(FbxDeformer_Skin); ++Skin)
-            {
+            for (int32 Skin = 0; Skin < Mesh->GetDeformerCount(FbxDeformer_Skin); ++Skin) {
                 ++Counts->SkinCount;
                 Counts->SkinClusterCount += ((KFbxSkin *)Mesh->GetDeformer(Skin, FbxDeformer_Skin))->GetClusterCount();
             }
         }
-        if (Depth < 4096)
-        {
+        if (Depth < 4096) {
             CountNode(Child, Counts, Depth + 1);
         }
     }
@@ -231,13 +209,11 @@ static void CountNode(KFbxNode *Node, fbx_scene_counts *Counts, int32 Depth)
 
 void CountFBXScene(KFbxScene *Scene, fbx_scene_counts *Counts)
 {
-    if (!Counts)
-    {
+    if (!Counts) {
         return;
     }
     *Counts = fbx_scene_counts();
-    if (!Scene)
-    {
+    if (!Scene) {
         return;
     }
     CountNode(Scene->GetRootNode(), Counts, 0);

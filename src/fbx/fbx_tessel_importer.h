@@ -70,9 +70,9 @@ struct fbx_scene_counts
     int32 MeshCount;         // nodes with a mesh
     int32 ControlPointCount; // over all meshes
     int32 PolygonCount;
-    int32 TriangleCount;     // polygons of n corners count n - 2
+    int32 TriangleCount; // polygons of n corners count n - 2
     int32 SkinCount;
-    int32 SkinClusterCount;  // clusters of all skins, linked or not
-    int32 TakeCount;         // take records of the file
+    int32 SkinClusterCount; // clusters of all skins, linked or not
+    int32 TakeCount;        // take records of the file
 };
 void CountFBXScene(KFbxScene *Scene, fbx_scene_counts *Counts);

@@ -13,24 +13,31 @@ static int32 GlobalTimeMode = FbxTimeMode_30;
 static real64 GlobalCustomFrameRate = 30.0;
 
 static real64 const FrameRates[FbxTimeMode_Count] = {
-    30.0,                           // default: resolved through the global mode
-    120.0, 100.0, 60.0, 50.0, 48.0, 30.0, 30.0,
-    46186158000.0 / 1541078334.0,   // NTSC drop frame
-    46186158000.0 / 1541078334.0,   // NTSC
-    25.0, 24.0, 1000.0,
-    46186158000.0 / 1926347917.5,   // film
-    30.0,                           // custom: the global custom rate
+    30.0, // default: resolved through the global mode
+    120.0,
+    100.0,
+    60.0,
+    50.0,
+    48.0,
+    30.0,
+    30.0,
+    46186158000.0 / 1541078334.0, // NTSC drop frame
+    46186158000.0 / 1541078334.0, // NTSC
+    25.0,
+    24.0,
+    1000.0,
+    46186158000.0 / 1926347917.5, // film
+    30.0,                         // custom: the global custom rate
 };
 
 static int64 const TicksPerFrame[FbxTimeMode_Count] = {
-    1539538600, 384884650, 461861580, 769769300, 923723160, 962211625, 1539538600, 1539538600,
-    1541078334, 1541078334, 1847446320, 1924423250, 46186158, 1926347917, 1539538600,
+    1539538600, 384884650,  461861580,  769769300,  923723160, 962211625,  1539538600, 1539538600,
+    1541078334, 1541078334, 1847446320, 1924423250, 46186158,  1926347917, 1539538600,
 };
 
 static int32 ResolveMode(int32 TimeMode)
 {
-    if (TimeMode <= 0 || TimeMode >= FbxTimeMode_Count)
-    {
+    if (TimeMode <= 0 || TimeMode >= FbxTimeMode_Count) {
         return (TimeMode == 0) ? GlobalTimeMode : -1;
     }
     return TimeMode;
@@ -39,28 +46,30 @@ static int32 ResolveMode(int32 TimeMode)
 real64 KTime::GetFrameRate(int32 TimeMode)
 {
     int32 Mode = ResolveMode(TimeMode);
-    if (Mode < 0)
-    {
+    if (Mode < 0) {
         return 30.0;
     }
-    if (Mode == FbxTimeMode_Custom)
-    {
+    if (Mode == FbxTimeMode_Custom) {
         return GlobalCustomFrameRate;
     }
     return FrameRates[Mode];
 }
 
-int32 KTime::GetGlobalTimeMode() { return GlobalTimeMode; }
-real64 KTime::GetGlobalCustomFrameRate() { return GlobalCustomFrameRate; }
+int32 KTime::GetGlobalTimeMode()
+{
+    return GlobalTimeMode;
+}
+real64 KTime::GetGlobalCustomFrameRate()
+{
+    return GlobalCustomFrameRate;
+}
 
 void KTime::SetGlobalTimeMode(int32 TimeMode, real64 CustomFrameRate)
 {
-    if (TimeMode > 0 && TimeMode < FbxTimeMode_Count)
-    {
+    if (TimeMode > 0 && TimeMode < FbxTimeMode_Count) {
         GlobalTimeMode = TimeMode;
     }
-    if (TimeMode == FbxTimeMode_Custom && CustomFrameRate > 0.0)
-    {
+    if (TimeMode == FbxTimeMode_Custom && CustomFrameRate > 0.0) {
         GlobalCustomFrameRate = CustomFrameRate;
     }
 }
@@ -68,15 +77,12 @@ void KTime::SetGlobalTimeMode(int32 TimeMode, real64 CustomFrameRate)
 int64 KTime::GetTicksPerFrame(int32 TimeMode, real64 CustomFrameRate)
 {
     int32 Mode = ResolveMode(TimeMode);
-    if (Mode < 0)
-    {
+    if (Mode < 0) {
         return TicksPerFrame[FbxTimeMode_30];
     }
-    if (Mode == FbxTimeMode_Custom)
-    {
+    if (Mode == FbxTimeMode_Custom) {
         real64 Rate = (CustomFrameRate > 0.0) ? CustomFrameRate : GlobalCustomFrameRate;
-        if (!(Rate > 0.0))
-        {
+        if (!(Rate > 0.0)) {
             Rate = 30.0;
         }
         return (int64)((real64)TicksPerSecond / Rate + 0.5);
@@ -94,8 +100,7 @@ static bool ModeHasFields(int32 Mode)
 static int64 FrameTicks(int32 Mode, int64 Frames, int64 PerFrame)
 {
     int64 Ticks = Frames * PerFrame;
-    if (Mode == FbxTimeMode_Film)
-    {
+    if (Mode == FbxTimeMode_Film) {
         Ticks += Frames / 2;
     }
     return Ticks;
@@ -110,19 +115,16 @@ void KTime::SetTime(int32 Hours, int32 Minutes, int32 Seconds, int32 Frames, int
                     int32 TimeMode, real64 CustomFrameRate)
 {
     int32 Mode = ResolveMode(TimeMode);
-    if (Mode < 0)
-    {
+    if (Mode < 0) {
         Mode = FbxTimeMode_30;
     }
     int64 PerFrame = GetTicksPerFrame(Mode, CustomFrameRate);
     int64 Ticks = ((int64)Hours * 3600 + (int64)Minutes * 60 + (int64)Seconds) * TicksPerSecond;
     int64 AllFrames = Frames;
     int64 HalfFrame = 0;
-    if (ModeHasFields(Mode))
-    {
+    if (ModeHasFields(Mode)) {
         AllFrames += Fields / 2;
-        if (Fields % 2)
-        {
+        if (Fields % 2) {
             HalfFrame = (Mode == FbxTimeMode_Film) ? 963173959 : PerFrame / 2;
         }
     }
@@ -133,34 +135,27 @@ void KTime::SetTime(int32 Hours, int32 Minutes, int32 Seconds, int32 Frames, int
 int64 KTime::GetFrame(bool Cumulative, int32 TimeMode, real64 CustomFrameRate) const
 {
     int32 Mode = ResolveMode(TimeMode);
-    if (Mode < 0)
-    {
+    if (Mode < 0) {
         Mode = FbxTimeMode_30;
     }
     int64 Ticks = mTime;
     int64 Frame;
-    if (Mode == FbxTimeMode_Film)
-    {
+    if (Mode == FbxTimeMode_Film) {
         // Two frames take 2 * 1926347917 + 1 ticks.
         int64 Pair = 2 * 1926347917LL + 1;
         int64 Pairs = Ticks / Pair;
         int64 Rest = Ticks - Pairs * Pair;
         Frame = Pairs * 2 + Rest / 1926347917LL;
-        if (Rest < 0 && Rest % 1926347917LL != 0)
-        {
+        if (Rest < 0 && Rest % 1926347917LL != 0) {
             // truncation toward zero already holds for the integer divisions
         }
-    }
-    else
-    {
+    } else {
         Frame = Ticks / GetTicksPerFrame(Mode, CustomFrameRate);
     }
-    if (!Cumulative)
-    {
+    if (!Cumulative) {
         real64 Rate = (Mode == FbxTimeMode_Custom && CustomFrameRate > 0.0) ? CustomFrameRate : GetFrameRate(Mode);
         int64 PerSecond = (int64)std::floor(Rate + 0.5);
-        if (PerSecond > 0)
-        {
+        if (PerSecond > 0) {
             Frame %= PerSecond;
         }
     }
@@ -172,10 +167,8 @@ int64 KTime::GetFrame(bool Cumulative, int32 TimeMode, real64 CustomFrameRate) c
 
 void AffineMatrix::SetIdentity()
 {
-    for (int32 Row = 0; Row < 4; ++Row)
-    {
-        for (int32 Column = 0; Column < 4; ++Column)
-        {
+    for (int32 Row = 0; Row < 4; ++Row) {
+        for (int32 Column = 0; Column < 4; ++Column) {
             mData[Row][Column] = (Row == Column) ? 1.0 : 0.0;
         }
     }
@@ -192,10 +185,8 @@ void AffineMatrix::SetT(KFbxVector4 const &T)
 void AffineMatrix::SetR(KFbxVector4 const &R)
 {
     AffineMatrix Rotation = EulerToMatrix(R, FbxRotationOrder_XYZ);
-    for (int32 Row = 0; Row < 3; ++Row)
-    {
-        for (int32 Column = 0; Column < 3; ++Column)
-        {
+    for (int32 Row = 0; Row < 3; ++Row) {
+        for (int32 Column = 0; Column < 3; ++Column) {
             mData[Row][Column] = Rotation.mData[Row][Column];
         }
     }
@@ -204,10 +195,8 @@ void AffineMatrix::SetR(KFbxVector4 const &R)
 void AffineMatrix::SetQ(KFbxQuaternion const &Q)
 {
     AffineMatrix Rotation = QuaternionToMatrix(Q);
-    for (int32 Row = 0; Row < 3; ++Row)
-    {
-        for (int32 Column = 0; Column < 3; ++Column)
-        {
+    for (int32 Row = 0; Row < 3; ++Row) {
+        for (int32 Column = 0; Column < 3; ++Column) {
             mData[Row][Column] = Rotation.mData[Row][Column];
         }
     }
@@ -217,17 +206,18 @@ void AffineMatrix::SetTRS(KFbxVector4 const &T, KFbxVector4 const &R, KFbxVector
 {
     SetIdentity();
     SetR(R);
-    for (int32 Row = 0; Row < 3; ++Row)
-    {
-        for (int32 Column = 0; Column < 3; ++Column)
-        {
+    for (int32 Row = 0; Row < 3; ++Row) {
+        for (int32 Column = 0; Column < 3; ++Column) {
             mData[Row][Column] *= S[Row];
         }
     }
     SetT(T);
 }
 
-KFbxVector4 AffineMatrix::GetT() const { return KFbxVector4(mData[3][0], mData[3][1], mData[3][2], 1.0); }
+KFbxVector4 AffineMatrix::GetT() const
+{
+    return KFbxVector4(mData[3][0], mData[3][1], mData[3][2], 1.0);
+}
 
 real64 AffineMatrix::Determinant3() const
 {
@@ -239,13 +229,11 @@ real64 AffineMatrix::Determinant3() const
 KFbxVector4 AffineMatrix::GetS() const
 {
     KFbxVector4 Scale;
-    for (int32 Row = 0; Row < 3; ++Row)
-    {
-        Scale[Row] = std::sqrt(mData[Row][0] * mData[Row][0] + mData[Row][1] * mData[Row][1] +
-                               mData[Row][2] * mData[Row][2]);
+    for (int32 Row = 0; Row < 3; ++Row) {
+        Scale[Row] =
+            std::sqrt(mData[Row][0] * mData[Row][0] + mData[Row][1] * mData[Row][1] + mData[Row][2] * mData[Row][2]);
     }
-    if (Determinant3() < 0.0)
-    {
+    if (Determinant3() < 0.0) {
         Scale[0] = -Scale[0];
         Scale[1] = -Scale[1];
         Scale[2] = -Scale[2];
@@ -258,18 +246,19 @@ static AffineMatrix NormalizedRotation(AffineMatrix const &Matrix)
 {
     KFbxVector4 Scale = Matrix.GetS();
     AffineMatrix Rotation;
-    for (int32 Row = 0; Row < 3; ++Row)
-    {
+    for (int32 Row = 0; Row < 3; ++Row) {
         real64 Factor = (Scale[Row] != 0.0) ? 1.0 / Scale[Row] : 0.0;
-        for (int32 Column = 0; Column < 3; ++Column)
-        {
+        for (int32 Column = 0; Column < 3; ++Column) {
             Rotation.mData[Row][Column] = Matrix.mData[Row][Column] * Factor;
         }
     }
     return Rotation;
 }
 
-KFbxVector4 AffineMatrix::GetR() const { return MatrixToEuler(*this, FbxRotationOrder_XYZ); }
+KFbxVector4 AffineMatrix::GetR() const
+{
+    return MatrixToEuler(*this, FbxRotationOrder_XYZ);
+}
 
 KFbxQuaternion AffineMatrix::GetQ() const
 {
@@ -281,13 +270,10 @@ AffineMatrix AffineMatrix::operator*(AffineMatrix const &Other) const
 {
     // Other applies first: in row form the product is Other's rows times ours.
     AffineMatrix Result;
-    for (int32 Row = 0; Row < 4; ++Row)
-    {
-        for (int32 Column = 0; Column < 4; ++Column)
-        {
+    for (int32 Row = 0; Row < 4; ++Row) {
+        for (int32 Column = 0; Column < 4; ++Column) {
             real64 Sum = 0.0;
-            for (int32 K = 0; K < 4; ++K)
-            {
+            for (int32 K = 0; K < 4; ++K) {
                 Sum += Other.mData[Row][K] * mData[K][Column];
             }
             Result.mData[Row][Column] = Sum;
@@ -299,10 +285,8 @@ AffineMatrix AffineMatrix::operator*(AffineMatrix const &Other) const
 AffineMatrix AffineMatrix::operator*(real64 Factor) const
 {
     AffineMatrix Result;
-    for (int32 Row = 0; Row < 4; ++Row)
-    {
-        for (int32 Column = 0; Column < 4; ++Column)
-        {
+    for (int32 Row = 0; Row < 4; ++Row) {
+        for (int32 Column = 0; Column < 4; ++Column) {
             Result.mData[Row][Column] = mData[Row][Column] * Factor;
         }
     }
@@ -312,10 +296,9 @@ AffineMatrix AffineMatrix::operator*(real64 Factor) const
 KFbxVector4 AffineMatrix::MultT(KFbxVector4 const &Point) const
 {
     KFbxVector4 Result;
-    for (int32 Column = 0; Column < 3; ++Column)
-    {
-        Result[Column] = Point[0] * mData[0][Column] + Point[1] * mData[1][Column] + Point[2] * mData[2][Column] +
-                         mData[3][Column];
+    for (int32 Column = 0; Column < 3; ++Column) {
+        Result[Column] =
+            Point[0] * mData[0][Column] + Point[1] * mData[1][Column] + Point[2] * mData[2][Column] + mData[3][Column];
     }
     Result[3] = 1.0;
     return Result;
@@ -324,8 +307,7 @@ KFbxVector4 AffineMatrix::MultT(KFbxVector4 const &Point) const
 KFbxVector4 AffineMatrix::MultR(KFbxVector4 const &Direction) const
 {
     KFbxVector4 Result;
-    for (int32 Column = 0; Column < 3; ++Column)
-    {
+    for (int32 Column = 0; Column < 3; ++Column) {
         Result[Column] =
             Direction[0] * mData[0][Column] + Direction[1] * mData[1][Column] + Direction[2] * mData[2][Column];
     }
@@ -335,10 +317,8 @@ KFbxVector4 AffineMatrix::MultR(KFbxVector4 const &Direction) const
 AffineMatrix AffineMatrix::Transpose() const
 {
     AffineMatrix Result;
-    for (int32 Row = 0; Row < 4; ++Row)
-    {
-        for (int32 Column = 0; Column < 4; ++Column)
-        {
+    for (int32 Row = 0; Row < 4; ++Row) {
+        for (int32 Column = 0; Column < 4; ++Column) {
             Result.mData[Row][Column] = mData[Column][Row];
         }
     }
@@ -350,12 +330,11 @@ AffineMatrix AffineMatrix::Inverse() const
     real64 const(*M)[4] = mData;
     real64 Determinant = Determinant3();
     AffineMatrix Result;
-    if (Determinant == 0.0)
-    {
+    if (Determinant == 0.0) {
         return Result;
     }
     real64 Factor = 1.0 / Determinant;
-    real64 (*I)[4] = Result.mData;
+    real64(*I)[4] = Result.mData;
     I[0][0] = (M[1][1] * M[2][2] - M[1][2] * M[2][1]) * Factor;
     I[0][1] = (M[0][2] * M[2][1] - M[0][1] * M[2][2]) * Factor;
     I[0][2] = (M[0][1] * M[1][2] - M[0][2] * M[1][1]) * Factor;
@@ -365,8 +344,7 @@ AffineMatrix AffineMatrix::Inverse() const
     I[2][0] = (M[1][0] * M[2][1] - M[1][1] * M[2][0]) * Factor;
     I[2][1] = (M[0][1] * M[2][0] - M[0][0] * M[2][1]) * Factor;
     I[2][2] = (M[0][0] * M[1][1] - M[0][1] * M[1][0]) * Factor;
-    for (int32 Column = 0; Column < 3; ++Column)
-    {
+    for (int32 Column = 0; Column < 3; ++Column) {
         I[3][Column] = -(M[3][0] * I[0][Column] + M[3][1] * I[1][Column] + M[3][2] * I[2][Column]);
     }
     I[0][3] = I[1][3] = I[2][3] = 0.0;
@@ -376,12 +354,9 @@ AffineMatrix AffineMatrix::Inverse() const
 
 bool AffineMatrix::operator==(AffineMatrix const &Other) const
 {
-    for (int32 Row = 0; Row < 4; ++Row)
-    {
-        for (int32 Column = 0; Column < 4; ++Column)
-        {
-            if (mData[Row][Column] != Other.mData[Row][Column])
-            {
+    for (int32 Row = 0; Row < 4; ++Row) {
+        for (int32 Column = 0; Column < 4; ++Column) {
+            if (mData[Row][Column] != Other.mData[Row][Column]) {
                 return false;
             }
         }
@@ -435,8 +410,7 @@ static AffineMatrix EulerXYZ(KFbxVector4 const &Degrees)
 
 AffineMatrix EulerToMatrix(KFbxVector4 const &Degrees, int32 Order)
 {
-    if (Order <= FbxRotationOrder_XYZ || Order >= FbxRotationOrder_SphericXYZ)
-    {
+    if (Order <= FbxRotationOrder_XYZ || Order >= FbxRotationOrder_SphericXYZ) {
         return EulerXYZ(Degrees);
     }
     int32 const *Axes = OrderAxes[Order];
@@ -460,26 +434,22 @@ static KFbxVector4 RotationToEulerXYZ(real64 const M[4][4])
 KFbxVector4 MatrixToEuler(AffineMatrix const &Matrix, int32 Order)
 {
     AffineMatrix Rotation = NormalizedRotation(Matrix);
-    if (Order <= FbxRotationOrder_XYZ || Order >= FbxRotationOrder_SphericXYZ)
-    {
+    if (Order <= FbxRotationOrder_XYZ || Order >= FbxRotationOrder_SphericXYZ) {
         return RotationToEulerXYZ(Rotation.mData);
     }
     // Relabel the axes so that the order reads XYZ. An odd relabelling
     // mirrors the frame, which turns every angle around.
     int32 const *Axes = OrderAxes[Order];
     real64 Relabelled[4][4] = {};
-    for (int32 Row = 0; Row < 3; ++Row)
-    {
-        for (int32 Column = 0; Column < 3; ++Column)
-        {
+    for (int32 Row = 0; Row < 3; ++Row) {
+        for (int32 Column = 0; Column < 3; ++Column) {
             Relabelled[Row][Column] = Rotation.mData[Axes[Row]][Axes[Column]];
         }
     }
     bool Odd = (Order == FbxRotationOrder_XZY || Order == FbxRotationOrder_YXZ || Order == FbxRotationOrder_ZYX);
     KFbxVector4 Angles = RotationToEulerXYZ(Relabelled);
     KFbxVector4 Result;
-    for (int32 Index = 0; Index < 3; ++Index)
-    {
+    for (int32 Index = 0; Index < 3; ++Index) {
         Result[Axes[Index]] = Odd ? -Angles[Index] : Angles[Index];
     }
     return Result;
@@ -490,11 +460,13 @@ AffineMatrix QuaternionToMatrix(KFbxQuaternion const &Q)
     real64 X = Q[0], Y = Q[1], Z = Q[2], W = Q[3];
     real64 Length = std::sqrt(X * X + Y * Y + Z * Z + W * W);
     AffineMatrix Result;
-    if (Length == 0.0)
-    {
+    if (Length == 0.0) {
         return Result;
     }
-    X /= Length; Y /= Length; Z /= Length; W /= Length;
+    X /= Length;
+    Y /= Length;
+    Z /= Length;
+    W /= Length;
     // Row i is the image of axis i.
     Result.mData[0][0] = 1.0 - 2.0 * (Y * Y + Z * Z);
     Result.mData[0][1] = 2.0 * (X * Y + Z * W);
@@ -515,32 +487,25 @@ KFbxQuaternion MatrixToQuaternion(AffineMatrix const &Matrix)
     auto C = [&](int32 I, int32 J) { return Rotation.mData[J][I]; };
     real64 Trace = C(0, 0) + C(1, 1) + C(2, 2);
     KFbxQuaternion Q;
-    if (Trace > 0.0)
-    {
+    if (Trace > 0.0) {
         real64 S = std::sqrt(Trace + 1.0) * 2.0;
         Q[3] = 0.25 * S;
         Q[0] = (C(2, 1) - C(1, 2)) / S;
         Q[1] = (C(0, 2) - C(2, 0)) / S;
         Q[2] = (C(1, 0) - C(0, 1)) / S;
-    }
-    else if (C(0, 0) > C(1, 1) && C(0, 0) > C(2, 2))
-    {
+    } else if (C(0, 0) > C(1, 1) && C(0, 0) > C(2, 2)) {
         real64 S = std::sqrt(1.0 + C(0, 0) - C(1, 1) - C(2, 2)) * 2.0;
         Q[3] = (C(2, 1) - C(1, 2)) / S;
         Q[0] = 0.25 * S;
         Q[1] = (C(0, 1) + C(1, 0)) / S;
         Q[2] = (C(0, 2) + C(2, 0)) / S;
-    }
-    else if (C(1, 1) > C(2, 2))
-    {
+    } else if (C(1, 1) > C(2, 2)) {
         real64 S = std::sqrt(1.0 + C(1, 1) - C(0, 0) - C(2, 2)) * 2.0;
         Q[3] = (C(0, 2) - C(2, 0)) / S;
         Q[0] = (C(0, 1) + C(1, 0)) / S;
         Q[1] = 0.25 * S;
         Q[2] = (C(1, 2) + C(2, 1)) / S;
-    }
-    else
-    {
+    } else {
         real64 S = std::sqrt(1.0 + C(2, 2) - C(0, 0) - C(1, 1)) * 2.0;
         Q[3] = (C(1, 0) - C(0, 1)) / S;
         Q[0] = (C(0, 2) + C(2, 0)) / S;
@@ -554,19 +519,15 @@ KFbxQuaternion QuaternionSlerp(KFbxQuaternion const &A, KFbxQuaternion const &B,
 {
     real64 Dot = A[0] * B[0] + A[1] * B[1] + A[2] * B[2] + A[3] * B[3];
     real64 Sign = 1.0;
-    if (Dot < 0.0)
-    {
+    if (Dot < 0.0) {
         Dot = -Dot;
         Sign = -1.0;
     }
     real64 WeightA, WeightB;
-    if (Dot > 0.9995)
-    {
+    if (Dot > 0.9995) {
         WeightA = 1.0 - Fraction;
         WeightB = Fraction;
-    }
-    else
-    {
+    } else {
         real64 Angle = std::acos(Dot);
         real64 Sine = std::sin(Angle);
         WeightA = std::sin((1.0 - Fraction) * Angle) / Sine;
@@ -574,16 +535,13 @@ KFbxQuaternion QuaternionSlerp(KFbxQuaternion const &A, KFbxQuaternion const &B,
     }
     KFbxQuaternion Result;
     real64 Length = 0.0;
-    for (int32 Index = 0; Index < 4; ++Index)
-    {
+    for (int32 Index = 0; Index < 4; ++Index) {
         Result[Index] = WeightA * A[Index] + Sign * WeightB * B[Index];
         Length += Result[Index] * Result[Index];
     }
     Length = std::sqrt(Length);
-    if (Length > 0.0)
-    {
-        for (int32 Index = 0; Index < 4; ++Index)
-        {
+    if (Length > 0.0) {
+        for (int32 Index = 0; Index < 4; ++Index) {
             Result[Index] /= Length;
         }
     }

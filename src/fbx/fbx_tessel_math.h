@@ -43,8 +43,8 @@ public:
     // Time code setter: Fields counts half frames in the modes whose time
     // code has fields (30, drop frame, NTSC, PAL, film, custom) and is
     // ignored in the others. Mode 0 is the global mode.
-    void SetTime(int32 Hours, int32 Minutes, int32 Seconds, int32 Frames = 0, int32 Fields = 0,
-                 int32 Residual = 0, int32 TimeMode = 0, real64 CustomFrameRate = 0.0);
+    void SetTime(int32 Hours, int32 Minutes, int32 Seconds, int32 Frames = 0, int32 Fields = 0, int32 Residual = 0,
+                 int32 TimeMode = 0, real64 CustomFrameRate = 0.0);
     // Frame count, truncated toward zero. Cumulative counts from time 0;
     // otherwise the frame within the current second.
     int64 GetFrame(bool Cumulative = true, int32 TimeMode = 0, real64 CustomFrameRate = 0.0) const;
@@ -76,7 +76,11 @@ class KTimeSpan
 public:
     KTimeSpan() {}
     KTimeSpan(KTime Start, KTime Stop) : mStart(Start), mStop(Stop) {}
-    void Set(KTime Start, KTime Stop) { mStart = Start; mStop = Stop; }
+    void Set(KTime Start, KTime Stop)
+    {
+        mStart = Start;
+        mStop = Stop;
+    }
     KTime GetStart() const { return mStart; }
     KTime GetStop() const { return mStop; }
     void SetStart(KTime Start) { mStart = Start; }
@@ -100,7 +104,10 @@ public:
     real64 const &operator[](int32 Index) const { return mData[Index]; }
     void Set(real64 X, real64 Y, real64 Z, real64 W = 0.0)
     {
-        mData[0] = X; mData[1] = Y; mData[2] = Z; mData[3] = W;
+        mData[0] = X;
+        mData[1] = Y;
+        mData[2] = Z;
+        mData[3] = W;
     }
     bool operator==(KFbxVector4 const &Other) const
     {
@@ -126,10 +133,7 @@ public:
     KFbxVector2(real64 U, real64 V) : mData{U, V} {}
     real64 &operator[](int32 Index) { return mData[Index]; }
     real64 const &operator[](int32 Index) const { return mData[Index]; }
-    bool operator==(KFbxVector2 const &Other) const
-    {
-        return mData[0] == Other.mData[0] && mData[1] == Other.mData[1];
-    }
+    bool operator==(KFbxVector2 const &Other) const { return mData[0] == Other.mData[0] && mData[1] == Other.mData[1]; }
 
     real64 mData[2];
 };
@@ -139,7 +143,8 @@ class KFbxColor
 public:
     KFbxColor() : mRed(0.0), mGreen(0.0), mBlue(0.0), mAlpha(1.0) {}
     KFbxColor(real64 Red, real64 Green, real64 Blue, real64 Alpha = 1.0)
-        : mRed(Red), mGreen(Green), mBlue(Blue), mAlpha(Alpha) {}
+        : mRed(Red), mGreen(Green), mBlue(Blue), mAlpha(Alpha)
+    {}
     bool operator==(KFbxColor const &Other) const
     {
         return mRed == Other.mRed && mGreen == Other.mGreen && mBlue == Other.mBlue && mAlpha == Other.mAlpha;
@@ -188,7 +193,10 @@ public:
     KFbxVector4 GetScaling() const { return GetS(); }
     KFbxQuaternion GetQuaternion() const { return GetQ(); }
 
-    KFbxVector4 GetRow(int32 Row) const { return KFbxVector4(mData[Row][0], mData[Row][1], mData[Row][2], mData[Row][3]); }
+    KFbxVector4 GetRow(int32 Row) const
+    {
+        return KFbxVector4(mData[Row][0], mData[Row][1], mData[Row][2], mData[Row][3]);
+    }
     void SetRow(int32 Row, KFbxVector4 const &Value)
     {
         for (int32 Column = 0; Column < 4; ++Column) mData[Row][Column] = Value[Column];

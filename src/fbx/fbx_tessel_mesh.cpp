@@ -7,24 +7,23 @@
 KFbxLayerElement::KFbxLayerElement(int32 Type, char const *Name)
     : mType(Type), mName(FbxCopyString(Name)), mMappingMode(FbxMapping_ByControlPoint),
       mReferenceMode(FbxReference_Direct)
-{
-}
+{}
 
-KFbxLayerElement::~KFbxLayerElement() { TesselFree(mName); }
+KFbxLayerElement::~KFbxLayerElement()
+{
+    TesselFree(mName);
+}
 
 bool KFbxLayerElement::Remap(int32 const *Sources, int32 Count)
 {
-    if (mReferenceMode == FbxReference_Direct)
-    {
+    if (mReferenceMode == FbxReference_Direct) {
         return RemapDirect(Sources, Count);
     }
     fbx_array<int32> Old;
-    if (!Old.CopyFrom(mIndexArray) || !mIndexArray.Resize(Count))
-    {
+    if (!Old.CopyFrom(mIndexArray) || !mIndexArray.Resize(Count)) {
         return false;
     }
-    for (int32 Index = 0; Index < Count; ++Index)
-    {
+    for (int32 Index = 0; Index < Count; ++Index) {
         mIndexArray[Index] = (Sources[Index] >= 0 && Sources[Index] < Old.Count) ? Old[Sources[Index]] : -1;
     }
     return true;
@@ -34,8 +33,7 @@ bool KFbxLayerElement::Remap(int32 const *Sources, int32 Count)
 
 KFbxLayer::KFbxLayer()
 {
-    for (int32 Type = 0; Type < FbxLayerElement_TypeCount; ++Type)
-    {
+    for (int32 Type = 0; Type < FbxLayerElement_TypeCount; ++Type) {
         mElements[Type] = nullptr;
     }
 }
@@ -47,8 +45,7 @@ KFbxLayerElement *KFbxLayer::GetLayerElement(int32 Type) const
 
 void KFbxLayer::SetLayerElement(int32 Type, KFbxLayerElement *Element)
 {
-    if (Type >= 0 && Type < FbxLayerElement_TypeCount)
-    {
+    if (Type >= 0 && Type < FbxLayerElement_TypeCount) {
         mElements[Type] = Element;
     }
 }
@@ -75,10 +72,8 @@ KFbxLayerElementVertexColor *KFbxLayer::GetVertexColors() const
 
 bool KFbxLayer::HasTextureChannel() const
 {
-    for (int32 Type = FbxLayerElement_TextureFirst; Type <= FbxLayerElement_TextureLast; ++Type)
-    {
-        if (mElements[Type])
-        {
+    for (int32 Type = FbxLayerElement_TextureFirst; Type <= FbxLayerElement_TextureLast; ++Type) {
+        if (mElements[Type]) {
             return true;
         }
     }
@@ -89,12 +84,10 @@ bool KFbxLayer::HasTextureChannel() const
 
 KFbxLayerContainer::~KFbxLayerContainer()
 {
-    for (int32 Index = 0; Index < mLayers.Count; ++Index)
-    {
+    for (int32 Index = 0; Index < mLayers.Count; ++Index) {
         FbxDelete(mLayers[Index]);
     }
-    for (int32 Index = 0; Index < mElements.Count; ++Index)
-    {
+    for (int32 Index = 0; Index < mElements.Count; ++Index) {
         FbxDelete(mElements[Index]);
     }
 }
@@ -102,10 +95,8 @@ KFbxLayerContainer::~KFbxLayerContainer()
 int32 KFbxLayerContainer::GetLayerCount(int32 Type, bool UVIsTexture) const
 {
     int32 Count = 0;
-    for (int32 Index = 0; Index < mLayers.Count; ++Index)
-    {
-        if (mLayers[Index]->GetLayerElement(Type))
-        {
+    for (int32 Index = 0; Index < mLayers.Count; ++Index) {
+        if (mLayers[Index]->GetLayerElement(Type)) {
             ++Count;
         }
     }
@@ -114,10 +105,8 @@ int32 KFbxLayerContainer::GetLayerCount(int32 Type, bool UVIsTexture) const
 
 KFbxLayer *KFbxLayerContainer::GetLayer(int32 Index, int32 Type) const
 {
-    for (int32 At = 0; At < mLayers.Count; ++At)
-    {
-        if (mLayers[At]->GetLayerElement(Type) && Index-- == 0)
-        {
+    for (int32 At = 0; At < mLayers.Count; ++At) {
+        if (mLayers[At]->GetLayerElement(Type) && Index-- == 0) {
             return mLayers[At];
         }
     }
@@ -126,15 +115,12 @@ KFbxLayer *KFbxLayerContainer::GetLayer(int32 Index, int32 Type) const
 
 KFbxLayer *KFbxLayerContainer::GetOrCreateLayer(int32 Index)
 {
-    if (Index < 0 || Index > 1024)
-    {
+    if (Index < 0 || Index > 1024) {
         return nullptr;
     }
-    while (mLayers.Count <= Index)
-    {
+    while (mLayers.Count <= Index) {
         KFbxLayer *Layer = FbxNew(KFbxLayer);
-        if (!Layer || !mLayers.Add(Layer))
-        {
+        if (!Layer || !mLayers.Add(Layer)) {
             FbxDelete(Layer);
             return nullptr;
         }
@@ -144,16 +130,13 @@ KFbxLayer *KFbxLayerContainer::GetOrCreateLayer(int32 Index)
 
 bool KFbxLayerContainer::AdoptLayerElement(KFbxLayerElement *Element)
 {
-    if (!Element)
-    {
+    if (!Element) {
         return false;
     }
-    if (mElements.Find(Element) >= 0)
-    {
+    if (mElements.Find(Element) >= 0) {
         return true;
     }
-    if (!mElements.Add(Element))
-    {
+    if (!mElements.Add(Element)) {
         FbxDelete(Element);
         return false;
     }
@@ -163,26 +146,20 @@ bool KFbxLayerContainer::AdoptLayerElement(KFbxLayerElement *Element)
 bool KFbxLayerContainer::CopyLayersTo(KFbxLayerContainer &Other) const
 {
     fbx_array<KFbxLayerElement *> Copies;
-    for (int32 Index = 0; Index < mElements.Count; ++Index)
-    {
+    for (int32 Index = 0; Index < mElements.Count; ++Index) {
         KFbxLayerElement *Copy = mElements[Index]->Clone();
-        if (!Copy || !Copies.Add(Copy) || !Other.AdoptLayerElement(Copy))
-        {
+        if (!Copy || !Copies.Add(Copy) || !Other.AdoptLayerElement(Copy)) {
             return false;
         }
     }
-    for (int32 Index = 0; Index < mLayers.Count; ++Index)
-    {
+    for (int32 Index = 0; Index < mLayers.Count; ++Index) {
         KFbxLayer *Layer = Other.GetOrCreateLayer(Index);
-        if (!Layer)
-        {
+        if (!Layer) {
             return false;
         }
-        for (int32 Type = 0; Type < FbxLayerElement_TypeCount; ++Type)
-        {
+        for (int32 Type = 0; Type < FbxLayerElement_TypeCount; ++Type) {
             int32 At = mElements.Find(mLayers[Index]->GetLayerElement(Type));
-            if (At >= 0)
-            {
+            if (At >= 0) {
                 Layer->SetLayerElement(Type, Copies[At]);
             }
         }
@@ -195,10 +172,8 @@ bool KFbxLayerContainer::CopyLayersTo(KFbxLayerContainer &Other) const
 int32 KFbxGeometry::GetDeformerCount(int32 Type) const
 {
     int32 Count = 0;
-    for (int32 Index = 0; Index < mDeformers.Count; ++Index)
-    {
-        if (Type < 0 || mDeformers[Index]->GetDeformerType() == Type)
-        {
+    for (int32 Index = 0; Index < mDeformers.Count; ++Index) {
+        if (Type < 0 || mDeformers[Index]->GetDeformerType() == Type) {
             ++Count;
         }
     }
@@ -207,10 +182,8 @@ int32 KFbxGeometry::GetDeformerCount(int32 Type) const
 
 KFbxDeformer *KFbxGeometry::GetDeformer(int32 Index, int32 Type) const
 {
-    for (int32 At = 0; At < mDeformers.Count; ++At)
-    {
-        if ((Type < 0 || mDeformers[At]->GetDeformerType() == Type) && Index-- == 0)
-        {
+    for (int32 At = 0; At < mDeformers.Count; ++At) {
+        if ((Type < 0 || mDeformers[At]->GetDeformerType() == Type) && Index-- == 0) {
             return mDeformers[At];
         }
     }
@@ -220,12 +193,10 @@ KFbxDeformer *KFbxGeometry::GetDeformer(int32 Index, int32 Type) const
 bool KFbxGeometry::AddDeformer(KFbxDeformer *Deformer)
 {
     CheckPointer(Deformer, LogCategory_FBX, false);
-    if (mDeformers.Find(Deformer) >= 0)
-    {
+    if (mDeformers.Find(Deformer) >= 0) {
         return true;
     }
-    if (!mDeformers.Add(Deformer))
-    {
+    if (!mDeformers.Add(Deformer)) {
         return false;
     }
     Deformer->SetGeometry(this);
@@ -235,11 +206,9 @@ bool KFbxGeometry::AddDeformer(KFbxDeformer *Deformer)
 void KFbxGeometry::RemoveDeformer(KFbxDeformer *Deformer)
 {
     int32 Index = mDeformers.Find(Deformer);
-    if (Index >= 0)
-    {
+    if (Index >= 0) {
         mDeformers.RemoveAt(Index);
-        if (Deformer->GetGeometry() == this)
-        {
+        if (Deformer->GetGeometry() == this) {
             Deformer->SetGeometry(nullptr);
         }
     }
@@ -247,7 +216,10 @@ void KFbxGeometry::RemoveDeformer(KFbxDeformer *Deformer)
 
 // ---------------------------------------------------------------------------
 
-KFbxMesh *KFbxMesh::Create(KFbxSdkManager *Manager, char const *Name) { return FbxNew(KFbxMesh, Manager, Name); }
+KFbxMesh *KFbxMesh::Create(KFbxSdkManager *Manager, char const *Name)
+{
+    return FbxNew(KFbxMesh, Manager, Name);
+}
 
 int32 KFbxMesh::GetPolygonSize(int32 Polygon) const
 {
@@ -261,8 +233,7 @@ int32 KFbxMesh::GetPolygonVertexIndex(int32 Polygon) const
 
 int32 KFbxMesh::GetPolygonVertex(int32 Polygon, int32 Position) const
 {
-    if (Polygon < 0 || Polygon >= mPolygons.Count || Position < 0 || Position >= mPolygons[Polygon].Size)
-    {
+    if (Polygon < 0 || Polygon >= mPolygons.Count || Position < 0 || Position >= mPolygons[Polygon].Size) {
         return -1;
     }
     return mPolygonVertices.GetAt(mPolygons[Polygon].First + Position);
@@ -270,10 +241,8 @@ int32 KFbxMesh::GetPolygonVertex(int32 Polygon, int32 Position) const
 
 bool KFbxMesh::IsTriangleMesh() const
 {
-    for (int32 Index = 0; Index < mPolygons.Count; ++Index)
-    {
-        if (mPolygons[Index].Size != 3)
-        {
+    for (int32 Index = 0; Index < mPolygons.Count; ++Index) {
+        if (mPolygons[Index].Size != 3) {
             return false;
         }
     }
@@ -282,8 +251,7 @@ bool KFbxMesh::IsTriangleMesh() const
 
 void KFbxMesh::BeginPolygon(int32 Group)
 {
-    if (mInPolygon)
-    {
+    if (mInPolygon) {
         EndPolygon();
     }
     fbx_polygon Polygon = {mPolygonVertices.Count, 0, Group};
@@ -292,16 +260,14 @@ void KFbxMesh::BeginPolygon(int32 Group)
 
 void KFbxMesh::AddPolygon(int32 ControlPoint)
 {
-    if (mInPolygon && mPolygonVertices.Add(ControlPoint))
-    {
+    if (mInPolygon && mPolygonVertices.Add(ControlPoint)) {
         ++mPolygons[mPolygons.Count - 1].Size;
     }
 }
 
 void KFbxMesh::EndPolygon()
 {
-    if (mInPolygon && mPolygons[mPolygons.Count - 1].Size == 0)
-    {
+    if (mInPolygon && mPolygons[mPolygons.Count - 1].Size == 0) {
         mPolygons.RemoveAt(mPolygons.Count - 1);
     }
     mInPolygon = false;
@@ -311,40 +277,26 @@ bool KFbxMesh::GetPolygonVertexNormal(int32 Polygon, int32 Position, KFbxVector4
 {
     KFbxLayer *Layer = GetLayer(0);
     KFbxLayerElementNormal *Element = Layer ? Layer->GetNormals() : nullptr;
-    if (!Element || Polygon < 0 || Polygon >= mPolygons.Count || Position < 0 || Position >= mPolygons[Polygon].Size)
-    {
+    if (!Element || Polygon < 0 || Polygon >= mPolygons.Count || Position < 0 || Position >= mPolygons[Polygon].Size) {
         return false;
     }
     int32 At;
-    switch (Element->GetMappingMode())
-    {
-    case FbxMapping_ByControlPoint:
-        At = GetPolygonVertex(Polygon, Position);
-        break;
-    case FbxMapping_ByPolygonVertex:
-        At = mPolygons[Polygon].First + Position;
-        break;
-    case FbxMapping_ByPolygon:
-        At = Polygon;
-        break;
-    case FbxMapping_AllSame:
-        At = 0;
-        break;
-    default:
-        return false;
+    switch (Element->GetMappingMode()) {
+    case FbxMapping_ByControlPoint: At = GetPolygonVertex(Polygon, Position); break;
+    case FbxMapping_ByPolygonVertex: At = mPolygons[Polygon].First + Position; break;
+    case FbxMapping_ByPolygon: At = Polygon; break;
+    case FbxMapping_AllSame: At = 0; break;
+    default: return false;
     }
-    if (Element->GetReferenceMode() != FbxReference_Direct)
-    {
+    if (Element->GetReferenceMode() != FbxReference_Direct) {
         fbx_array<int32> const &Indices = Element->GetIndexArray();
-        if (At < 0 || At >= Indices.Count)
-        {
+        if (At < 0 || At >= Indices.Count) {
             return false;
         }
         At = Indices[At];
     }
     fbx_array<KFbxVector4> const &Normals = Element->GetDirectArray();
-    if (At < 0 || At >= Normals.Count)
-    {
+    if (At < 0 || At >= Normals.Count) {
         return false;
     }
     Normal = Normals[At];
@@ -356,12 +308,10 @@ int32 KFbxMesh::GetTextureUVIndex(int32 Polygon, int32 Position, int32 Channel) 
     KFbxLayer *Layer = GetLayer(0);
     KFbxLayerElement *Element = Layer ? Layer->GetLayerElementOfType(Channel) : nullptr;
     if (!Element || Element->GetMappingMode() != FbxMapping_ByPolygonVertex ||
-        Element->GetReferenceMode() != FbxReference_IndexToDirect)
-    {
+        Element->GetReferenceMode() != FbxReference_IndexToDirect) {
         return -1;
     }
-    if (Polygon < 0 || Polygon >= mPolygons.Count || Position < 0 || Position >= mPolygons[Polygon].Size)
-    {
+    if (Polygon < 0 || Polygon >= mPolygons.Count || Position < 0 || Position >= mPolygons[Polygon].Size) {
         return -1;
     }
     int32 At = mPolygons[Polygon].First + Position;
@@ -372,10 +322,8 @@ int32 KFbxMesh::GetTextureUVIndex(int32 Polygon, int32 Position, int32 Channel) 
 int32 KFbxMesh::GetTextureLayerCount() const
 {
     int32 Count = 0;
-    for (int32 Index = 0; Index < GetLayerCount(); ++Index)
-    {
-        if (GetLayer(Index)->HasTextureChannel())
-        {
+    for (int32 Index = 0; Index < GetLayerCount(); ++Index) {
+        if (GetLayer(Index)->HasTextureChannel()) {
             ++Count;
         }
     }
@@ -387,8 +335,7 @@ int32 KFbxMesh::GetTextureLayerCount() const
 
 int32 TriangulatePolygonCorners(int32 Size, int32 *Corners)
 {
-    if (Size < 3)
-    {
+    if (Size < 3) {
         return 0;
     }
     int32 Wanted = Size - 2;
@@ -401,11 +348,9 @@ int32 TriangulatePolygonCorners(int32 Size, int32 *Corners)
     };
     Emit(0, 1, 2);
     int32 Low = 0, High = Size - 1, A = 2, B = 3;
-    while (Count < Wanted)
-    {
+    while (Count < Wanted) {
         Emit(A, B, Low);
-        if (Count < Wanted)
-        {
+        if (Count < Wanted) {
             Emit(Low, B, High);
         }
         Low = High;
@@ -419,20 +364,16 @@ int32 TriangulatePolygonCorners(int32 Size, int32 *Corners)
 KFbxMesh *KFbxMesh::CreateTriangulated() const
 {
     KFbxMesh *Mesh = KFbxMesh::Create(GetFbxSdkManager(), GetName());
-    if (!Mesh)
-    {
+    if (!Mesh) {
         return nullptr;
     }
     int32 TriangleCount = 0;
     int32 LargestPolygon = 3;
-    for (int32 Index = 0; Index < mPolygons.Count; ++Index)
-    {
-        if (mPolygons[Index].Size >= 3)
-        {
+    for (int32 Index = 0; Index < mPolygons.Count; ++Index) {
+        if (mPolygons[Index].Size >= 3) {
             TriangleCount += mPolygons[Index].Size - 2;
         }
-        if (mPolygons[Index].Size > LargestPolygon)
-        {
+        if (mPolygons[Index].Size > LargestPolygon) {
             LargestPolygon = mPolygons[Index].Size;
         }
     }
@@ -441,15 +382,12 @@ KFbxMesh *KFbxMesh::CreateTriangulated() const
     fbx_array<int32> Corners;
     bool Ok = Mesh->mControlPoints.CopyFrom(mControlPoints) && CornerSources.Reserve(TriangleCount * 3) &&
               PolygonSources.Reserve(TriangleCount) && Corners.Resize(3 * (LargestPolygon - 2));
-    for (int32 Index = 0; Ok && Index < mPolygons.Count; ++Index)
-    {
+    for (int32 Index = 0; Ok && Index < mPolygons.Count; ++Index) {
         fbx_polygon const &Polygon = mPolygons[Index];
         int32 Count = TriangulatePolygonCorners(Polygon.Size, Corners.Data);
-        for (int32 Triangle = 0; Triangle < Count; ++Triangle)
-        {
+        for (int32 Triangle = 0; Triangle < Count; ++Triangle) {
             Mesh->BeginPolygon(Polygon.Group);
-            for (int32 Corner = 0; Corner < 3; ++Corner)
-            {
+            for (int32 Corner = 0; Corner < 3; ++Corner) {
                 int32 Source = Polygon.First + Corners[3 * Triangle + Corner];
                 Mesh->AddPolygon(mPolygonVertices.GetAt(Source));
                 CornerSources.Add(Source);
@@ -459,25 +397,19 @@ KFbxMesh *KFbxMesh::CreateTriangulated() const
         }
     }
     Ok = Ok && Mesh->CopyTakeNodesFrom(*this) && CopyLayersTo(*Mesh);
-    for (int32 Index = 0; Ok && Index < mDeformers.Count; ++Index)
-    {
+    for (int32 Index = 0; Ok && Index < mDeformers.Count; ++Index) {
         // Deformers are shared: the skin keeps pointing at the first geometry.
         Ok = Mesh->mDeformers.Add(mDeformers[Index]);
     }
-    if (!Ok)
-    {
+    if (!Ok) {
         Mesh->Destroy();
         return nullptr;
     }
-    for (int32 Index = 0; Index < Mesh->GetLayerElementCount(); ++Index)
-    {
+    for (int32 Index = 0; Index < Mesh->GetLayerElementCount(); ++Index) {
         KFbxLayerElement *Element = Mesh->GetLayerElementByIndex(Index);
-        if (Element->GetMappingMode() == FbxMapping_ByPolygonVertex)
-        {
+        if (Element->GetMappingMode() == FbxMapping_ByPolygonVertex) {
             Element->Remap(CornerSources.Data, CornerSources.Count);
-        }
-        else if (Element->GetMappingMode() == FbxMapping_ByPolygon)
-        {
+        } else if (Element->GetMappingMode() == FbxMapping_ByPolygon) {
             Element->Remap(PolygonSources.Data, PolygonSources.Count);
         }
     }
@@ -488,53 +420,41 @@ bool KFbxGeometryConverter::TriangulateInPlace(KFbxNode *Node)
 {
     CheckPointer(Node, LogCategory_FBX, false);
     KFbxMesh *Old = Node->GetMesh();
-    if (!Old)
-    {
+    if (!Old) {
         return false;
     }
-    if (Old->IsTriangleMesh())
-    {
+    if (Old->IsTriangleMesh()) {
         return true;
     }
     KFbxMesh *Mesh = Old->CreateTriangulated();
-    if (!Mesh)
-    {
+    if (!Mesh) {
         return false;
     }
     Node->ReplaceNodeAttribute(Old, Mesh);
     KFbxScene *Scene = Node->GetScene();
     bool Shown = false;
-    if (Scene)
-    {
+    if (Scene) {
         Scene->AddMember(Mesh);
         // An instanced mesh stays for the other nodes that show it.
-        for (int32 Member = 0; Member < Scene->GetMemberCount() && !Shown; ++Member)
-        {
+        for (int32 Member = 0; Member < Scene->GetMemberCount() && !Shown; ++Member) {
             KFbxNode *Other = dynamic_cast<KFbxNode *>(Scene->GetMember(Member));
-            for (int32 Index = 0; Other && Index < Other->GetNodeAttributeCount(); ++Index)
-            {
-                if (Other->GetNodeAttributeByIndex(Index) == Old)
-                {
+            for (int32 Index = 0; Other && Index < Other->GetNodeAttributeCount(); ++Index) {
+                if (Other->GetNodeAttributeByIndex(Index) == Old) {
                     Shown = true;
-                    if (!Old->GetNode())
-                    {
+                    if (!Old->GetNode()) {
                         Old->SetNode(Other);
                     }
                 }
             }
         }
-        if (!Shown)
-        {
+        if (!Shown) {
             Scene->RemoveMember(Old);
         }
     }
-    if (!Shown)
-    {
-        for (int32 Index = 0; Index < Old->GetDeformerCount(); ++Index)
-        {
+    if (!Shown) {
+        for (int32 Index = 0; Index < Old->GetDeformerCount(); ++Index) {
             KFbxDeformer *Deformer = Old->GetDeformer(Index);
-            if (Deformer->GetGeometry() == Old)
-            {
+            if (Deformer->GetGeometry() == Old) {
                 Deformer->SetGeometry(Mesh);
             }
         }

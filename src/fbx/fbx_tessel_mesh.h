@@ -95,8 +95,7 @@ protected:
     KFbxLayerElement *CloneAs(derived *Copy) const
     {
         KFbxLayerElementTemplate *Target = Copy;
-        if (Copy && (!Target->CopyBase(*this) || !Target->mDirectArray.CopyFrom(mDirectArray)))
-        {
+        if (Copy && (!Target->CopyBase(*this) || !Target->mDirectArray.CopyFrom(mDirectArray))) {
             FbxDelete(Copy);
             return nullptr;
         }
@@ -107,12 +106,10 @@ protected:
     bool RemapDirect(int32 const *Sources, int32 Count) override
     {
         fbx_array<T> Old;
-        if (!Old.CopyFrom(mDirectArray) || !mDirectArray.Resize(Count))
-        {
+        if (!Old.CopyFrom(mDirectArray) || !mDirectArray.Resize(Count)) {
             return false;
         }
-        for (int32 Index = 0; Index < Count; ++Index)
-        {
+        for (int32 Index = 0; Index < Count; ++Index) {
             mDirectArray[Index] = Old.GetAt(Sources[Index]);
         }
         return true;
@@ -125,8 +122,7 @@ private:
 class KFbxLayerElementNormal : public KFbxLayerElementTemplate<KFbxVector4>
 {
 public:
-    explicit KFbxLayerElementNormal(char const *Name = "")
-        : KFbxLayerElementTemplate(FbxLayerElement_Normal, Name) {}
+    explicit KFbxLayerElementNormal(char const *Name = "") : KFbxLayerElementTemplate(FbxLayerElement_Normal, Name) {}
     KFbxLayerElement *Clone() const override { return CloneAs(FbxNew(KFbxLayerElementNormal, GetName())); }
 };
 
@@ -134,7 +130,8 @@ class KFbxLayerElementUV : public KFbxLayerElementTemplate<KFbxVector2>
 {
 public:
     explicit KFbxLayerElementUV(char const *Name = "", int32 Type = FbxLayerElement_UV)
-        : KFbxLayerElementTemplate(Type, Name) {}
+        : KFbxLayerElementTemplate(Type, Name)
+    {}
     KFbxLayerElement *Clone() const override { return CloneAs(FbxNew(KFbxLayerElementUV, GetName(), GetType())); }
 };
 
@@ -142,7 +139,8 @@ class KFbxLayerElementVertexColor : public KFbxLayerElementTemplate<KFbxColor>
 {
 public:
     explicit KFbxLayerElementVertexColor(char const *Name = "")
-        : KFbxLayerElementTemplate(FbxLayerElement_VertexColor, Name) {}
+        : KFbxLayerElementTemplate(FbxLayerElement_VertexColor, Name)
+    {}
     KFbxLayerElement *Clone() const override { return CloneAs(FbxNew(KFbxLayerElementVertexColor, GetName())); }
 };
 
@@ -167,8 +165,8 @@ private:
 class KFbxLayerContainer : public KFbxNodeAttribute
 {
 public:
-    KFbxLayerContainer(KFbxSdkManager *Manager, char const *Name, int32 Type)
-        : KFbxNodeAttribute(Manager, Name, Type) {}
+    KFbxLayerContainer(KFbxSdkManager *Manager, char const *Name, int32 Type) : KFbxNodeAttribute(Manager, Name, Type)
+    {}
     ~KFbxLayerContainer() override;
 
     int32 GetLayerCount() const { return mLayers.Count; }
@@ -196,8 +194,7 @@ private:
 class KFbxGeometryBase : public KFbxLayerContainer
 {
 public:
-    KFbxGeometryBase(KFbxSdkManager *Manager, char const *Name, int32 Type)
-        : KFbxLayerContainer(Manager, Name, Type) {}
+    KFbxGeometryBase(KFbxSdkManager *Manager, char const *Name, int32 Type) : KFbxLayerContainer(Manager, Name, Type) {}
     virtual int32 GetControlPointsCount() const { return mControlPoints.Count; }
     virtual KFbxVector4 *GetControlPoints() const { return mControlPoints.Data; }
     bool InitControlPoints(int32 Count) { return mControlPoints.Resize(Count); }

@@ -6,16 +6,14 @@
 
 KFbxObject::KFbxObject(KFbxSdkManager *Manager, char const *Name) : mManager(Manager), mName(FbxCopyString(Name))
 {
-    if (mManager)
-    {
+    if (mManager) {
         mManager->RegisterObject(this);
     }
 }
 
 KFbxObject::~KFbxObject()
 {
-    if (mManager)
-    {
+    if (mManager) {
         mManager->UnregisterObject(this);
     }
     TesselFree(mName);
@@ -24,21 +22,22 @@ KFbxObject::~KFbxObject()
 void KFbxObject::SetName(char const *Name)
 {
     char *Copy = FbxCopyString(Name);
-    if (Copy)
-    {
+    if (Copy) {
         TesselFree(mName);
         mName = Copy;
     }
 }
 
-void KFbxObject::Destroy() { FbxDelete(this); }
+void KFbxObject::Destroy()
+{
+    FbxDelete(this);
+}
 
 // ---------------------------------------------------------------------------
 
 KFbxTakeNodeContainer::~KFbxTakeNodeContainer()
 {
-    for (int32 Index = 0; Index < mTakeNodes.Count; ++Index)
-    {
+    for (int32 Index = 0; Index < mTakeNodes.Count; ++Index) {
         TesselFree(mTakeNodes[Index].Name);
         FbxDelete(mTakeNodes[Index].Root);
     }
@@ -56,14 +55,11 @@ KFCurveNode *KFbxTakeNodeContainer::GetTakeNode(int32 Index) const
 
 KFCurveNode *KFbxTakeNodeContainer::FindTakeNode(char const *TakeName) const
 {
-    if (!TakeName)
-    {
+    if (!TakeName) {
         return nullptr;
     }
-    for (int32 Index = 0; Index < mTakeNodes.Count; ++Index)
-    {
-        if (StringsAreExactlyEqual(mTakeNodes[Index].Name, TakeName))
-        {
+    for (int32 Index = 0; Index < mTakeNodes.Count; ++Index) {
+        if (StringsAreExactlyEqual(mTakeNodes[Index].Name, TakeName)) {
             return mTakeNodes[Index].Root;
         }
     }
@@ -72,18 +68,14 @@ KFCurveNode *KFbxTakeNodeContainer::FindTakeNode(char const *TakeName) const
 
 bool KFbxTakeNodeContainer::HasTakeNode(char const *TakeName) const
 {
-    if (TakeName && StringsAreExactlyEqual(TakeName, "Default"))
-    {
+    if (TakeName && StringsAreExactlyEqual(TakeName, "Default")) {
         return true;
     }
-    if (!TakeName)
-    {
+    if (!TakeName) {
         return false;
     }
-    for (int32 Index = 0; Index < mTakeNodes.Count; ++Index)
-    {
-        if (StringsAreExactlyEqual(mTakeNodes[Index].Name, TakeName))
-        {
+    for (int32 Index = 0; Index < mTakeNodes.Count; ++Index) {
+        if (StringsAreExactlyEqual(mTakeNodes[Index].Name, TakeName)) {
             return true;
         }
     }
@@ -93,12 +85,9 @@ bool KFbxTakeNodeContainer::HasTakeNode(char const *TakeName) const
 bool KFbxTakeNodeContainer::AddTakeNode(char const *TakeName, KFCurveNode *Root)
 {
     CheckPointer(TakeName, LogCategory_FBX, (FbxDelete(Root), false));
-    for (int32 Index = 0; Index < mTakeNodes.Count; ++Index)
-    {
-        if (StringsAreExactlyEqual(mTakeNodes[Index].Name, TakeName))
-        {
-            if (mTakeNodes[Index].Root != Root)
-            {
+    for (int32 Index = 0; Index < mTakeNodes.Count; ++Index) {
+        if (StringsAreExactlyEqual(mTakeNodes[Index].Name, TakeName)) {
+            if (mTakeNodes[Index].Root != Root) {
                 FbxDelete(mTakeNodes[Index].Root);
             }
             mTakeNodes[Index].Root = Root;
@@ -106,8 +95,7 @@ bool KFbxTakeNodeContainer::AddTakeNode(char const *TakeName, KFCurveNode *Root)
         }
     }
     fbx_take_node TakeNode = {FbxCopyString(TakeName), Root};
-    if (!TakeNode.Name || !mTakeNodes.Add(TakeNode))
-    {
+    if (!TakeNode.Name || !mTakeNodes.Add(TakeNode)) {
         TesselFree(TakeNode.Name);
         FbxDelete(Root);
         return false;
@@ -118,13 +106,11 @@ bool KFbxTakeNodeContainer::AddTakeNode(char const *TakeName, KFCurveNode *Root)
 KFCurveNode *KFbxTakeNodeContainer::GetOrAddTakeNode(char const *TakeName, char const *RootName)
 {
     KFCurveNode *Root = FindTakeNode(TakeName);
-    if (Root)
-    {
+    if (Root) {
         return Root;
     }
     Root = FbxNew(KFCurveNode, RootName);
-    if (!Root || !AddTakeNode(TakeName, Root))
-    {
+    if (!Root || !AddTakeNode(TakeName, Root)) {
         return nullptr;
     }
     return Root;
@@ -133,8 +119,7 @@ KFCurveNode *KFbxTakeNodeContainer::GetOrAddTakeNode(char const *TakeName, char 
 bool KFbxTakeNodeContainer::CopyTakeNodesFrom(KFbxTakeNodeContainer const &Other)
 {
     bool Result = true;
-    for (int32 Index = 0; Index < Other.mTakeNodes.Count; ++Index)
-    {
+    for (int32 Index = 0; Index < Other.mTakeNodes.Count; ++Index) {
         KFCurveNode *Root = Other.mTakeNodes[Index].Root;
         Result = AddTakeNode(Other.mTakeNodes[Index].Name, Root ? Root->Clone() : nullptr) && Result;
     }
@@ -150,18 +135,14 @@ KFbxNodeAttribute *KFbxNodeAttribute::Create(KFbxSdkManager *Manager, char const
 
 KFbxVector4 fbx_limits::Apply(KFbxVector4 Value) const
 {
-    if (!Active)
-    {
+    if (!Active) {
         return Value;
     }
-    for (int32 Axis = 0; Axis < 3; ++Axis)
-    {
-        if ((Bits & (FbxLimit_MinX << Axis)) && Value[Axis] < Min[Axis])
-        {
+    for (int32 Axis = 0; Axis < 3; ++Axis) {
+        if ((Bits & (FbxLimit_MinX << Axis)) && Value[Axis] < Min[Axis]) {
             Value[Axis] = Min[Axis];
         }
-        if ((Bits & (FbxLimit_MaxX << Axis)) && Value[Axis] > Max[Axis])
-        {
+        if ((Bits & (FbxLimit_MaxX << Axis)) && Value[Axis] > Max[Axis]) {
             Value[Axis] = Max[Axis];
         }
     }
@@ -179,44 +160,47 @@ KFbxNode::KFbxNode(KFbxSdkManager *Manager, char const *Name)
 
 // Other objects may already be gone when a node goes with its manager, so
 // the destructor touches only the node's own memory.
-KFbxNode::~KFbxNode() { ReleaseCache(mCache); }
+KFbxNode::~KFbxNode()
+{
+    ReleaseCache(mCache);
+}
 
-KFbxNode *KFbxNode::Create(KFbxSdkManager *Manager, char const *Name) { return FbxNew(KFbxNode, Manager, Name); }
+KFbxNode *KFbxNode::Create(KFbxSdkManager *Manager, char const *Name)
+{
+    return FbxNew(KFbxNode, Manager, Name);
+}
 
 int32 KFbxNode::GetChildCount(bool Recursive) const
 {
     int32 Count = mChildren.Count;
-    if (Recursive)
-    {
-        for (int32 Index = 0; Index < mChildren.Count; ++Index)
-        {
+    if (Recursive) {
+        for (int32 Index = 0; Index < mChildren.Count; ++Index) {
             Count += mChildren[Index]->GetChildCount(true);
         }
     }
     return Count;
 }
 
-KFbxNode *KFbxNode::GetChild(int32 Index) const { return mChildren.GetAt(Index); }
+KFbxNode *KFbxNode::GetChild(int32 Index) const
+{
+    return mChildren.GetAt(Index);
+}
 
 bool KFbxNode::AddChild(KFbxNode *Child)
 {
     CheckPointer(Child, LogCategory_FBX, false);
     CheckCondition(Child != this, LogCategory_FBX, false);
-    for (KFbxNode *Ancestor = mParent; Ancestor; Ancestor = Ancestor->mParent)
-    {
-        if (Ancestor == Child)
-        {
-            TesselWarning(LogCategory_FBX, "Node %s cannot become a child of its own descendant %s",
-                          Child->GetName(), GetName());
+    for (KFbxNode *Ancestor = mParent; Ancestor; Ancestor = Ancestor->mParent) {
+        if (Ancestor == Child) {
+            TesselWarning(LogCategory_FBX, "Node %s cannot become a child of its own descendant %s", Child->GetName(),
+                          GetName());
             return false;
         }
     }
-    if (Child->mParent)
-    {
+    if (Child->mParent) {
         Child->mParent->RemoveChild(Child);
     }
-    if (!mChildren.Add(Child))
-    {
+    if (!mChildren.Add(Child)) {
         return false;
     }
     Child->mParent = this;
@@ -226,29 +210,28 @@ bool KFbxNode::AddChild(KFbxNode *Child)
 void KFbxNode::RemoveChild(KFbxNode *Child)
 {
     int32 Index = mChildren.Find(Child);
-    if (Index >= 0)
-    {
+    if (Index >= 0) {
         mChildren.RemoveAt(Index);
         Child->mParent = nullptr;
     }
 }
 
-KFbxNodeAttribute *KFbxNode::GetNodeAttribute() const { return mDefaultAttribute; }
+KFbxNodeAttribute *KFbxNode::GetNodeAttribute() const
+{
+    return mDefaultAttribute;
+}
 
 bool KFbxNode::AddNodeAttribute(KFbxNodeAttribute *Attribute)
 {
     CheckPointer(Attribute, LogCategory_FBX, false);
-    if (mAttributes.Find(Attribute) >= 0)
-    {
+    if (mAttributes.Find(Attribute) >= 0) {
         return true;
     }
-    if (!mAttributes.Add(Attribute))
-    {
+    if (!mAttributes.Add(Attribute)) {
         return false;
     }
     Attribute->SetNode(this);
-    if (!mDefaultAttribute)
-    {
+    if (!mDefaultAttribute) {
         mDefaultAttribute = Attribute;
     }
     return true;
@@ -258,18 +241,15 @@ bool KFbxNode::ReplaceNodeAttribute(KFbxNodeAttribute *OldAttribute, KFbxNodeAtt
 {
     CheckPointer(NewAttribute, LogCategory_FBX, false);
     int32 Index = mAttributes.Find(OldAttribute);
-    if (Index < 0)
-    {
+    if (Index < 0) {
         return AddNodeAttribute(NewAttribute);
     }
     mAttributes[Index] = NewAttribute;
     NewAttribute->SetNode(this);
-    if (mDefaultAttribute == OldAttribute)
-    {
+    if (mDefaultAttribute == OldAttribute) {
         mDefaultAttribute = NewAttribute;
     }
-    if (OldAttribute->GetNode() == this)
-    {
+    if (OldAttribute->GetNode() == this) {
         OldAttribute->SetNode(nullptr);
     }
     return true;
@@ -278,28 +258,23 @@ bool KFbxNode::ReplaceNodeAttribute(KFbxNodeAttribute *OldAttribute, KFbxNodeAtt
 void KFbxNode::RemoveNodeAttribute(KFbxNodeAttribute *Attribute)
 {
     int32 Index = mAttributes.Find(Attribute);
-    if (Index < 0)
-    {
+    if (Index < 0) {
         return;
     }
     mAttributes.RemoveAt(Index);
     Attribute->SetNode(nullptr);
-    if (mDefaultAttribute == Attribute)
-    {
+    if (mDefaultAttribute == Attribute) {
         mDefaultAttribute = mAttributes.GetAt(0);
     }
 }
 
 KFbxMesh *KFbxNode::GetMesh() const
 {
-    if (mDefaultAttribute && mDefaultAttribute->GetAttributeType() == FbxAttribute_Mesh)
-    {
+    if (mDefaultAttribute && mDefaultAttribute->GetAttributeType() == FbxAttribute_Mesh) {
         return static_cast<KFbxMesh *>(mDefaultAttribute);
     }
-    for (int32 Index = 0; Index < mAttributes.Count; ++Index)
-    {
-        if (mAttributes[Index]->GetAttributeType() == FbxAttribute_Mesh)
-        {
+    for (int32 Index = 0; Index < mAttributes.Count; ++Index) {
+        if (mAttributes[Index]->GetAttributeType() == FbxAttribute_Mesh) {
             return static_cast<KFbxMesh *>(mAttributes[Index]);
         }
     }

@@ -82,7 +82,8 @@ class KFbxNodeAttribute : public KFbxTakeNodeContainer
 {
 public:
     KFbxNodeAttribute(KFbxSdkManager *Manager, char const *Name, int32 Type = FbxAttribute_Null)
-        : KFbxTakeNodeContainer(Manager, Name), mType(Type), mNode(nullptr) {}
+        : KFbxTakeNodeContainer(Manager, Name), mType(Type), mNode(nullptr)
+    {}
     virtual int32 GetAttributeType() const { return mType; }
     KFbxNode *GetNode() const { return mNode; }
     void SetNode(KFbxNode *Node) { mNode = Node; }
@@ -191,7 +192,12 @@ public:
     AffineMatrix ComputeLocalRotationMatrix(KFbxVector4 const &Rotation) const;
 
 private:
-    enum channel { Channel_T = 0, Channel_R = 1, Channel_S = 2 };
+    enum channel
+    {
+        Channel_T = 0,
+        Channel_R = 1,
+        Channel_S = 2
+    };
     KFbxVector4 EvaluateChannel(int32 Channel, KTime Time, bool UseCurves);
     KFbxVector4 ClampRotation(KFbxVector4 const &Rotation) const;
 
@@ -201,7 +207,7 @@ private:
         AffineMatrix Scale;    // Sg, full 3x3 for the inherit types 1 and 2
         KFbxVector4 LocalScale;
         AffineMatrix Matrix;
-        uint64 Generation;     // changes whenever the result does
+        uint64 Generation; // changes whenever the result does
     };
     global_state ComputeGlobal(KTime Time, bool UseCurves, int32 Depth);
     // The last result with everything it was computed from.

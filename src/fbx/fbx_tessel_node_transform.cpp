@@ -22,33 +22,31 @@ struct KFbxNode::global_cache
     KFbxNode::global_state State;
 };
 
-void KFbxNode::ReleaseCache(global_cache *Cache) { FbxDelete(Cache); }
+void KFbxNode::ReleaseCache(global_cache *Cache)
+{
+    FbxDelete(Cache);
+}
 
 KFbxVector4 KFbxNode::EvaluateChannel(int32 Channel, KTime Time, bool UseCurves)
 {
     KFbxVector4 Value = (Channel == Channel_T) ? LclTranslation : (Channel == Channel_R) ? LclRotation : LclScaling;
-    if (!UseCurves || !mScene)
-    {
+    if (!UseCurves || !mScene) {
         return Value;
     }
     KFCurveNode *Root = FindTakeNode(mScene->GetCurrentTakeName());
-    if (!Root)
-    {
+    if (!Root) {
         return Value;
     }
     KFCurveNode *ChannelNode = Root->IsNamed(ChannelNames[Channel]) ? Root : Root->FindChild(ChannelNames[Channel]);
-    if (!ChannelNode)
-    {
+    if (!ChannelNode) {
         return Value;
     }
-    if (Channel == Channel_R)
-    {
+    if (Channel == Channel_R) {
         ChannelNode->SetRotationOrder(RotationOrder);
         ChannelNode->SetQuaternion(QuaternionInterpolate);
     }
     real64 Values[16] = {Value[0], Value[1], Value[2]};
-    if (ChannelNode->GetValueCount() <= 16)
-    {
+    if (ChannelNode->GetValueCount() <= 16) {
         ChannelNode->Evaluate(Values, Time, nullptr);
         Value.Set(Values[0], Values[1], Values[2], 0.0);
     }
@@ -59,12 +57,10 @@ KFbxVector4 KFbxNode::EvaluateChannel(int32 Channel, KTime Time, bool UseCurves)
 // full rotation (with pre and post rotation) and carried back.
 KFbxVector4 KFbxNode::ClampRotation(KFbxVector4 const &Rotation) const
 {
-    if (!RotationLimits.Active)
-    {
+    if (!RotationLimits.Active) {
         return Rotation;
     }
-    if (!RotationSpaceForLimitOnly)
-    {
+    if (!RotationSpaceForLimitOnly) {
         return RotationLimits.Apply(Rotation);
     }
     AffineMatrix Pre = PreRotation.InUse ? EulerToMatrix(PreRotation.Value) : AffineMatrix();
@@ -95,17 +91,14 @@ KFbxVector4 KFbxNode::GetLocalScaling(KTime Time, bool ApplyLimits)
 
 AffineMatrix KFbxNode::ComputeLocalRotationMatrix(KFbxVector4 const &Rotation) const
 {
-    if (!RotationActive || RotationSpaceForLimitOnly)
-    {
+    if (!RotationActive || RotationSpaceForLimitOnly) {
         return EulerToMatrix(Rotation, FbxRotationOrder_XYZ);
     }
     AffineMatrix Result = EulerToMatrix(Rotation, RotationOrder);
-    if (PreRotation.InUse)
-    {
+    if (PreRotation.InUse) {
         Result = EulerToMatrix(PreRotation.Value, FbxRotationOrder_XYZ) * Result;
     }
-    if (PostRotation.InUse)
-    {
+    if (PostRotation.InUse) {
         Result = Result * EulerToMatrix(PostRotation.Value, FbxRotationOrder_XYZ).Transpose();
     }
     return Result;
@@ -114,8 +107,7 @@ AffineMatrix KFbxNode::ComputeLocalRotationMatrix(KFbxVector4 const &Rotation) c
 static AffineMatrix DiagonalMatrix(KFbxVector4 const &Diagonal)
 {
     AffineMatrix Result;
-    for (int32 Axis = 0; Axis < 3; ++Axis)
-    {
+    for (int32 Axis = 0; Axis < 3; ++Axis) {
         Result.mData[Axis][Axis] = Diagonal[Axis];
     }
     return Result;
@@ -138,19 +130,16 @@ KFbxNode::global_state KFbxNode::ComputeGlobal(KTime Time, bool UseCurves, int32
     int32 SetupSize = (int32)((uint8 const *)(&ScalingLimits + 1) - SetupStart);
     global_state ParentState = {};
     bool HasParent = mParent && Depth <= 4096;
-    if (HasParent)
-    {
+    if (HasParent) {
         ParentState = mParent->ComputeGlobal(Time, UseCurves, Depth + 1);
     }
-    if (!mCache)
-    {
+    if (!mCache) {
         mCache = FbxNew(global_cache);
     }
     bool CacheUsable = mCache && SetupSize <= (int32)sizeof(mCache->Setup);
     if (CacheUsable && mCache->SetupSize == SetupSize && mCache->Parent == (HasParent ? mParent : nullptr) &&
         (!HasParent || mCache->ParentGeneration == ParentState.Generation) && mCache->T == T && mCache->R == R &&
-        mCache->S == S && memcmp(mCache->Setup, SetupStart, (size_t)SetupSize) == 0)
-    {
+        mCache->S == S && memcmp(mCache->Setup, SetupStart, (size_t)SetupSize) == 0) {
         return mCache->State;
     }
 
@@ -159,27 +148,20 @@ KFbxNode::global_state KFbxNode::ComputeGlobal(KTime Time, bool UseCurves, int32
 
     // Pivots and offsets fold into one translation term.
     KFbxVector4 P;
-    if (ScalingPivot.InUse)
-    {
-        for (int32 Axis = 0; Axis < 3; ++Axis)
-        {
+    if (ScalingPivot.InUse) {
+        for (int32 Axis = 0; Axis < 3; ++Axis) {
             P[Axis] = (1.0 - S[Axis]) * ScalingPivot.Value[Axis];
         }
     }
-    if (ScalingOffset.InUse)
-    {
+    if (ScalingOffset.InUse) {
         P = P + ScalingOffset.Value;
     }
-    if (RotationPivot.InUse)
-    {
+    if (RotationPivot.InUse) {
         P = Rl.MultR(P - RotationPivot.Value) + RotationPivot.Value;
-    }
-    else if (ScalingOffset.InUse || ScalingPivot.InUse)
-    {
+    } else if (ScalingOffset.InUse || ScalingPivot.InUse) {
         P = Rl.MultR(P);
     }
-    if (RotationOffset.InUse)
-    {
+    if (RotationOffset.InUse) {
         P = P + RotationOffset.Value;
     }
     KFbxVector4 Position(T[0] + P[0], T[1] + P[1], T[2] + P[2], 1.0);
@@ -187,32 +169,23 @@ KFbxNode::global_state KFbxNode::ComputeGlobal(KTime Time, bool UseCurves, int32
     global_state State;
     State.LocalScale = S;
     // The depth guard stops a damaged hierarchy; AddChild refuses cycles.
-    if (!HasParent)
-    {
+    if (!HasParent) {
         State.Rotation = Rl;
         State.Scale = Sl;
-    }
-    else
-    {
+    } else {
         global_state const &Parent = ParentState;
         State.Rotation = Parent.Rotation * Rl;
-        if (InheritType == FbxInherit_RrSs)
-        {
+        if (InheritType == FbxInherit_RrSs) {
             KFbxVector4 Diagonal;
-            for (int32 Axis = 0; Axis < 3; ++Axis)
-            {
+            for (int32 Axis = 0; Axis < 3; ++Axis) {
                 Diagonal[Axis] = Parent.Scale.mData[Axis][Axis] * S[Axis];
             }
             State.Scale = DiagonalMatrix(Diagonal);
-        }
-        else
-        {
+        } else {
             AffineMatrix ParentScale = Parent.Scale;
-            if (InheritType == FbxInherit_Rrs)
-            {
+            if (InheritType == FbxInherit_Rrs) {
                 KFbxVector4 Inverse;
-                for (int32 Axis = 0; Axis < 3; ++Axis)
-                {
+                for (int32 Axis = 0; Axis < 3; ++Axis) {
                     real64 Local = Parent.LocalScale[Axis];
                     Inverse[Axis] = (Local != 0.0) ? 1.0 / Local : 0.0;
                 }
@@ -225,27 +198,21 @@ KFbxNode::global_state KFbxNode::ComputeGlobal(KTime Time, bool UseCurves, int32
     State.Rotation = Linear3(State.Rotation);
     State.Scale = Linear3(State.Scale);
 
-    if (InheritType == FbxInherit_RrSs || !HasParent)
-    {
+    if (InheritType == FbxInherit_RrSs || !HasParent) {
         State.Matrix = State.Rotation;
-        for (int32 Row = 0; Row < 3; ++Row)
-        {
-            for (int32 Column = 0; Column < 3; ++Column)
-            {
+        for (int32 Row = 0; Row < 3; ++Row) {
+            for (int32 Column = 0; Column < 3; ++Column) {
                 State.Matrix.mData[Row][Column] *= State.Scale.mData[Row][Row];
             }
         }
         State.Matrix.SetT(Position);
-    }
-    else
-    {
+    } else {
         AffineMatrix Translation;
         Translation.SetT(Position);
         State.Matrix = Translation * State.Rotation * State.Scale;
     }
     State.Generation = ++NextGeneration;
-    if (CacheUsable)
-    {
+    if (CacheUsable) {
         mCache->Parent = HasParent ? mParent : nullptr;
         mCache->ParentGeneration = HasParent ? ParentState.Generation : 0;
         mCache->T = T;
@@ -258,6 +225,12 @@ KFbxNode::global_state KFbxNode::ComputeGlobal(KTime Time, bool UseCurves, int32
     return State;
 }
 
-AffineMatrix KFbxNode::GetGlobalTransformAtTime(KTime Time) { return ComputeGlobal(Time, true, 0).Matrix; }
+AffineMatrix KFbxNode::GetGlobalTransformAtTime(KTime Time)
+{
+    return ComputeGlobal(Time, true, 0).Matrix;
+}
 
-AffineMatrix KFbxNode::GetGlobalTransformDefault() { return ComputeGlobal(KTime(), false, 0).Matrix; }
+AffineMatrix KFbxNode::GetGlobalTransformDefault()
+{
+    return ComputeGlobal(KTime(), false, 0).Matrix;
+}

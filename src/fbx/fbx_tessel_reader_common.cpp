@@ -5,8 +5,7 @@
 
 char const *StripFbxClassPrefix(char const *Name)
 {
-    if (!Name)
-    {
+    if (!Name) {
         return "";
     }
     char const *Separator = strstr(Name, "::");
@@ -15,8 +14,7 @@ char const *StripFbxClassPrefix(char const *Name)
 
 char const *ReadFbxString(KFbx &Fbx, fbx_field const *Field, int32 Index, char *Buffer, int32 Size)
 {
-    if (Fbx.CopyValueString(Field, Index, Buffer, Size) < 0)
-    {
+    if (Fbx.CopyValueString(Field, Index, Buffer, Size) < 0) {
         Buffer[0] = 0;
     }
     return Buffer;
@@ -25,8 +23,7 @@ char const *ReadFbxString(KFbx &Fbx, fbx_field const *Field, int32 Index, char *
 bool IsFbxNumberValue(KFbx &Fbx, fbx_field const *Field, int32 Index)
 {
     int32 Type = Fbx.GetValueType(Field, Index);
-    if (Type == 0 || Type == FbxValue_Bool || Type == FbxValue_Raw || IsFbxArrayType(Type))
-    {
+    if (Type == 0 || Type == FbxValue_Bool || Type == FbxValue_Raw || IsFbxArrayType(Type)) {
         return false;
     }
     real64 Value;
@@ -39,8 +36,7 @@ bool IsFbxNumberValue(KFbx &Fbx, fbx_field const *Field, int32 Index)
 static KFbxVector4 ReadVector3(KFbx &Fbx, fbx_field const *Property, int32 ValueIndex, KFbxVector4 Default)
 {
     KFbxVector4 Result = Default;
-    for (int32 Axis = 0; Axis < 3; ++Axis)
-    {
+    for (int32 Axis = 0; Axis < 3; ++Axis) {
         Result[Axis] = Fbx.GetReal64(Property, ValueIndex + Axis, Default[Axis]);
     }
     return Result;
@@ -49,8 +45,7 @@ static KFbxVector4 ReadVector3(KFbx &Fbx, fbx_field const *Property, int32 Value
 static bool ReadFlag(KFbx &Fbx, fbx_field const *Property, int32 ValueIndex)
 {
     bool Value = false;
-    if (Fbx.GetValueBool(Property, ValueIndex, &Value))
-    {
+    if (Fbx.GetValueBool(Property, ValueIndex, &Value)) {
         return Value;
     }
     return Fbx.GetInt32(Property, ValueIndex, 0) != 0;
@@ -61,37 +56,29 @@ static bool ApplyLimitProperty(KFbx &Fbx, fbx_field const *Property, int32 Value
                                char const *Prefix, fbx_limits &Limits)
 {
     int32 PrefixLength = (int32)strlen(Prefix);
-    if (strncmp(Name, Prefix, PrefixLength) != 0)
-    {
+    if (strncmp(Name, Prefix, PrefixLength) != 0) {
         return false;
     }
     char const *Rest = Name + PrefixLength;
-    if (strcmp(Rest, "Active") == 0)
-    {
+    if (strcmp(Rest, "Active") == 0) {
         Limits.Active = ReadFlag(Fbx, Property, ValueIndex);
         return true;
     }
-    if (strcmp(Rest, "Min") == 0)
-    {
+    if (strcmp(Rest, "Min") == 0) {
         Limits.Min = ReadVector3(Fbx, Property, ValueIndex, Limits.Min);
         return true;
     }
-    if (strcmp(Rest, "Max") == 0)
-    {
+    if (strcmp(Rest, "Max") == 0) {
         Limits.Max = ReadVector3(Fbx, Property, ValueIndex, Limits.Max);
         return true;
     }
     bool IsMin = strncmp(Rest, "Min", 3) == 0;
     bool IsMax = strncmp(Rest, "Max", 3) == 0;
-    if ((IsMin || IsMax) && Rest[3] >= 'X' && Rest[3] <= 'Z' && Rest[4] == 0)
-    {
+    if ((IsMin || IsMax) && Rest[3] >= 'X' && Rest[3] <= 'Z' && Rest[4] == 0) {
         uint32 Bit = (IsMin ? (uint32)FbxLimit_MinX : (uint32)FbxLimit_MaxX) << (Rest[3] - 'X');
-        if (ReadFlag(Fbx, Property, ValueIndex))
-        {
+        if (ReadFlag(Fbx, Property, ValueIndex)) {
             Limits.Bits |= Bit;
-        }
-        else
-        {
+        } else {
             Limits.Bits &= ~Bit;
         }
         return true;
@@ -113,65 +100,53 @@ void ApplyFbxNodeProperty(KFbx &Fbx, fbx_field const *Property, int32 ValueIndex
         {"ScalingOffset", &Node->ScalingOffset},   {"ScalingPivot", &Node->ScalingPivot},
         {"PreRotation", &Node->PreRotation},       {"PostRotation", &Node->PostRotation},
     };
-    if (strcmp(Name, "Lcl Translation") == 0)
-    {
+    if (strcmp(Name, "Lcl Translation") == 0) {
         Node->LclTranslation = ReadVector3(Fbx, Property, ValueIndex, Node->LclTranslation);
         return;
     }
-    if (strcmp(Name, "Lcl Rotation") == 0)
-    {
+    if (strcmp(Name, "Lcl Rotation") == 0) {
         Node->LclRotation = ReadVector3(Fbx, Property, ValueIndex, Node->LclRotation);
         return;
     }
-    if (strcmp(Name, "Lcl Scaling") == 0)
-    {
+    if (strcmp(Name, "Lcl Scaling") == 0) {
         Node->LclScaling = ReadVector3(Fbx, Property, ValueIndex, Node->LclScaling);
         return;
     }
-    for (optional_entry const &Entry : Optionals)
-    {
-        if (strcmp(Name, Entry.Name) == 0)
-        {
+    for (optional_entry const &Entry : Optionals) {
+        if (strcmp(Name, Entry.Name) == 0) {
             Entry.Member->Value = ReadVector3(Fbx, Property, ValueIndex, KFbxVector4());
             Entry.Member->InUse = true;
             return;
         }
     }
-    if (strcmp(Name, "RotationOrder") == 0)
-    {
+    if (strcmp(Name, "RotationOrder") == 0) {
         int32 Order = Fbx.GetInt32(Property, ValueIndex, 0);
         Node->RotationOrder = (Order >= 0 && Order <= FbxRotationOrder_SphericXYZ) ? Order : 0;
         return;
     }
-    if (strcmp(Name, "RotationActive") == 0)
-    {
+    if (strcmp(Name, "RotationActive") == 0) {
         Node->RotationActive = ReadFlag(Fbx, Property, ValueIndex);
         Node->RotationLimits.Active = Node->RotationActive;
         return;
     }
-    if (strcmp(Name, "QuaternionInterpolate") == 0)
-    {
+    if (strcmp(Name, "QuaternionInterpolate") == 0) {
         Node->QuaternionInterpolate = Fbx.GetInt32(Property, ValueIndex, 0) != 0;
         return;
     }
-    if (strcmp(Name, "RotationSpaceForLimitOnly") == 0)
-    {
+    if (strcmp(Name, "RotationSpaceForLimitOnly") == 0) {
         Node->RotationSpaceForLimitOnly = ReadFlag(Fbx, Property, ValueIndex);
         return;
     }
-    if (strcmp(Name, "InheritType") == 0)
-    {
+    if (strcmp(Name, "InheritType") == 0) {
         int32 Type = Fbx.GetInt32(Property, ValueIndex, 0);
         Node->InheritType = (Type >= 0 && Type <= FbxInherit_Rrs) ? Type : FbxInherit_RrSs;
         return;
     }
     if (ApplyLimitProperty(Fbx, Property, ValueIndex, Name, "Translation", Node->TranslationLimits) ||
-        ApplyLimitProperty(Fbx, Property, ValueIndex, Name, "Scaling", Node->ScalingLimits))
-    {
+        ApplyLimitProperty(Fbx, Property, ValueIndex, Name, "Scaling", Node->ScalingLimits)) {
         return;
     }
-    if (strncmp(Name, "Rotation", 8) == 0 && (strncmp(Name + 8, "Min", 3) == 0 || strncmp(Name + 8, "Max", 3) == 0))
-    {
+    if (strncmp(Name, "Rotation", 8) == 0 && (strncmp(Name + 8, "Min", 3) == 0 || strncmp(Name + 8, "Max", 3) == 0)) {
         ApplyLimitProperty(Fbx, Property, ValueIndex, Name, "Rotation", Node->RotationLimits);
     }
 }
@@ -191,20 +166,15 @@ void ApplyFbxGlobalSetting(KFbx &Fbx, fbx_field const *Property, int32 ValueInde
         {"CoordAxis", &Settings.CoordAxis}, {"CoordAxisSign", &Settings.CoordAxisSign},
         {"TimeMode", &Settings.TimeMode},
     };
-    for (int_entry const &Entry : Integers)
-    {
-        if (strcmp(Name, Entry.Name) == 0)
-        {
+    for (int_entry const &Entry : Integers) {
+        if (strcmp(Name, Entry.Name) == 0) {
             *Entry.Member = Fbx.GetInt32(Property, ValueIndex, *Entry.Member);
             return;
         }
     }
-    if (strcmp(Name, "UnitScaleFactor") == 0)
-    {
+    if (strcmp(Name, "UnitScaleFactor") == 0) {
         Settings.UnitScaleFactor = Fbx.GetReal64(Property, ValueIndex, Settings.UnitScaleFactor);
-    }
-    else if (strcmp(Name, "CustomFrameRate") == 0)
-    {
+    } else if (strcmp(Name, "CustomFrameRate") == 0) {
         Settings.CustomFrameRate = Fbx.GetReal64(Property, ValueIndex, Settings.CustomFrameRate);
     }
 }
@@ -215,18 +185,14 @@ template <typename apply>
 static void WalkProperties(KFbx &Fbx, fbx_field const *Object, apply Apply)
 {
     fbx_field const *Block70 = Fbx.FindChild(Object, "Properties70");
-    if (Block70)
-    {
-        for (fbx_field const *P = Fbx.FindChild(Block70, "P"); P; P = Fbx.FindNextSibling(P, "P"))
-        {
+    if (Block70) {
+        for (fbx_field const *P = Fbx.FindChild(Block70, "P"); P; P = Fbx.FindNextSibling(P, "P")) {
             Apply(P, 4);
         }
     }
     fbx_field const *Block60 = Fbx.FindChild(Object, "Properties60");
-    if (Block60)
-    {
-        for (fbx_field const *P = Fbx.FindChild(Block60, "Property"); P; P = Fbx.FindNextSibling(P, "Property"))
-        {
+    if (Block60) {
+        for (fbx_field const *P = Fbx.FindChild(Block60, "Property"); P; P = Fbx.FindNextSibling(P, "Property")) {
             Apply(P, 3);
         }
     }
@@ -234,16 +200,14 @@ static void WalkProperties(KFbx &Fbx, fbx_field const *Object, apply Apply)
 
 void ReadFbxNodeProperties(KFbx &Fbx, fbx_field const *Object, KFbxNode *Node)
 {
-    WalkProperties(Fbx, Object, [&](fbx_field const *P, int32 ValueIndex) {
-        ApplyFbxNodeProperty(Fbx, P, ValueIndex, Node);
-    });
+    WalkProperties(Fbx, Object,
+                   [&](fbx_field const *P, int32 ValueIndex) { ApplyFbxNodeProperty(Fbx, P, ValueIndex, Node); });
 }
 
 void ReadFbxGlobalSettings(KFbx &Fbx, fbx_field const *Object, KFbxGlobalSettings &Settings)
 {
-    WalkProperties(Fbx, Object, [&](fbx_field const *P, int32 ValueIndex) {
-        ApplyFbxGlobalSetting(Fbx, P, ValueIndex, Settings);
-    });
+    WalkProperties(Fbx, Object,
+                   [&](fbx_field const *P, int32 ValueIndex) { ApplyFbxGlobalSetting(Fbx, P, ValueIndex, Settings); });
 }
 
 // ---------------------------------------------------------------------------
@@ -254,23 +218,19 @@ template <typename T>
 static T *ReadNumbers(KFbx &Fbx, fbx_field const *Field, int32 ElementType, int32 *Count)
 {
     *Count = 0;
-    if (!Field)
-    {
+    if (!Field) {
         return nullptr;
     }
     int64 Total = Fbx.GetNumberCount(Field);
-    if (Total <= 0 || Total > 0x7FFFFFF0 / (int64)sizeof(T))
-    {
+    if (Total <= 0 || Total > 0x7FFFFFF0 / (int64)sizeof(T)) {
         return nullptr;
     }
     T *Data = TesselAllocateArray(T, Total);
-    if (!Data)
-    {
+    if (!Data) {
         return nullptr;
     }
     int64 Copied = Fbx.CopyNumbers(Field, ElementType, Data, Total);
-    if (Copied <= 0)
-    {
+    if (Copied <= 0) {
         TesselFree(Data);
         return nullptr;
     }
@@ -292,8 +252,7 @@ struct number_list
     number_list &operator=(number_list const &) = delete;
     ~number_list()
     {
-        if (Owned)
-        {
+        if (Owned) {
             TesselFree(Owned);
         }
     }
@@ -302,12 +261,10 @@ struct number_list
 template <typename T>
 static void ReadNumberList(KFbx &Fbx, fbx_field const *Field, int32 ElementType, number_list &List)
 {
-    if (Field && Fbx.GetValueCount(Field) == 1 && Fbx.GetArrayElementType(Field, 0) == ElementType)
-    {
+    if (Field && Fbx.GetValueCount(Field) == 1 && Fbx.GetArrayElementType(Field, 0) == ElementType) {
         int64 Total = 0;
         void const *Data = Fbx.GetArrayElements(Field, 0, ElementType, &Total);
-        if (Data && Total > 0 && Total <= 0x7FFFFFF0 / (int64)sizeof(T))
-        {
+        if (Data && Total > 0 && Total <= 0x7FFFFFF0 / (int64)sizeof(T)) {
             List.Data = (uint8 const *)Data;
             List.Count = (int32)Total;
         }
@@ -329,22 +286,17 @@ static int32 ParseMappingMode(char const *Text)
 {
     if (strcmp(Text, "ByVertice") == 0 || strcmp(Text, "ByVertex") == 0 || strcmp(Text, "ByControlPoint") == 0)
         return FbxMapping_ByControlPoint;
-    if (strcmp(Text, "ByPolygonVertex") == 0)
-        return FbxMapping_ByPolygonVertex;
-    if (strcmp(Text, "ByPolygon") == 0 || strcmp(Text, "ByFace") == 0)
-        return FbxMapping_ByPolygon;
-    if (strcmp(Text, "ByEdge") == 0)
-        return FbxMapping_ByEdge;
-    if (strcmp(Text, "AllSame") == 0)
-        return FbxMapping_AllSame;
+    if (strcmp(Text, "ByPolygonVertex") == 0) return FbxMapping_ByPolygonVertex;
+    if (strcmp(Text, "ByPolygon") == 0 || strcmp(Text, "ByFace") == 0) return FbxMapping_ByPolygon;
+    if (strcmp(Text, "ByEdge") == 0) return FbxMapping_ByEdge;
+    if (strcmp(Text, "AllSame") == 0) return FbxMapping_AllSame;
     return FbxMapping_None;
 }
 
 static int32 ParseReferenceMode(char const *Text)
 {
     // "Index" is the older spelling of index-to-direct.
-    if (strcmp(Text, "IndexToDirect") == 0 || strcmp(Text, "Index") == 0)
-        return FbxReference_IndexToDirect;
+    if (strcmp(Text, "IndexToDirect") == 0 || strcmp(Text, "Index") == 0) return FbxReference_IndexToDirect;
     return FbxReference_Direct;
 }
 
@@ -368,14 +320,12 @@ static KFbxLayerElement *ReadLayerElement(KFbx &Fbx, fbx_field const *Field, lay
     char Text[256];
     ReadFbxString(Fbx, Fbx.FindChild(Field, "Name"), 0, Text, sizeof(Text));
     KFbxLayerElement *Element = nullptr;
-    switch (Kind.Type)
-    {
+    switch (Kind.Type) {
     case FbxLayerElement_Normal: Element = FbxNew(KFbxLayerElementNormal, Text); break;
     case FbxLayerElement_UV: Element = FbxNew(KFbxLayerElementUV, Text); break;
     default: Element = FbxNew(KFbxLayerElementVertexColor, Text); break;
     }
-    if (!Element)
-    {
+    if (!Element) {
         return nullptr;
     }
     ReadFbxString(Fbx, Fbx.FindChild(Field, "MappingInformationType"), 0, Text, sizeof(Text));
@@ -387,10 +337,8 @@ static KFbxLayerElement *ReadLayerElement(KFbx &Fbx, fbx_field const *Field, lay
     ReadNumberList<real64>(Fbx, Fbx.FindChild(Field, Kind.DirectName), FbxValue_ArrayReal64, Values);
     int32 Items = Values.Count / Kind.Components;
     bool Ok = true;
-    switch (Kind.Type)
-    {
-    case FbxLayerElement_Normal:
-    {
+    switch (Kind.Type) {
+    case FbxLayerElement_Normal: {
         fbx_array<KFbxVector4> &Array = static_cast<KFbxLayerElementNormal *>(Element)->GetDirectArray();
         Ok = Array.ResizeUninitialised(Items);
         for (int32 Index = 0; Ok && Index < Items; ++Index)
@@ -398,16 +346,14 @@ static KFbxLayerElement *ReadLayerElement(KFbx &Fbx, fbx_field const *Field, lay
                                        NumberAt<real64>(Values, 3 * Index + 2), 0.0);
         break;
     }
-    case FbxLayerElement_UV:
-    {
+    case FbxLayerElement_UV: {
         fbx_array<KFbxVector2> &Array = static_cast<KFbxLayerElementUV *>(Element)->GetDirectArray();
         Ok = Array.ResizeUninitialised(Items);
         for (int32 Index = 0; Ok && Index < Items; ++Index)
             Array[Index] = KFbxVector2(NumberAt<real64>(Values, 2 * Index), NumberAt<real64>(Values, 2 * Index + 1));
         break;
     }
-    default:
-    {
+    default: {
         fbx_array<KFbxColor> &Array = static_cast<KFbxLayerElementVertexColor *>(Element)->GetDirectArray();
         Ok = Array.ResizeUninitialised(Items);
         for (int32 Index = 0; Ok && Index < Items; ++Index)
@@ -417,22 +363,19 @@ static KFbxLayerElement *ReadLayerElement(KFbx &Fbx, fbx_field const *Field, lay
     }
     }
 
-    if (Element->GetReferenceMode() != FbxReference_Direct)
-    {
+    if (Element->GetReferenceMode() != FbxReference_Direct) {
         number_list Indices;
         ReadNumberList<int32>(Fbx, Fbx.FindChild(Field, Kind.IndexName), FbxValue_ArrayInt32, Indices);
         fbx_array<int32> &Array = Element->GetIndexArray();
         Ok = Ok && Array.ResizeUninitialised(Indices.Count);
         int32 DirectCount = Element->GetDirectCount();
-        for (int32 Index = 0; Ok && Index < Indices.Count; ++Index)
-        {
+        for (int32 Index = 0; Ok && Index < Indices.Count; ++Index) {
             // An index that leads nowhere reads as none.
             int32 Value = NumberAt<int32>(Indices, Index);
             Array[Index] = (Value >= 0 && Value < DirectCount) ? Value : -1;
         }
     }
-    if (!Ok)
-    {
+    if (!Ok) {
         FbxDelete(Element);
         return nullptr;
     }
@@ -445,27 +388,20 @@ static void NormaliseUVElement(KFbxMesh *Mesh, KFbxLayerElement *Element)
 {
     fbx_array<int32> &Indices = Element->GetIndexArray();
     int32 Corners = Mesh->GetPolygonVertexCount();
-    if (Element->GetMappingMode() == FbxMapping_ByPolygonVertex && Element->GetReferenceMode() == FbxReference_Direct)
-    {
-        if (Indices.Resize(Corners))
-        {
+    if (Element->GetMappingMode() == FbxMapping_ByPolygonVertex && Element->GetReferenceMode() == FbxReference_Direct) {
+        if (Indices.Resize(Corners)) {
             for (int32 Index = 0; Index < Corners; ++Index) Indices[Index] = Index;
             Element->SetReferenceMode(FbxReference_IndexToDirect);
         }
-    }
-    else if (Element->GetMappingMode() == FbxMapping_ByControlPoint)
-    {
+    } else if (Element->GetMappingMode() == FbxMapping_ByControlPoint) {
         fbx_array<int32> ByPoint;
-        if (Element->GetReferenceMode() != FbxReference_Direct && !ByPoint.CopyFrom(Indices))
-        {
+        if (Element->GetReferenceMode() != FbxReference_Direct && !ByPoint.CopyFrom(Indices)) {
             return;
         }
         bool Direct = Element->GetReferenceMode() == FbxReference_Direct;
-        if (Indices.Resize(Corners))
-        {
+        if (Indices.Resize(Corners)) {
             int32 const *Points = Mesh->GetPolygonVertices();
-            for (int32 Index = 0; Index < Corners; ++Index)
-            {
+            for (int32 Index = 0; Index < Corners; ++Index) {
                 Indices[Index] = Direct ? Points[Index] : ByPoint.GetAt(Points[Index]);
             }
             Element->SetMappingMode(FbxMapping_ByPolygonVertex);
@@ -477,13 +413,11 @@ static void NormaliseUVElement(KFbxMesh *Mesh, KFbxLayerElement *Element)
 static void PlaceLayerElement(KFbxMesh *Mesh, int32 LayerIndex, KFbxLayerElement *Element)
 {
     KFbxLayer *Layer = Mesh->GetOrCreateLayer(LayerIndex);
-    if (!Layer)
-    {
+    if (!Layer) {
         return;
     }
     Layer->SetLayerElement(Element->GetType(), Element);
-    if (Element->GetType() == FbxLayerElement_UV)
-    {
+    if (Element->GetType() == FbxLayerElement_UV) {
         // A layer's UV set is its diffuse channel.
         Layer->SetLayerElement(FbxLayerElement_TextureDiffuse, Element);
     }
@@ -494,13 +428,11 @@ bool ReadFbxMeshGeometry(KFbx &Fbx, fbx_field const *Object, KFbxMesh *Mesh)
     number_list Points;
     ReadNumberList<real64>(Fbx, Fbx.FindChild(Object, "Vertices"), FbxValue_ArrayReal64, Points);
     int32 PointCount = Points.Count / 3;
-    if (!Mesh->InitControlPoints(PointCount))
-    {
+    if (!Mesh->InitControlPoints(PointCount)) {
         return false;
     }
     KFbxVector4 *Target = Mesh->GetControlPoints();
-    for (int32 Index = 0; Index < PointCount; ++Index)
-    {
+    for (int32 Index = 0; Index < PointCount; ++Index) {
         Target[Index] = KFbxVector4(NumberAt<real64>(Points, 3 * Index), NumberAt<real64>(Points, 3 * Index + 1),
                                     NumberAt<real64>(Points, 3 * Index + 2), 0.0);
     }
@@ -511,47 +443,39 @@ bool ReadFbxMeshGeometry(KFbx &Fbx, fbx_field const *Object, KFbxMesh *Mesh)
     // Room for exactly the polygons and corners of the list: a polygon ends
     // at each negative index, and an unterminated tail is one more.
     int32 PolygonCount = 0;
-    for (int32 Index = 0; Index < Count; ++Index)
-    {
+    for (int32 Index = 0; Index < Count; ++Index) {
         PolygonCount += NumberAt<int32>(Indices, Index) < 0;
     }
-    if (Count > 0 && NumberAt<int32>(Indices, Count - 1) >= 0)
-    {
+    if (Count > 0 && NumberAt<int32>(Indices, Count - 1) >= 0) {
         ++PolygonCount;
     }
     Mesh->ReservePolygons(PolygonCount, Count);
     bool Open = false;
     int32 BadCorners = 0;
-    for (int32 Index = 0; Index < Count; ++Index)
-    {
-        if (!Open)
-        {
+    for (int32 Index = 0; Index < Count; ++Index) {
+        if (!Open) {
             Mesh->BeginPolygon(-1);
             Open = true;
         }
         int32 Value = NumberAt<int32>(Indices, Index);
         bool Last = Value < 0;
         int32 Point = Last ? ~Value : Value;
-        if (Point >= PointCount)
-        {
+        if (Point >= PointCount) {
             // Kept in place (so that per-corner layers stay aligned) but
             // pointed at the first control point.
-            if (BadCorners++ == 0)
-            {
+            if (BadCorners++ == 0) {
                 TesselWarning(LogCategory_FBX, "Mesh %s: polygon vertex %d refers to control point %d of %d",
                               Mesh->GetName(), Index, Point, PointCount);
             }
             Point = 0;
         }
         Mesh->AddPolygon(Point);
-        if (Last)
-        {
+        if (Last) {
             Mesh->EndPolygon();
             Open = false;
         }
     }
-    if (Open)
-    {
+    if (Open) {
         Mesh->EndPolygon();
     }
 
@@ -562,18 +486,14 @@ bool ReadFbxMeshGeometry(KFbx &Fbx, fbx_field const *Object, KFbxMesh *Mesh)
         int32 Number;
     };
     fbx_array<numbered> Elements;
-    for (layer_element_kind const &Kind : LayerElementKinds)
-    {
+    for (layer_element_kind const &Kind : LayerElementKinds) {
         for (fbx_field const *Field = Fbx.FindChild(Object, Kind.FieldName); Field;
-             Field = Fbx.FindNextSibling(Field, Kind.FieldName))
-        {
+             Field = Fbx.FindNextSibling(Field, Kind.FieldName)) {
             KFbxLayerElement *Element = ReadLayerElement(Fbx, Field, Kind);
-            if (!Element || !Mesh->AdoptLayerElement(Element))
-            {
+            if (!Element || !Mesh->AdoptLayerElement(Element)) {
                 continue;
             }
-            if (Element->GetType() == FbxLayerElement_UV)
-            {
+            if (Element->GetType() == FbxLayerElement_UV) {
                 NormaliseUVElement(Mesh, Element);
             }
             numbered Entry = {Element, Fbx.GetInt32(Field, 0, 0)};
@@ -581,36 +501,28 @@ bool ReadFbxMeshGeometry(KFbx &Fbx, fbx_field const *Object, KFbxMesh *Mesh)
         }
     }
     fbx_field const *LayerField = Fbx.FindChild(Object, "Layer");
-    if (!LayerField)
-    {
+    if (!LayerField) {
         // Without a layer table, element n of each kind goes to layer n.
-        for (int32 Index = 0; Index < Elements.Count; ++Index)
-        {
+        for (int32 Index = 0; Index < Elements.Count; ++Index) {
             PlaceLayerElement(Mesh, Elements[Index].Number, Elements[Index].Element);
         }
         return true;
     }
-    for (; LayerField; LayerField = Fbx.FindNextSibling(LayerField, "Layer"))
-    {
+    for (; LayerField; LayerField = Fbx.FindNextSibling(LayerField, "Layer")) {
         int32 LayerIndex = Fbx.GetInt32(LayerField, 0, 0);
         for (fbx_field const *Entry = Fbx.FindChild(LayerField, "LayerElement"); Entry;
-             Entry = Fbx.FindNextSibling(Entry, "LayerElement"))
-        {
+             Entry = Fbx.FindNextSibling(Entry, "LayerElement")) {
             char Type[64];
             ReadFbxString(Fbx, Fbx.FindChild(Entry, "Type"), 0, Type, sizeof(Type));
             int32 TypedIndex = Fbx.GetInt32(Fbx.FindChild(Entry, "TypedIndex"), 0, 0);
             int32 WantedType = -1;
-            for (layer_element_kind const &Kind : LayerElementKinds)
-            {
-                if (strcmp(Type, Kind.FieldName) == 0)
-                {
+            for (layer_element_kind const &Kind : LayerElementKinds) {
+                if (strcmp(Type, Kind.FieldName) == 0) {
                     WantedType = Kind.Type;
                 }
             }
-            for (int32 Index = 0; WantedType >= 0 && Index < Elements.Count; ++Index)
-            {
-                if (Elements[Index].Element->GetType() == WantedType && Elements[Index].Number == TypedIndex)
-                {
+            for (int32 Index = 0; WantedType >= 0 && Index < Elements.Count; ++Index) {
+                if (Elements[Index].Element->GetType() == WantedType && Elements[Index].Number == TypedIndex) {
                     PlaceLayerElement(Mesh, LayerIndex, Elements[Index].Element);
                     break;
                 }
@@ -626,14 +538,11 @@ bool ReadFbxMeshGeometry(KFbx &Fbx, fbx_field const *Object, KFbxMesh *Mesh)
 static bool ReadMatrix(KFbx &Fbx, fbx_field const *Field, AffineMatrix &Matrix)
 {
     real64 Values[16];
-    if (!Field || Fbx.GetNumberCount(Field) < 16 || Fbx.CopyNumbers(Field, FbxValue_ArrayReal64, Values, 16) != 16)
-    {
+    if (!Field || Fbx.GetNumberCount(Field) < 16 || Fbx.CopyNumbers(Field, FbxValue_ArrayReal64, Values, 16) != 16) {
         return false;
     }
-    for (int32 Row = 0; Row < 4; ++Row)
-    {
-        for (int32 Column = 0; Column < 4; ++Column)
-        {
+    for (int32 Row = 0; Row < 4; ++Row) {
+        for (int32 Column = 0; Column < 4; ++Column) {
             Matrix.mData[Row][Column] = Values[4 * Row + Column];
         }
     }
@@ -643,32 +552,27 @@ static bool ReadMatrix(KFbx &Fbx, fbx_field const *Field, AffineMatrix &Matrix)
 void FillFbxAutomaticSlopes(KFCurve *Curve, bool OnlyMissing)
 {
     int32 Count = Curve->KeyGetCount();
-    for (int32 Index = 0; Index < Count; ++Index)
-    {
+    for (int32 Index = 0; Index < Count; ++Index) {
         KFCurveKey &Key = Curve->KeyGet(Index);
         uint32 Tangent = Key.Flags & FbxKey_TangentMask;
         bool Automatic = Key.GetInterpolation() == FbxKey_Cubic &&
                          (Tangent == FbxKey_TangentAuto || Tangent == FbxKey_TangentAutoBreak || Tangent == 0);
         bool Missing = Key.Data[0].Float != Key.Data[0].Float; // NaN marks a missing slope
-        if (!Automatic || (OnlyMissing && !Missing))
-        {
-            if (Missing)
-            {
+        if (!Automatic || (OnlyMissing && !Missing)) {
+            if (Missing) {
                 Key.Data[0].Float = 0.0f;
             }
             continue;
         }
         real32 Slope = 0.0f;
-        if (Index > 0 && Index + 1 < Count)
-        {
+        if (Index > 0 && Index + 1 < Count) {
             KFCurveKey const &Previous = Curve->KeyGet(Index - 1);
             KFCurveKey const &Next = Curve->KeyGet(Index + 1);
             real64 Span = (real64)(Next.Time.Get() - Previous.Time.Get()) / (real64)KTime::TicksPerSecond;
             Slope = (Span > 0.0) ? (real32)((Next.Value - Previous.Value) / Span) : 0.0f;
         }
         Key.Data[0].Float = Slope;
-        if (Index > 0)
-        {
+        if (Index > 0) {
             Curve->KeyGet(Index - 1).Data[1].Float = Slope;
         }
     }
@@ -676,22 +580,17 @@ void FillFbxAutomaticSlopes(KFCurve *Curve, bool OnlyMissing)
 
 void DropFbxSkinIndicesOutsideMeshes(KFbxScene *Scene)
 {
-    for (int32 Member = 0; Member < Scene->GetMemberCount(); ++Member)
-    {
+    for (int32 Member = 0; Member < Scene->GetMemberCount(); ++Member) {
         KFbxNodeAttribute *Attribute = dynamic_cast<KFbxNodeAttribute *>(Scene->GetMember(Member));
-        if (!Attribute || Attribute->GetAttributeType() != FbxAttribute_Mesh)
-        {
+        if (!Attribute || Attribute->GetAttributeType() != FbxAttribute_Mesh) {
             continue;
         }
         KFbxMesh *Mesh = static_cast<KFbxMesh *>(Attribute);
-        for (int32 Skin = 0; Skin < Mesh->GetDeformerCount(FbxDeformer_Skin); ++Skin)
-        {
+        for (int32 Skin = 0; Skin < Mesh->GetDeformerCount(FbxDeformer_Skin); ++Skin) {
             KFbxSkin *Deformer = static_cast<KFbxSkin *>(Mesh->GetDeformer(Skin, FbxDeformer_Skin));
-            for (int32 Index = 0; Index < Deformer->GetClusterCount(); ++Index)
-            {
+            for (int32 Index = 0; Index < Deformer->GetClusterCount(); ++Index) {
                 int32 Dropped = Deformer->GetCluster(Index)->DropControlPointsFrom(Mesh->GetControlPointsCount());
-                if (Dropped > 0)
-                {
+                if (Dropped > 0) {
                     TesselWarning(LogCategory_FBX, "Cluster %s: %d influences outside mesh %s were dropped",
                                   Deformer->GetCluster(Index)->GetName(), Dropped, Mesh->GetName());
                 }
@@ -706,19 +605,16 @@ bool ReadFbxClusterData(KFbx &Fbx, fbx_field const *Object, KFbxCluster *Cluster
     int32 *Indices = ReadNumbers<int32>(Fbx, Fbx.FindChild(Object, "Indexes"), FbxValue_ArrayInt32, &IndexCount);
     real64 *Weights = ReadNumbers<real64>(Fbx, Fbx.FindChild(Object, "Weights"), FbxValue_ArrayReal64, &WeightCount);
     bool Ok = true;
-    for (int32 Index = 0; Ok && Index < IndexCount; ++Index)
-    {
+    for (int32 Index = 0; Ok && Index < IndexCount; ++Index) {
         Ok = Cluster->AddControlPointIndex(Indices[Index], Index < WeightCount ? Weights[Index] : 0.0);
     }
     TesselFree(Indices);
     TesselFree(Weights);
     AffineMatrix Matrix;
-    if (ReadMatrix(Fbx, Fbx.FindChild(Object, "Transform"), Matrix))
-    {
+    if (ReadMatrix(Fbx, Fbx.FindChild(Object, "Transform"), Matrix)) {
         Cluster->SetTransformMatrix(Matrix);
     }
-    if (ReadMatrix(Fbx, Fbx.FindChild(Object, "TransformLink"), Matrix))
-    {
+    if (ReadMatrix(Fbx, Fbx.FindChild(Object, "TransformLink"), Matrix)) {
         Cluster->SetTransformLinkMatrix(Matrix);
     }
     return Ok;
@@ -729,8 +625,7 @@ bool ReadFbxClusterData(KFbx &Fbx, fbx_field const *Object, KFbxCluster *Cluster
 
 fbx_object_table::~fbx_object_table()
 {
-    for (int32 Index = 0; Index < mEntries.Count; ++Index)
-    {
+    for (int32 Index = 0; Index < mEntries.Count; ++Index) {
         TesselFree(mEntries[Index].Key);
     }
 }
@@ -738,10 +633,8 @@ fbx_object_table::~fbx_object_table()
 uint64 fbx_object_table::HashKey(int64 Id, char const *Key) const
 {
     uint64 Hash = 1469598103934665603ULL ^ (uint64)Id;
-    if (Key)
-    {
-        for (char const *At = Key; *At; ++At)
-        {
+    if (Key) {
+        for (char const *At = Key; *At; ++At) {
             Hash = (Hash ^ (uint8)*At) * 1099511628211ULL;
         }
     }
@@ -753,15 +646,12 @@ uint64 fbx_object_table::HashKey(int64 Id, char const *Key) const
 
 bool fbx_object_table::Rehash(int32 Size)
 {
-    if (!mBuckets.Resize(0) || !mBuckets.Resize(Size))
-    {
+    if (!mBuckets.Resize(0) || !mBuckets.Resize(Size)) {
         return false;
     }
-    for (int32 Index = 0; Index < mEntries.Count; ++Index)
-    {
+    for (int32 Index = 0; Index < mEntries.Count; ++Index) {
         uint64 Slot = HashKey(mEntries[Index].Id, mEntries[Index].Key) & (uint64)(Size - 1);
-        while (mBuckets[(int32)Slot] != 0)
-        {
+        while (mBuckets[(int32)Slot] != 0) {
             Slot = (Slot + 1) & (uint64)(Size - 1);
         }
         mBuckets[(int32)Slot] = Index + 1;
@@ -771,29 +661,24 @@ bool fbx_object_table::Rehash(int32 Size)
 
 bool fbx_object_table::Add(int64 Id, char const *Key, void *Object, int32 Kind, fbx_field const *Field)
 {
-    if (Find(Id, Key))
-    {
+    if (Find(Id, Key)) {
         // The first object of a name or id wins.
         return false;
     }
     fbx_object_entry Entry = {Id, Key ? FbxCopyString(Key) : nullptr, Object, Kind, Field};
-    if ((Key && !Entry.Key) || !mEntries.Add(Entry))
-    {
+    if ((Key && !Entry.Key) || !mEntries.Add(Entry)) {
         TesselFree(Entry.Key);
         return false;
     }
-    if (mEntries.Count * 2 > mBuckets.Count)
-    {
+    if (mEntries.Count * 2 > mBuckets.Count) {
         int32 Size = 64;
-        while (Size < mEntries.Count * 4)
-        {
+        while (Size < mEntries.Count * 4) {
             Size *= 2;
         }
         return Rehash(Size);
     }
     uint64 Slot = HashKey(Id, Key) & (uint64)(mBuckets.Count - 1);
-    while (mBuckets[(int32)Slot] != 0)
-    {
+    while (mBuckets[(int32)Slot] != 0) {
         Slot = (Slot + 1) & (uint64)(mBuckets.Count - 1);
     }
     mBuckets[(int32)Slot] = mEntries.Count;
@@ -802,16 +687,13 @@ bool fbx_object_table::Add(int64 Id, char const *Key, void *Object, int32 Kind, 
 
 fbx_object_entry *fbx_object_table::Find(int64 Id, char const *Key)
 {
-    if (mBuckets.Count == 0)
-    {
+    if (mBuckets.Count == 0) {
         return nullptr;
     }
     uint64 Slot = HashKey(Id, Key) & (uint64)(mBuckets.Count - 1);
-    while (mBuckets[(int32)Slot] != 0)
-    {
+    while (mBuckets[(int32)Slot] != 0) {
         fbx_object_entry &Entry = mEntries[mBuckets[(int32)Slot] - 1];
-        if (Entry.Id == Id && ((!Key && !Entry.Key) || (Key && Entry.Key && strcmp(Key, Entry.Key) == 0)))
-        {
+        if (Entry.Id == Id && ((!Key && !Entry.Key) || (Key && Entry.Key && strcmp(Key, Entry.Key) == 0))) {
             return &Entry;
         }
         Slot = (Slot + 1) & (uint64)(mBuckets.Count - 1);
@@ -819,6 +701,12 @@ fbx_object_entry *fbx_object_table::Find(int64 Id, char const *Key)
     return nullptr;
 }
 
-fbx_object_entry *fbx_object_table::FindById(int64 Id) { return Find(Id, nullptr); }
+fbx_object_entry *fbx_object_table::FindById(int64 Id)
+{
+    return Find(Id, nullptr);
+}
 
-fbx_object_entry *fbx_object_table::FindByKey(char const *Key) { return Key ? Find(0, Key) : nullptr; }
+fbx_object_entry *fbx_object_table::FindByKey(char const *Key)
+{
+    return Key ? Find(0, Key) : nullptr;
+}

@@ -57,8 +57,8 @@ struct fbx_object_entry
 enum fbx_object_kind
 {
     FbxObjectKind_Node = 1,
-    FbxObjectKind_Mesh = 2,         // a geometry object (FBX 7)
-    FbxObjectKind_Attribute = 3,    // a node attribute object (FBX 7)
+    FbxObjectKind_Mesh = 2,      // a geometry object (FBX 7)
+    FbxObjectKind_Attribute = 3, // a node attribute object (FBX 7)
     FbxObjectKind_Skin = 4,
     FbxObjectKind_Cluster = 5,
     FbxObjectKind_AnimStack = 6,

@@ -23,26 +23,20 @@ static KFbxNode *ReadModel(KFbx &Fbx, KFbxSdkManager &Manager, KFbxScene *Scene,
 {
     char const *Name = StripFbxClassPrefix(FullName);
     KFbxNode *Node = KFbxNode::Create(&Manager, Name);
-    if (!Node)
-    {
+    if (!Node) {
         return nullptr;
     }
     ReadFbxNodeProperties(Fbx, Object, Node);
     int32 Type = AttributeTypeOfModel(SubType);
-    if (Type == FbxAttribute_Mesh || Fbx.FindChild(Object, "Vertices"))
-    {
+    if (Type == FbxAttribute_Mesh || Fbx.FindChild(Object, "Vertices")) {
         KFbxMesh *Mesh = KFbxMesh::Create(&Manager, Name);
-        if (!Mesh || !ReadFbxMeshGeometry(Fbx, Object, Mesh))
-        {
+        if (!Mesh || !ReadFbxMeshGeometry(Fbx, Object, Mesh)) {
             return nullptr;
         }
         Node->AddNodeAttribute(Mesh);
-    }
-    else if (Type != FbxAttribute_Unidentified)
-    {
+    } else if (Type != FbxAttribute_Unidentified) {
         KFbxNodeAttribute *Attribute = KFbxNodeAttribute::Create(&Manager, Name, Type);
-        if (!Attribute)
-        {
+        if (!Attribute) {
             return nullptr;
         }
         Node->AddNodeAttribute(Attribute);
@@ -54,49 +48,38 @@ static KFbxNode *ReadModel(KFbx &Fbx, KFbxSdkManager &Manager, KFbxScene *Scene,
 // Links an object to another by their kinds, as Connect "OO" fields say.
 static void ConnectObjects(KFbxScene *Scene, fbx_object_entry *Source, fbx_object_entry *Destination)
 {
-    if (!Source)
-    {
+    if (!Source) {
         return;
     }
-    if (!Destination)
-    {
+    if (!Destination) {
         return;
     }
-    switch (Source->Kind)
-    {
+    switch (Source->Kind) {
     case FbxObjectKind_Node:
-        if (Destination->Kind == FbxObjectKind_Node)
-        {
+        if (Destination->Kind == FbxObjectKind_Node) {
             ((KFbxNode *)Destination->Object)->AddChild((KFbxNode *)Source->Object);
-        }
-        else if (Destination->Kind == FbxObjectKind_Cluster)
-        {
+        } else if (Destination->Kind == FbxObjectKind_Cluster) {
             KFbxCluster *Cluster = (KFbxCluster *)Destination->Object;
-            if (!Cluster->GetLink())
-            {
+            if (!Cluster->GetLink()) {
                 Cluster->SetLink((KFbxNode *)Source->Object);
             }
         }
         break;
     case FbxObjectKind_Skin:
-        if (Destination->Kind == FbxObjectKind_Node || Destination->Kind == FbxObjectKind_Mesh)
-        {
+        if (Destination->Kind == FbxObjectKind_Node || Destination->Kind == FbxObjectKind_Mesh) {
             KFbxMesh *Mesh = (Destination->Kind == FbxObjectKind_Node) ? ((KFbxNode *)Destination->Object)->GetMesh()
-                                                                        : (KFbxMesh *)Destination->Object;
-            if (Mesh)
-            {
+                                                                       : (KFbxMesh *)Destination->Object;
+            if (Mesh) {
                 Mesh->AddDeformer((KFbxSkin *)Source->Object);
             }
         }
         break;
     case FbxObjectKind_Cluster:
-        if (Destination->Kind == FbxObjectKind_Skin)
-        {
+        if (Destination->Kind == FbxObjectKind_Skin) {
             ((KFbxSkin *)Destination->Object)->AddCluster((KFbxCluster *)Source->Object);
         }
         break;
-    default:
-        break;
+    default: break;
     }
 }
 
@@ -104,11 +87,9 @@ static void ConnectObjects(KFbxScene *Scene, fbx_object_entry *Source, fbx_objec
 static void ParentOrphans(KFbxScene *Scene, fbx_object_table &Objects)
 {
     KFbxNode *Root = Scene->GetRootNode();
-    for (int32 Index = 0; Index < Objects.GetCount(); ++Index)
-    {
+    for (int32 Index = 0; Index < Objects.GetCount(); ++Index) {
         fbx_object_entry &Entry = Objects[Index];
-        if (Entry.Kind == FbxObjectKind_Node && Entry.Object != Root && !((KFbxNode *)Entry.Object)->GetParent())
-        {
+        if (Entry.Kind == FbxObjectKind_Node && Entry.Object != Root && !((KFbxNode *)Entry.Object)->GetParent()) {
             Root->AddChild((KFbxNode *)Entry.Object);
         }
     }
@@ -117,8 +98,7 @@ static void ParentOrphans(KFbxScene *Scene, fbx_object_table &Objects)
 static fbx_field const *FindGlobalSettings(KFbx &Fbx)
 {
     fbx_field const *Settings = Fbx.FindChild(nullptr, "GlobalSettings");
-    if (!Settings)
-    {
+    if (!Settings) {
         Settings = Fbx.FindChild(Fbx.FindChild(nullptr, "Objects"), "GlobalSettings");
     }
     return Settings;
@@ -131,36 +111,27 @@ bool KFbxReaderFbx6::Read(KFbxScene *Scene)
     Objects.Add(0, "Model::Scene", Scene->GetRootNode(), FbxObjectKind_Node, nullptr);
 
     fbx_field const *ObjectsField = mFbx.FindChild(nullptr, "Objects");
-    for (fbx_field const *Object = mFbx.GetFirstChild(ObjectsField); Object; Object = mFbx.GetNextSibling(Object))
-    {
+    for (fbx_field const *Object = mFbx.GetFirstChild(ObjectsField); Object; Object = mFbx.GetNextSibling(Object)) {
         char FullName[512], SubType[64];
         ReadFbxString(mFbx, Object, 0, FullName, sizeof(FullName));
         ReadFbxString(mFbx, Object, 1, SubType, sizeof(SubType));
-        if (mFbx.FieldNameIs(Object, "Model"))
-        {
+        if (mFbx.FieldNameIs(Object, "Model")) {
             KFbxNode *Node = ReadModel(mFbx, mManager, Scene, Object, FullName, SubType);
-            if (!Node)
-            {
+            if (!Node) {
                 snprintf(mError, sizeof(mError), "Could not read the model %.200s", FullName);
                 return false;
             }
             Objects.Add(0, FullName, Node, FbxObjectKind_Node, Object);
-        }
-        else if (mFbx.FieldNameIs(Object, "Deformer") && strcmp(SubType, "Skin") == 0)
-        {
+        } else if (mFbx.FieldNameIs(Object, "Deformer") && strcmp(SubType, "Skin") == 0) {
             KFbxSkin *Skin = KFbxSkin::Create(&mManager, StripFbxClassPrefix(FullName));
-            if (!Skin)
-            {
+            if (!Skin) {
                 return false;
             }
             Scene->AddMember(Skin);
             Objects.Add(0, FullName, Skin, FbxObjectKind_Skin, Object);
-        }
-        else if (mFbx.FieldNameIs(Object, "Deformer") && strcmp(SubType, "Cluster") == 0)
-        {
+        } else if (mFbx.FieldNameIs(Object, "Deformer") && strcmp(SubType, "Cluster") == 0) {
             KFbxCluster *Cluster = KFbxCluster::Create(&mManager, StripFbxClassPrefix(FullName));
-            if (!Cluster || !ReadFbxClusterData(mFbx, Object, Cluster))
-            {
+            if (!Cluster || !ReadFbxClusterData(mFbx, Object, Cluster)) {
                 snprintf(mError, sizeof(mError), "Could not read the cluster %.200s", FullName);
                 return false;
             }
@@ -169,18 +140,15 @@ bool KFbxReaderFbx6::Read(KFbxScene *Scene)
         }
     }
     fbx_field const *Settings = FindGlobalSettings(mFbx);
-    if (Settings)
-    {
+    if (Settings) {
         ReadFbxGlobalSettings(mFbx, Settings, Scene->GetGlobalSettings());
     }
     ApplyFbxSceneTimeMode(Scene);
 
     fbx_field const *Connections = mFbx.FindChild(nullptr, "Connections");
     for (fbx_field const *Connect = mFbx.FindChild(Connections, "Connect"); Connect;
-         Connect = mFbx.FindNextSibling(Connect, "Connect"))
-    {
-        if (!mFbx.ValueStringIs(Connect, 0, "OO"))
-        {
+         Connect = mFbx.FindNextSibling(Connect, "Connect")) {
+        if (!mFbx.ValueStringIs(Connect, 0, "OO")) {
             continue;
         }
         char Source[512], Destination[512];
@@ -191,10 +159,9 @@ bool KFbxReaderFbx6::Read(KFbxScene *Scene)
     ParentOrphans(Scene, Objects);
     DropFbxSkinIndicesOutsideMeshes(Scene);
 
-    for (fbx_field const *Takes = mFbx.FindChild(nullptr, "Takes"); Takes; Takes = mFbx.FindNextSibling(Takes, "Takes"))
-    {
-        if (!ReadFbxTakes(mFbx, Takes, Scene, Objects, false))
-        {
+    for (fbx_field const *Takes = mFbx.FindChild(nullptr, "Takes"); Takes;
+         Takes = mFbx.FindNextSibling(Takes, "Takes")) {
+        if (!ReadFbxTakes(mFbx, Takes, Scene, Objects, false)) {
             snprintf(mError, sizeof(mError), "Could not read the takes");
             return false;
         }
@@ -210,64 +177,55 @@ bool KFbxReaderFbx::Read(KFbxScene *Scene)
 {
     CheckPointer(Scene, LogCategory_FBX, false);
     fbx_object_table Objects;
-    for (fbx_field const *Object = mFbx.FindChild(nullptr, "Model"); Object; Object = mFbx.FindNextSibling(Object, "Model"))
-    {
+    for (fbx_field const *Object = mFbx.FindChild(nullptr, "Model"); Object;
+         Object = mFbx.FindNextSibling(Object, "Model")) {
         char FullName[512];
         ReadFbxString(mFbx, Object, 0, FullName, sizeof(FullName));
-        KFbxNode *Node = ReadModel(mFbx, mManager, Scene, Object, FullName, mFbx.FindChild(Object, "Vertices") ? "Mesh" : "Null");
-        if (!Node)
-        {
+        KFbxNode *Node =
+            ReadModel(mFbx, mManager, Scene, Object, FullName, mFbx.FindChild(Object, "Vertices") ? "Mesh" : "Null");
+        if (!Node) {
             snprintf(mError, sizeof(mError), "Could not read the model %.200s", FullName);
             return false;
         }
         Objects.Add(0, FullName, Node, FbxObjectKind_Node, Object);
     }
-    for (int32 Index = 0; Index < Objects.GetCount(); ++Index)
-    {
+    for (int32 Index = 0; Index < Objects.GetCount(); ++Index) {
         fbx_object_entry Entry = Objects[Index];
         KFbxNode *Node = (KFbxNode *)Entry.Object;
         fbx_field const *Children = mFbx.FindChild(Entry.Field, "Children");
-        for (int32 Child = 0; Children && Child < mFbx.GetValueCount(Children); ++Child)
-        {
+        for (int32 Child = 0; Children && Child < mFbx.GetValueCount(Children); ++Child) {
             char Name[512];
             fbx_object_entry *ChildEntry = Objects.FindByKey(ReadFbxString(mFbx, Children, Child, Name, sizeof(Name)));
-            if (ChildEntry && ChildEntry->Object != Node)
-            {
+            if (ChildEntry && ChildEntry->Object != Node) {
                 Node->AddChild((KFbxNode *)ChildEntry->Object);
             }
         }
         KFbxMesh *Mesh = Node->GetMesh();
         fbx_field const *Link = mFbx.FindChild(Entry.Field, "Link");
-        if (!Mesh || !Link)
-        {
+        if (!Mesh || !Link) {
             continue;
         }
         KFbxSkin *Skin = KFbxSkin::Create(&mManager, Node->GetName());
-        if (!Skin)
-        {
+        if (!Skin) {
             return false;
         }
         Scene->AddMember(Skin);
         Mesh->AddDeformer(Skin);
-        for (; Link; Link = mFbx.FindNextSibling(Link, "Link"))
-        {
+        for (; Link; Link = mFbx.FindNextSibling(Link, "Link")) {
             char BoneName[512], Prefixed[600];
             ReadFbxString(mFbx, Link, 0, BoneName, sizeof(BoneName));
             KFbxCluster *Cluster = KFbxCluster::Create(&mManager, BoneName);
-            if (!Cluster || !ReadFbxClusterData(mFbx, Link, Cluster))
-            {
+            if (!Cluster || !ReadFbxClusterData(mFbx, Link, Cluster)) {
                 return false;
             }
             Scene->AddMember(Cluster);
             Skin->AddCluster(Cluster);
             snprintf(Prefixed, sizeof(Prefixed), "Model::%.500s", BoneName);
             fbx_object_entry *Bone = Objects.FindByKey(Prefixed);
-            if (!Bone)
-            {
+            if (!Bone) {
                 Bone = Objects.FindByKey(BoneName);
             }
-            if (Bone)
-            {
+            if (Bone) {
                 Cluster->SetLink((KFbxNode *)Bone->Object);
             }
         }
@@ -275,10 +233,9 @@ bool KFbxReaderFbx::Read(KFbxScene *Scene)
     ParentOrphans(Scene, Objects);
     DropFbxSkinIndicesOutsideMeshes(Scene);
     ApplyFbxSceneTimeMode(Scene);
-    for (fbx_field const *Takes = mFbx.FindChild(nullptr, "Takes"); Takes; Takes = mFbx.FindNextSibling(Takes, "Takes"))
-    {
-        if (!ReadFbxTakes(mFbx, Takes, Scene, Objects, true))
-        {
+    for (fbx_field const *Takes = mFbx.FindChild(nullptr, "Takes"); Takes;
+         Takes = mFbx.FindNextSibling(Takes, "Takes")) {
+        if (!ReadFbxTakes(mFbx, Takes, Scene, Objects, true)) {
             snprintf(mError, sizeof(mError), "Could not read the takes");
             return false;
         }

@@ -9,8 +9,7 @@
 
 static bool IsLetterValue(KFbx &Fbx, fbx_field const *Field, int32 Index, char *Letter)
 {
-    if (Index >= Fbx.GetValueCount(Field) || IsFbxNumberValue(Fbx, Field, Index))
-    {
+    if (Index >= Fbx.GetValueCount(Field) || IsFbxNumberValue(Fbx, Field, Index)) {
         return false;
     }
     return Fbx.GetValueChar(Field, Index, Letter);
@@ -20,8 +19,7 @@ static bool IsLetterValue(KFbx &Fbx, fbx_field const *Field, int32 Index, char *
 static int32 ReadFloats(KFbx &Fbx, fbx_field const *Field, int32 &Index, int32 Count, real64 *Values)
 {
     int32 Read = 0;
-    while (Read < Count && Index < Fbx.GetValueCount(Field) && IsFbxNumberValue(Fbx, Field, Index))
-    {
+    while (Read < Count && Index < Fbx.GetValueCount(Field) && IsFbxNumberValue(Fbx, Field, Index)) {
         Values[Read++] = Fbx.GetReal64(Field, Index++, 0.0);
     }
     return Read;
@@ -29,8 +27,7 @@ static int32 ReadFloats(KFbx &Fbx, fbx_field const *Field, int32 &Index, int32 C
 
 static int32 ExtrapolationMode(char Letter)
 {
-    switch (Letter)
-    {
+    switch (Letter) {
     case 'C': return FbxExtrapolation_Constant;
     case 'R': return FbxExtrapolation_Repetition;
     case 'M': return FbxExtrapolation_MirrorRepetition;
@@ -41,13 +38,11 @@ static int32 ExtrapolationMode(char Letter)
 
 static void ReadExtrapolation(KFbx &Fbx, fbx_field const *Field, int32 *Mode, int32 *Count)
 {
-    if (!Field)
-    {
+    if (!Field) {
         return;
     }
     char Letter = 0;
-    if (Fbx.GetValueChar(Fbx.FindChild(Field, "Type"), 0, &Letter))
-    {
+    if (Fbx.GetValueChar(Fbx.FindChild(Field, "Type"), 0, &Letter)) {
         *Mode = ExtrapolationMode(Letter);
     }
     *Count = Fbx.GetInt32(Fbx.FindChild(Field, "Repetition"), 0, -1);
@@ -73,8 +68,7 @@ bool ReadFbxChannelCurve(KFbx &Fbx, fbx_field const *Channel, KFCurve *Curve)
     Curve->SetPostExtrapolation(PostMode, PostCount);
 
     fbx_field const *Keys = Fbx.FindChild(Channel, "Key");
-    if (!Keys)
-    {
+    if (!Keys) {
         return true;
     }
     int32 Version = Fbx.GetInt32(Fbx.FindChild(Channel, "KeyVer"), 0, 4005);
@@ -83,14 +77,12 @@ bool ReadFbxChannelCurve(KFbx &Fbx, fbx_field const *Channel, KFCurve *Curve)
     int32 At = 0;
     int32 Read = 0;
     bool MissingSlopes = false;
-    while (At + 2 < ValueCount && (Expected < 0 || Read < Expected))
-    {
+    while (At + 2 < ValueCount && (Expected < 0 || Read < Expected)) {
         int64 Ticks = 0;
         real64 Value = 0.0;
         char Letter = 0;
         if (!Fbx.GetValueInt64(Keys, At, &Ticks) || !Fbx.GetValueReal64(Keys, At + 1, &Value) ||
-            !IsLetterValue(Fbx, Keys, At + 2, &Letter))
-        {
+            !IsLetterValue(Fbx, Keys, At + 2, &Letter)) {
             TesselWarning(LogCategory_FBX, "Channel %s: key %d is malformed; the rest of the keys is dropped",
                           Fbx.GetFieldName(Channel), Read);
             break;
@@ -98,51 +90,40 @@ bool ReadFbxChannelCurve(KFbx &Fbx, fbx_field const *Channel, KFCurve *Curve)
         At += 3;
         KFCurveKey Key = MakeCurveKey(KTime(Ticks), (real32)Value, 0);
         char Next = 0;
-        switch (Letter)
-        {
+        switch (Letter) {
         case 'C':
         case 'A':
         case 'Z':
             Key.Flags = FbxKey_Constant;
-            if (IsLetterValue(Fbx, Keys, At, &Next))
-            {
+            if (IsLetterValue(Fbx, Keys, At, &Next)) {
                 ++At;
-                if (Next == 'n')
-                {
+                if (Next == 'n') {
                     Key.Flags |= FbxKey_ConstantNext;
                 }
             }
             break;
-        case 'L':
-            Key.Flags = FbxKey_Linear;
-            break;
+        case 'L': Key.Flags = FbxKey_Linear; break;
         case 'U':
         case 'T':
         case 'B':
         case 'H':
         case 'I':
         case 'O':
-        case 'R':
-        {
+        case 'R': {
             Key.Flags = FbxKey_Cubic | ((Letter == 'T') ? FbxKey_TangentTCB : FbxKey_TangentAuto);
             real64 Numbers[3] = {0.0, 0.0, 0.0};
-            if (IsLetterValue(Fbx, Keys, At, &Next))
-            {
+            if (IsLetterValue(Fbx, Keys, At, &Next)) {
                 ++At;
                 char Tangent = (Next >= 'A' && Next <= 'Z') ? (char)(Next - 'A' + 'a') : Next;
-                switch (Tangent)
-                {
+                switch (Tangent) {
                 case 'a':
                 case 'p':
                     Key.Flags = FbxKey_Cubic | FbxKey_TangentAuto;
-                    if (ReadFloats(Fbx, Keys, At, 2, Numbers) == 0)
-                    {
+                    if (ReadFloats(Fbx, Keys, At, 2, Numbers) == 0) {
                         // Computed from the neighbours once all keys are in.
                         Key.Data[0].Word = 0x7FC00000u;
                         MissingSlopes = true;
-                    }
-                    else
-                    {
+                    } else {
                         Key.Data[0].Float = (real32)Numbers[0];
                         Key.Data[1].Float = (real32)Numbers[1];
                     }
@@ -150,7 +131,7 @@ bool ReadFbxChannelCurve(KFbx &Fbx, fbx_field const *Channel, KFCurve *Curve)
                 case 's':
                 case 'b':
                 case 'q':
-                    Key.Flags = FbxKey_Cubic | (Tangent == 's' ? FbxKey_TangentUser
+                    Key.Flags = FbxKey_Cubic | (Tangent == 's'   ? FbxKey_TangentUser
                                                 : Tangent == 'b' ? FbxKey_TangentBroken
                                                                  : FbxKey_TangentAutoBreak);
                     ReadFloats(Fbx, Keys, At, 2, Numbers);
@@ -169,44 +150,35 @@ bool ReadFbxChannelCurve(KFbx &Fbx, fbx_field const *Channel, KFCurve *Curve)
                     Key.Data[1].Float = (real32)Numbers[1];
                     Key.Data[2].Float = (real32)Numbers[2];
                     break;
-                default:
-                    break;
+                default: break;
                 }
             }
             // Clamp and weight letters follow in newer key versions.
-            while (Version >= 4005 && IsLetterValue(Fbx, Keys, At, &Next))
-            {
+            while (Version >= 4005 && IsLetterValue(Fbx, Keys, At, &Next)) {
                 ++At;
-                if (Next == 'c')
-                {
+                if (Next == 'c') {
                     Key.Flags |= FbxKey_ClampFlat;
                     continue;
                 }
-                if (Next == 'a' || Next == 'r' || Next == 'l')
-                {
+                if (Next == 'a' || Next == 'r' || Next == 'l') {
                     real64 Weights[2] = {1.0 / 3.0, 1.0 / 3.0};
                     int32 Right = FbxDefaultKeyWeight, Left = FbxDefaultKeyWeight;
-                    if (Next == 'a')
-                    {
+                    if (Next == 'a') {
                         ReadFloats(Fbx, Keys, At, 2, Weights);
                         Right = WeightToFixed(Weights[0]);
                         Left = WeightToFixed(Weights[1]);
                         Key.Flags |= FbxKey_WeightedRight | FbxKey_WeightedNextLeft;
-                    }
-                    else if (Next == 'r')
-                    {
+                    } else if (Next == 'r') {
                         ReadFloats(Fbx, Keys, At, 1, Weights);
                         Right = WeightToFixed(Weights[0]);
                         Key.Flags |= FbxKey_WeightedRight;
-                    }
-                    else
-                    {
+                    } else {
                         ReadFloats(Fbx, Keys, At, 1, Weights + 1);
                         Left = WeightToFixed(Weights[1]);
                         Key.Flags |= FbxKey_WeightedNextLeft;
                     }
-                    if (Key.GetInterpolation() == FbxKey_Cubic && (Key.Flags & FbxKey_TangentMask) != FbxKey_TangentTCB)
-                    {
+                    if (Key.GetInterpolation() == FbxKey_Cubic &&
+                        (Key.Flags & FbxKey_TangentMask) != FbxKey_TangentTCB) {
                         Key.SetWeights(Right, Left);
                     }
                 }
@@ -215,7 +187,8 @@ bool ReadFbxChannelCurve(KFbx &Fbx, fbx_field const *Channel, KFCurve *Curve)
             break;
         }
         default:
-            TesselWarning(LogCategory_FBX, "Channel %s: unknown interpolation letter %c; the rest of the keys is dropped",
+            TesselWarning(LogCategory_FBX,
+                          "Channel %s: unknown interpolation letter %c; the rest of the keys is dropped",
                           Fbx.GetFieldName(Channel), Letter);
             At = ValueCount;
             continue;
@@ -223,8 +196,7 @@ bool ReadFbxChannelCurve(KFbx &Fbx, fbx_field const *Channel, KFCurve *Curve)
         Curve->KeyAppend(Key);
         ++Read;
     }
-    if (MissingSlopes)
-    {
+    if (MissingSlopes) {
         FillFbxAutomaticSlopes(Curve, true);
     }
     return true;
@@ -236,31 +208,26 @@ static KFCurveNode *ReadChannel(KFbx &Fbx, fbx_field const *Channel, int32 Depth
     char Name[128];
     ReadFbxString(Fbx, Channel, 0, Name, sizeof(Name));
     KFCurveNode *Node = FbxNew(KFCurveNode, Name);
-    if (!Node)
-    {
+    if (!Node) {
         return nullptr;
     }
-    if (Depth > 32)
-    {
+    if (Depth > 32) {
         return Node;
     }
     bool HasChildren = false;
-    for (fbx_field const *Child = Fbx.FindChild(Channel, "Channel"); Child; Child = Fbx.FindNextSibling(Child, "Channel"))
-    {
+    for (fbx_field const *Child = Fbx.FindChild(Channel, "Channel"); Child;
+         Child = Fbx.FindNextSibling(Child, "Channel")) {
         Node->Add(ReadChannel(Fbx, Child, Depth + 1));
         HasChildren = true;
     }
-    if (Fbx.FindChild(Channel, "Key") || (!HasChildren && Fbx.FindChild(Channel, "Default")))
-    {
+    if (Fbx.FindChild(Channel, "Key") || (!HasChildren && Fbx.FindChild(Channel, "Default"))) {
         KFCurve *Curve = Node->FCurveCreate();
-        if (Curve)
-        {
+        if (Curve) {
             ReadFbxChannelCurve(Fbx, Channel, Curve);
         }
     }
     int32 LayerType = Fbx.GetInt32(Fbx.FindChild(Channel, "LayerType"), 0, -1);
-    if (LayerType >= 0)
-    {
+    if (LayerType >= 0) {
         Node->SetType(LayerType == 1 ? FbxCurveNodeType_Additive : LayerType);
     }
     return Node;
@@ -277,8 +244,7 @@ static real64 ChannelDefault(KFCurveNode *Transform, char const *Channel, int32 
 
 static KTimeSpan ReadSpan(KFbx &Fbx, fbx_field const *Field)
 {
-    if (!Field)
-    {
+    if (!Field) {
         return KTimeSpan();
     }
     return KTimeSpan(KTime(Fbx.GetInt64(Field, 0, 0)), KTime(Fbx.GetInt64(Field, 1, 0)));
@@ -286,62 +252,51 @@ static KTimeSpan ReadSpan(KFbx &Fbx, fbx_field const *Field)
 
 bool ReadFbxTakes(KFbx &Fbx, fbx_field const *Takes, KFbxScene *Scene, fbx_object_table &Objects, bool SetDefaults)
 {
-    if (!Takes)
-    {
+    if (!Takes) {
         return true;
     }
     char Current[256];
     ReadFbxString(Fbx, Fbx.FindChild(Takes, "Current"), 0, Current, sizeof(Current));
-    for (fbx_field const *Take = Fbx.FindChild(Takes, "Take"); Take; Take = Fbx.FindNextSibling(Take, "Take"))
-    {
+    for (fbx_field const *Take = Fbx.FindChild(Takes, "Take"); Take; Take = Fbx.FindNextSibling(Take, "Take")) {
         char TakeName[256];
         ReadFbxString(Fbx, Take, 0, TakeName, sizeof(TakeName));
         Scene->SetTakeInfo(TakeName, ReadSpan(Fbx, Fbx.FindChild(Take, "LocalTime")),
                            ReadSpan(Fbx, Fbx.FindChild(Take, "ReferenceTime")));
-        bool IsCurrent = StringsAreExactlyEqual(TakeName, Current) || (!Current[0] && Take == Fbx.FindChild(Takes, "Take"));
-        for (fbx_field const *Model = Fbx.GetFirstChild(Take); Model; Model = Fbx.GetNextSibling(Model))
-        {
-            if (Fbx.GetValueCount(Model) < 1 || !Fbx.FindChild(Model, "Channel"))
-            {
+        bool IsCurrent =
+            StringsAreExactlyEqual(TakeName, Current) || (!Current[0] && Take == Fbx.FindChild(Takes, "Take"));
+        for (fbx_field const *Model = Fbx.GetFirstChild(Take); Model; Model = Fbx.GetNextSibling(Model)) {
+            if (Fbx.GetValueCount(Model) < 1 || !Fbx.FindChild(Model, "Channel")) {
                 continue;
             }
             char Key[512];
             ReadFbxString(Fbx, Model, 0, Key, sizeof(Key));
             fbx_object_entry *Entry = Objects.FindByKey(Key);
-            if (!Entry)
-            {
+            if (!Entry) {
                 char Prefixed[512];
                 snprintf(Prefixed, sizeof(Prefixed), "Model::%.480s", Key);
                 Entry = Objects.FindByKey(Prefixed);
             }
-            if (!Entry || Entry->Kind != FbxObjectKind_Node)
-            {
+            if (!Entry || Entry->Kind != FbxObjectKind_Node) {
                 continue;
             }
             KFbxNode *Node = (KFbxNode *)Entry->Object;
             for (fbx_field const *Channel = Fbx.FindChild(Model, "Channel"); Channel;
-                 Channel = Fbx.FindNextSibling(Channel, "Channel"))
-            {
-                if (!Fbx.ValueStringIs(Channel, 0, "Transform"))
-                {
+                 Channel = Fbx.FindNextSibling(Channel, "Channel")) {
+                if (!Fbx.ValueStringIs(Channel, 0, "Transform")) {
                     continue;
                 }
                 KFCurveNode *Transform = ReadChannel(Fbx, Channel, 0);
-                if (!Transform)
-                {
+                if (!Transform) {
                     return false;
                 }
-                if (SetDefaults && IsCurrent)
-                {
-                    for (int32 Axis = 0; Axis < 3; ++Axis)
-                    {
+                if (SetDefaults && IsCurrent) {
+                    for (int32 Axis = 0; Axis < 3; ++Axis) {
                         Node->LclTranslation[Axis] = ChannelDefault(Transform, "T", Axis, Node->LclTranslation[Axis]);
                         Node->LclRotation[Axis] = ChannelDefault(Transform, "R", Axis, Node->LclRotation[Axis]);
                         Node->LclScaling[Axis] = ChannelDefault(Transform, "S", Axis, Node->LclScaling[Axis]);
                     }
                 }
-                if (!Node->AddTakeNode(TakeName, Transform))
-                {
+                if (!Node->AddTakeNode(TakeName, Transform)) {
                     return false;
                 }
                 break;

@@ -10,13 +10,11 @@ KFbxSdkManager::~KFbxSdkManager() {}
 KFbxSdkManager *KFbxSdkManager::Create()
 {
     KFbxSdkManager *Manager = FbxNew(KFbxSdkManager);
-    if (!Manager)
-    {
+    if (!Manager) {
         return nullptr;
     }
     Manager->mRegistry = FbxNew(KFbxIOPluginRegistry);
-    if (!Manager->mRegistry)
-    {
+    if (!Manager->mRegistry) {
         FbxDelete(Manager);
         return nullptr;
     }
@@ -27,8 +25,7 @@ void KFbxSdkManager::Destroy()
 {
     // Newest first, so that a scene goes before the manager-level objects it
     // was created after; no destructor reaches into another object.
-    while (mObjects.Count > 0)
-    {
+    while (mObjects.Count > 0) {
         KFbxObject *Object = mObjects[mObjects.Count - 1];
         mObjects.RemoveAt(mObjects.Count - 1);
         Object->DetachFromManager();
@@ -47,8 +44,7 @@ void KFbxSdkManager::GetFileFormatVersion(int32 &Major, int32 &Minor, int32 &Rev
 
 void KFbxSdkManager::RegisterObject(KFbxObject *Object)
 {
-    if (!mObjects.Add(Object))
-    {
+    if (!mObjects.Add(Object)) {
         TesselError(LogCategory_FBX, "Out of memory registering object %s", Object->GetName());
     }
 }
@@ -56,10 +52,8 @@ void KFbxSdkManager::RegisterObject(KFbxObject *Object)
 void KFbxSdkManager::UnregisterObject(KFbxObject *Object)
 {
     // Objects mostly go newest first: search from the end.
-    for (int32 Index = mObjects.Count - 1; Index >= 0; --Index)
-    {
-        if (mObjects[Index] == Object)
-        {
+    for (int32 Index = mObjects.Count - 1; Index >= 0; --Index) {
+        if (mObjects[Index] == Object) {
             mObjects.RemoveAt(Index);
             return;
         }
@@ -78,17 +72,14 @@ bool KFbxIOPluginRegistry::RegisterWriter(fbx_writer_create_function Create,
     CheckPointer(Description, LogCategory_FBX, false);
     char const *const *Extensions = Description(0);
     int32 Count = 0;
-    while (Extensions && Extensions[Count])
-    {
+    while (Extensions && Extensions[Count]) {
         ++Count;
     }
-    if (Count < 1)
-    {
+    if (Count < 1) {
         return false;
     }
     writer_entry Entry = {Create, Description, IOSettings, mWriterFormatCount, Count};
-    if (!mWriters.Add(Entry))
-    {
+    if (!mWriters.Add(Entry)) {
         return false;
     }
     FirstFormatId = mWriterFormatCount;
@@ -99,11 +90,9 @@ bool KFbxIOPluginRegistry::RegisterWriter(fbx_writer_create_function Create,
 
 KFbxIOPluginRegistry::writer_entry const *KFbxIOPluginRegistry::FindWriter(int32 FormatId, int32 *IndexInEntry) const
 {
-    for (int32 Index = 0; Index < mWriters.Count; ++Index)
-    {
+    for (int32 Index = 0; Index < mWriters.Count; ++Index) {
         writer_entry const &Entry = mWriters[Index];
-        if (FormatId >= Entry.FirstFormatId && FormatId < Entry.FirstFormatId + Entry.FormatCount)
-        {
+        if (FormatId >= Entry.FirstFormatId && FormatId < Entry.FirstFormatId + Entry.FormatCount) {
             *IndexInEntry = FormatId - Entry.FirstFormatId;
             return &Entry;
         }
@@ -146,27 +135,23 @@ KFbxProperty KFbxGlobalSettings::FindProperty(char const *Name) const
         int32 const *Value;
     };
     named_int const Integers[] = {
-        {"UpAxis", &UpAxis},       {"UpAxisSign", &UpAxisSign},       {"FrontAxis", &FrontAxis},
-        {"FrontAxisSign", &FrontAxisSign}, {"CoordAxis", &CoordAxis}, {"CoordAxisSign", &CoordAxisSign},
+        {"UpAxis", &UpAxis},       {"UpAxisSign", &UpAxisSign},
+        {"FrontAxis", &FrontAxis}, {"FrontAxisSign", &FrontAxisSign},
+        {"CoordAxis", &CoordAxis}, {"CoordAxisSign", &CoordAxisSign},
         {"TimeMode", &TimeMode},
     };
-    if (!Name)
-    {
+    if (!Name) {
         return KFbxProperty();
     }
-    for (named_int const &Entry : Integers)
-    {
-        if (StringsAreExactlyEqual(Entry.Name, Name))
-        {
+    for (named_int const &Entry : Integers) {
+        if (StringsAreExactlyEqual(Entry.Name, Name)) {
             return KFbxProperty(*Entry.Value, (real64)*Entry.Value);
         }
     }
-    if (StringsAreExactlyEqual(Name, "UnitScaleFactor"))
-    {
+    if (StringsAreExactlyEqual(Name, "UnitScaleFactor")) {
         return KFbxProperty((int32)UnitScaleFactor, UnitScaleFactor);
     }
-    if (StringsAreExactlyEqual(Name, "CustomFrameRate"))
-    {
+    if (StringsAreExactlyEqual(Name, "CustomFrameRate")) {
         return KFbxProperty((int32)CustomFrameRate, CustomFrameRate);
     }
     return KFbxProperty();
@@ -174,13 +159,15 @@ KFbxProperty KFbxGlobalSettings::FindProperty(char const *Name) const
 
 KFbxTakeInfo::KFbxTakeInfo(char const *Name) : mName(FbxCopyString(Name)) {}
 
-KFbxTakeInfo::~KFbxTakeInfo() { TesselFree(mName); }
+KFbxTakeInfo::~KFbxTakeInfo()
+{
+    TesselFree(mName);
+}
 
 bool KStringArray::Add(char const *String)
 {
     char *Copy = FbxCopyString(String);
-    if (!Copy || !mStrings.Add(Copy))
-    {
+    if (!Copy || !mStrings.Add(Copy)) {
         TesselFree(Copy);
         return false;
     }
@@ -189,10 +176,8 @@ bool KStringArray::Add(char const *String)
 
 bool KStringArray::Contains(char const *String) const
 {
-    for (int32 Index = 0; Index < mStrings.Count; ++Index)
-    {
-        if (StringsAreExactlyEqual(mStrings[Index], String))
-        {
+    for (int32 Index = 0; Index < mStrings.Count; ++Index) {
+        if (StringsAreExactlyEqual(mStrings[Index], String)) {
             return true;
         }
     }
@@ -201,8 +186,7 @@ bool KStringArray::Contains(char const *String) const
 
 void KStringArray::Clear()
 {
-    for (int32 Index = 0; Index < mStrings.Count; ++Index)
-    {
+    for (int32 Index = 0; Index < mStrings.Count; ++Index) {
         TesselFree(mStrings[Index]);
     }
     mStrings.Clear();
@@ -210,8 +194,7 @@ void KStringArray::Clear()
 
 bool KFbxCollection::AddMember(KFbxTakeNodeContainer *Member)
 {
-    if (!Member || mMembers.Find(Member) >= 0)
-    {
+    if (!Member || mMembers.Find(Member) >= 0) {
         return Member != nullptr;
     }
     return mMembers.Add(Member);
@@ -220,8 +203,7 @@ bool KFbxCollection::AddMember(KFbxTakeNodeContainer *Member)
 void KFbxCollection::RemoveMember(KFbxTakeNodeContainer *Member)
 {
     int32 Index = mMembers.Find(Member);
-    if (Index >= 0)
-    {
+    if (Index >= 0) {
         mMembers.RemoveAt(Index);
     }
 }
@@ -236,8 +218,7 @@ KFbxScene::KFbxScene(KFbxSdkManager *Manager, char const *Name)
 
 KFbxScene::~KFbxScene()
 {
-    for (int32 Index = 0; Index < mTakeInfos.Count; ++Index)
-    {
+    for (int32 Index = 0; Index < mTakeInfos.Count; ++Index) {
         FbxDelete(mTakeInfos[Index]);
     }
     TesselFree(mCurrentTake);
@@ -247,14 +228,12 @@ KFbxScene *KFbxScene::Create(KFbxSdkManager *Manager, char const *Name)
 {
     CheckPointer(Manager, LogCategory_FBX, nullptr);
     KFbxScene *Scene = FbxNew(KFbxScene, Manager, Name);
-    if (!Scene)
-    {
+    if (!Scene) {
         return nullptr;
     }
     Scene->mRootNode = KFbxNode::Create(Manager, "RootNode");
     Scene->mGlobalSettings = FbxNew(KFbxGlobalSettings, Manager, "GlobalSettings");
-    if (!Scene->mRootNode || !Scene->mGlobalSettings || !Scene->mCurrentTake)
-    {
+    if (!Scene->mRootNode || !Scene->mGlobalSettings || !Scene->mCurrentTake) {
         if (Scene->mRootNode) Scene->mRootNode->Destroy();
         if (Scene->mGlobalSettings) Scene->mGlobalSettings->Destroy();
         Scene->Destroy();
@@ -269,8 +248,7 @@ bool KFbxScene::AddNode(KFbxNode *Node)
     CheckPointer(Node, LogCategory_FBX, false);
     Node->SetScene(this);
     bool Result = AddMember(Node);
-    for (int32 Index = 0; Index < Node->GetNodeAttributeCount(); ++Index)
-    {
+    for (int32 Index = 0; Index < Node->GetNodeAttributeCount(); ++Index) {
         Result = AddMember(Node->GetNodeAttributeByIndex(Index)) && Result;
     }
     return Result;
@@ -279,18 +257,14 @@ bool KFbxScene::AddNode(KFbxNode *Node)
 void KFbxScene::FillTakeNameArray(KStringArray &Names) const
 {
     Names.Clear();
-    if (GetMemberCount() > 0)
-    {
+    if (GetMemberCount() > 0) {
         Names.Add("Default");
     }
-    for (int32 Member = 0; Member < GetMemberCount(); ++Member)
-    {
+    for (int32 Member = 0; Member < GetMemberCount(); ++Member) {
         KFbxTakeNodeContainer *Container = GetMember(Member);
-        for (int32 Take = 0; Take < Container->GetTakeNodeCount(); ++Take)
-        {
+        for (int32 Take = 0; Take < Container->GetTakeNodeCount(); ++Take) {
             char const *Name = Container->GetTakeNodeName(Take);
-            if (!Names.Contains(Name))
-            {
+            if (!Names.Contains(Name)) {
                 Names.Add(Name);
             }
         }
@@ -299,14 +273,11 @@ void KFbxScene::FillTakeNameArray(KStringArray &Names) const
 
 KFbxTakeInfo *KFbxScene::GetTakeInfo(char const *Name) const
 {
-    if (!Name)
-    {
+    if (!Name) {
         return nullptr;
     }
-    for (int32 Index = 0; Index < mTakeInfos.Count; ++Index)
-    {
-        if (StringsAreExactlyEqual(mTakeInfos[Index]->GetName(), Name))
-        {
+    for (int32 Index = 0; Index < mTakeInfos.Count; ++Index) {
+        if (StringsAreExactlyEqual(mTakeInfos[Index]->GetName(), Name)) {
             return mTakeInfos[Index];
         }
     }
@@ -317,11 +288,9 @@ bool KFbxScene::SetTakeInfo(char const *Name, KTimeSpan LocalTimeSpan, KTimeSpan
 {
     CheckPointer(Name, LogCategory_FBX, false);
     KFbxTakeInfo *Info = GetTakeInfo(Name);
-    if (!Info)
-    {
+    if (!Info) {
         Info = FbxNew(KFbxTakeInfo, Name);
-        if (!Info || !Info->GetName() || !mTakeInfos.Add(Info))
-        {
+        if (!Info || !Info->GetName() || !mTakeInfos.Add(Info)) {
             FbxDelete(Info);
             return false;
         }
@@ -335,16 +304,13 @@ bool KFbxScene::SetCurrentTake(char const *Name)
 {
     CheckPointer(Name, LogCategory_FBX, false);
     char *Copy = FbxCopyString(Name);
-    if (!Copy)
-    {
+    if (!Copy) {
         return false;
     }
     TesselFree(mCurrentTake);
     mCurrentTake = Copy;
-    for (int32 Member = 0; Member < GetMemberCount(); ++Member)
-    {
-        if (!GetMember(Member)->HasTakeNode(Name))
-        {
+    for (int32 Member = 0; Member < GetMemberCount(); ++Member) {
+        if (!GetMember(Member)->HasTakeNode(Name)) {
             snprintf(mErrorText, sizeof(mErrorText), "Not all nodes have a take node called %s", Name);
             return false;
         }

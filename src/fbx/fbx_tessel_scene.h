@@ -30,7 +30,6 @@ public:
     KFbxSdkManager &operator=(KFbxSdkManager const &) = delete;
 
 private:
-
     fbx_array<KFbxObject *> mObjects;
     KFbxIOPluginRegistry *mRegistry;
 };

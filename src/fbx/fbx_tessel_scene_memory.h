@@ -13,13 +13,13 @@
 #include "foundation/tessel_string.h"
 #include "foundation/tessel_types.h"
 
-#define FbxNew(Type, ...) FbxConstruct_<Type>(TesselAllocateAligned(alignof(Type) < 8 ? 8 : alignof(Type), sizeof(Type)), ##__VA_ARGS__)
+#define FbxNew(Type, ...)                                                                                              \
+    FbxConstruct_<Type>(TesselAllocateAligned(alignof(Type) < 8 ? 8 : alignof(Type), sizeof(Type)), ##__VA_ARGS__)
 
 template <typename T, typename... Args>
 inline T *FbxConstruct_(void *Memory, Args &&...Arguments)
 {
-    if (!Memory)
-    {
+    if (!Memory) {
         return nullptr;
     }
     return new (Memory) T(std::forward<Args>(Arguments)...);
@@ -28,8 +28,7 @@ inline T *FbxConstruct_(void *Memory, Args &&...Arguments)
 template <typename T>
 inline void FbxDelete(T *Object)
 {
-    if (Object)
-    {
+    if (Object) {
         Object->~T();
         TesselFree(Object);
     }
@@ -38,20 +37,16 @@ inline void FbxDelete(T *Object)
 // A heap copy of a string (or of its first Length bytes); free with TesselFree.
 inline char *FbxCopyString(char const *String, int32 Length = -1)
 {
-    if (!String)
-    {
+    if (!String) {
         String = "";
         Length = 0;
     }
-    if (Length < 0)
-    {
+    if (Length < 0) {
         Length = StringLength(String);
     }
     char *Copy = (char *)TesselAllocate(Length + 1);
-    if (Copy)
-    {
-        for (int32 Index = 0; Index < Length; ++Index)
-        {
+    if (Copy) {
+        for (int32 Index = 0; Index < Length; ++Index) {
             Copy[Index] = String[Index];
         }
         Copy[Length] = 0;
@@ -75,8 +70,7 @@ struct fbx_array
 
     void Clear()
     {
-        if (Data)
-        {
+        if (Data) {
             TesselFree(Data);
         }
         Data = nullptr;
@@ -86,22 +80,18 @@ struct fbx_array
     // Room for exactly Wanted elements (Add grows by doubling instead).
     bool Reserve(int32 Wanted)
     {
-        if (Wanted <= Capacity)
-        {
+        if (Wanted <= Capacity) {
             return true;
         }
         T *NewData = TesselAllocateArray(T, Wanted);
-        if (!NewData)
-        {
+        if (!NewData) {
             return false;
         }
         AdviseLargeBlock(NewData, (int64)sizeof(T) * Wanted);
-        for (int32 Index = 0; Index < Count; ++Index)
-        {
+        for (int32 Index = 0; Index < Count; ++Index) {
             NewData[Index] = Data[Index];
         }
-        if (Data)
-        {
+        if (Data) {
             TesselFree(Data);
         }
         Data = NewData;
@@ -112,12 +102,10 @@ struct fbx_array
     bool Resize(int32 NewCount)
     {
         int32 OldCount = Count;
-        if (!ResizeUninitialised(NewCount))
-        {
+        if (!ResizeUninitialised(NewCount)) {
             return false;
         }
-        for (int32 Index = OldCount; Index < NewCount; ++Index)
-        {
+        for (int32 Index = OldCount; Index < NewCount; ++Index) {
             Data[Index] = T();
         }
         return true;
@@ -126,8 +114,7 @@ struct fbx_array
     // every one of them right away.
     bool ResizeUninitialised(int32 NewCount)
     {
-        if (NewCount < 0 || !Reserve(NewCount))
-        {
+        if (NewCount < 0 || !Reserve(NewCount)) {
             return false;
         }
         Count = NewCount;
@@ -135,15 +122,12 @@ struct fbx_array
     }
     bool Add(T const &Value)
     {
-        if (Count == Capacity)
-        {
+        if (Count == Capacity) {
             int64 NewCapacity = Capacity ? (int64)Capacity * 2 : 8;
-            if (NewCapacity > INT32_MAX)
-            {
+            if (NewCapacity > INT32_MAX) {
                 NewCapacity = INT32_MAX;
             }
-            if (NewCapacity <= Count || !Reserve((int32)NewCapacity))
-            {
+            if (NewCapacity <= Count || !Reserve((int32)NewCapacity)) {
                 return false;
             }
         }
@@ -152,22 +136,18 @@ struct fbx_array
     }
     void RemoveAt(int32 Index)
     {
-        if (Index < 0 || Index >= Count)
-        {
+        if (Index < 0 || Index >= Count) {
             return;
         }
-        for (int32 At = Index + 1; At < Count; ++At)
-        {
+        for (int32 At = Index + 1; At < Count; ++At) {
             Data[At - 1] = Data[At];
         }
         --Count;
     }
     int32 Find(T const &Value) const
     {
-        for (int32 Index = 0; Index < Count; ++Index)
-        {
-            if (Data[Index] == Value)
-            {
+        for (int32 Index = 0; Index < Count; ++Index) {
+            if (Data[Index] == Value) {
                 return Index;
             }
         }
@@ -176,12 +156,10 @@ struct fbx_array
     bool CopyFrom(fbx_array const &Other)
     {
         Count = 0;
-        if (!Reserve(Other.Count))
-        {
+        if (!Reserve(Other.Count)) {
             return false;
         }
-        for (int32 Index = 0; Index < Other.Count; ++Index)
-        {
+        for (int32 Index = 0; Index < Other.Count; ++Index) {
             Data[Index] = Other.Data[Index];
         }
         Count = Other.Count;

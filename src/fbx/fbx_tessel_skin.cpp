@@ -1,13 +1,15 @@
 // Skins and clusters.
 #include "fbx/fbx_tessel_skin.h"
 
-KFbxSkin *KFbxSkin::Create(KFbxSdkManager *Manager, char const *Name) { return FbxNew(KFbxSkin, Manager, Name); }
+KFbxSkin *KFbxSkin::Create(KFbxSdkManager *Manager, char const *Name)
+{
+    return FbxNew(KFbxSkin, Manager, Name);
+}
 
 bool KFbxSkin::AddCluster(KFbxCluster *Cluster)
 {
     CheckPointer(Cluster, LogCategory_FBX, false);
-    if (mClusters.Find(Cluster) >= 0)
-    {
+    if (mClusters.Find(Cluster) >= 0) {
         return true;
     }
     return mClusters.Add(Cluster);
@@ -16,8 +18,7 @@ bool KFbxSkin::AddCluster(KFbxCluster *Cluster)
 int32 KFbxSkin::RemoveCluster(KFbxCluster *Cluster)
 {
     int32 Index = mClusters.Find(Cluster);
-    if (Index >= 0)
-    {
+    if (Index >= 0) {
         mClusters.RemoveAt(Index);
     }
     return Index;
@@ -30,12 +31,10 @@ KFbxCluster *KFbxCluster::Create(KFbxSdkManager *Manager, char const *Name)
 
 bool KFbxCluster::AddControlPointIndex(int32 Index, real64 Weight)
 {
-    if (!mIndices.Add(Index))
-    {
+    if (!mIndices.Add(Index)) {
         return false;
     }
-    if (!mWeights.Add(Weight))
-    {
+    if (!mWeights.Add(Weight)) {
         mIndices.RemoveAt(mIndices.Count - 1);
         return false;
     }
@@ -45,10 +44,8 @@ bool KFbxCluster::AddControlPointIndex(int32 Index, real64 Weight)
 int32 KFbxCluster::DropControlPointsFrom(int32 Count)
 {
     int32 Kept = 0;
-    for (int32 Index = 0; Index < mIndices.Count; ++Index)
-    {
-        if (mIndices[Index] >= 0 && mIndices[Index] < Count)
-        {
+    for (int32 Index = 0; Index < mIndices.Count; ++Index) {
+        if (mIndices[Index] >= 0 && mIndices[Index] < Count) {
             mIndices[Kept] = mIndices[Index];
             mWeights[Kept] = mWeights[Index];
             ++Kept;

@@ -32,9 +32,9 @@ enum
 #pragma pack(push, 4)
 struct object_entry
 {
-    uint32 LastTraversal; // traversal in which the object was written; 0: never
-    file_location Position; // the section holds before the write, all of it after
-    bool8 Placed;           // section set explicitly
+    uint32 LastTraversal;    // traversal in which the object was written; 0: never
+    file_location Position;  // the section holds before the write, all of it after
+    bool8 Placed;            // section set explicitly
     int32 ChildSectionIndex; // for the entry of a type: section of its objects
 };
 
@@ -51,7 +51,7 @@ struct file_data_tree_writer
 
     int32 ObjectEntryCount;
     stack_allocator ObjectEntries; // object_entry units; addresses never move
-    pointer_hash DataHash;          // object pointer to its entry; null key: the defaults
+    pointer_hash DataHash;         // object pointer to its entry; null key: the defaults
 
     avl_tree TypeTable;        // CRC of a type table to a chain of type_table_link
     stack_allocator TypeLinks; // type_table_link units

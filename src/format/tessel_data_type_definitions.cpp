@@ -5,8 +5,7 @@
 #include "foundation/tessel_log.h"
 #include "foundation/tessel_string.h"
 
-namespace
-{
+namespace {
 
 struct member_kind_info
 {
@@ -44,7 +43,10 @@ member_kind_info const MemberKinds[OnePastLastMemberType] = {
     {"EmptyReferenceMember", 4, 8, 0, "void *"},
 };
 
-bool KindIsValid(member_type Kind) { return Kind >= EndMember && Kind < OnePastLastMemberType; }
+bool KindIsValid(member_type Kind)
+{
+    return Kind >= EndMember && Kind < OnePastLastMemberType;
+}
 
 // Pairs of types being compared, kept on the stack to survive cycles.
 struct type_pair_chain
@@ -56,10 +58,8 @@ struct type_pair_chain
 
 bool PairIsOnChain(type_pair_chain const *Chain, data_type_definition const *A, data_type_definition const *B)
 {
-    for (; Chain; Chain = Chain->Previous)
-    {
-        if ((Chain->A == A && Chain->B == B) || (Chain->A == B && Chain->B == A))
-        {
+    for (; Chain; Chain = Chain->Previous) {
+        if ((Chain->A == A && Chain->B == B) || (Chain->A == B && Chain->B == A)) {
             return true;
         }
     }
@@ -68,8 +68,7 @@ bool PairIsOnChain(type_pair_chain const *Chain, data_type_definition const *A, 
 
 bool NamesAreExactlyEqual(char const *A, char const *B)
 {
-    if (!A || !B)
-    {
+    if (!A || !B) {
         return A == B;
     }
     return std::strcmp(A, B) == 0;
@@ -78,36 +77,27 @@ bool NamesAreExactlyEqual(char const *A, char const *B)
 bool TypesAreEqualOnChain(data_type_definition const *A, data_type_definition const *B,
                           data_type_definition const *Excluded, type_pair_chain const *Chain)
 {
-    if (Excluded && B == Excluded)
-    {
+    if (Excluded && B == Excluded) {
         return false;
     }
-    if (A == B)
-    {
+    if (A == B) {
         return true;
     }
-    if (!A || !B)
-    {
+    if (!A || !B) {
         return false;
     }
-    if (PairIsOnChain(Chain, A, B))
-    {
+    if (PairIsOnChain(Chain, A, B)) {
         return true;
     }
     type_pair_chain Link = {A, B, Chain};
 
-    while (A->Type != EndMember && B->Type != EndMember)
-    {
-        if (A->Type != B->Type || A->ArrayWidth != B->ArrayWidth || !NamesAreExactlyEqual(A->Name, B->Name))
-        {
+    while (A->Type != EndMember && B->Type != EndMember) {
+        if (A->Type != B->Type || A->ArrayWidth != B->ArrayWidth || !NamesAreExactlyEqual(A->Name, B->Name)) {
             return false;
         }
-        if (A->Type == RemovedSwitchableMember)
-        {
+        if (A->Type == RemovedSwitchableMember) {
             TesselWarning(LogCategory_DataTypeWarnings, "Switchable types no longer supported in Tessel 2.7+");
-        }
-        else if (!TypesAreEqualOnChain(A->ReferenceType, B->ReferenceType, Excluded, &Link))
-        {
+        } else if (!TypesAreEqualOnChain(A->ReferenceType, B->ReferenceType, Excluded, &Link)) {
             // Two nulls come out equal through the pointer test above.
             return false;
         }
@@ -120,61 +110,47 @@ bool TypesAreEqualOnChain(data_type_definition const *A, data_type_definition co
 void ClearMember(data_type_definition const &Member, uint8 *Address)
 {
     int32 Width = GetMemberArrayWidth(Member);
-    if (Member.Type == TransformMember)
-    {
-        for (int32 Index = 0; Index < Width; ++Index)
-        {
+    if (Member.Type == TransformMember) {
+        for (int32 Index = 0; Index < Width; ++Index) {
             transform Identity;
             MakeIdentityTransform(Identity);
             std::memcpy(Address + Index * (intaddrx)sizeof(transform), &Identity, sizeof(transform));
         }
-    }
-    else if (Member.Type == InlineMember)
-    {
+    } else if (Member.Type == InlineMember) {
         int32 UnitSize = GetMemberUnitSize(Member);
-        for (int32 Index = 0; Index < Width; ++Index)
-        {
+        for (int32 Index = 0; Index < Width; ++Index) {
             ClearObject(Member.ReferenceType, Address + Index * UnitSize);
         }
-    }
-    else
-    {
+    } else {
         std::memset(Address, 0, (size_t)GetMemberTypeSize(Member));
     }
 }
 
 bool TypeHasPointersOnChain(data_type_definition const *Type, type_pair_chain const *Chain)
 {
-    if (!Type || PairIsOnChain(Chain, Type, Type))
-    {
+    if (!Type || PairIsOnChain(Chain, Type, Type)) {
         return false;
     }
     type_pair_chain Link = {Type, Type, Chain};
-    for (data_type_definition const *Member = Type; Member->Type != EndMember; ++Member)
-    {
-        switch (Member->Type)
-        {
-            case InlineMember:
-                if (TypeHasPointersOnChain(Member->ReferenceType, &Link))
-                {
-                    return true;
-                }
-                break;
-            case VariantReferenceMember:
-            case ReferenceToVariantArrayMember:
-            case StringMember:
+    for (data_type_definition const *Member = Type; Member->Type != EndMember; ++Member) {
+        switch (Member->Type) {
+        case InlineMember:
+            if (TypeHasPointersOnChain(Member->ReferenceType, &Link)) {
                 return true;
-            case ReferenceMember:
-            case ReferenceToArrayMember:
-            case ArrayOfReferencesMember:
-            case EmptyReferenceMember:
-                if (Member->ReferenceType)
-                {
-                    return true;
-                }
-                break;
-            default:
-                break;
+            }
+            break;
+        case VariantReferenceMember:
+        case ReferenceToVariantArrayMember:
+        case StringMember: return true;
+        case ReferenceMember:
+        case ReferenceToArrayMember:
+        case ArrayOfReferencesMember:
+        case EmptyReferenceMember:
+            if (Member->ReferenceType) {
+                return true;
+            }
+            break;
+        default: break;
         }
     }
     return false;
@@ -193,8 +169,7 @@ void MakeIdentityTransform(transform &Result)
 
 int32 GetMemberArrayWidth(data_type_definition const &Member)
 {
-    if (MemberKindIsReference(Member.Type) && Member.ArrayWidth != 0)
-    {
+    if (MemberKindIsReference(Member.Type) && Member.ArrayWidth != 0) {
         TesselError(LogCategory_DataTypes, "%s was not true", "Member.ArrayWidth == 0");
         return 1;
     }
@@ -203,8 +178,7 @@ int32 GetMemberArrayWidth(data_type_definition const &Member)
 
 int32 GetMemberUnitSize(data_type_definition const &Member)
 {
-    if (Member.Type == InlineMember)
-    {
+    if (Member.Type == InlineMember) {
         CheckPointer(Member.ReferenceType, LogCategory_DataTypes, 0);
         return GetTotalObjectSize(Member.ReferenceType);
     }
@@ -219,16 +193,13 @@ int32 GetMemberTypeSize(data_type_definition const &Member)
 int32 GetMemberKindSize(member_type Type, int32 PointerBits)
 {
     CheckCondition(Type != InlineMember, LogCategory_DataTypes, 0);
-    if (!KindIsValid(Type))
-    {
+    if (!KindIsValid(Type)) {
         return 0;
     }
-    if (PointerBits == 32)
-    {
+    if (PointerBits == 32) {
         return MemberKinds[Type].Size32;
     }
-    if (PointerBits == 64)
-    {
+    if (PointerBits == 64) {
         return MemberKinds[Type].Size64;
     }
     return 0;
@@ -251,28 +222,23 @@ char const *GetMemberKindName(member_type Kind)
 
 bool MemberKindIsReference(member_type Kind)
 {
-    switch (Kind)
-    {
-        case ReferenceMember:
-        case ReferenceToArrayMember:
-        case ArrayOfReferencesMember:
-        case VariantReferenceMember:
-        case ReferenceToVariantArrayMember:
-        case StringMember:
-        case EmptyReferenceMember:
-            return true;
-        default:
-            return false;
+    switch (Kind) {
+    case ReferenceMember:
+    case ReferenceToArrayMember:
+    case ArrayOfReferencesMember:
+    case VariantReferenceMember:
+    case ReferenceToVariantArrayMember:
+    case StringMember:
+    case EmptyReferenceMember: return true;
+    default: return false;
     }
 }
 
 int32 GetTotalObjectSize(data_type_definition const *Type)
 {
     int32 Size = 0;
-    if (Type)
-    {
-        for (; Type->Type != EndMember; ++Type)
-        {
+    if (Type) {
+        for (; Type->Type != EndMember; ++Type) {
             Size += GetMemberTypeSize(*Type);
         }
     }
@@ -281,8 +247,7 @@ int32 GetTotalObjectSize(data_type_definition const *Type)
 
 int32 GetTotalTypeSize(data_type_definition const *Type)
 {
-    if (!Type)
-    {
+    if (!Type) {
         return 0;
     }
     return (GetMemberCount(Type) + 1) * (int32)sizeof(data_type_definition);
@@ -291,10 +256,8 @@ int32 GetTotalTypeSize(data_type_definition const *Type)
 int32 GetMemberCount(data_type_definition const *Type)
 {
     int32 Count = 0;
-    if (Type)
-    {
-        while (Type[Count].Type != EndMember)
-        {
+    if (Type) {
+        while (Type[Count].Type != EndMember) {
             ++Count;
         }
     }
@@ -304,17 +267,12 @@ int32 GetMemberCount(data_type_definition const *Type)
 uint32 GetTypeMarshalling(data_type_definition const *Type)
 {
     uint32 Marshalling = 0;
-    if (Type)
-    {
-        for (; Type->Type != EndMember; ++Type)
-        {
-            if (Type->Type == InlineMember)
-            {
+    if (Type) {
+        for (; Type->Type != EndMember; ++Type) {
+            if (Type->Type == InlineMember) {
                 // A record can't hold itself inline, so this recursion ends.
                 Marshalling |= GetTypeMarshalling(Type->ReferenceType);
-            }
-            else
-            {
+            } else {
                 Marshalling |= GetMemberKindMarshalling(Type->Type);
             }
         }
@@ -322,21 +280,28 @@ uint32 GetTypeMarshalling(data_type_definition const *Type)
     return Marshalling;
 }
 
-bool IsMixedMarshalling(uint32 Marshalling) { return (Marshalling & (Marshalling - 1)) != 0; }
+bool IsMixedMarshalling(uint32 Marshalling)
+{
+    return (Marshalling & (Marshalling - 1)) != 0;
+}
 
-bool TypeHasPointers(data_type_definition const *Type) { return TypeHasPointersOnChain(Type, 0); }
+bool TypeHasPointers(data_type_definition const *Type)
+{
+    return TypeHasPointersOnChain(Type, 0);
+}
 
-bool TypeIsEmpty(data_type_definition const *Type) { return !Type || Type->Type == EndMember; }
+bool TypeIsEmpty(data_type_definition const *Type)
+{
+    return !Type || Type->Type == EndMember;
+}
 
 void ClearObject(data_type_definition const *Type, void *Object)
 {
-    if (!Type || !Object)
-    {
+    if (!Type || !Object) {
         return;
     }
     uint8 *Address = (uint8 *)Object;
-    for (; Type->Type != EndMember; ++Type)
-    {
+    for (; Type->Type != EndMember; ++Type) {
         ClearMember(*Type, Address);
         Address += GetMemberTypeSize(*Type);
     }
@@ -348,34 +313,28 @@ bool DataTypesAreEqual(data_type_definition const *A, data_type_definition const
     return TypesAreEqualOnChain(A, B, Excluded, 0);
 }
 
-bool FindMatchingMember(data_type_definition const *Type, void const *Object, char const *Name,
-                        matched_member &Result)
+bool FindMatchingMember(data_type_definition const *Type, void const *Object, char const *Name, matched_member &Result)
 {
     Result.Member = 0;
     Result.Address = 0;
-    if (!Type || !Name)
-    {
+    if (!Type || !Name) {
         return false;
     }
     uint8 *Address = (uint8 *)Object;
-    for (; Type->Type != EndMember; ++Type)
-    {
-        if (Type->Name && StringsAreEqual(Type->Name, Name))
-        {
+    for (; Type->Type != EndMember; ++Type) {
+        if (Type->Name && StringsAreEqual(Type->Name, Name)) {
             Result.Member = Type;
             Result.Address = Address;
             return true;
         }
-        if (Address)
-        {
+        if (Address) {
             Address += GetMemberTypeSize(*Type);
         }
     }
     return false;
 }
 
-bool VisitObjectMembers(data_type_definition const *Type, void *Object, object_member_visitor Visitor,
-                        void *UserData)
+bool VisitObjectMembers(data_type_definition const *Type, void *Object, object_member_visitor Visitor, void *UserData)
 {
     struct walker
     {
@@ -384,12 +343,10 @@ bool VisitObjectMembers(data_type_definition const *Type, void *Object, object_m
 
         bool Walk(data_type_definition const *Type, uint8 *Address, int32 Depth, int32 ElementIndex)
         {
-            if (!Type || Depth > 64)
-            {
+            if (!Type || Depth > 64) {
                 return true;
             }
-            for (; Type->Type != EndMember; ++Type)
-            {
+            for (; Type->Type != EndMember; ++Type) {
                 object_member_visit Visit = {};
                 Visit.Member = Type;
                 Visit.Kind = Type->Type;
@@ -399,42 +356,36 @@ bool VisitObjectMembers(data_type_definition const *Type, void *Object, object_m
                 Visit.ElementIndex = ElementIndex;
                 Visit.Address = Address;
                 Visit.TargetType = Type->ReferenceType;
-                switch (Type->Type)
-                {
-                    case ReferenceMember:
-                    case StringMember:
-                        Visit.TargetCount = 1;
-                        Visit.Target = LoadPointer(Address);
-                        break;
-                    case ReferenceToArrayMember:
-                    case ArrayOfReferencesMember:
-                        Visit.TargetCount = LoadUnaligned<int32>(Address);
-                        Visit.Target = LoadPointer(Address + 4);
-                        break;
-                    case VariantReferenceMember:
-                        Visit.TargetType = (data_type_definition const *)LoadPointer(Address);
-                        Visit.TargetCount = 1;
-                        Visit.Target = LoadPointer(Address + 8);
-                        break;
-                    case ReferenceToVariantArrayMember:
-                        Visit.TargetType = (data_type_definition const *)LoadPointer(Address);
-                        Visit.TargetCount = LoadUnaligned<int32>(Address + 8);
-                        Visit.Target = LoadPointer(Address + 12);
-                        break;
-                    default:
-                        break;
+                switch (Type->Type) {
+                case ReferenceMember:
+                case StringMember:
+                    Visit.TargetCount = 1;
+                    Visit.Target = LoadPointer(Address);
+                    break;
+                case ReferenceToArrayMember:
+                case ArrayOfReferencesMember:
+                    Visit.TargetCount = LoadUnaligned<int32>(Address);
+                    Visit.Target = LoadPointer(Address + 4);
+                    break;
+                case VariantReferenceMember:
+                    Visit.TargetType = (data_type_definition const *)LoadPointer(Address);
+                    Visit.TargetCount = 1;
+                    Visit.Target = LoadPointer(Address + 8);
+                    break;
+                case ReferenceToVariantArrayMember:
+                    Visit.TargetType = (data_type_definition const *)LoadPointer(Address);
+                    Visit.TargetCount = LoadUnaligned<int32>(Address + 8);
+                    Visit.Target = LoadPointer(Address + 12);
+                    break;
+                default: break;
                 }
-                if (!Visitor(Visit, UserData))
-                {
+                if (!Visitor(Visit, UserData)) {
                     return false;
                 }
-                if (Type->Type == InlineMember)
-                {
+                if (Type->Type == InlineMember) {
                     int32 UnitSize = GetMemberUnitSize(*Type);
-                    for (int32 Index = 0; Index < Visit.ArrayWidth; ++Index)
-                    {
-                        if (!Walk(Type->ReferenceType, Address + Index * UnitSize, Depth + 1, Index))
-                        {
+                    for (int32 Index = 0; Index < Visit.ArrayWidth; ++Index) {
+                        if (!Walk(Type->ReferenceType, Address + Index * UnitSize, Depth + 1, Index)) {
                             return false;
                         }
                     }
@@ -445,8 +396,7 @@ bool VisitObjectMembers(data_type_definition const *Type, void *Object, object_m
         }
     };
     CheckPointer(Visitor, LogCategory_DataTypes, false);
-    if (!Object)
-    {
+    if (!Object) {
         return true;
     }
     walker Walker = {Visitor, UserData};
@@ -455,32 +405,32 @@ bool VisitObjectMembers(data_type_definition const *Type, void *Object, object_m
 
 real64 ReadMemberElementAsReal(member_type Kind, void const *Element)
 {
-    switch (Kind)
-    {
-        case StringMember:
-        {
-            char const *String = (char const *)LoadPointer(Element);
-            return String ? ConvertToReal64(String, true) : 0.0;
-        }
-        case Real32Member: return LoadUnaligned<real32>(Element);
-        // Both byte kinds read unsigned, so an int8 of -1 reads as 255.
-        case Int8Member:
-        case UInt8Member: return *(uint8 const *)Element;
-        case BinormalInt8Member: return *(int8 const *)Element / 127.0;
-        case NormalUInt8Member: return *(uint8 const *)Element / 255.0;
-        case Int16Member: return LoadUnaligned<int16>(Element);
-        case UInt16Member: return LoadUnaligned<uint16>(Element);
-        case BinormalInt16Member: return LoadUnaligned<int16>(Element) / 32767.0;
-        case NormalUInt16Member: return LoadUnaligned<uint16>(Element) / 65535.0;
-        case Int32Member: return LoadUnaligned<int32>(Element);
-        case Real16Member: return Real32FromReal16(LoadUnaligned<uint16>(Element));
-        default: return 0.0; // UInt32Member included: it has no float reading
+    switch (Kind) {
+    case StringMember: {
+        char const *String = (char const *)LoadPointer(Element);
+        return String ? ConvertToReal64(String, true) : 0.0;
+    }
+    case Real32Member: return LoadUnaligned<real32>(Element);
+    // Both byte kinds read unsigned, so an int8 of -1 reads as 255.
+    case Int8Member:
+    case UInt8Member: return *(uint8 const *)Element;
+    case BinormalInt8Member: return *(int8 const *)Element / 127.0;
+    case NormalUInt8Member: return *(uint8 const *)Element / 255.0;
+    case Int16Member: return LoadUnaligned<int16>(Element);
+    case UInt16Member: return LoadUnaligned<uint16>(Element);
+    case BinormalInt16Member: return LoadUnaligned<int16>(Element) / 32767.0;
+    case NormalUInt16Member: return LoadUnaligned<uint16>(Element) / 65535.0;
+    case Int32Member: return LoadUnaligned<int32>(Element);
+    case Real16Member: return Real32FromReal16(LoadUnaligned<uint16>(Element));
+    default: return 0.0; // UInt32Member included: it has no float reading
     }
 }
 
-namespace
+namespace {
+int64 RoundToInteger(real64 Value)
 {
-int64 RoundToInteger(real64 Value) { return (int64)(Value + 0.5); }
+    return (int64)(Value + 0.5);
+}
 
 int64 SignOfNormalised(int64 Value, int64 Scale)
 {
@@ -491,25 +441,23 @@ int64 SignOfNormalised(int64 Value, int64 Scale)
 
 int64 ReadMemberElementAsInteger(member_type Kind, void const *Element)
 {
-    switch (Kind)
-    {
-        case StringMember:
-        {
-            char const *String = (char const *)LoadPointer(Element);
-            return String ? RoundToInteger(ConvertToReal64(String, true)) : 0;
-        }
-        case Real32Member: return RoundToInteger(LoadUnaligned<real32>(Element));
-        case Int8Member: return *(int8 const *)Element;
-        case UInt8Member: return *(uint8 const *)Element;
-        case BinormalInt8Member: return SignOfNormalised(*(int8 const *)Element, 127);
-        case NormalUInt8Member: return SignOfNormalised(*(uint8 const *)Element, 255);
-        case Int16Member: return LoadUnaligned<int16>(Element);
-        case UInt16Member: return LoadUnaligned<uint16>(Element);
-        case BinormalInt16Member: return SignOfNormalised(LoadUnaligned<int16>(Element), 32767);
-        case NormalUInt16Member: return SignOfNormalised(LoadUnaligned<uint16>(Element), 65535);
-        case Int32Member: return LoadUnaligned<int32>(Element);
-        case UInt32Member: return LoadUnaligned<uint32>(Element);
-        case Real16Member: return RoundToInteger(Real32FromReal16(LoadUnaligned<uint16>(Element)));
-        default: return 0;
+    switch (Kind) {
+    case StringMember: {
+        char const *String = (char const *)LoadPointer(Element);
+        return String ? RoundToInteger(ConvertToReal64(String, true)) : 0;
+    }
+    case Real32Member: return RoundToInteger(LoadUnaligned<real32>(Element));
+    case Int8Member: return *(int8 const *)Element;
+    case UInt8Member: return *(uint8 const *)Element;
+    case BinormalInt8Member: return SignOfNormalised(*(int8 const *)Element, 127);
+    case NormalUInt8Member: return SignOfNormalised(*(uint8 const *)Element, 255);
+    case Int16Member: return LoadUnaligned<int16>(Element);
+    case UInt16Member: return LoadUnaligned<uint16>(Element);
+    case BinormalInt16Member: return SignOfNormalised(LoadUnaligned<int16>(Element), 32767);
+    case NormalUInt16Member: return SignOfNormalised(LoadUnaligned<uint16>(Element), 65535);
+    case Int32Member: return LoadUnaligned<int32>(Element);
+    case UInt32Member: return LoadUnaligned<uint32>(Element);
+    case Real16Member: return RoundToInteger(Real32FromReal16(LoadUnaligned<uint16>(Element)));
+    default: return 0;
     }
 }

@@ -92,7 +92,11 @@ enum transform_flags
 };
 
 // Size of a 64-bit data_type_definition record in a file.
-enum { DataTypeDefinitionSize64 = 44, DataTypeDefinitionSize32 = 32 };
+enum
+{
+    DataTypeDefinitionSize64 = 44,
+    DataTypeDefinitionSize32 = 32
+};
 
 void MakeIdentityTransform(transform &Result);
 
@@ -147,8 +151,7 @@ struct matched_member
 // Looks a member up by name with the system's name comparison (case
 // insensitive unless a comparer is installed). Both results are null when
 // there is no such member.
-bool FindMatchingMember(data_type_definition const *Type, void const *Object, char const *Name,
-                        matched_member &Result);
+bool FindMatchingMember(data_type_definition const *Type, void const *Object, char const *Name, matched_member &Result);
 
 // ---------------------------------------------------------------------------
 // Unaligned access to the slots of packed records.
@@ -165,8 +168,14 @@ inline void StoreUnaligned(void *Address, T Value)
 {
     __builtin_memcpy(Address, &Value, sizeof(T));
 }
-inline void *LoadPointer(void const *Address) { return LoadUnaligned<void *>(Address); }
-inline void StorePointer(void *Address, void const *Value) { StoreUnaligned<void const *>(Address, Value); }
+inline void *LoadPointer(void const *Address)
+{
+    return LoadUnaligned<void *>(Address);
+}
+inline void StorePointer(void *Address, void const *Value)
+{
+    StoreUnaligned<void const *>(Address, Value);
+}
 
 // ---------------------------------------------------------------------------
 // Walking an object: one call per member, in table order. Inline members
@@ -191,8 +200,7 @@ struct object_member_visit
 // Return false to stop the walk.
 typedef bool (*object_member_visitor)(object_member_visit const &Visit, void *UserData);
 // False when the visitor stopped the walk.
-bool VisitObjectMembers(data_type_definition const *Type, void *Object, object_member_visitor Visitor,
-                        void *UserData);
+bool VisitObjectMembers(data_type_definition const *Type, void *Object, object_member_visitor Visitor, void *UserData);
 
 // Values of scalar members, element by element (as used by the conversion).
 real64 ReadMemberElementAsReal(member_type Kind, void const *Element);

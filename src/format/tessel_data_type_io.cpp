@@ -7,8 +7,7 @@
 #include "foundation/tessel_memory.h"
 #include "foundation/tessel_string.h"
 
-namespace
-{
+namespace {
 
 struct conversion_state
 {
@@ -20,62 +19,56 @@ struct conversion_state
 
 bool KindCanOnlyCopy(member_type Kind)
 {
-    switch (Kind)
-    {
-        case ReferenceMember:
-        case ReferenceToArrayMember:
-        case ArrayOfReferencesMember:
-        case VariantReferenceMember:
-        case ReferenceToVariantArrayMember:
-        case TransformMember:
-        case EmptyReferenceMember:
-            return true;
-        default:
-            return false;
+    switch (Kind) {
+    case ReferenceMember:
+    case ReferenceToArrayMember:
+    case ArrayOfReferencesMember:
+    case VariantReferenceMember:
+    case ReferenceToVariantArrayMember:
+    case TransformMember:
+    case EmptyReferenceMember: return true;
+    default: return false;
     }
 }
 
-int64 RoundReal(real64 Value) { return (int64)(Value + 0.5); }
+int64 RoundReal(real64 Value)
+{
+    return (int64)(Value + 0.5);
+}
 
 void StoreElement(member_type Kind, member_type SourceKind, void const *SourceElement, void *Element)
 {
-    switch (Kind)
-    {
-        case Real32Member:
-            StoreUnaligned<real32>(Element, (real32)ReadMemberElementAsReal(SourceKind, SourceElement));
-            break;
-        case Int8Member:
-        case UInt8Member:
-            *(uint8 *)Element = (uint8)ReadMemberElementAsInteger(SourceKind, SourceElement);
-            break;
-        case Int16Member:
-        case UInt16Member:
-            StoreUnaligned<uint16>(Element, (uint16)ReadMemberElementAsInteger(SourceKind, SourceElement));
-            break;
-        case Int32Member:
-        case UInt32Member:
-            StoreUnaligned<uint32>(Element, (uint32)ReadMemberElementAsInteger(SourceKind, SourceElement));
-            break;
-        case BinormalInt8Member:
-            *(int8 *)Element = (int8)RoundReal(ReadMemberElementAsReal(SourceKind, SourceElement) * 127.0);
-            break;
-        case NormalUInt8Member:
-            *(uint8 *)Element = (uint8)RoundReal(ReadMemberElementAsReal(SourceKind, SourceElement) * 255.0);
-            break;
-        case BinormalInt16Member:
-            StoreUnaligned<int16>(Element,
-                                  (int16)RoundReal(ReadMemberElementAsReal(SourceKind, SourceElement) * 32767.0));
-            break;
-        case NormalUInt16Member:
-            StoreUnaligned<uint16>(Element,
-                                   (uint16)RoundReal(ReadMemberElementAsReal(SourceKind, SourceElement) * 65535.0));
-            break;
-        case Real16Member:
-            StoreUnaligned<uint16>(
-                Element, Real16FromReal32((real32)ReadMemberElementAsReal(SourceKind, SourceElement)));
-            break;
-        default:
-            break;
+    switch (Kind) {
+    case Real32Member:
+        StoreUnaligned<real32>(Element, (real32)ReadMemberElementAsReal(SourceKind, SourceElement));
+        break;
+    case Int8Member:
+    case UInt8Member: *(uint8 *)Element = (uint8)ReadMemberElementAsInteger(SourceKind, SourceElement); break;
+    case Int16Member:
+    case UInt16Member:
+        StoreUnaligned<uint16>(Element, (uint16)ReadMemberElementAsInteger(SourceKind, SourceElement));
+        break;
+    case Int32Member:
+    case UInt32Member:
+        StoreUnaligned<uint32>(Element, (uint32)ReadMemberElementAsInteger(SourceKind, SourceElement));
+        break;
+    case BinormalInt8Member:
+        *(int8 *)Element = (int8)RoundReal(ReadMemberElementAsReal(SourceKind, SourceElement) * 127.0);
+        break;
+    case NormalUInt8Member:
+        *(uint8 *)Element = (uint8)RoundReal(ReadMemberElementAsReal(SourceKind, SourceElement) * 255.0);
+        break;
+    case BinormalInt16Member:
+        StoreUnaligned<int16>(Element, (int16)RoundReal(ReadMemberElementAsReal(SourceKind, SourceElement) * 32767.0));
+        break;
+    case NormalUInt16Member:
+        StoreUnaligned<uint16>(Element,
+                               (uint16)RoundReal(ReadMemberElementAsReal(SourceKind, SourceElement) * 65535.0));
+        break;
+    case Real16Member:
+        StoreUnaligned<uint16>(Element, Real16FromReal32((real32)ReadMemberElementAsReal(SourceKind, SourceElement)));
+        break;
+    default: break;
     }
 }
 
@@ -86,23 +79,21 @@ void ConvertToString(conversion_state &State, data_type_definition const &Source
 {
     char Text[128];
     Text[0] = 0;
-    switch (SourceMember.Type)
-    {
-        case StringMember:
-        {
-            char const *String = (char const *)LoadPointer(Source);
-            CopyStringMaximum(Text, (int32)sizeof(Text), String ? String : "");
-            break;
-        }
-        case Real32Member:
-        case Real16Member:
-            ConvertReal64ToString((int32)sizeof(Text), Text, ReadMemberElementAsReal(SourceMember.Type, Source), 10,
-                                  6, LowerCaseDigits);
-            break;
-        default:
-            ConvertInt64ToString((int32)sizeof(Text), Text, ReadMemberElementAsInteger(SourceMember.Type, Source),
-                                 10, LowerCaseDigits);
-            break;
+    switch (SourceMember.Type) {
+    case StringMember: {
+        char const *String = (char const *)LoadPointer(Source);
+        CopyStringMaximum(Text, (int32)sizeof(Text), String ? String : "");
+        break;
+    }
+    case Real32Member:
+    case Real16Member:
+        ConvertReal64ToString((int32)sizeof(Text), Text, ReadMemberElementAsReal(SourceMember.Type, Source), 10, 6,
+                              LowerCaseDigits);
+        break;
+    default:
+        ConvertInt64ToString((int32)sizeof(Text), Text, ReadMemberElementAsInteger(SourceMember.Type, Source), 10,
+                             LowerCaseDigits);
+        break;
     }
     int64 Length = StringLength(Text) + 1;
     int32 Advance = 0;
@@ -116,19 +107,16 @@ void ConvertValue(conversion_state &State, data_type_definition const &SourceMem
                   data_type_definition const &DestinationMember, void *Destination)
 {
     member_type Kind = DestinationMember.Type;
-    if (SourceMember.Type == Kind)
-    {
+    if (SourceMember.Type == Kind) {
         int32 SourceSize = GetMemberTypeSize(SourceMember);
         int32 DestinationSize = GetMemberTypeSize(DestinationMember);
         std::memcpy(Destination, Source, (size_t)(SourceSize < DestinationSize ? SourceSize : DestinationSize));
         return;
     }
-    if (KindCanOnlyCopy(Kind))
-    {
+    if (KindCanOnlyCopy(Kind)) {
         return; // already cleared in the convert form
     }
-    if (Kind == StringMember)
-    {
+    if (Kind == StringMember) {
         ConvertToString(State, SourceMember, Source, Destination);
         return;
     }
@@ -138,8 +126,7 @@ void ConvertValue(conversion_state &State, data_type_definition const &SourceMem
     int32 Count = SourceWidth < DestinationWidth ? SourceWidth : DestinationWidth;
     int32 SourceUnit = GetMemberUnitSize(SourceMember);
     int32 DestinationUnit = GetMemberUnitSize(DestinationMember);
-    for (int32 Index = 0; Index < Count; ++Index)
-    {
+    for (int32 Index = 0; Index < Count; ++Index) {
         StoreElement(Kind, SourceMember.Type, (uint8 const *)Source + Index * SourceUnit,
                      (uint8 *)Destination + Index * DestinationUnit);
     }
@@ -148,43 +135,33 @@ void ConvertValue(conversion_state &State, data_type_definition const &SourceMem
 void ConvertMembers(conversion_state &State, data_type_definition const *SourceType, void const *Source,
                     data_type_definition const *DestinationType, void *Destination)
 {
-    if (!DestinationType || !Destination)
-    {
+    if (!DestinationType || !Destination) {
         return;
     }
     uint8 *Address = (uint8 *)Destination;
-    for (data_type_definition const *Member = DestinationType; Member->Type != EndMember; ++Member)
-    {
+    for (data_type_definition const *Member = DestinationType; Member->Type != EndMember; ++Member) {
         int32 MemberSize = GetMemberTypeSize(*Member);
-        if (State.ClearUnmatched)
-        {
+        if (State.ClearUnmatched) {
             data_type_definition Single[2] = {*Member, {EndMember}};
             ClearObject(Single, Address);
         }
 
         matched_member Match;
-        if (Source && FindMatchingMember(SourceType, Source, Member->Name, Match))
-        {
-            if (Match.Member->Type == InlineMember && Member->Type == InlineMember)
-            {
+        if (Source && FindMatchingMember(SourceType, Source, Member->Name, Match)) {
+            if (Match.Member->Type == InlineMember && Member->Type == InlineMember) {
                 int32 SourceWidth = GetMemberArrayWidth(*Match.Member);
                 int32 DestinationWidth = GetMemberArrayWidth(*Member);
                 int32 Count = SourceWidth < DestinationWidth ? SourceWidth : DestinationWidth;
                 int32 SourceUnit = GetMemberUnitSize(*Match.Member);
                 int32 DestinationUnit = GetMemberUnitSize(*Member);
-                for (int32 Index = 0; Index < Count; ++Index)
-                {
+                for (int32 Index = 0; Index < Count; ++Index) {
                     ConvertMembers(State, Match.Member->ReferenceType, (uint8 *)Match.Address + Index * SourceUnit,
                                    Member->ReferenceType, Address + Index * DestinationUnit);
                 }
-            }
-            else
-            {
+            } else {
                 ConvertValue(State, *Match.Member, Match.Address, *Member, Address);
             }
-        }
-        else if (DataTypesAreEqual(Member, Curve2Type))
-        {
+        } else if (DataTypesAreEqual(Member, Curve2Type)) {
             // The rest of the destination is a curve that the source doesn't
             // have: leave it as it is.
             break;
@@ -202,17 +179,14 @@ void ConvertObject(bool ClearUnmatched, data_type_definition const *SourceType, 
 
 bool IsIntegerKind(member_type Kind)
 {
-    switch (Kind)
-    {
-        case Int8Member:
-        case UInt8Member:
-        case Int16Member:
-        case UInt16Member:
-        case Int32Member:
-        case UInt32Member:
-            return true;
-        default:
-            return false;
+    switch (Kind) {
+    case Int8Member:
+    case UInt8Member:
+    case Int16Member:
+    case UInt16Member:
+    case Int32Member:
+    case UInt32Member: return true;
+    default: return false;
     }
 }
 
@@ -235,8 +209,7 @@ void ConvertObjects(int32 Count, data_type_definition const *SourceType, void co
 {
     int32 SourceSize = GetTotalObjectSize(SourceType);
     int32 DestinationSize = GetTotalObjectSize(DestinationType);
-    for (int32 Index = 0; Index < Count; ++Index)
-    {
+    for (int32 Index = 0; Index < Count; ++Index) {
         ConvertSingleObject(SourceType, (uint8 const *)Source + (intaddrx)Index * SourceSize, DestinationType,
                             (uint8 *)Destination + (intaddrx)Index * DestinationSize);
     }
@@ -246,8 +219,7 @@ bool ConvertIntegerArray(int32 Count, member_type SourceKind, void const *Source
                          void *Destination)
 {
     CheckCondition(IsIntegerKind(SourceKind) && IsIntegerKind(DestinationKind), LogCategory_DataTypes, false);
-    if (Count <= 0)
-    {
+    if (Count <= 0) {
         return true;
     }
     CheckPointer(Source, LogCategory_DataTypes, false);
@@ -260,16 +232,14 @@ bool ConvertIntegerArray(int32 Count, member_type SourceKind, void const *Source
     // source; otherwise (widening in place) go back to front.
     bool Backward = DestinationUnit > SourceUnit && To > From && To < From + Count * SourceUnit + 1;
     Backward = Backward || (DestinationUnit > SourceUnit && To == From);
-    for (int32 Step = 0; Step < Count; ++Step)
-    {
+    for (int32 Step = 0; Step < Count; ++Step) {
         int32 Index = Backward ? Count - 1 - Step : Step;
         int64 Value = ReadMemberElementAsInteger(SourceKind, From + Index * SourceUnit);
         uint8 *Element = To + Index * DestinationUnit;
-        switch (DestinationUnit)
-        {
-            case 1: *Element = (uint8)Value; break;
-            case 2: StoreUnaligned<uint16>(Element, (uint16)Value); break;
-            default: StoreUnaligned<uint32>(Element, (uint32)Value); break;
+        switch (DestinationUnit) {
+        case 1: *Element = (uint8)Value; break;
+        case 2: StoreUnaligned<uint16>(Element, (uint16)Value); break;
+        default: StoreUnaligned<uint32>(Element, (uint32)Value); break;
         }
     }
     return true;
@@ -291,7 +261,7 @@ struct conversion_plan
         int32 DestinationOffset;
         int32 DestinationSize;
         bool PlainClear;
-    } *Steps;
+    } * Steps;
 };
 
 conversion_plan *NewConversionPlan(data_type_definition const *SourceType, data_type_definition const *DestinationType)
@@ -305,7 +275,8 @@ conversion_plan *NewConversionPlan(data_type_definition const *SourceType, data_
     Plan->DestinationType = DestinationType;
     Plan->General = false;
     Plan->StepCount = Count;
-    Plan->Steps = Count > 0 ? (conversion_plan::step *)TesselAllocate((intaddrx)sizeof(conversion_plan::step) * Count) : 0;
+    Plan->Steps =
+        Count > 0 ? (conversion_plan::step *)TesselAllocate((intaddrx)sizeof(conversion_plan::step) * Count) : 0;
     if (Count > 0 && !Plan->Steps) {
         TesselFree(Plan);
         return 0;
@@ -328,7 +299,8 @@ conversion_plan *NewConversionPlan(data_type_definition const *SourceType, data_
             }
         }
         bool Complicated = Member.Type == InlineMember || Member.Type == StringMember ||
-                           (Step.SourceMember && (Step.SourceMember->Type == InlineMember || Step.SourceMember->Type == StringMember)) ||
+                           (Step.SourceMember &&
+                            (Step.SourceMember->Type == InlineMember || Step.SourceMember->Type == StringMember)) ||
                            (!Step.SourceMember && DataTypesAreEqual(&Member, Curve2Type));
         if (Complicated) Plan->General = true;
         Offset += Step.DestinationSize;
@@ -357,9 +329,12 @@ void ConvertWithPlan(conversion_plan const *Plan, void const *Source, void *Dest
         conversion_plan::step const &Step = Plan->Steps[Index];
         uint8 *Address = To + Step.DestinationOffset;
         if (ClearUnmatched) {
-            if (Step.PlainClear) memset(Address, 0, (size_t)Step.DestinationSize);
-            else ClearObject(Step.Destination, Address);
+            if (Step.PlainClear)
+                memset(Address, 0, (size_t)Step.DestinationSize);
+            else
+                ClearObject(Step.Destination, Address);
         }
-        if (Step.SourceMember) ConvertValue(State, *Step.SourceMember, From + Step.SourceOffset, Step.Destination[0], Address);
+        if (Step.SourceMember)
+            ConvertValue(State, *Step.SourceMember, From + Step.SourceOffset, Step.Destination[0], Address);
     }
 }

@@ -26,8 +26,8 @@ int32 GetStreamForMarshalling(uint32 Marshalling)
 
 static void GetStreamFileName(file_builder const &Builder, int32 SectionIndex, int32 StreamIndex, char *Name)
 {
-    ConvertToStringArgs(TemporaryNameSize, Name, "%s/%s_%d_%d.utf", Builder.TemporaryDirectory,
-                        Builder.FileNameRoot, SectionIndex, StreamIndex);
+    ConvertToStringArgs(TemporaryNameSize, Name, "%s/%s_%d_%d.utf", Builder.TemporaryDirectory, Builder.FileNameRoot,
+                        SectionIndex, StreamIndex);
 }
 
 static void GetCompressedFileName(file_builder const &Builder, int32 SectionIndex, char *Name)
@@ -94,8 +94,8 @@ file_builder *BeginFile(int32 SectionCount, uint32 FileTypeTag, file_magic_block
     CopyStringMaximum(Builder->TemporaryDirectory, FileBuilderPathSize, TemporaryDirectory);
     // Every builder gets names of its own: two exports, in one process or in
     // several, never write to the same temporary file.
-    ConvertToStringArgs(FileBuilderPathSize, Builder->FileNameRoot, "%s_%d_%d", FileNameRoot,
-                        GetProcessIdentifier(), NextUniqueCounter());
+    ConvertToStringArgs(FileBuilderPathSize, Builder->FileNameRoot, "%s_%d_%d", FileNameRoot, GetProcessIdentifier(),
+                        NextUniqueCounter());
     Builder->UseTemporaryFiles = true;
     StackInitialize(Builder->FixupAllocator, sizeof(file_builder_fixup), FileBuilderUnitsPerBlock);
     StackInitialize(Builder->MarshallingAllocator, sizeof(file_builder_marshalling), FileBuilderUnitsPerBlock);
@@ -129,8 +129,7 @@ void SetFileSectionFormat(file_builder *Builder, int32 SectionIndex, int32 Compr
     CheckCondition(Alignment > 0, LogCategory_FileWriting, TESSEL_NOTHING);
 
     if (CompressionType == Trove0Compression) {
-        TesselWarning(LogCategory_Compression,
-                      "Substituting Trove1 compression for obsolete Trove0 compression\n");
+        TesselWarning(LogCategory_Compression, "Substituting Trove1 compression for obsolete Trove0 compression\n");
         CompressionType = Trove1Compression;
     }
     file_section_header &Header = Builder->Sections[SectionIndex].Header;
@@ -187,8 +186,8 @@ static bool AppendToStream(file_builder_section &Section, int32 StreamIndex, uin
     return true;
 }
 
-void WriteSectionData(file_builder *Builder, int32 SectionIndex, uint32 Marshalling, int32 Size,
-                      void const *Data, file_location *Result)
+void WriteSectionData(file_builder *Builder, int32 SectionIndex, uint32 Marshalling, int32 Size, void const *Data,
+                      file_location *Result)
 {
     if (Result) memset(Result, 0, sizeof(*Result));
     CheckPointer(Builder, LogCategory_FileWriting, TESSEL_NOTHING);
@@ -244,8 +243,10 @@ void AddFixup(file_builder *Builder, file_location const &From, int32 Delta, fil
     Fixup->Next = 0;
 
     file_builder_section &Section = Builder->Sections[From.SectionIndex];
-    if (Section.LastFixup) Section.LastFixup->Next = Fixup;
-    else Section.FirstFixup = Fixup;
+    if (Section.LastFixup)
+        Section.LastFixup->Next = Fixup;
+    else
+        Section.FirstFixup = Fixup;
     Section.LastFixup = Fixup;
     ++Section.Header.PointerFixupArrayCount;
 }
@@ -256,8 +257,7 @@ void AddMarshalling(file_builder *Builder, file_location const &Type, file_locat
     CheckIndex(Type.SectionIndex, Builder->SectionCount, LogCategory_FileWriting, TESSEL_NOTHING);
     CheckIndex(Object.SectionIndex, Builder->SectionCount, LogCategory_FileWriting, TESSEL_NOTHING);
 
-    file_builder_marshalling *Marshalling =
-        (file_builder_marshalling *)NewStackUnit(Builder->MarshallingAllocator, 0);
+    file_builder_marshalling *Marshalling = (file_builder_marshalling *)NewStackUnit(Builder->MarshallingAllocator, 0);
     if (!Marshalling) {
         Builder->Healthy = false;
         return;
@@ -268,8 +268,10 @@ void AddMarshalling(file_builder *Builder, file_location const &Type, file_locat
     Marshalling->Next = 0;
 
     file_builder_section &Section = Builder->Sections[Object.SectionIndex];
-    if (Section.LastMarshalling) Section.LastMarshalling->Next = Marshalling;
-    else Section.FirstMarshalling = Marshalling;
+    if (Section.LastMarshalling)
+        Section.LastMarshalling->Next = Marshalling;
+    else
+        Section.FirstMarshalling = Marshalling;
     Section.LastMarshalling = Marshalling;
     ++Section.Header.MixedMarshallingFixupArrayCount;
 }
@@ -285,8 +287,7 @@ void SetFileRoots(file_builder *Builder, file_location const &TypeLocation, file
 // Ending.
 
 // A location as an offset in the section's expanded data.
-static bool FlattenLocation(file_builder const &Builder, file_location const &Location,
-                            file_section_reference *Result)
+static bool FlattenLocation(file_builder const &Builder, file_location const &Location, file_section_reference *Result)
 {
     if (Location.SectionIndex < 0 || Location.SectionIndex >= Builder.SectionCount || Location.StreamIndex < 0 ||
         Location.StreamIndex >= StreamCount) {
@@ -336,8 +337,10 @@ static int32 ReadSlotZeroingReader(file_reader *Base, int32 Position, int32 Size
     uint32 Low = 0, High = Reader->SlotCount;
     while (Low < High) {
         uint32 Middle = Low + (High - Low) / 2;
-        if (Reader->Slots[Middle] + 8 <= Start) Low = Middle + 1;
-        else High = Middle;
+        if (Reader->Slots[Middle] + 8 <= Start)
+            Low = Middle + 1;
+        else
+            High = Middle;
     }
     for (uint32 Index = Low; Index < Reader->SlotCount && Reader->Slots[Index] < End; ++Index) {
         uint32 From = Reader->Slots[Index] > Start ? Reader->Slots[Index] : Start;
@@ -386,8 +389,7 @@ static bool OpenStreamForReading(file_builder &Builder, int32 SectionIndex, int3
         TesselError(LogCategory_FileWriting, "Unable to reopen temporary file %s", Name);
         return false;
     }
-    return InitializeFileReader(Reader->Base, CloseSlotZeroingReader, ReadSlotZeroingReader,
-                                GetSlotZeroingReaderSize);
+    return InitializeFileReader(Reader->Base, CloseSlotZeroingReader, ReadSlotZeroingReader, GetSlotZeroingReaderSize);
 }
 
 static void CloseStreamForReading(slot_zeroing_reader *Reader)
@@ -407,8 +409,7 @@ static bool CopySectionStreams(file_builder &Builder, int32 SectionIndex, file_w
         slot_zeroing_reader Reader;
         int32 Copied = 0;
         Result = OpenStreamForReading(Builder, SectionIndex, StreamIndex, &Reader) &&
-                 CopyReaderToWriter(Writer, &Reader.Base, &Copied) &&
-                 (uint32)Copied == Section.StreamSize[StreamIndex];
+                 CopyReaderToWriter(Writer, &Reader.Base, &Copied) && (uint32)Copied == Section.StreamSize[StreamIndex];
         CloseStreamForReading(&Reader);
     }
     if (!Result) TesselError(LogCategory_FileWriting, "Unable to copy section %d", SectionIndex);
@@ -648,8 +649,7 @@ bool EndFileToWriter(file_builder *Builder, file_writer *Writer)
         file_builder_section &Section = Builder->Sections[SectionIndex];
         for (int32 StreamIndex = 0; Builder->Healthy && StreamIndex < StreamCount; ++StreamIndex) {
             if (!FlushStream(Section, StreamIndex)) {
-                TesselError(LogCategory_FileWriting, "Unable to write section %d stream %d", SectionIndex,
-                            StreamIndex);
+                TesselError(LogCategory_FileWriting, "Unable to write section %d stream %d", SectionIndex, StreamIndex);
                 Builder->Healthy = false;
             }
         }

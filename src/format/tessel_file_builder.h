@@ -107,8 +107,8 @@ void SetFileSectionFormat(file_builder *Builder, int32 SectionIndex, int32 Compr
 // Appends Size bytes to the stream that Marshalling selects (0 and 4: stream
 // 0, 2: stream 1, others: stream 2) and pads it to the section's alignment.
 // Result (optional) gets the position before the write.
-void WriteSectionData(file_builder *Builder, int32 SectionIndex, uint32 Marshalling, int32 Size,
-                      void const *Data, file_location *Result);
+void WriteSectionData(file_builder *Builder, int32 SectionIndex, uint32 Marshalling, int32 Size, void const *Data,
+                      file_location *Result);
 
 // Result is Location moved Delta bytes further in the same stream.
 void OffsetLocation(file_builder *Builder, file_location const &Location, int32 Delta, file_location *Result);

@@ -101,7 +101,8 @@ bool GrowTroveOutput(range_encoder &Coder)
 
 uint32 GetMaximumCompressedSize(uint32 ExpandedSize, int32 StreamCount)
 {
-    uint64 Size = 12 * (uint64)(StreamCount > 0 ? StreamCount : 0) + ((uint64)ExpandedSize * 9 + 7) / 8 + TroveHeaderSize;
+    uint64 Size =
+        12 * (uint64)(StreamCount > 0 ? StreamCount : 0) + ((uint64)ExpandedSize * 9 + 7) / 8 + TroveHeaderSize;
     return Size > 0xFFFFFFFFu ? 0xFFFFFFFFu : (uint32)Size;
 }
 
@@ -290,8 +291,6 @@ bool DecompressData(int32 Format, bool ByteReverse, int32 CompressedSize, void c
         uint32 Stops[TroveStreamCount] = {(uint32)Stop0, (uint32)Stop1, (uint32)Stop2};
         return DecodeTroveSection(ByteReverse, CompressedSize, Compressed, Stops, (uint8 *)Result);
     }
-    default:
-        TesselError(LogCategory_Compression, "Unrecognized compression type %d", Format);
-        return false;
+    default: TesselError(LogCategory_Compression, "Unrecognized compression type %d", Format); return false;
     }
 }

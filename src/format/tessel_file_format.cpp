@@ -117,8 +117,7 @@ bool GetMagicInfo(file_magic_block const &Block, int32 *PointerBits, bool *IsLit
 
     uint32 Words[4];
     memcpy(Words, Block.MagicValue, sizeof(Words));
-    TesselWarning(LogCategory_FileReading,
-                  "Magic value (0x%x, 0x%x, 0x%x, 0x%x) doesn't match any known file format",
+    TesselWarning(LogCategory_FileReading, "Magic value (0x%x, 0x%x, 0x%x, 0x%x) doesn't match any known file format",
                   Words[0], Words[1], Words[2], Words[3]);
     return false;
 }

@@ -121,8 +121,8 @@ file *ReadFileFromReader(file_reader *Reader)
     AggregateAllocateMember(Allocator, Offset, TESSEL_OFFSET_OF(file, SourceMagicValue), sizeof(file_magic_block));
     AggregateAllocateArray(Allocator, Offset, TESSEL_OFFSET_OF(file, SectionCount), TESSEL_OFFSET_OF(file, Sections),
                            SectionCount, sizeof(void *));
-    AggregateAllocateArray(Allocator, Offset, TESSEL_OFFSET_OF(file, SectionCount),
-                           TESSEL_OFFSET_OF(file, Marshalled), SectionCount, sizeof(bool8));
+    AggregateAllocateArray(Allocator, Offset, TESSEL_OFFSET_OF(file, SectionCount), TESSEL_OFFSET_OF(file, Marshalled),
+                           SectionCount, sizeof(bool8));
     AggregateAllocateArray(Allocator, Offset, TESSEL_OFFSET_OF(file, SectionCount),
                            TESSEL_OFFSET_OF(file, IsUserMemory), SectionCount, sizeof(bool8));
     if (!EndAggregateAllocation(Allocator)) {
@@ -271,8 +271,8 @@ void FreeFile(file *File)
     TesselFree(File);
 }
 
-static bool LoadRecordArray(file_reader *Reader, uint32 Offset, uint32 Count, uint32 RecordSize,
-                            bool IsByteReversed, void **Array)
+static bool LoadRecordArray(file_reader *Reader, uint32 Offset, uint32 Count, uint32 RecordSize, bool IsByteReversed,
+                            void **Array)
 {
     *Array = 0;
     if (Count == 0) return true;
@@ -314,9 +314,9 @@ bool LoadMarshallingArray(file_reader *Reader, file_section_header const &Sectio
 {
     CheckPointer(Array, LogCategory_FileReading, false);
     void *Memory = 0;
-    bool Result = LoadRecordArray(Reader, Section.MixedMarshallingFixupArrayOffset,
-                                  Section.MixedMarshallingFixupArrayCount, FileMixedMarshallingFixupSize,
-                                  IsByteReversed, &Memory);
+    bool Result =
+        LoadRecordArray(Reader, Section.MixedMarshallingFixupArrayOffset, Section.MixedMarshallingFixupArrayCount,
+                        FileMixedMarshallingFixupSize, IsByteReversed, &Memory);
     *Array = (file_mixed_marshalling_fixup *)Memory;
     return Result;
 }
@@ -383,7 +383,7 @@ static uint32 GetMemberRecordSize(loaded_file const &File)
 
 // Reads the raw record of member MemberIndex (no offsets).
 bool ReadFileTypeMemberRecord(loaded_file const &File, file_section_reference Type, int32 MemberIndex,
-                             file_type_member *Member)
+                              file_type_member *Member)
 {
     uint32 RecordSize = GetMemberRecordSize(File);
     uint64 Offset = (uint64)Type.Offset + (uint64)MemberIndex * RecordSize;
@@ -468,8 +468,8 @@ static bool GetObjectSizeWalk(loaded_file const &File, file_section_reference Ty
         if (!GetMemberSize(File, Member, Depth, Budget, &MemberSize)) return false;
         Total += MemberSize;
         if (Total > (uint64)MaxSectionSize) {
-            TesselError(LogCategory_FileReading, "Type table at (%d, %d) is larger than any section",
-                        Type.SectionIndex, Type.Offset);
+            TesselError(LogCategory_FileReading, "Type table at (%d, %d) is larger than any section", Type.SectionIndex,
+                        Type.Offset);
             return false;
         }
     }
@@ -522,8 +522,10 @@ bool ResolveFilePointer(loaded_file const &File, file_section_reference Slot, fi
     uint32 Low = 0, High = Section.FixupCount;
     while (Low < High) {
         uint32 Middle = Low + (High - Low) / 2;
-        if (Section.Fixups[Middle].FromOffset < Slot.Offset) Low = Middle + 1;
-        else High = Middle;
+        if (Section.Fixups[Middle].FromOffset < Slot.Offset)
+            Low = Middle + 1;
+        else
+            High = Middle;
     }
     if (Low < Section.FixupCount && Section.Fixups[Low].FromOffset == Slot.Offset) {
         if (Target) *Target = Section.Fixups[Low].To;
@@ -546,8 +548,7 @@ char const *GetLoadedFileString(loaded_file const &File, file_section_reference 
     if (Location.SectionIndex >= (uint32)File.SectionCount) return 0;
     loaded_file_section const &Section = File.Sections[Location.SectionIndex];
     if (!Section.Data || Location.Offset >= Section.Header.ExpandedDataSize) return 0;
-    void const *End =
-        memchr(Section.Data + Location.Offset, 0, Section.Header.ExpandedDataSize - Location.Offset);
+    void const *End = memchr(Section.Data + Location.Offset, 0, Section.Header.ExpandedDataSize - Location.Offset);
     return End ? (char const *)Section.Data + Location.Offset : 0;
 }
 
@@ -626,8 +627,8 @@ static bool ApplyMarshalling(loaded_file &File, int32 SectionIndex)
         uint64 End = (uint64)Record.Offset + (uint64)ObjectSize * Record.Count;
         Result = Result && End <= Section.Header.ExpandedDataSize;
         if (Result && File.IsByteReversed && Section.Data) {
-            Result = MarshallObjects(File, Record.Type, Section.Data + Record.Offset, Record.Count, ObjectSize, 0,
-                                     &Budget);
+            Result =
+                MarshallObjects(File, Record.Type, Section.Data + Record.Offset, Record.Count, ObjectSize, 0, &Budget);
         }
         if (!Result) {
             TesselError(LogCategory_FileReading, "Marshalling record %d of section %d is not valid", Index,
@@ -690,8 +691,7 @@ loaded_file *LoadFileFromReader(file_reader *Reader)
     SetAggregateAlignment(Allocator, 8);
     intaddrx Offset = AggregateAllocate(Allocator, &File, sizeof(loaded_file));
     AggregateAllocateArray(Allocator, Offset, TESSEL_OFFSET_OF(loaded_file, SectionCount),
-                           TESSEL_OFFSET_OF(loaded_file, Sections), Source->SectionCount,
-                           sizeof(loaded_file_section));
+                           TESSEL_OFFSET_OF(loaded_file, Sections), Source->SectionCount, sizeof(loaded_file_section));
     if (!EndAggregateAllocation(Allocator)) {
         FreeFile(Source);
         return 0;

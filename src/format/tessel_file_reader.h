@@ -150,7 +150,7 @@ struct file_type_member
     char const *Name; // null when the slot is null or the string is bad
     bool8 HasReferenceType;
     file_section_reference ReferenceType;
-    int32 ArrayWidth; // 1 for a stored width of 0
+    int32 ArrayWidth;  // 1 for a stored width of 0
     uint32 SlotOffset; // offset of this member in the object
     uint32 Size;       // bytes of the member in the object
 };

@@ -155,8 +155,7 @@ bool ResolveCounted(tree_check &Check, file_section_reference Slot, uint32 Count
 
 // Checks the members of one object (or only the type when Object is null)
 // and queues what they point to.
-void CheckMembers(tree_check &Check, file_section_reference Type, file_section_reference const *Object,
-                  int32 Depth)
+void CheckMembers(tree_check &Check, file_section_reference Type, file_section_reference const *Object, int32 Depth)
 {
     loaded_file const &File = *Check.File;
     uint32 const P = (uint32)File.PointerBits / 8;
@@ -205,8 +204,10 @@ void CheckMembers(tree_check &Check, file_section_reference Type, file_section_r
             switch (Member.Kind) {
             case ReferenceMember:
                 if (ResolveFilePointer(File, Slot, &Target)) {
-                    if (!Member.HasReferenceType) Fail(Check, "A reference without a type", Slot);
-                    else Queue(Check, Member.ReferenceType, Target, 1);
+                    if (!Member.HasReferenceType)
+                        Fail(Check, "A reference without a type", Slot);
+                    else
+                        Queue(Check, Member.ReferenceType, Target, 1);
                 }
                 break;
             case ReferenceToArrayMember:
@@ -216,8 +217,8 @@ void CheckMembers(tree_check &Check, file_section_reference Type, file_section_r
                 break;
             case ArrayOfReferencesMember:
                 if (ReadCount(Check, Slot, &Count) && ResolveCounted(Check, Advance(Slot, 4), Count, &Target)) {
-                    if (!GetLoadedFileBytes(File, Target, (uint32)((uint64)Count * P > 0xFFFFFFFFu ? 0xFFFFFFFFu
-                                                                                                  : Count * P))) {
+                    if (!GetLoadedFileBytes(File, Target,
+                                            (uint32)((uint64)Count * P > 0xFFFFFFFFu ? 0xFFFFFFFFu : Count * P))) {
                         Fail(Check, "An array of references", Target);
                         break;
                     }
@@ -240,8 +241,10 @@ void CheckMembers(tree_check &Check, file_section_reference Type, file_section_r
             case ReferenceToVariantArrayMember:
                 if (ReadCount(Check, Advance(Slot, P), &Count) &&
                     ResolveCounted(Check, Advance(Slot, P + 4), Count, &Target)) {
-                    if (!ResolveFilePointer(File, Slot, &VariantType)) Fail(Check, "A variant array without a type", Slot);
-                    else Queue(Check, VariantType, Target, Count);
+                    if (!ResolveFilePointer(File, Slot, &VariantType))
+                        Fail(Check, "A variant array without a type", Slot);
+                    else
+                        Queue(Check, VariantType, Target, Count);
                 }
                 break;
             case StringMember:
@@ -249,8 +252,7 @@ void CheckMembers(tree_check &Check, file_section_reference Type, file_section_r
                     Fail(Check, "A string", Target);
                 }
                 break;
-            default:
-                break;
+            default: break;
             }
         }
         Offset += Size;
@@ -272,10 +274,8 @@ bool TypeHasPointers(loaded_file const &File, file_section_reference Type, int32
         case ArrayOfReferencesMember:
         case VariantReferenceMember:
         case ReferenceToVariantArrayMember:
-        case StringMember:
-            return true;
-        default:
-            break;
+        case StringMember: return true;
+        default: break;
         }
     }
     return false;

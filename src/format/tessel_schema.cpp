@@ -316,14 +316,11 @@ standard_object_type const StandardObjectTypes[StandardObjectTypeCount] = {
 
 data_type_definition *FindStandardObjectType(char const *Name)
 {
-    if (!Name)
-    {
+    if (!Name) {
         return 0;
     }
-    for (standard_object_type const &Row : StandardObjectTypes)
-    {
-        if (std::strcmp(Row.Name, Name) == 0)
-        {
+    for (standard_object_type const &Row : StandardObjectTypes) {
+        if (std::strcmp(Row.Name, Name) == 0) {
             return Row.Type;
         }
     }

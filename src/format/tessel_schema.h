@@ -545,7 +545,10 @@ struct vertex_pn3_t2
     real32 TextureCoordinates0[2];
 };
 
-enum { MaximumWeightsPerVertex = 256 };
+enum
+{
+    MaximumWeightsPerVertex = 256
+};
 
 struct vertex_bone_weights
 {
@@ -642,24 +645,33 @@ extern data_type_definition CurveDataD3I1K32fC32fType[];
 extern data_type_definition CurveDataD3I1K16uC16uType[];
 extern data_type_definition CurveDataD3I1K8uC8uType[];
 
-enum { CurveFormatCount = 19 };
+enum
+{
+    CurveFormatCount = 19
+};
 // Indexed by the format number stored in each curve's header.
 extern data_type_definition *const CurveFormatTypes[CurveFormatCount];
 
 // Standard vertex layouts, rows 1 to 30 at indices 0 to 29.
-enum { StandardVertexLayoutCount = 30 };
+enum
+{
+    StandardVertexLayoutCount = 30
+};
 extern data_type_definition *const StandardVertexLayouts[StandardVertexLayoutCount];
-extern data_type_definition VertexP3Type[];      // row 1: positions only (vertex_p3)
-extern data_type_definition VertexPNGBC3Type[];  // row 8: vertex_pngbc3
-extern data_type_definition VertexPN3T2Type[];   // row 9: vertex_pn3_t2
+extern data_type_definition VertexP3Type[];     // row 1: positions only (vertex_p3)
+extern data_type_definition VertexPNGBC3Type[]; // row 8: vertex_pngbc3
+extern data_type_definition VertexPN3T2Type[];  // row 9: vertex_pn3_t2
 // Working layouts, never a file's vertex type by themselves.
-extern data_type_definition VertexBoneWeightsType[];   // vertex_bone_weights
-extern data_type_definition VertexTangentFrameType[];  // vertex_tangent_frame
-extern data_type_definition VertexChannelType[];       // vertex_channel
+extern data_type_definition VertexBoneWeightsType[];  // vertex_bone_weights
+extern data_type_definition VertexTangentFrameType[]; // vertex_tangent_frame
+extern data_type_definition VertexChannelType[];      // vertex_channel
 
 // The object types by the names the section settings use ("mesh",
 // "strings", ...), in the order of those settings; file_info has no row.
-enum { StandardObjectTypeCount = 30 };
+enum
+{
+    StandardObjectTypeCount = 30
+};
 struct standard_object_type
 {
     char const *Name;

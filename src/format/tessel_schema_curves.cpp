@@ -172,25 +172,11 @@ data_type_definition CurveDataD3I1K8uC8uType[] = {
 };
 
 data_type_definition *const CurveFormatTypes[CurveFormatCount] = {
-    CurveDataDaKeyframes32fType,
-    CurveDataDaK32fC32fType,
-    CurveDataDaIdentityType,
-    CurveDataDaConstant32fType,
-    CurveDataD3Constant32fType,
-    CurveDataD4Constant32fType,
-    CurveDataDaK16uC16uType,
-    CurveDataDaK8uC8uType,
-    CurveDataD4nK16uC15uType,
-    CurveDataD4nK8uC7uType,
-    CurveDataD3K16uC16uType,
-    CurveDataD3K8uC8uType,
-    CurveDataD9I1K16uC16uType,
-    CurveDataD9I3K16uC16uType,
-    CurveDataD9I1K8uC8uType,
-    CurveDataD9I3K8uC8uType,
-    CurveDataD3I1K32fC32fType,
-    CurveDataD3I1K16uC16uType,
-    CurveDataD3I1K8uC8uType,
+    CurveDataDaKeyframes32fType, CurveDataDaK32fC32fType,    CurveDataDaIdentityType, CurveDataDaConstant32fType,
+    CurveDataD3Constant32fType,  CurveDataD4Constant32fType, CurveDataDaK16uC16uType, CurveDataDaK8uC8uType,
+    CurveDataD4nK16uC15uType,    CurveDataD4nK8uC7uType,     CurveDataD3K16uC16uType, CurveDataD3K8uC8uType,
+    CurveDataD9I1K16uC16uType,   CurveDataD9I3K16uC16uType,  CurveDataD9I1K8uC8uType, CurveDataD9I3K8uC8uType,
+    CurveDataD3I1K32fC32fType,   CurveDataD3I1K16uC16uType,  CurveDataD3I1K8uC8uType,
 };
 
 static_assert(sizeof(old_curve_data) == 28, "old_curve_data size");

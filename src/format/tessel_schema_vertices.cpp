@@ -108,21 +108,13 @@ static data_type_definition VertexLayout14Type[] = {
 };
 
 static data_type_definition VertexLayout15Type[] = {
-    {Real32Member, "Position", 0, 3},
-    {UInt32Member, "BoneIndices", 0, 1},
-    {Real32Member, "Normal", 0, 3},
-    {Real32Member, "Tangent", 0, 3},
-    {Real32Member, "TextureCoordinates0", 0, 3},
-    {EndMember},
+    {Real32Member, "Position", 0, 3}, {UInt32Member, "BoneIndices", 0, 1},         {Real32Member, "Normal", 0, 3},
+    {Real32Member, "Tangent", 0, 3},  {Real32Member, "TextureCoordinates0", 0, 3}, {EndMember},
 };
 
 static data_type_definition VertexLayout16Type[] = {
-    {Real32Member, "Position", 0, 3},
-    {UInt32Member, "BoneIndices", 0, 1},
-    {Real32Member, "Normal", 0, 3},
-    {Real32Member, "Tangent", 0, 3},
-    {Real32Member, "Binormal", 0, 3},
-    {EndMember},
+    {Real32Member, "Position", 0, 3}, {UInt32Member, "BoneIndices", 0, 1}, {Real32Member, "Normal", 0, 3},
+    {Real32Member, "Tangent", 0, 3},  {Real32Member, "Binormal", 0, 3},    {EndMember},
 };
 
 static data_type_definition VertexLayout17Type[] = {
@@ -152,12 +144,8 @@ static data_type_definition VertexLayout19Type[] = {
 };
 
 static data_type_definition VertexLayout20Type[] = {
-    {Real32Member, "Position", 0, 3},
-    {NormalUInt8Member, "BoneWeights", 0, 2},
-    {UInt8Member, "BoneIndices", 0, 2},
-    {Real32Member, "Normal", 0, 3},
-    {Real32Member, "Tangent", 0, 3},
-    {EndMember},
+    {Real32Member, "Position", 0, 3}, {NormalUInt8Member, "BoneWeights", 0, 2}, {UInt8Member, "BoneIndices", 0, 2},
+    {Real32Member, "Normal", 0, 3},   {Real32Member, "Tangent", 0, 3},          {EndMember},
 };
 
 static data_type_definition VertexLayout21Type[] = {
@@ -181,12 +169,8 @@ static data_type_definition VertexLayout22Type[] = {
 };
 
 static data_type_definition VertexLayout23Type[] = {
-    {Real32Member, "Position", 0, 3},
-    {NormalUInt8Member, "BoneWeights", 0, 2},
-    {UInt8Member, "BoneIndices", 0, 2},
-    {Real32Member, "Normal", 0, 3},
-    {Real32Member, "TextureCoordinates0", 0, 2},
-    {EndMember},
+    {Real32Member, "Position", 0, 3}, {NormalUInt8Member, "BoneWeights", 0, 2},    {UInt8Member, "BoneIndices", 0, 2},
+    {Real32Member, "Normal", 0, 3},   {Real32Member, "TextureCoordinates0", 0, 2}, {EndMember},
 };
 
 static data_type_definition VertexLayout24Type[] = {
@@ -209,12 +193,8 @@ static data_type_definition VertexLayout25Type[] = {
 };
 
 static data_type_definition VertexLayout26Type[] = {
-    {Real32Member, "Position", 0, 3},
-    {NormalUInt8Member, "BoneWeights", 0, 4},
-    {UInt8Member, "BoneIndices", 0, 4},
-    {Real32Member, "Normal", 0, 3},
-    {Real32Member, "Tangent", 0, 3},
-    {EndMember},
+    {Real32Member, "Position", 0, 3}, {NormalUInt8Member, "BoneWeights", 0, 4}, {UInt8Member, "BoneIndices", 0, 4},
+    {Real32Member, "Normal", 0, 3},   {Real32Member, "Tangent", 0, 3},          {EndMember},
 };
 
 static data_type_definition VertexLayout27Type[] = {
@@ -238,12 +218,8 @@ static data_type_definition VertexLayout28Type[] = {
 };
 
 static data_type_definition VertexLayout29Type[] = {
-    {Real32Member, "Position", 0, 3},
-    {NormalUInt8Member, "BoneWeights", 0, 4},
-    {UInt8Member, "BoneIndices", 0, 4},
-    {Real32Member, "Normal", 0, 3},
-    {Real32Member, "TextureCoordinates0", 0, 2},
-    {EndMember},
+    {Real32Member, "Position", 0, 3}, {NormalUInt8Member, "BoneWeights", 0, 4},    {UInt8Member, "BoneIndices", 0, 4},
+    {Real32Member, "Normal", 0, 3},   {Real32Member, "TextureCoordinates0", 0, 2}, {EndMember},
 };
 
 static data_type_definition VertexLayout30Type[] = {
@@ -258,36 +234,12 @@ static data_type_definition VertexLayout30Type[] = {
 };
 
 data_type_definition *const StandardVertexLayouts[StandardVertexLayoutCount] = {
-    VertexP3Type,
-    VertexLayout02Type,
-    VertexLayout03Type,
-    VertexLayout04Type,
-    VertexLayout05Type,
-    VertexLayout06Type,
-    VertexLayout07Type,
-    VertexPNGBC3Type,
-    VertexPN3T2Type,
-    VertexLayout10Type,
-    VertexLayout11Type,
-    VertexLayout12Type,
-    VertexLayout13Type,
-    VertexLayout14Type,
-    VertexLayout15Type,
-    VertexLayout16Type,
-    VertexLayout17Type,
-    VertexLayout18Type,
-    VertexLayout19Type,
-    VertexLayout20Type,
-    VertexLayout21Type,
-    VertexLayout22Type,
-    VertexLayout23Type,
-    VertexLayout24Type,
-    VertexLayout25Type,
-    VertexLayout26Type,
-    VertexLayout27Type,
-    VertexLayout28Type,
-    VertexLayout29Type,
-    VertexLayout30Type,
+    VertexP3Type,       VertexLayout02Type, VertexLayout03Type, VertexLayout04Type, VertexLayout05Type,
+    VertexLayout06Type, VertexLayout07Type, VertexPNGBC3Type,   VertexPN3T2Type,    VertexLayout10Type,
+    VertexLayout11Type, VertexLayout12Type, VertexLayout13Type, VertexLayout14Type, VertexLayout15Type,
+    VertexLayout16Type, VertexLayout17Type, VertexLayout18Type, VertexLayout19Type, VertexLayout20Type,
+    VertexLayout21Type, VertexLayout22Type, VertexLayout23Type, VertexLayout24Type, VertexLayout25Type,
+    VertexLayout26Type, VertexLayout27Type, VertexLayout28Type, VertexLayout29Type, VertexLayout30Type,
 };
 
 data_type_definition VertexBoneWeightsType[] = {

@@ -6,19 +6,16 @@
 #include "foundation/tessel_memory.h"
 #include "foundation/tessel_string.h"
 
-namespace
-{
+namespace {
 
 int64 CompareStrings(void const *KeyA, void const *KeyB, void *)
 {
     signed char const *A = (signed char const *)KeyA;
     signed char const *B = (signed char const *)KeyB;
-    if (!A || !B)
-    {
+    if (!A || !B) {
         return (A ? 1 : 0) - (B ? 1 : 0);
     }
-    while (*A && *A == *B)
-    {
+    while (*A && *A == *B) {
         ++A;
         ++B;
     }
@@ -28,8 +25,7 @@ int64 CompareStrings(void const *KeyA, void const *KeyB, void *)
 string_table_block *NewBlock(int32 Size)
 {
     string_table_block *Block = (string_table_block *)TesselAllocate((intaddrx)sizeof(string_table_block) + Size);
-    if (Block)
-    {
+    if (Block) {
         Block->Base = (char *)(Block + 1);
         Block->Used = Block->Base;
         Block->Next = 0;
@@ -42,8 +38,7 @@ string_table_block *NewBlock(int32 Size)
 string_table *NewStringTable()
 {
     string_table *Table = (string_table *)TesselAllocate(sizeof(string_table));
-    if (Table)
-    {
+    if (Table) {
         InitializeAVLTree(Table->Tree, CompareStrings, 0);
         Table->BlockSize = StringTableDefaultBlockSize;
         Table->LastBlock = 0;
@@ -53,14 +48,12 @@ string_table *NewStringTable()
 
 void FreeStringTable(string_table *Table)
 {
-    if (!Table)
-    {
+    if (!Table) {
         return;
     }
     ClearAVLTree(Table->Tree);
     string_table_block *Block = Table->LastBlock;
-    while (Block)
-    {
+    while (Block) {
         string_table_block *Next = Block->Next;
         TesselFree(Block);
         Block = Next;
@@ -72,45 +65,34 @@ char *AddString(string_table *Table, int32 Length, char const *String)
 {
     CheckPointer(Table, LogCategory_StringTable, 0);
     CheckCondition(Length >= 0, LogCategory_StringTable, 0);
-    if (Table->BlockSize == 0)
-    {
+    if (Table->BlockSize == 0) {
         Table->BlockSize = StringTableDefaultBlockSize;
         Table->LastBlock = 0;
     }
     int32 Need = Length + 1;
     string_table_block *Block = 0;
-    if (Need > Table->BlockSize)
-    {
+    if (Need > Table->BlockSize) {
         // A block of its own, linked behind the last one, so that the partly
         // filled newest block stays the one to fill.
         Block = NewBlock(Need);
-        if (!Block)
-        {
+        if (!Block) {
             return 0;
         }
-        if (Table->LastBlock)
-        {
+        if (Table->LastBlock) {
             Block->Next = Table->LastBlock->Next;
             Table->LastBlock->Next = Block;
-        }
-        else
-        {
+        } else {
             Table->LastBlock = Block;
         }
-    }
-    else
-    {
+    } else {
         int32 SpaceLeft = 0;
-        if (Table->LastBlock)
-        {
+        if (Table->LastBlock) {
             int64 WideSpaceLeft = (int64)Table->BlockSize - (Table->LastBlock->Used - Table->LastBlock->Base);
             CheckConvertToInt32(SpaceLeft, WideSpaceLeft, LogCategory_StringTable, 0);
         }
-        if (!Table->LastBlock || Need > SpaceLeft)
-        {
+        if (!Table->LastBlock || Need > SpaceLeft) {
             Block = NewBlock(Table->BlockSize);
-            if (!Block)
-            {
+            if (!Block) {
                 return 0;
             }
             Block->Next = Table->LastBlock;
@@ -119,8 +101,7 @@ char *AddString(string_table *Table, int32 Length, char const *String)
         Block = Table->LastBlock;
     }
     char *Result = Block->Used;
-    if (String)
-    {
+    if (String) {
         std::memcpy(Result, String, (size_t)Length);
     }
     Result[Length] = 0;
@@ -131,18 +112,15 @@ char *AddString(string_table *Table, int32 Length, char const *String)
 char *MapString(string_table *Table, char const *String)
 {
     CheckPointer(Table, LogCategory_StringTable, 0);
-    if (!String)
-    {
+    if (!String) {
         return 0;
     }
     avl_node *Node = AVLFind(Table->Tree, String);
-    if (Node)
-    {
+    if (Node) {
         return (char *)Node->Key;
     }
     char *Copy = AddString(Table, StringLength(String), String);
-    if (Copy && !AVLInsert(Table->Tree, Copy, 0))
-    {
+    if (Copy && !AVLInsert(Table->Tree, Copy, 0)) {
         TesselError(LogCategory_StringTable, "Out of space in string table");
     }
     return Copy;

@@ -6,7 +6,10 @@
 #include "foundation/tessel_pointer_hash.h"
 #include "foundation/tessel_types.h"
 
-enum { StringTableDefaultBlockSize = 4000 };
+enum
+{
+    StringTableDefaultBlockSize = 4000
+};
 
 #pragma pack(push, 4)
 struct string_table_block

@@ -33,8 +33,14 @@ inline uint32 ReverseWord(uint32 Value)
     return (Value >> 24) | ((Value >> 8) & 0xFF00u) | ((Value << 8) & 0xFF0000u) | (Value << 24);
 }
 
-inline uint32 Larger(uint32 A, uint32 B) { return A > B ? A : B; }
-inline uint32 Smaller(uint32 A, uint32 B) { return A < B ? A : B; }
+inline uint32 Larger(uint32 A, uint32 B)
+{
+    return A > B ? A : B;
+}
+inline uint32 Smaller(uint32 A, uint32 B)
+{
+    return A < B ? A : B;
+}
 
 int32 GetDecoderUnits(decoder_capacity const &Capacity)
 {
@@ -142,8 +148,7 @@ bool DecodeTroveSection(bool ByteReverse, int32 CompressedSize, void const *Comp
         return false;
     }
     if (Stops[0] > Stops[1] || Stops[1] > Stops[2]) {
-        TesselError(LogCategory_Compression, "Stream ends %u, %u, %u are out of order", Stops[0], Stops[1],
-                    Stops[2]);
+        TesselError(LogCategory_Compression, "Stream ends %u, %u, %u are out of order", Stops[0], Stops[1], Stops[2]);
         return false;
     }
 
@@ -153,7 +158,8 @@ bool DecodeTroveSection(bool ByteReverse, int32 CompressedSize, void const *Comp
     decoder_capacity Capacity = {1, 1, 1};
     for (int32 Stream = 0; Stream < TroveStreamCount; ++Stream) {
         if (ByteReverse) {
-            for (int32 Word = 0; Word < 3; ++Word) Records[Stream].Words[Word] = ReverseWord(Records[Stream].Words[Word]);
+            for (int32 Word = 0; Word < 3; ++Word)
+                Records[Stream].Words[Word] = ReverseWord(Records[Stream].Words[Word]);
         }
         if (!GetTroveModelSizes(Records[Stream], Sizes[Stream])) {
             TesselError(LogCategory_Compression, "Trove1 parameter record %d is invalid (0x%x, 0x%x, 0x%x)", Stream,

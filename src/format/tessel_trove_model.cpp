@@ -219,16 +219,25 @@ bool DecodeModelSymbol(range_decoder &Decoder, trove_model &Model, uint32 RawAlp
     return true;
 }
 
-uint32 GetHighAlphabet(uint32 WindowLimit) { return (WindowLimit >> 10) + 1; }
+uint32 GetHighAlphabet(uint32 WindowLimit)
+{
+    return (WindowLimit >> 10) + 1;
+}
 
 uint32 GetMiddleAlphabet(uint32 WindowLimit)
 {
     return (WindowLimit >> 2) < 256 ? (WindowLimit >> 2) + 1 : 256;
 }
 
-uint32 GetLowAlphabet(uint32 WindowLimit) { return WindowLimit < 4 ? WindowLimit + 1 : 4; }
+uint32 GetLowAlphabet(uint32 WindowLimit)
+{
+    return WindowLimit < 4 ? WindowLimit + 1 : 4;
+}
 
-static uint32 Smaller(uint32 A, uint32 B) { return A < B ? A : B; }
+static uint32 Smaller(uint32 A, uint32 B)
+{
+    return A < B ? A : B;
+}
 
 trove_parameters MakeTroveParameters(uint32 LiteralHighWater, uint32 HighHighWater,
                                      uint32 const LengthGroupHighWater[4])

@@ -38,13 +38,13 @@ struct trove_model
     uint16 CodedCount;
     uint16 MaxSymbols;
     uint32 HighWater;
-    uint32 Alphabet;     // symbol values are below this
-    uint16 *Cumulative;  // MaxSymbols + 2 entries
-    uint16 *Counts;      // MaxSymbols + 1 entries
+    uint32 Alphabet;    // symbol values are below this
+    uint16 *Cumulative; // MaxSymbols + 2 entries
+    uint16 *Counts;     // MaxSymbols + 1 entries
     // Encoder: rank of a symbol (Alphabet entries), 0 if none.
     // Decoder: symbol of a rank (MaxSymbols + 1 entries).
     uint16 *RankMap;
-    uint16 *SymbolMap;   // Encoder only: symbol of a rank.
+    uint16 *SymbolMap; // Encoder only: symbol of a rank.
 };
 
 // Entries of the uint16 arrays one model needs.

@@ -52,7 +52,10 @@ inline uint64 Load64(uint8 const *Data)
     return Value;
 }
 
-inline uint32 Smaller(uint32 A, uint32 B) { return A < B ? A : B; }
+inline uint32 Smaller(uint32 A, uint32 B)
+{
+    return A < B ? A : B;
+}
 
 struct stream_state
 {
@@ -281,9 +284,8 @@ struct match_search
 };
 
 // Searches one chain; true when it was walked to its end.
-bool SearchChain(trove_encoder const &Encoder, stream_state const &Stream, uint32 Position, uint32 Context,
-                 int32 Chain, uint32 MaxLength, uint32 Aim, distance_alphabets const &Alphabets,
-                 match_search &Search)
+bool SearchChain(trove_encoder const &Encoder, stream_state const &Stream, uint32 Position, uint32 Context, int32 Chain,
+                 uint32 MaxLength, uint32 Aim, distance_alphabets const &Alphabets, match_search &Search)
 {
     uint8 const *Data = Stream.Data;
     uint32 Word = Load32(Data + Position);
@@ -382,8 +384,8 @@ trove_match FindMatch(trove_encoder &Encoder, stream_state const &Stream, uint32
     // of 2 or 3 bytes; their walks are skipped when such matches can't win.
     bool LongOnesSeen = MaxLength < 4;
     if (Left >= 3) {
-        LongOnesSeen = SearchChain(Encoder, Stream, Position, Context, 2, MaxLength, MaxLength, Alphabets, Search) ||
-                       LongOnesSeen;
+        LongOnesSeen =
+            SearchChain(Encoder, Stream, Position, Context, 2, MaxLength, MaxLength, Alphabets, Search) || LongOnesSeen;
     }
     if (Search.Best.Length < 4 && Left >= 3) {
         if (!LongOnesSeen || !ShortMatchesCannotWin(Encoder, Context, MaxLength, Alphabets, Search.BestCost)) {
@@ -475,9 +477,8 @@ bool LiteralsBeatMatch(trove_encoder &Encoder, stream_state const &Stream, uint3
             Weighted[WeightCount] = &Model;
             WeightedRanks[WeightCount++] = Rank;
         }
-        Product *= PriceLength(Encoder, 0, 0) *
-                   GetInverseProbability(Encoder.Literal[(Position + Index) & 3], Data[Position + Index],
-                                         TroveLiteralAlphabet);
+        Product *= PriceLength(Encoder, 0, 0) * GetInverseProbability(Encoder.Literal[(Position + Index) & 3],
+                                                                      Data[Position + Index], TroveLiteralAlphabet);
     }
     while (WeightCount) {
         --WeightCount;
@@ -622,8 +623,7 @@ void EncodeTroveStream(trove_encoder &Encoder, uint8 const *Data, uint32 Size)
         if (!Literal && Match.Length < 6) {
             distance_alphabets Alphabets = GetDistanceAlphabets(Position);
             double DistancePrice = PriceDistance(Encoder, Match.Distance, Alphabets);
-            double MatchProduct =
-                PriceLength(Encoder, Context, GetTroveLengthSymbol(Match.Length)) * DistancePrice;
+            double MatchProduct = PriceLength(Encoder, Context, GetTroveLengthSymbol(Match.Length)) * DistancePrice;
             double LiteralProduct = PriceLiteral(Encoder, Context, Position, Data[Position]);
             Literal = LiteralsBeatMatch(Encoder, Stream, Position, Match.Length, MatchProduct, LiteralProduct);
             if (!Literal && Position + 1 < Size) {

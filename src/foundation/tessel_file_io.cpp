@@ -108,7 +108,10 @@ bool WriteMemoryWriter(file_writer *Base, int32 Size, void const *Data)
     return true;
 }
 
-void CloseMemoryReader(file_reader *Base) { TesselFree(Base); }
+void CloseMemoryReader(file_reader *Base)
+{
+    TesselFree(Base);
+}
 
 int32 ReadMemoryReader(file_reader *Base, int32 FilePosition, int32 Size, void *Buffer)
 {
@@ -133,7 +136,10 @@ bool GetMemoryReaderSize(file_reader *Base, int32 *Size)
 
 } // namespace
 
-uint32 BeginCRC32() { return 0xFFFFFFFFu; }
+uint32 BeginCRC32()
+{
+    return 0xFFFFFFFFu;
+}
 
 uint32 UpdateCRC32(uint32 CRC, int32 Size, void const *Data)
 {
@@ -142,9 +148,15 @@ uint32 UpdateCRC32(uint32 CRC, int32 Size, void const *Data)
     return CRC;
 }
 
-uint32 EndCRC32(uint32 CRC) { return ~CRC; }
+uint32 EndCRC32(uint32 CRC)
+{
+    return ~CRC;
+}
 
-uint32 ComputeCRC32(int32 Size, void const *Data) { return EndCRC32(UpdateCRC32(BeginCRC32(), Size, Data)); }
+uint32 ComputeCRC32(int32 Size, void const *Data)
+{
+    return EndCRC32(UpdateCRC32(BeginCRC32(), Size, Data));
+}
 
 void DefaultBeginCRC(file_writer *Writer)
 {
@@ -176,8 +188,8 @@ bool InitializeFileWriter(file_writer &Writer, delete_file_writer_callback Delet
     return true;
 }
 
-bool InitializeFileReader(file_reader &Reader, close_file_reader_callback Close, read_at_most_callback ReadAtMostFunction,
-                          get_reader_size_callback GetSize)
+bool InitializeFileReader(file_reader &Reader, close_file_reader_callback Close,
+                          read_at_most_callback ReadAtMostFunction, get_reader_size_callback GetSize)
 {
     CheckPointer(Close, LogCategory_FileReading, false);
     CheckPointer(ReadAtMostFunction, LogCategory_FileReading, false);
@@ -227,7 +239,10 @@ bool StealMemoryWriterBuffer(file_writer *Base, uint8 **BufferPtr, int32 *Buffer
     return true;
 }
 
-void FreeMemoryWriterBuffer(uint8 *Buffer) { TesselFree(Buffer); }
+void FreeMemoryWriterBuffer(uint8 *Buffer)
+{
+    TesselFree(Buffer);
+}
 
 file_reader *CreateMemoryFileReader(int32 MemorySize, void const *Memory)
 {
@@ -303,4 +318,7 @@ bool WritePaddingTo(file_writer *Writer, int32 Alignment)
     return true;
 }
 
-bool WritePadding(file_writer *Writer) { return WritePaddingTo(Writer, 4); }
+bool WritePadding(file_writer *Writer)
+{
+    return WritePaddingTo(Writer, 4);
+}

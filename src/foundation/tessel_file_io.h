@@ -54,17 +54,50 @@ void DefaultBeginCRC(file_writer *Writer);
 uint32 DefaultEndCRC(file_writer *Writer);
 
 // Thin wrappers over the callbacks.
-inline void DeleteFileWriter(file_writer *Writer) { if (Writer) Writer->DeleteFileWriterCallback(Writer); }
-inline bool Write(file_writer *Writer, int32 Size, void const *Data) { return Writer->WriteCallback(Writer, Size, Data); }
-inline int32 SeekWriterFromStart(file_writer *Writer, int32 Offset) { return Writer->SeekWriterCallback(Writer, Offset, SeekMode_FromStart); }
-inline int32 SeekWriterFromEnd(file_writer *Writer, int32 Offset) { return Writer->SeekWriterCallback(Writer, Offset, SeekMode_FromEnd); }
-inline int32 SeekWriterFromCurrentPosition(file_writer *Writer, int32 Offset) { return Writer->SeekWriterCallback(Writer, Offset, SeekMode_FromCurrentPosition); }
-inline int32 GetWriterPosition(file_writer *Writer) { return SeekWriterFromCurrentPosition(Writer, 0); }
-inline void BeginWriterCRC(file_writer *Writer) { Writer->BeginCRCCallback(Writer); }
-inline uint32 EndWriterCRC(file_writer *Writer) { return Writer->EndCRCCallback(Writer); }
-inline void CloseFileReader(file_reader *Reader) { if (Reader) Reader->CloseFileReaderCallback(Reader); }
-inline int32 ReadAtMost(file_reader *Reader, int32 Position, int32 Size, void *Buffer) { return Reader->ReadAtMostCallback(Reader, Position, Size, Buffer); }
-inline bool ReadExactly(file_reader *Reader, int32 Position, int32 Size, void *Buffer) { return ReadAtMost(Reader, Position, Size, Buffer) == Size; }
+inline void DeleteFileWriter(file_writer *Writer)
+{
+    if (Writer) Writer->DeleteFileWriterCallback(Writer);
+}
+inline bool Write(file_writer *Writer, int32 Size, void const *Data)
+{
+    return Writer->WriteCallback(Writer, Size, Data);
+}
+inline int32 SeekWriterFromStart(file_writer *Writer, int32 Offset)
+{
+    return Writer->SeekWriterCallback(Writer, Offset, SeekMode_FromStart);
+}
+inline int32 SeekWriterFromEnd(file_writer *Writer, int32 Offset)
+{
+    return Writer->SeekWriterCallback(Writer, Offset, SeekMode_FromEnd);
+}
+inline int32 SeekWriterFromCurrentPosition(file_writer *Writer, int32 Offset)
+{
+    return Writer->SeekWriterCallback(Writer, Offset, SeekMode_FromCurrentPosition);
+}
+inline int32 GetWriterPosition(file_writer *Writer)
+{
+    return SeekWriterFromCurrentPosition(Writer, 0);
+}
+inline void BeginWriterCRC(file_writer *Writer)
+{
+    Writer->BeginCRCCallback(Writer);
+}
+inline uint32 EndWriterCRC(file_writer *Writer)
+{
+    return Writer->EndCRCCallback(Writer);
+}
+inline void CloseFileReader(file_reader *Reader)
+{
+    if (Reader) Reader->CloseFileReaderCallback(Reader);
+}
+inline int32 ReadAtMost(file_reader *Reader, int32 Position, int32 Size, void *Buffer)
+{
+    return Reader->ReadAtMostCallback(Reader, Position, Size, Buffer);
+}
+inline bool ReadExactly(file_reader *Reader, int32 Position, int32 Size, void *Buffer)
+{
+    return ReadAtMost(Reader, Position, Size, Buffer) == Size;
+}
 bool GetReaderSize(file_reader *Reader, int32 *Size);
 
 // CRC-32 (reflected, polynomial 0xEDB88320).

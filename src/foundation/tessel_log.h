@@ -50,8 +50,8 @@ enum log_category
 };
 
 // Receives the message text without the "file(line): " prefix.
-typedef void (*log_callback)(int32 Level, int32 Category, char const *File, int32 Line,
-                             char const *Message, void *UserData);
+typedef void (*log_callback)(int32 Level, int32 Category, char const *File, int32 Line, char const *Message,
+                             void *UserData);
 
 // Formats with the Tessel formatter (see tessel_string.h), prefixes
 // "%s(%d): " with File and Line, and hands the text to the sinks. A no-op when
@@ -70,52 +70,51 @@ void SetLogCategoryFilter(int32 Category, uint8 Filtered);
 
 // Precondition checks: log at level 3 and return the given value. They are
 // soft assertions; the caller chains the result.
-#define CheckPointer(Pointer, Category, ReturnValue)                                         \
-    do {                                                                                      \
-        if (!(Pointer)) {                                                                     \
-            TesselError((Category), "%s is not allowed to be NULL", #Pointer);               \
-            return ReturnValue;                                                               \
-        }                                                                                     \
+#define CheckPointer(Pointer, Category, ReturnValue)                                                                   \
+    do {                                                                                                               \
+        if (!(Pointer)) {                                                                                              \
+            TesselError((Category), "%s is not allowed to be NULL", #Pointer);                                         \
+            return ReturnValue;                                                                                        \
+        }                                                                                                              \
     } while (0)
 
-#define CheckCondition(Condition, Category, ReturnValue)                                     \
-    do {                                                                                      \
-        if (!(Condition)) {                                                                   \
-            TesselError((Category), "%s was not true", #Condition);                          \
-            return ReturnValue;                                                               \
-        }                                                                                     \
+#define CheckCondition(Condition, Category, ReturnValue)                                                               \
+    do {                                                                                                               \
+        if (!(Condition)) {                                                                                            \
+            TesselError((Category), "%s was not true", #Condition);                                                    \
+            return ReturnValue;                                                                                        \
+        }                                                                                                              \
     } while (0)
 
 // Index in [0, Count).
-#define CheckIndex(Index, Count, Category, ReturnValue)                                      \
-    do {                                                                                      \
-        if ((Index) < 0 || (Index) >= (Count)) {                                              \
-            TesselError((Category), "%s %d is out of range [0, %d)", #Index, (int32)(Index),  \
-                        (int32)(Count));                                                      \
-            return ReturnValue;                                                               \
-        }                                                                                     \
+#define CheckIndex(Index, Count, Category, ReturnValue)                                                                \
+    do {                                                                                                               \
+        if ((Index) < 0 || (Index) >= (Count)) {                                                                       \
+            TesselError((Category), "%s %d is out of range [0, %d)", #Index, (int32)(Index), (int32)(Count));          \
+            return ReturnValue;                                                                                        \
+        }                                                                                                              \
     } while (0)
 
 // Value in [Low, High], both inclusive.
-#define CheckRange(Value, Low, High, Category, ReturnValue)                                  \
-    do {                                                                                      \
-        if ((Value) < (Low) || (Value) > (High)) {                                            \
-            TesselError((Category), "%s %d is out of range [%d, %d]", #Value, (int32)(Value), \
-                        (int32)(Low), (int32)(High));                                         \
-            return ReturnValue;                                                               \
-        }                                                                                     \
+#define CheckRange(Value, Low, High, Category, ReturnValue)                                                            \
+    do {                                                                                                               \
+        if ((Value) < (Low) || (Value) > (High)) {                                                                     \
+            TesselError((Category), "%s %d is out of range [%d, %d]", #Value, (int32)(Value), (int32)(Low),            \
+                        (int32)(High));                                                                                \
+            return ReturnValue;                                                                                        \
+        }                                                                                                              \
     } while (0)
 
 // Narrowing a 64-bit size to 32 bits.
-#define CheckConvertToInt32(Destination, Source, Category, ReturnValue)                      \
-    do {                                                                                      \
-        int64 CheckedValue_ = (int64)(Source);                                                \
-        if (CheckedValue_ < INT32_MIN || CheckedValue_ > INT32_MAX) {                         \
-            TesselError((Category), "%s %I64d is out of range for int%d %s", #Source,         \
-                        CheckedValue_, 32, #Destination);                                    \
-            return ReturnValue;                                                               \
-        }                                                                                     \
-        (Destination) = (int32)CheckedValue_;                                                 \
+#define CheckConvertToInt32(Destination, Source, Category, ReturnValue)                                                \
+    do {                                                                                                               \
+        int64 CheckedValue_ = (int64)(Source);                                                                         \
+        if (CheckedValue_ < INT32_MIN || CheckedValue_ > INT32_MAX) {                                                  \
+            TesselError((Category), "%s %I64d is out of range for int%d %s", #Source, CheckedValue_, 32,               \
+                        #Destination);                                                                                 \
+            return ReturnValue;                                                                                        \
+        }                                                                                                              \
+        (Destination) = (int32)CheckedValue_;                                                                          \
     } while (0)
 
 #define TESSEL_NOTHING

@@ -37,7 +37,10 @@ void AcquireListLock()
     }
 }
 
-void ReleaseListLock() { ListLock.store(0, std::memory_order_release); }
+void ReleaseListLock()
+{
+    ListLock.store(0, std::memory_order_release);
+}
 
 } // namespace
 
@@ -54,8 +57,8 @@ void *TrackingAllocate(char const *File, int32 Line, intaddrx Alignment, intaddr
     intaddrx ActualSize = Size + Alignment + (intaddrx)sizeof(tracking_header) - 1;
     uint8 *Actual = (uint8 *)PlatformAllocate(ActualSize);
     if (!Actual) {
-        Log(LogLevel_Error, LogCategory_Memory, __FILE__, __LINE__, "Unable to allocate %d bytes (%d requested by %s:%d).",
-            (int32)ActualSize, (int32)Size, File, Line);
+        Log(LogLevel_Error, LogCategory_Memory, __FILE__, __LINE__,
+            "Unable to allocate %d bytes (%d requested by %s:%d).", (int32)ActualSize, (int32)Size, File, Line);
         return 0;
     }
     uintaddrx First = (uintaddrx)(Actual + sizeof(tracking_header));
@@ -113,8 +116,8 @@ void VisitLiveBlocks(void (*Visit)(live_block_info const &Block, void *UserData)
 {
     AcquireListLock();
     for (tracking_header *Header = Sentinel.Next; Header != &Sentinel; Header = Header->Next) {
-        live_block_info Info = {(uint8 *)Header + sizeof(tracking_header), (intaddrx)Header->Size,
-                                Header->SourceFile, Header->SourceLine};
+        live_block_info Info = {(uint8 *)Header + sizeof(tracking_header), (intaddrx)Header->Size, Header->SourceFile,
+                                Header->SourceLine};
         Visit(Info, UserData);
     }
     ReleaseListLock();
@@ -143,7 +146,10 @@ void SetAggregateAlignment(aggr_allocator &Allocator, intaddrx Alignment)
     Allocator.AllocationAlignment = Alignment;
 }
 
-void SetAggregateClear(aggr_allocator &Allocator) { Allocator.ClearMemory = true; }
+void SetAggregateClear(aggr_allocator &Allocator)
+{
+    Allocator.ClearMemory = true;
+}
 
 static aggr_piece &AddPiece(aggr_allocator &Allocator, intaddrx Size)
 {
@@ -173,8 +179,7 @@ intaddrx AggregateAllocate_(aggr_allocator &Allocator, void **ResultPointer, int
     return Piece.Offset;
 }
 
-intaddrx AggregateAllocateMember(aggr_allocator &Allocator, intaddrx OwnerOffset, intaddrx MemberOffset,
-                                 intaddrx Size)
+intaddrx AggregateAllocateMember(aggr_allocator &Allocator, intaddrx OwnerOffset, intaddrx MemberOffset, intaddrx Size)
 {
     aggr_piece &Piece = AddPiece(Allocator, Size);
     Piece.OwnerOffset = OwnerOffset + MemberOffset;

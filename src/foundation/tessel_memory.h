@@ -12,9 +12,8 @@ extern allocate_hook AllocateHook;
 extern free_hook FreeHook;
 
 #define TesselAllocate(Size) AllocateHook(__FILE__, __LINE__, 4, (intaddrx)(Size))
-#define TesselAllocateAligned(Alignment, Size) \
-    AllocateHook(__FILE__, __LINE__, (intaddrx)(Alignment), (intaddrx)(Size))
-#define TesselAllocateArray(Type, Count) \
+#define TesselAllocateAligned(Alignment, Size) AllocateHook(__FILE__, __LINE__, (intaddrx)(Alignment), (intaddrx)(Size))
+#define TesselAllocateArray(Type, Count)                                                                               \
     ((Type *)AllocateHook(__FILE__, __LINE__, 4, (intaddrx)sizeof(Type) * (intaddrx)(Count)))
 #define TesselFree(Memory) FreeHook(__FILE__, __LINE__, (Memory))
 
@@ -62,8 +61,7 @@ void BeginAggregateAllocation_(aggr_allocator &Allocator, char const *File, int3
 void SetAggregateAlignment(aggr_allocator &Allocator, intaddrx Alignment);
 void SetAggregateClear(aggr_allocator &Allocator);
 intaddrx AggregateAllocate_(aggr_allocator &Allocator, void **ResultPointer, intaddrx Size);
-intaddrx AggregateAllocateMember(aggr_allocator &Allocator, intaddrx OwnerOffset, intaddrx MemberOffset,
-                                 intaddrx Size);
+intaddrx AggregateAllocateMember(aggr_allocator &Allocator, intaddrx OwnerOffset, intaddrx MemberOffset, intaddrx Size);
 intaddrx AggregateAllocateArray(aggr_allocator &Allocator, intaddrx OwnerOffset, intaddrx CountOffset,
                                 intaddrx PointerOffset, int32 Count, intaddrx UnitSize);
 intaddrx EndAggregateSize_(aggr_allocator &Allocator, char const *File, int32 Line);

@@ -19,10 +19,22 @@ enum avl_balance
     Balance_RightHeavy = 2,
 };
 
-inline avl_node *RightOf(avl_node const *Node) { return (avl_node *)(Node->Right & ~(uintaddrx)3); }
-inline uint32 BalanceOf(avl_node const *Node) { return (uint32)(Node->Right & 3); }
-inline void SetRight(avl_node *Node, avl_node *Right) { Node->Right = (uintaddrx)Right | (Node->Right & 3); }
-inline void SetBalance(avl_node *Node, uint32 Balance) { Node->Right = (Node->Right & ~(uintaddrx)3) | Balance; }
+inline avl_node *RightOf(avl_node const *Node)
+{
+    return (avl_node *)(Node->Right & ~(uintaddrx)3);
+}
+inline uint32 BalanceOf(avl_node const *Node)
+{
+    return (uint32)(Node->Right & 3);
+}
+inline void SetRight(avl_node *Node, avl_node *Right)
+{
+    Node->Right = (uintaddrx)Right | (Node->Right & 3);
+}
+inline void SetBalance(avl_node *Node, uint32 Balance)
+{
+    Node->Right = (Node->Right & ~(uintaddrx)3) | Balance;
+}
 
 int64 ComparePointers(void const *KeyA, void const *KeyB, void *)
 {
@@ -153,8 +165,14 @@ avl_node *AVLFind(avl_tree const &Tree, void const *Key)
     return 0;
 }
 
-avl_node *AVLLeft(avl_node const *Node) { return Node->Left; }
-avl_node *AVLRight(avl_node const *Node) { return RightOf(Node); }
+avl_node *AVLLeft(avl_node const *Node)
+{
+    return Node->Left;
+}
+avl_node *AVLRight(avl_node const *Node)
+{
+    return RightOf(Node);
+}
 
 avl_node *AVLInsert(avl_tree &Tree, void const *Key, void *Value)
 {
@@ -183,8 +201,10 @@ avl_node *AVLInsert(avl_tree &Tree, void const *Key, void *Value)
         Tree.Root = NewNode;
         return NewNode;
     }
-    if (WentLeft[Depth - 1]) Path[Depth - 1]->Left = NewNode;
-    else SetRight(Path[Depth - 1], NewNode);
+    if (WentLeft[Depth - 1])
+        Path[Depth - 1]->Left = NewNode;
+    else
+        SetRight(Path[Depth - 1], NewNode);
 
     // Walk back up, stopping at the first node whose height stays the same.
     for (int32 Level = Depth - 1; Level >= 0; --Level) {
@@ -192,17 +212,32 @@ avl_node *AVLInsert(avl_tree &Tree, void const *Key, void *Value)
         uint32 Balance = BalanceOf(Node);
         avl_node *Replacement = 0;
         if (WentLeft[Level]) {
-            if (Balance == Balance_RightHeavy) { SetBalance(Node, Balance_Even); break; }
-            if (Balance == Balance_Even) { SetBalance(Node, Balance_LeftHeavy); continue; }
+            if (Balance == Balance_RightHeavy) {
+                SetBalance(Node, Balance_Even);
+                break;
+            }
+            if (Balance == Balance_Even) {
+                SetBalance(Node, Balance_LeftHeavy);
+                continue;
+            }
             Replacement = Rebalance(Node, true);
         } else {
-            if (Balance == Balance_LeftHeavy) { SetBalance(Node, Balance_Even); break; }
-            if (Balance == Balance_Even) { SetBalance(Node, Balance_RightHeavy); continue; }
+            if (Balance == Balance_LeftHeavy) {
+                SetBalance(Node, Balance_Even);
+                break;
+            }
+            if (Balance == Balance_Even) {
+                SetBalance(Node, Balance_RightHeavy);
+                continue;
+            }
             Replacement = Rebalance(Node, false);
         }
-        if (Level == 0) Tree.Root = Replacement;
-        else if (WentLeft[Level - 1]) Path[Level - 1]->Left = Replacement;
-        else SetRight(Path[Level - 1], Replacement);
+        if (Level == 0)
+            Tree.Root = Replacement;
+        else if (WentLeft[Level - 1])
+            Path[Level - 1]->Left = Replacement;
+        else
+            SetRight(Path[Level - 1], Replacement);
         break;
     }
     return NewNode;

@@ -131,7 +131,10 @@ void PopStackUnits(stack_allocator &Allocator, int32 Count)
     }
 }
 
-int32 GetStackUnitCount(stack_allocator const &Allocator) { return Allocator.TotalUsedUnitCount; }
+int32 GetStackUnitCount(stack_allocator const &Allocator)
+{
+    return Allocator.TotalUsedUnitCount;
+}
 
 void SerializeStack(stack_allocator &Allocator, void *Destination)
 {

@@ -29,7 +29,10 @@ struct character_table
 };
 character_table const Characters;
 
-inline bool IsDigit(char Character) { return (Characters.Flags[(uint8)Character] & CharFlag_Digit) != 0; }
+inline bool IsDigit(char Character)
+{
+    return (Characters.Flags[(uint8)Character] & CharFlag_Digit) != 0;
+}
 
 inline char ToLower(char Character)
 {
@@ -163,14 +166,23 @@ int32 ConvertToStringVar(int32 Size, char *Buffer, char const *Format, va_list A
             }
             ++At;
             switch (Character) {
-            case ' ': case '#': case '+': case '-': case '0':
-                break;
-            case '1': case '2': case '3': case '4': case '5': case '6': case '7': case '8': case '9':
+            case ' ':
+            case '#':
+            case '+':
+            case '-':
+            case '0': break;
+            case '1':
+            case '2':
+            case '3':
+            case '4':
+            case '5':
+            case '6':
+            case '7':
+            case '8':
+            case '9':
                 while (IsDigit(*At)) ++At;
                 break;
-            case '*':
-                (void)va_arg(Args, int);
-                break;
+            case '*': (void)va_arg(Args, int); break;
             case '.':
                 Decimals = 0;
                 while (IsDigit(*At)) Decimals = Decimals * 10 + (*At++ - '0');
@@ -193,7 +205,8 @@ int32 ConvertToStringVar(int32 Size, char *Buffer, char const *Format, va_list A
                 Output.Put((char)va_arg(Args, int));
                 Done = true;
                 break;
-            case 'd': case 'i': {
+            case 'd':
+            case 'i': {
                 int64 Value = Bits == 64 ? va_arg(Args, int64) : (int64)va_arg(Args, int32);
                 char Text[72];
                 int32 Length = ConvertInt64ToString((int32)sizeof(Text), Text, Value, 10, LowerCaseDigits);
@@ -201,7 +214,10 @@ int32 ConvertToStringVar(int32 Size, char *Buffer, char const *Format, va_list A
                 Done = true;
                 break;
             }
-            case 'u': case 'x': case 'X': case 'o': {
+            case 'u':
+            case 'x':
+            case 'X':
+            case 'o': {
                 uint64 Value = Bits == 64 ? va_arg(Args, uint64) : (uint64)va_arg(Args, uint32);
                 uint32 Radix = Character == 'u' ? 10 : (Character == 'o' ? 8 : 16);
                 char Text[72];
@@ -234,9 +250,12 @@ int32 ConvertToStringVar(int32 Size, char *Buffer, char const *Format, va_list A
                 (void)va_arg(Args, void *);
                 Done = true;
                 break;
-            case 'C': case 'E': case 'G': case 'S': case 'e': case 'g':
-                Done = true;
-                break;
+            case 'C':
+            case 'E':
+            case 'G':
+            case 'S':
+            case 'e':
+            case 'g': Done = true; break;
             default:
                 Output.Put(Character);
                 Done = true;
@@ -283,8 +302,7 @@ int32 ConvertInt64ToString(int32 Size, char *Buffer, int64 Value, uint32 Radix, 
     return Output.Finish();
 }
 
-int32 ConvertReal64ToString(int32 Size, char *Buffer, real64 Value, uint32 Radix, int32 Decimals,
-                            char const *Digits)
+int32 ConvertReal64ToString(int32 Size, char *Buffer, real64 Value, uint32 Radix, int32 Decimals, char const *Digits)
 {
     if (Size <= 0 || !Buffer || Radix < 2 || Radix > 36) return 0;
     text_output Output = {Buffer, Size, 0};
@@ -292,7 +310,10 @@ int32 ConvertReal64ToString(int32 Size, char *Buffer, real64 Value, uint32 Radix
     return Output.Finish();
 }
 
-int32 StringLength(char const *String) { return String ? (int32)strlen(String) : 0; }
+int32 StringLength(char const *String)
+{
+    return String ? (int32)strlen(String) : 0;
+}
 
 bool StringsAreEqual(char const *A, char const *B)
 {
@@ -305,9 +326,15 @@ bool StringsAreEqual(char const *A, char const *B)
     return ToLower(*A) == ToLower(*B);
 }
 
-bool StringsAreEqualLowercase(char const *A, char const *B) { return StringsAreEqual(A, B); }
+bool StringsAreEqualLowercase(char const *A, char const *B)
+{
+    return StringsAreEqual(A, B);
+}
 
-bool StringsAreExactlyEqual(char const *A, char const *B) { return StringDifference(A, B) == 0; }
+bool StringsAreExactlyEqual(char const *A, char const *B)
+{
+    return StringDifference(A, B) == 0;
+}
 
 int32 StringDifference(char const *A, char const *B)
 {
@@ -372,7 +399,10 @@ real64 ConvertToReal64(char const *String, bool AllowFraction)
     return Sign * Value;
 }
 
-int32 ConvertToInt32(char const *String) { return (int32)ConvertToReal64(String, true); }
+int32 ConvertToInt32(char const *String)
+{
+    return (int32)ConvertToReal64(String, true);
+}
 
 static bool MatchFrom(char const *Name, char const *Pattern, char const *PatternEnd, char *Captured)
 {
@@ -451,9 +481,15 @@ bool WildCardMatch(char const *Name, char const *Pattern, char *Captured)
     }
 }
 
-bool IsPlainWildcard(char const *Pattern) { return !Pattern || StringsAreExactlyEqual(Pattern, "*"); }
+bool IsPlainWildcard(char const *Pattern)
+{
+    return !Pattern || StringsAreExactlyEqual(Pattern, "*");
+}
 
-void SetStringComparisonCallback(string_comparison_callback Callback) { ComparisonCallback = Callback; }
+void SetStringComparisonCallback(string_comparison_callback Callback)
+{
+    ComparisonCallback = Callback;
+}
 
 real32 Real32FromReal16(uint16 Value)
 {

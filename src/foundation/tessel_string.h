@@ -13,14 +13,13 @@ int32 ConvertToStringVar(int32 Size, char *Buffer, char const *Format, va_list A
 int32 ConvertToStringArgs(int32 Size, char *Buffer, char const *Format, ...);
 int32 ConvertUInt64ToString(int32 Size, char *Buffer, uint64 Value, uint32 Radix, char const *Digits);
 int32 ConvertInt64ToString(int32 Size, char *Buffer, int64 Value, uint32 Radix, char const *Digits);
-int32 ConvertReal64ToString(int32 Size, char *Buffer, real64 Value, uint32 Radix, int32 Decimals,
-                            char const *Digits);
+int32 ConvertReal64ToString(int32 Size, char *Buffer, real64 Value, uint32 Radix, int32 Decimals, char const *Digits);
 
 extern char const *const LowerCaseDigits; // "0123456789abcdefghijklmnopqrstuvwxyz"
 extern char const *const UpperCaseDigits; // "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ"
 
 int32 StringLength(char const *String);
-bool StringsAreEqual(char const *A, char const *B);         // case-insensitive
+bool StringsAreEqual(char const *A, char const *B);          // case-insensitive
 bool StringsAreEqualLowercase(char const *A, char const *B); // alias of the above
 bool StringsAreExactlyEqual(char const *A, char const *B);
 int32 StringDifference(char const *A, char const *B);

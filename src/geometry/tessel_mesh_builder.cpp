@@ -42,7 +42,10 @@ struct tangent_frame_unit
     real32 TangentBinormalCross[3];
 };
 
-inline int32 &StackInt(stack_allocator &Stack, int32 Index) { return *(int32 *)GetStackUnit(Stack, Index); }
+inline int32 &StackInt(stack_allocator &Stack, int32 Index)
+{
+    return *(int32 *)GetStackUnit(Stack, Index);
+}
 
 bool InitIntStack(stack_allocator &Stack, int64 MaxUnits)
 {
@@ -136,7 +139,8 @@ void ComputeVertexBoneWeights(mesh_builder *Builder)
 
 real32 *ToolGroup(mesh_builder *Builder, uint8 *ToolVertex, int32 Group)
 {
-    return (real32 *)(ToolVertex + (Group < ToolFrameGroups ? Group * 12 : ToolFrameGroups * 12 + (Group - ToolFrameGroups) * 16));
+    return (real32 *)(ToolVertex +
+                      (Group < ToolFrameGroups ? Group * 12 : ToolFrameGroups * 12 + (Group - ToolFrameGroups) * 16));
 }
 
 bool WithinTolerance(real32 const *A, real32 const *B, int32 Count, real32 Tolerance)
@@ -161,7 +165,8 @@ bool SameVertex(mesh_builder *Builder, int32 Corner, int32 Vertex)
     }
     if (!Same) return false;
     for (int32 Channel = 0; Channel < Builder->ChannelCount; ++Channel) {
-        real32 Tolerance = Builder->ChannelTolerance[Channel < MeshBuilderMaxChannels ? Channel : MeshBuilderMaxChannels - 1];
+        real32 Tolerance =
+            Builder->ChannelTolerance[Channel < MeshBuilderMaxChannels ? Channel : MeshBuilderMaxChannels - 1];
         if (!WithinTolerance(ToolGroup(Builder, Stored, ToolFrameGroups + Channel),
                              ToolGroup(Builder, Wanted, ToolFrameGroups + Channel), 4, Tolerance)) {
             return false;
@@ -232,9 +237,10 @@ intaddrx AggregateVertexData(mesh_builder *Builder, aggr_allocator &Aggregate, v
     BeginAggregateAllocation(Aggregate);
     intaddrx Root = AggregateAllocate(Aggregate, Result, sizeof(vertex_data));
     AggregateAllocate(Aggregate, TypeCopy, GetTotalTypeSize(Builder->VertexType));
-    AggregateAllocateArray(Aggregate, Root, TESSEL_OFFSET_OF(vertex_data, Vertices) + TESSEL_OFFSET_OF(variant_array, Count),
-                           TESSEL_OFFSET_OF(vertex_data, Vertices) + TESSEL_OFFSET_OF(variant_array, Array), VertexCount,
-                           Builder->VertexSize);
+    AggregateAllocateArray(Aggregate, Root,
+                           TESSEL_OFFSET_OF(vertex_data, Vertices) + TESSEL_OFFSET_OF(variant_array, Count),
+                           TESSEL_OFFSET_OF(vertex_data, Vertices) + TESSEL_OFFSET_OF(variant_array, Array),
+                           VertexCount, Builder->VertexSize);
     AggregateAllocateArray(Aggregate, Root, TESSEL_OFFSET_OF(vertex_data, VertexComponentNameCount),
                            TESSEL_OFFSET_OF(vertex_data, VertexComponentNames), Components, sizeof(char *));
     AggregateAllocate(Aggregate, NameText, TextSize);
@@ -248,8 +254,8 @@ intaddrx AggregateTopology(mesh_builder *Builder, aggr_allocator &Aggregate, tri
     int32 IndexCount = Builder->TriangleCount * 3;
     BeginAggregateAllocation(Aggregate);
     intaddrx Root = AggregateAllocate(Aggregate, Result, sizeof(tri_topology));
-#define TOPOLOGY_ARRAY(CountMember, PointerMember, Count, Unit)                                                  \
-    AggregateAllocateArray(Aggregate, Root, TESSEL_OFFSET_OF(tri_topology, CountMember),                        \
+#define TOPOLOGY_ARRAY(CountMember, PointerMember, Count, Unit)                                                        \
+    AggregateAllocateArray(Aggregate, Root, TESSEL_OFFSET_OF(tri_topology, CountMember),                               \
                            TESSEL_OFFSET_OF(tri_topology, PointerMember), (Count), (Unit))
     TOPOLOGY_ARRAY(GroupCount, Groups, GroupCount, sizeof(tri_material_group));
     TOPOLOGY_ARRAY(IndexCount, Indices, IndexCount, sizeof(int32));
@@ -269,11 +275,15 @@ uint32 EdgeBucket(mesh_builder const *Builder, int32 A, int32 B)
     return ((uint32)B * 7499u + (uint32)A) & (uint32)(Builder->EdgeBucketCount - 1);
 }
 
-edge_record &Edge(mesh_builder *Builder, int32 Index) { return *(edge_record *)GetStackUnit(Builder->EdgeStack, Index); }
+edge_record &Edge(mesh_builder *Builder, int32 Index)
+{
+    return *(edge_record *)GetStackUnit(Builder->EdgeStack, Index);
+}
 
 int32 FindFirstOfEdge(mesh_builder *Builder, int32 A, int32 B)
 {
-    for (int32 Record = Builder->EdgeHash[EdgeBucket(Builder, A, B)]; Record != -1; Record = Edge(Builder, Record).NextInBucket) {
+    for (int32 Record = Builder->EdgeHash[EdgeBucket(Builder, A, B)]; Record != -1;
+         Record = Edge(Builder, Record).NextInBucket) {
         edge_record &Found = Edge(Builder, Record);
         if (Found.A == A && Found.B == B) return Record;
     }
@@ -321,7 +331,8 @@ int32 NeighborOf(mesh_builder *Builder, int32 X, int32 Y, int32 Side)
     if (First == -1) return Side;
     for (int32 Record = First; Record != -1; Record = Edge(Builder, Record).NextOfEdge) {
         edge_record &Found = Edge(Builder, Record);
-        if (Found.Side == Side) return Found.NextOfEdge != -1 ? Edge(Builder, Found.NextOfEdge).Side : Edge(Builder, First).Side;
+        if (Found.Side == Side)
+            return Found.NextOfEdge != -1 ? Edge(Builder, Found.NextOfEdge).Side : Edge(Builder, First).Side;
     }
     return Side;
 }
@@ -333,12 +344,15 @@ void BuildNeighbors(mesh_builder *Builder, tri_topology *Topology)
     int32 Corners[3];
     for (int32 Pass = 0; Pass < 2; ++Pass) {
         for (int32 Triangle = 0; Triangle < Triangles; ++Triangle) {
-            for (int32 Corner = 0; Corner < 3; ++Corner) Corners[Corner] = GetOriginalVertex(Builder, Indices[Triangle * 3 + Corner]);
+            for (int32 Corner = 0; Corner < 3; ++Corner)
+                Corners[Corner] = GetOriginalVertex(Builder, Indices[Triangle * 3 + Corner]);
             for (int32 Corner = 0; Corner < 3; ++Corner) {
                 int32 X = Corners[Corner], Y = Corners[(Corner + 1) % 3];
                 int32 Side = Triangle * 4 + Corner;
-                if (Pass == 0) AddSide(Builder, X, Y, Side);
-                else Topology->SideToNeighborMap[Triangle * 3 + Corner] = NeighborOf(Builder, X, Y, Side);
+                if (Pass == 0)
+                    AddSide(Builder, X, Y, Side);
+                else
+                    Topology->SideToNeighborMap[Triangle * 3 + Corner] = NeighborOf(Builder, X, Y, Side);
             }
         }
     }
@@ -376,8 +390,9 @@ mesh_builder *BeginMesh(int32 VertexCount, int32 TriangleCount, int32 MaterialCo
     bool Ok = Builder->VertexSize > 0 && BuildLayouts(Builder);
     Ok = Ok && StackInitializeWithDirectory(Builder->VertexStack, Builder->VertexSize, UnitsPerBlock,
                                             (int32)(VertexMax > INT32_MAX ? INT32_MAX : VertexMax));
-    Ok = Ok && InitIntStack(Builder->NextCoincidentVertex, VertexMax) && InitIntStack(Builder->FromTriangle, VertexMax) &&
-         InitIntStack(Builder->SourcePolygon, VertexMax) && InitIntStack(Builder->SourceCorner, VertexMax);
+    Ok = Ok && InitIntStack(Builder->NextCoincidentVertex, VertexMax) &&
+         InitIntStack(Builder->FromTriangle, VertexMax) && InitIntStack(Builder->SourcePolygon, VertexMax) &&
+         InitIntStack(Builder->SourceCorner, VertexMax);
     Ok = Ok && InitIntStack(Builder->TriangleVertices, 3 * (int64)TriangleCount + 3) &&
          InitIntStack(Builder->NextInMaterial, (int64)TriangleCount + 1);
     Ok = Ok && StackInitializeWithDirectory(Builder->EdgeStack, sizeof(edge_record), UnitsPerBlock,
@@ -392,15 +407,18 @@ mesh_builder *BeginMesh(int32 VertexCount, int32 TriangleCount, int32 MaterialCo
         Builder->EdgeBucketCount = EdgeBucketCountFor(TriangleCount);
         Builder->EdgeHash = TesselAllocateArray(int32, Builder->EdgeBucketCount);
         Builder->TriangleOutputIndex = TesselAllocateArray(int32, TriangleCount > 0 ? TriangleCount : 1);
-        for (int32 Corner = 0; Corner < 3; ++Corner) Builder->CornerVertex[Corner] = (uint8 *)TesselAllocate(Builder->ToolVertexSize);
+        for (int32 Corner = 0; Corner < 3; ++Corner)
+            Builder->CornerVertex[Corner] = (uint8 *)TesselAllocate(Builder->ToolVertexSize);
         Builder->ScratchVertex = (uint8 *)TesselAllocate(Builder->VertexSize);
         Builder->ScratchToolVertex = (uint8 *)TesselAllocate(Builder->ToolVertexSize);
         Builder->PushRecord = (uint8 *)TesselAllocate(GetTotalObjectSize(Builder->PushVertexType));
         Builder->ChannelNameCount = GetVertexComponentCount(VertexType);
-        Builder->ChannelNames = TesselAllocateArray(char const *, Builder->ChannelNameCount > 0 ? Builder->ChannelNameCount : 1);
-        Ok = Builder->BoneWeightAccumulator && Builder->MaterialHead && Builder->EdgeHash && Builder->TriangleOutputIndex &&
-             Builder->CornerVertex[0] && Builder->CornerVertex[1] && Builder->CornerVertex[2] && Builder->ScratchVertex &&
-             Builder->ScratchToolVertex && Builder->PushRecord && Builder->ChannelNames;
+        Builder->ChannelNames =
+            TesselAllocateArray(char const *, Builder->ChannelNameCount > 0 ? Builder->ChannelNameCount : 1);
+        Ok = Builder->BoneWeightAccumulator && Builder->MaterialHead && Builder->EdgeHash &&
+             Builder->TriangleOutputIndex && Builder->CornerVertex[0] && Builder->CornerVertex[1] &&
+             Builder->CornerVertex[2] && Builder->ScratchVertex && Builder->ScratchToolVertex && Builder->PushRecord &&
+             Builder->ChannelNames;
     }
     if (Ok) {
         int32 MinusOne = -1;
@@ -414,9 +432,11 @@ mesh_builder *BeginMesh(int32 VertexCount, int32 TriangleCount, int32 MaterialCo
         return 0;
     }
     memset(Builder->BoneWeightAccumulator, 0, sizeof(real32) * (size_t)(BoneCount > 0 ? BoneCount : 1));
-    for (int32 Material = 0; Material < (MaterialCount > 0 ? MaterialCount : 1); ++Material) Builder->MaterialHead[Material] = -1;
+    for (int32 Material = 0; Material < (MaterialCount > 0 ? MaterialCount : 1); ++Material)
+        Builder->MaterialHead[Material] = -1;
     memset(Builder->EdgeHash, 0xFF, sizeof(int32) * (size_t)Builder->EdgeBucketCount);
-    memset(Builder->ChannelNames, 0, sizeof(char const *) * (size_t)(Builder->ChannelNameCount > 0 ? Builder->ChannelNameCount : 1));
+    memset(Builder->ChannelNames, 0,
+           sizeof(char const *) * (size_t)(Builder->ChannelNameCount > 0 ? Builder->ChannelNameCount : 1));
     ClearCurrentTriangle(Builder);
     return Builder;
 }
@@ -457,17 +477,20 @@ void PushVertex(mesh_builder *Builder)
     data_type_definition const *WeightMember = FindVertexMember(Builder->VertexType, "BoneWeights");
     if (WeightMember) {
         matched_member Match;
-        if (FindMatchingMember(Builder->VertexType, Vertex, "BoneWeights", Match)) EnsureExactOneNorm(*WeightMember, Match.Address);
+        if (FindMatchingMember(Builder->VertexType, Vertex, "BoneWeights", Match))
+            EnsureExactOneNorm(*WeightMember, Match.Address);
     }
     memset(Builder->CurrentPosition, 0, sizeof(Builder->CurrentPosition));
-    memset(Builder->BoneWeightAccumulator, 0, sizeof(real32) * (size_t)(Builder->BoneCount > 0 ? Builder->BoneCount : 1));
+    memset(Builder->BoneWeightAccumulator, 0,
+           sizeof(real32) * (size_t)(Builder->BoneCount > 0 ? Builder->BoneCount : 1));
 }
 
 void SetChannelNames(mesh_builder *Builder, int32 ChannelCount, char const *const *Names)
 {
     CheckPointer(Builder, LogCategory_MeshBuilder, TESSEL_NOTHING);
     if (ChannelCount != GetVertexComponentCount(Builder->VertexType)) {
-        TesselError(LogCategory_MeshBuilder, "%s was not true", "ChannelCount == GetVertexComponentCount(Builder.VertexType)");
+        TesselError(LogCategory_MeshBuilder, "%s was not true",
+                    "ChannelCount == GetVertexComponentCount(Builder.VertexType)");
         return;
     }
     for (int32 Index = 0; Index < ChannelCount; ++Index) Builder->ChannelNames[Index] = Names ? Names[Index] : 0;
@@ -503,10 +526,22 @@ static void SetCornerGroup(mesh_builder *Builder, int32 Corner, int32 Group, rea
     Values[2] = Z;
 }
 
-void SetCornerNormal(mesh_builder *Builder, int32 Corner, real32 X, real32 Y, real32 Z) { SetCornerGroup(Builder, Corner, 0, X, Y, Z); }
-void SetCornerTangent(mesh_builder *Builder, int32 Corner, real32 X, real32 Y, real32 Z) { SetCornerGroup(Builder, Corner, 1, X, Y, Z); }
-void SetCornerBinormal(mesh_builder *Builder, int32 Corner, real32 X, real32 Y, real32 Z) { SetCornerGroup(Builder, Corner, 2, X, Y, Z); }
-void SetCornerTangentBinormalCross(mesh_builder *Builder, int32 Corner, real32 X, real32 Y, real32 Z) { SetCornerGroup(Builder, Corner, 3, X, Y, Z); }
+void SetCornerNormal(mesh_builder *Builder, int32 Corner, real32 X, real32 Y, real32 Z)
+{
+    SetCornerGroup(Builder, Corner, 0, X, Y, Z);
+}
+void SetCornerTangent(mesh_builder *Builder, int32 Corner, real32 X, real32 Y, real32 Z)
+{
+    SetCornerGroup(Builder, Corner, 1, X, Y, Z);
+}
+void SetCornerBinormal(mesh_builder *Builder, int32 Corner, real32 X, real32 Y, real32 Z)
+{
+    SetCornerGroup(Builder, Corner, 2, X, Y, Z);
+}
+void SetCornerTangentBinormalCross(mesh_builder *Builder, int32 Corner, real32 X, real32 Y, real32 Z)
+{
+    SetCornerGroup(Builder, Corner, 3, X, Y, Z);
+}
 
 void SetCornerChannel(mesh_builder *Builder, int32 Corner, int32 Channel, real32 const *Values4)
 {
@@ -658,7 +693,8 @@ void EndMesh(mesh_builder *Builder, void *VertexMemory, void *TopologyMemory, ve
     EndAggregatePlacement(Aggregate, TopologyMemory);
     int32 Written = 0;
     int32 Group = 0;
-    for (int32 Material = 0; Material < Builder->MaterialCount || (Material == 0 && Builder->MaterialCount == 0); ++Material) {
+    for (int32 Material = 0; Material < Builder->MaterialCount || (Material == 0 && Builder->MaterialCount == 0);
+         ++Material) {
         int32 Head = Builder->MaterialHead[Material];
         if (Head == -1 && !Builder->IncludeEmptyMaterialGroups) continue;
         if (Group >= Topology->GroupCount) break;
@@ -679,7 +715,8 @@ void EndMesh(mesh_builder *Builder, void *VertexMemory, void *TopologyMemory, ve
         SerializeStack(Builder->FromTriangle, Topology->VertexToTriangleMap);
     }
     // Neighbours are found afresh on every call.
-    if (GetStackUnitCount(Builder->EdgeStack) > 0) PopStackUnits(Builder->EdgeStack, GetStackUnitCount(Builder->EdgeStack));
+    if (GetStackUnitCount(Builder->EdgeStack) > 0)
+        PopStackUnits(Builder->EdgeStack, GetStackUnitCount(Builder->EdgeStack));
     memset(Builder->EdgeHash, 0xFF, sizeof(int32) * (size_t)Builder->EdgeBucketCount);
     BuildNeighbors(Builder, Topology);
 
@@ -719,7 +756,10 @@ void GetVertexSource(mesh_builder *Builder, int32 Vertex, int32 *SourcePolygon, 
     }
 }
 
-void *GetBuilderVertex(mesh_builder *Builder, int32 Vertex) { return GetStackUnit(Builder->VertexStack, Vertex); }
+void *GetBuilderVertex(mesh_builder *Builder, int32 Vertex)
+{
+    return GetStackUnit(Builder->VertexStack, Vertex);
+}
 
 void FreeBuilder(mesh_builder *Builder)
 {

@@ -21,7 +21,11 @@ enum mesh_builder_tolerance
     Tolerance_TangentMergingMinCosine = 4,
 };
 
-enum { MeshBuilderMaxWeights = 256, MeshBuilderMaxChannels = 256 };
+enum
+{
+    MeshBuilderMaxWeights = 256,
+    MeshBuilderMaxChannels = 256
+};
 
 struct mesh_builder
 {

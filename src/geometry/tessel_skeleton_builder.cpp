@@ -58,7 +58,10 @@ void WriteBone(write_state &State, int32 Index)
     ++State.OutputIndex;
 }
 
-real32 Length3(real32 const *V) { return std::sqrt(V[0] * V[0] + V[1] * V[1] + V[2] * V[2]); }
+real32 Length3(real32 const *V)
+{
+    return std::sqrt(V[0] * V[0] + V[1] * V[1] + V[2] * V[2]);
+}
 
 void EstimateLODs(skeleton_builder *Builder)
 {
@@ -84,14 +87,18 @@ void EstimateLODs(skeleton_builder *Builder)
         }
     }
     for (int32 Index = 0; Index < Count; ++Index) {
-        if (Builder->Bones[Index].LODError < 0.0f) Builder->Bones[Index].LODError = Estimates[Index];
-        else Builder->LODType = 2;
+        if (Builder->Bones[Index].LODError < 0.0f)
+            Builder->Bones[Index].LODError = Estimates[Index];
+        else
+            Builder->LODType = 2;
     }
     for (int32 Index = 0; Index < Count; ++Index) {
         builder_bone &Bone = Builder->Bones[Index];
         if (Bone.LODError < 0.0f) {
-            if (Bone.ParentIndex >= 0 && Bone.ParentIndex < Count) Bone.LODError = Builder->Bones[Bone.ParentIndex].LODError * 0.5f;
-            else Builder->LODType = 0;
+            if (Bone.ParentIndex >= 0 && Bone.ParentIndex < Count)
+                Bone.LODError = Builder->Bones[Bone.ParentIndex].LODError * 0.5f;
+            else
+                Builder->LODType = 0;
         }
         int32 Steps = 0;
         for (int32 Child = Index; Steps < Count; ++Steps) {
@@ -178,8 +185,10 @@ void AddBone(skeleton_builder *Builder, real32 const *Position, real32 const *Or
     builder_bone &Bone = Builder->Bones[Builder->UsedBoneCount++];
     Bone.ParentIndex = -1;
     SetTransform(Bone.LocalTransform, Position, Orientation, ScaleShear);
-    if (InverseWorld4x4) memcpy(Bone.InverseWorld4x4, InverseWorld4x4, sizeof(Bone.InverseWorld4x4));
-    else MatrixIdentity4x4(Bone.InverseWorld4x4);
+    if (InverseWorld4x4)
+        memcpy(Bone.InverseWorld4x4, InverseWorld4x4, sizeof(Bone.InverseWorld4x4));
+    else
+        MatrixIdentity4x4(Bone.InverseWorld4x4);
     Bone.LODError = -1.0f;
 }
 
@@ -269,4 +278,7 @@ skeleton *EndSkeletonInPlace(skeleton_builder *Builder, void *Memory, int32 *Rem
     return Skeleton;
 }
 
-void AbandonSkeleton(skeleton_builder *Builder) { TesselFree(Builder); }
+void AbandonSkeleton(skeleton_builder *Builder)
+{
+    TesselFree(Builder);
+}

@@ -4,4 +4,7 @@
 
 // Tangent frame computation arrives with the tangent milestone; until then
 // every request falls back to the constant frame.
-bool BuildTangentFrames(mesh_builder *Builder) { return false; }
+bool BuildTangentFrames(mesh_builder *Builder)
+{
+    return false;
+}

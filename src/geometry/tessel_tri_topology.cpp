@@ -4,14 +4,25 @@
 
 #include "foundation/tessel_log.h"
 
-static bool IsIndexWidth(int32 Width) { return Width == 1 || Width == 2 || Width == 4; }
+static bool IsIndexWidth(int32 Width)
+{
+    return Width == 1 || Width == 2 || Width == 4;
+}
 
 static uint32 ReadIndex(uint8 const *Indices, int32 Width, int32 Index)
 {
     switch (Width) {
     case 1: return Indices[Index];
-    case 2: { uint16 Value; memcpy(&Value, Indices + Index * 2, 2); return Value; }
-    default: { uint32 Value; memcpy(&Value, Indices + Index * 4, 4); return Value; }
+    case 2: {
+        uint16 Value;
+        memcpy(&Value, Indices + Index * 2, 2);
+        return Value;
+    }
+    default: {
+        uint32 Value;
+        memcpy(&Value, Indices + Index * 4, 4);
+        return Value;
+    }
     }
 }
 
@@ -19,7 +30,11 @@ static void WriteIndex(uint8 *Indices, int32 Width, int32 Index, uint32 Value)
 {
     switch (Width) {
     case 1: Indices[Index] = (uint8)Value; break;
-    case 2: { uint16 Narrow = (uint16)Value; memcpy(Indices + Index * 2, &Narrow, 2); break; }
+    case 2: {
+        uint16 Narrow = (uint16)Value;
+        memcpy(Indices + Index * 2, &Narrow, 2);
+        break;
+    }
     default: memcpy(Indices + Index * 4, &Value, 4); break;
     }
 }
@@ -41,9 +56,11 @@ void ConvertIndices(int32 IndexCount, int32 FromBytesPerIndex, void const *FromI
     if (FromBytesPerIndex == ToBytesPerIndex) {
         memmove(To, From, (size_t)IndexCount * (size_t)FromBytesPerIndex);
     } else if (ToBytesPerIndex < FromBytesPerIndex) {
-        for (int32 Index = 0; Index < IndexCount; ++Index) WriteIndex(To, ToBytesPerIndex, Index, ReadIndex(From, FromBytesPerIndex, Index));
+        for (int32 Index = 0; Index < IndexCount; ++Index)
+            WriteIndex(To, ToBytesPerIndex, Index, ReadIndex(From, FromBytesPerIndex, Index));
     } else {
-        for (int32 Index = IndexCount - 1; Index >= 0; --Index) WriteIndex(To, ToBytesPerIndex, Index, ReadIndex(From, FromBytesPerIndex, Index));
+        for (int32 Index = IndexCount - 1; Index >= 0; --Index)
+            WriteIndex(To, ToBytesPerIndex, Index, ReadIndex(From, FromBytesPerIndex, Index));
     }
 }
 
@@ -70,8 +87,10 @@ void InvertTriTopologyWinding(tri_topology *Topology)
         Map[First + 1] = Swap;
         for (int32 Side = First; Side < First + 3; ++Side) {
             int32 Corner = Map[Side] & 3;
-            if (Corner == 0) Map[Side] = (Map[Side] & ~3) | 1;
-            else if (Corner == 1) Map[Side] = Map[Side] & ~3;
+            if (Corner == 0)
+                Map[Side] = (Map[Side] & ~3) | 1;
+            else if (Corner == 1)
+                Map[Side] = Map[Side] & ~3;
         }
     }
 }

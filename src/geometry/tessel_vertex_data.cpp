@@ -9,7 +9,7 @@
 
 namespace {
 
-char const *const StandardMembers[] = {"Position", "Normal", "Tangent", "Binormal", "TangentBinormalCross",
+char const *const StandardMembers[] = {"Position",    "Normal",     "Tangent", "Binormal", "TangentBinormalCross",
                                        "BoneIndices", "BoneWeights"};
 
 // A one-member layout of N reals under a given name.
@@ -42,7 +42,10 @@ bool IsStandardVertexMember(char const *Name)
     return false;
 }
 
-int32 GetVertexComponentCount(data_type_definition const *Layout) { return Layout ? GetMemberCount(Layout) : 0; }
+int32 GetVertexComponentCount(data_type_definition const *Layout)
+{
+    return Layout ? GetMemberCount(Layout) : 0;
+}
 
 int32 GetVertexChannelCount(data_type_definition const *Layout)
 {
@@ -144,8 +147,8 @@ bool GetSingleVertex(vertex_data const *VertexData, int32 VertexIndex, data_type
         return false;
     }
     int32 Size = GetTotalObjectSize(VertexData->Vertices.Type);
-    ConvertSingleObject(VertexData->Vertices.Type, (uint8 const *)VertexData->Vertices.Array + (intaddrx)VertexIndex * Size,
-                        As, Dest);
+    ConvertSingleObject(VertexData->Vertices.Type,
+                        (uint8 const *)VertexData->Vertices.Array + (intaddrx)VertexIndex * Size, As, Dest);
     return true;
 }
 
@@ -203,7 +206,14 @@ void TransformVertices(int32 Count, data_type_definition const *Layout, void *Ve
         {Real32Member, "TangentBinormalCross", 0, 3, {0, 0, 0}, 0},
         {EndMember, 0, 0, 0, {0, 0, 0}, 0},
     };
-    enum { Position, Normal, Tangent, Binormal, Cross };
+    enum
+    {
+        Position,
+        Normal,
+        Tangent,
+        Binormal,
+        Cross
+    };
     int32 Size = GetTotalObjectSize(Layout);
     auto ApplyRows = [](real32 const *M, real32 const *V, real32 *Out) {
         real32 R[3] = {V[0] * M[0] + V[1] * M[1] + V[2] * M[2], V[0] * M[3] + V[1] * M[4] + V[2] * M[5],

@@ -89,7 +89,8 @@ int32 ReadPlatformReader(file_reader *Base, int32 FilePosition, int32 Size, void
     if (Size <= 0 || FilePosition < 0) return 0;
     int32 Total = 0;
     while (Total < Size) {
-        ssize_t Read = pread(Reader->Handle, (uint8 *)Buffer + Total, (size_t)(Size - Total), (off_t)FilePosition + Total);
+        ssize_t Read =
+            pread(Reader->Handle, (uint8 *)Buffer + Total, (size_t)(Size - Total), (off_t)FilePosition + Total);
         if (Read < 0 && errno == EINTR) continue;
         if (Read < 0) {
             ReportPlatformError("pread", __FILE__, __LINE__, false);
@@ -123,9 +124,15 @@ std::atomic<int32> UniqueCounter{0};
 
 } // namespace
 
-void *PlatformAllocate(intaddrx Size) { return Size >= 0 ? malloc((size_t)(Size ? Size : 1)) : 0; }
+void *PlatformAllocate(intaddrx Size)
+{
+    return Size >= 0 ? malloc((size_t)(Size ? Size : 1)) : 0;
+}
 
-void PlatformFree(void *Memory) { free(Memory); }
+void PlatformFree(void *Memory)
+{
+    free(Memory);
+}
 
 void ReportPlatformError(char const *CallName, char const *File, int32 Line, bool Fatal)
 {
@@ -218,9 +225,15 @@ int64 GetFileSize(char const *FileName)
     return (int64)Info.st_size;
 }
 
-int32 GetProcessIdentifier() { return (int32)getpid(); }
+int32 GetProcessIdentifier()
+{
+    return (int32)getpid();
+}
 
-int32 NextUniqueCounter() { return UniqueCounter.fetch_add(1) + 1; }
+int32 NextUniqueCounter()
+{
+    return UniqueCounter.fetch_add(1) + 1;
+}
 
 int32 GetProcessorCount()
 {

@@ -15,8 +15,7 @@ static void AddInclusionBlock(ui_builder &Builder, requester *Requester)
     Checkbox(Builder, Requester, 75, "Include reference in export",
              "Any mention of the item in the file at all. Off: neither a record nor its data.", true, false);
     Checkbox(Builder, Requester, 2, "Include data in export",
-             "Store the item's data. Off: a reference that the object existed can stay, without the data.", true,
-             true);
+             "Store the item's data. Off: a reference that the object existed can stay, without the data.", true, true);
     Checkbox(Builder, Requester, 66, "Include art tool specific data",
              "Store extra attributes and properties of the item in the file.", true, true);
     Checkbox(Builder, Requester, 251, "Only User Attributes",
@@ -41,10 +40,10 @@ static void AddCurveBlock(ui_builder &Builder, requester *Requester, bool WithVe
     Checkbox(Builder, R, 68, "Reduce curves where possible",
              "Reduce generated curves to lower-degree splines where they can be; recommended on.", true, true);
     Checkbox(Builder, R, 52, "Compress animation data",
-             "Compress animation data as b-spline curves; off: raw snapshots of the skeleton at every timestep.",
+             "Compress animation data as b-spline curves; off: raw snapshots of the skeleton at every timestep.", true,
+             true);
+    Checkbox(Builder, R, 219, "Use quantized curves", "The exporter will use quantized curve format where appropriate.",
              true, true);
-    Checkbox(Builder, R, 219, "Use quantized curves",
-             "The exporter will use quantized curve format where appropriate.", true, true);
     Checkbox(Builder, R, 220, "Quant. on missed tolerance",
              "The exporter aggressively attempts to reduce the space used by animations that cannot be fit with a "
              "bspline to the specified tolerance.",
@@ -66,15 +65,15 @@ static void AddCurveBlock(ui_builder &Builder, requester *Requester, bool WithVe
              "motion best.",
              false, true, 52);
     Number(Builder, R, 152, "Position jump tolerance",
-           "Size of jump of the position of an object above which the fitter treats it as a jump.", 0.00001f,
-           10000.0f, 10.0f, true, 114);
+           "Size of jump of the position of an object above which the fitter treats it as a jump.", 0.00001f, 10000.0f,
+           10.0f, true, 114);
     Checkbox(Builder, R, 115, "Allow position creasing",
              "The fitter may use sharp creases in the position curve of an object if it thinks it matches the "
              "motion best.",
              false, true, 52);
     Number(Builder, R, 153, "Position crease tolerance",
-           "Sharpness of turn of the position of an object above which the fitter makes a crease.", 0.00001f,
-           10000.0f, 10.0f, true, 115);
+           "Sharpness of turn of the position of an object above which the fitter makes a crease.", 0.00001f, 10000.0f,
+           10.0f, true, 115);
     Spacer(Builder, R, 55, 52);
 
     Slider(Builder, R, 56, "Orientation curve type",
@@ -89,15 +88,15 @@ static void AddCurveBlock(ui_builder &Builder, requester *Requester, bool WithVe
              "motion best.",
              false, true, 52);
     Number(Builder, R, 154, "Orientation jump tolerance",
-           "Size of jump of the orientation of an object above which the fitter treats it as a jump.", 0.00001f,
-           720.0f, 10.0f, true, 117);
+           "Size of jump of the orientation of an object above which the fitter treats it as a jump.", 0.00001f, 720.0f,
+           10.0f, true, 117);
     Checkbox(Builder, R, 118, "Allow orientation creasing",
              "The fitter may use sharp creases in the orientation curve of an object if it thinks it matches the "
              "motion best.",
              false, true, 52);
     Number(Builder, R, 155, "Orientation crease tolerance",
-           "Sharpness of turn of the orientation of an object above which the fitter makes a crease.", 0.00001f,
-           720.0f, 10.0f, true, 118);
+           "Sharpness of turn of the orientation of an object above which the fitter makes a crease.", 0.00001f, 720.0f,
+           10.0f, true, 118);
     Spacer(Builder, R, 58, 52);
 
     Slider(Builder, R, 59, "Scale/shear curve type",
@@ -105,8 +104,7 @@ static void AddCurveBlock(ui_builder &Builder, requester *Requester, bool WithVe
            "cubic, 2 the usual choice.",
            0, 3, 2, IdentitySliderMapping, true, 52);
     Number(Builder, R, 151, "Scale/shear curve tolerance",
-           "Fitting tolerance for the scaling and shearing of the animation.", 0.00001f, 10000.0f, 0.001f, false,
-           52);
+           "Fitting tolerance for the scaling and shearing of the animation.", 0.00001f, 10000.0f, 0.001f, false, 52);
     Checkbox(Builder, R, 120, "Allow scale/shear jumps",
              "The fitter may use discontinuous jumps in the scaling and shearing of an object if it thinks it "
              "matches the motion best.",
@@ -134,8 +132,8 @@ static void AddCurveBlock(ui_builder &Builder, requester *Requester, bool WithVe
                "choice.",
                0, 3, 2, IdentitySliderMapping, true);
         Number(Builder, R, 222, "VectorTrack Curve tolerance",
-               "Fitting tolerance for the translational movement of the animation, expressed in tool units.",
-               0.00001f, 10000.0f, 0.001f, false);
+               "Fitting tolerance for the translational movement of the animation, expressed in tool units.", 0.00001f,
+               10000.0f, 0.001f, false);
         Checkbox(Builder, R, 225, "Allow VectorTrack jumps",
                  "The fitter may use discontinuous jumps in the position of an object if it thinks it matches the "
                  "motion best.",
@@ -170,10 +168,9 @@ requester *BuildRootSettings(settings_pools &Pools)
     Number(Builder, R, 148, "Main window height",
            "Height of the settings window (kept for the settings file; nothing in the exporter reads it).", 300.0f,
            4096.0f, 480.0f, true);
-    Checkbox(Builder, R, 67, "Auto close on exit",
-             "The progress window closes itself when the export is complete.", false, false);
-    Checkbox(Builder, R, 228, "Detailed Settings", "The settings user interface shows every setting.", true,
-             false);
+    Checkbox(Builder, R, 67, "Auto close on exit", "The progress window closes itself when the export is complete.",
+             false, false);
+    Checkbox(Builder, R, 228, "Detailed Settings", "The settings user interface shows every setting.", true, false);
     return Finish(Builder, R);
 }
 
@@ -190,8 +187,8 @@ requester *BuildMaterialSettings(settings_pools &Pools)
 requester *BuildModelSettings(settings_pools &Pools)
 {
     ui_builder Builder = {&Pools, false};
-    requester *R = Category(Builder, 17, "Model settings",
-                            "The structural records that say what constitutes each model.");
+    requester *R =
+        Category(Builder, 17, "Model settings", "The structural records that say what constitutes each model.");
     AddInclusionBlock(Builder, R);
     AddMoveToOrigin(Builder, R);
     return Finish(Builder, R);
@@ -208,8 +205,7 @@ requester *BuildBoneSettings(settings_pools &Pools)
 requester *BuildAnimationSettings(settings_pools &Pools)
 {
     ui_builder Builder = {&Pools, false};
-    requester *R = Category(Builder, 4, "Animation settings",
-                            "How the entire animation of the scene is exported.");
+    requester *R = Category(Builder, 4, "Animation settings", "How the entire animation of the scene is exported.");
     AddInclusionBlock(Builder, R);
     Slider(Builder, R, 173, "Oversampling", "Samples per frame of the animation; 2x is recommended.", 1, 8, 2,
            IdentitySliderMapping, true);
@@ -229,8 +225,8 @@ requester *BuildAnimationSettings(settings_pools &Pools)
     Number(Builder, Extraction, 163, "Z Rotation Tolerance", ToleranceHelp, 0.00001f, 360.0f, 10.0f, true);
     Choice(Builder, RootMotion, 178, "Variable Delta Accumulation (VDA)",
            "Root motion is stored as a regular curve and accumulation is calculated at run-time.");
-    Combobox(Builder, R, 185, "Root Motion Type",
-             "How looping animations that move the model are played back.", RootMotion, 176, true, true);
+    Combobox(Builder, R, 185, "Root Motion Type", "How looping animations that move the model are played back.",
+             RootMotion, 176, true, true);
     Spacer(Builder, R, 62);
 
     AddMoveToOrigin(Builder, R);
@@ -287,8 +283,8 @@ setting *Checkbox(ui_builder &Builder, requester *Requester, int32 Id, char cons
                   bool Default, bool Detailed, int32 EnabledById)
 {
     if (!Requester) return Check(Builder, nullptr);
-    return Check(Builder, AddCheckbox(Requester, Id, Label, Help, Default, Detailed,
-                                      Dependency(Requester, EnabledById)));
+    return Check(Builder,
+                 AddCheckbox(Requester, Id, Label, Help, Default, Detailed, Dependency(Requester, EnabledById)));
 }
 
 setting *Number(ui_builder &Builder, requester *Requester, int32 Id, char const *Label, char const *Help,
@@ -304,8 +300,8 @@ setting *Slider(ui_builder &Builder, requester *Requester, int32 Id, char const 
                 int32 EnabledById)
 {
     if (!Requester) return Check(Builder, nullptr);
-    return Check(Builder, AddSlider(Requester, Id, Label, Help, LowerBound, UpperBound, Default, Mapping,
-                                    Detailed, Dependency(Requester, EnabledById)));
+    return Check(Builder, AddSlider(Requester, Id, Label, Help, LowerBound, UpperBound, Default, Mapping, Detailed,
+                                    Dependency(Requester, EnabledById)));
 }
 
 setting *Spacer(ui_builder &Builder, requester *Requester, int32 Id, int32 EnabledById)

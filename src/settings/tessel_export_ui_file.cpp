@@ -69,9 +69,8 @@ static void AddSectionCombobox(ui_builder &Builder, requester *Requester, int32 
         Choice(Builder, Sections, 131072 + Section, StandardSectionNames[Section],
                "Put this type of data in this section.");
     }
-    Combobox(Builder, Requester, Id, Label,
-             "This combobox selects the file section in which to put this type of data", Sections, 124, true,
-             true);
+    Combobox(Builder, Requester, Id, Label, "This combobox selects the file section in which to put this type of data",
+             Sections, 124, true, true);
 }
 
 requester *BuildFileSettings(settings_pools &Pools)
@@ -87,14 +86,13 @@ requester *BuildFileSettings(settings_pools &Pools)
     // The platform list is labelled "Coordinate system"; the label is kept
     // because settings files and users have seen it.
     requester *Platforms = List(Builder, 213, "Coordinate system", "Pointer size and byte order of the file.");
-    Choice(Builder, Platforms, 214, "Native",
-           "The pointer size and byte order for which the exporter was compiled.");
+    Choice(Builder, Platforms, 214, "Native", "The pointer size and byte order for which the exporter was compiled.");
     Choice(Builder, Platforms, 215, "32-bit, little endian", "32-bit pointers, little endian (x86).");
     Choice(Builder, Platforms, 216, "32-bit, big endian", "32-bit pointers, big endian (PowerPC, Cell).");
     Choice(Builder, Platforms, 217, "64-bit, little endian", "64-bit pointers, little endian (x64).");
     Choice(Builder, Platforms, 218, "64-bit, big endian", "64-bit pointers, big endian (Cell in 64-bit mode).");
-    Combobox(Builder, R, 212, "File platform", "Pointer size and byte order for which the file is written.",
-             Platforms, 214, true, true);
+    Combobox(Builder, R, 212, "File platform", "Pointer size and byte order for which the file is written.", Platforms,
+             214, true, true);
 
     requester *Systems = List(Builder, 137, "Coordinate system", "Coordinate system of the file.");
     Choice(Builder, Systems, 142, "Use tool's coordinates", "The tool's coordinate system passes unchanged.");
@@ -102,21 +100,19 @@ requester *BuildFileSettings(settings_pools &Pools)
     Choice(Builder, Systems, 139, "Right-handed, Z up", "");
     Choice(Builder, Systems, 140, "Left-handed, Y up", "");
     Choice(Builder, Systems, 141, "Left-handed, Z up", "");
-    Combobox(Builder, R, 136, "Coordinate system", "Coordinate system in which the file is natively stored.",
-             Systems, 142, true, true);
+    Combobox(Builder, R, 136, "Coordinate system", "Coordinate system in which the file is natively stored.", Systems,
+             142, true, true);
 
-    Checkbox(Builder, R, 144, "Rescale scene on export",
-             "Rescale the scene during export to \"Units per Meter\".", false, true);
+    Checkbox(Builder, R, 144, "Rescale scene on export", "Rescale the scene during export to \"Units per Meter\".",
+             false, true);
     Number(Builder, R, 145, "Units per Meter", "Desired output units per meter.", 0.0001f, 1000.0f, 1.0f, true);
     Spacer(Builder, R, 146);
 
     requester *Compressions = List(Builder, 71, "File compression", "Compression of the exported file.");
-    Choice(Builder, Compressions, 72, "No compression",
-           "No file-level compression; larger files that load faster.");
+    Choice(Builder, Compressions, 72, "No compression", "No file-level compression; larger files that load faster.");
     Choice(Builder, Compressions, 133, "Trove-1 Compression",
            "The Trove file compressor; smaller files, slower loading.");
-    Combobox(Builder, R, 70, "File compression", "Compression of the exported file.", Compressions, 133, true,
-             true);
+    Combobox(Builder, R, 70, "File compression", "Compression of the exported file.", Compressions, 133, true, true);
 
     Slider(Builder, R, 74, "Object alignment",
            "Alignment of the file's records; slider position n means 2^n bytes, default 4 bytes.", 0, 12, 2,

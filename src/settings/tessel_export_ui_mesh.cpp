@@ -18,11 +18,10 @@ static requester *AddTextureFormatList(ui_builder &Builder, bool CompressInYUV)
                "Zent1 compressed with alpha."),
     };
     for (requester *Choice : Zent) {
-        Slider(Builder, Choice, 24, "Compression", "Zent compression ratio: higher is smaller and blurrier.", 1,
-               64, 15, IdentitySliderMapping, true);
+        Slider(Builder, Choice, 24, "Compression", "Zent compression ratio: higher is smaller and blurrier.", 1, 64, 15,
+               IdentitySliderMapping, true);
         Checkbox(Builder, Choice, 106, "Compress in YUV space",
-                 "Convert to YUV before compressing; off for anything that is not a color map.", CompressInYUV,
-                 true);
+                 "Convert to YUV before compressing; off for anything that is not a color map.", CompressInYUV, true);
     }
     Choice(Builder, Formats, 22, "4-bit S3TC no alpha", "4 bits a pixel, no alpha.");
     Choice(Builder, Formats, 49, "4-bit S3TC 1-bit alpha", "4 bits a pixel with 1-bit alpha mask.");
@@ -42,8 +41,8 @@ requester *BuildTextureSettings(settings_pools &Pools)
     requester *R = Category(Builder, 10, "Texture settings", "How textures are exported.");
     AddInclusionSettings(Builder, R);
 
-    Checkbox(Builder, R, 12, "Force width to closest power of 2",
-             "Resize textures so that the width is a power of 2.", true, true);
+    Checkbox(Builder, R, 12, "Force width to closest power of 2", "Resize textures so that the width is a power of 2.",
+             true, true);
     Slider(Builder, R, 13, "Maximum width",
            "Widths above this are reduced; slider position n means 2^n pixels, default 256.", 0, 12, 8,
            PowerOfTwoSliderMapping, true);
@@ -60,8 +59,7 @@ requester *BuildTextureSettings(settings_pools &Pools)
              "reaches 1 pixel.",
              false, true);
     Spacer(Builder, R, 28);
-    Checkbox(Builder, R, 233, "Flip texture vertically", "Flip the texture vertically before encoding.", false,
-             true);
+    Checkbox(Builder, R, 233, "Flip texture vertically", "Flip the texture vertically before encoding.", false, true);
     Checkbox(Builder, R, 234, "Flip texture horizontally", "Flip the texture horizontally before encoding.", false,
              true);
     Spacer(Builder, R, 235);
@@ -99,8 +97,8 @@ static void AddMorphFrameSettings(ui_builder &Builder, requester *R)
              false, true);
     Checkbox(Builder, R, 188, "Create vertex morph curves",
              "Encode each vertex's movement as a spline curve stored as vertex annotation data.", false, true);
-    Checkbox(Builder, R, 230, "Use quantized curves",
-             "The exporter will use quantized curve format where appropriate.", true, true, 188);
+    Checkbox(Builder, R, 230, "Use quantized curves", "The exporter will use quantized curve format where appropriate.",
+             true, true, 188);
     Checkbox(Builder, R, 231, "Quant. on missed tolerance",
              "The exporter aggressively attempts to reduce the space used by animations that cannot be fit with a "
              "bspline to the specified tolerance.",
@@ -111,44 +109,43 @@ static void AddMorphFrameSettings(ui_builder &Builder, requester *R)
              false, true, 188);
 
     Slider(Builder, R, 189, "Position curve type",
-           "Degree of the b-spline fitted to the vertex position: 0 still frames, 3 full cubic, 2 the usual choice.",
-           0, 3, 2, IdentitySliderMapping, true, 188);
+           "Degree of the b-spline fitted to the vertex position: 0 still frames, 3 full cubic, 2 the usual choice.", 0,
+           3, 2, IdentitySliderMapping, true, 188);
     Number(Builder, R, 190, "Position curve tolerance",
-           "Fitting tolerance for the vertex position, expressed in tool units.", 0.00001f, 10000.0f, 0.01f, true,
-           188);
+           "Fitting tolerance for the vertex position, expressed in tool units.", 0.00001f, 10000.0f, 0.01f, true, 188);
     Number(Builder, R, 191, "Position jump tolerance",
-           "Size of jump of the position of a vertex above which the fitter treats it as a jump.", 0.00001f,
-           10000.0f, 10.0f, true, 188);
+           "Size of jump of the position of a vertex above which the fitter treats it as a jump.", 0.00001f, 10000.0f,
+           10.0f, true, 188);
     Number(Builder, R, 192, "Position crease tolerance",
-           "Sharpness of turn of the position of a vertex above which the fitter makes a crease.", 0.00001f,
-           10000.0f, 10.0f, true, 188);
+           "Sharpness of turn of the position of a vertex above which the fitter makes a crease.", 0.00001f, 10000.0f,
+           10.0f, true, 188);
     Spacer(Builder, R, 193);
 
     Slider(Builder, R, 194, "Normal curve type",
-           "Degree of the b-spline fitted to the vertex normal: 0 still frames, 3 full cubic, 2 the usual choice.",
-           0, 3, 1, IdentitySliderMapping, true, 188);
+           "Degree of the b-spline fitted to the vertex normal: 0 still frames, 3 full cubic, 2 the usual choice.", 0,
+           3, 1, IdentitySliderMapping, true, 188);
     Number(Builder, R, 195, "Normal curve tolerance",
            "Fitting tolerance for the vertex normal, expressed from zero to two (since normals go from -1 to +1).",
            0.00001f, 2.0f, 0.01f, true, 188);
     Number(Builder, R, 196, "Normal jump tolerance",
-           "Size of jump of the normal of a vertex above which the fitter treats it as a jump.", 0.00001f, 2.0f,
-           0.2f, true, 188);
+           "Size of jump of the normal of a vertex above which the fitter treats it as a jump.", 0.00001f, 2.0f, 0.2f,
+           true, 188);
     Number(Builder, R, 197, "Normal crease tolerance",
-           "Sharpness of turn of the normal of a vertex above which the fitter makes a crease.", 0.00001f, 2.0f,
-           0.2f, true, 188);
+           "Sharpness of turn of the normal of a vertex above which the fitter makes a crease.", 0.00001f, 2.0f, 0.2f,
+           true, 188);
     Spacer(Builder, R, 198);
 
     Slider(Builder, R, 200, "Color curve type",
-           "Degree of the b-spline fitted to the vertex colors: 0 still frames, 3 full cubic, 2 the usual choice.",
-           0, 3, 1, IdentitySliderMapping, true, 188);
+           "Degree of the b-spline fitted to the vertex colors: 0 still frames, 3 full cubic, 2 the usual choice.", 0,
+           3, 1, IdentitySliderMapping, true, 188);
     Number(Builder, R, 199, "Color curve tolerance",
            "Fitting tolerance for the vertex colors, expressed from zero to one.", 0.00001f, 1.0f, 0.01f, true, 188);
     Number(Builder, R, 201, "Color jump tolerance",
-           "Size of jump of the colors of a vertex above which the fitter treats it as a jump.", 0.00001f, 1.0f,
-           0.2f, true, 188);
+           "Size of jump of the colors of a vertex above which the fitter treats it as a jump.", 0.00001f, 1.0f, 0.2f,
+           true, 188);
     Number(Builder, R, 202, "Color crease tolerance",
-           "Sharpness of turn of the colors of a vertex above which the fitter makes a crease.", 0.00001f, 1.0f,
-           0.2f, true, 188);
+           "Sharpness of turn of the colors of a vertex above which the fitter makes a crease.", 0.00001f, 1.0f, 0.2f,
+           true, 188);
     Spacer(Builder, R, 203);
 
     Slider(Builder, R, 204, "Texture coordinate curve type",
@@ -160,11 +157,11 @@ static void AddMorphFrameSettings(ui_builder &Builder, requester *R)
            "texture size.",
            0.00001f, 1.0f, 0.0009765625f, true, 188);
     Number(Builder, R, 206, "Texture coordinate jump tolerance",
-           "Size of jump of the texture coordinates of a vertex above which the fitter treats it as a jump.",
-           0.00001f, 1.0f, 0.1f, true, 188);
+           "Size of jump of the texture coordinates of a vertex above which the fitter treats it as a jump.", 0.00001f,
+           1.0f, 0.1f, true, 188);
     Number(Builder, R, 207, "Texture coordinate crease tolerance",
-           "Sharpness of turn of the texture coordinates of a vertex above which the fitter makes a crease.",
-           0.00001f, 1.0f, 0.1f, true, 188);
+           "Sharpness of turn of the texture coordinates of a vertex above which the fitter makes a crease.", 0.00001f,
+           1.0f, 0.1f, true, 188);
 }
 
 requester *BuildMeshSettings(settings_pools &Pools)
@@ -176,8 +173,8 @@ requester *BuildMeshSettings(settings_pools &Pools)
     Checkbox(Builder, R, 246, "Use Full Mesh pathnames",
              "Name meshes by the fullest identifying string; off: the shortest unique name.", false, true);
     Checkbox(Builder, R, 247, "Preserve Bones affecting no verts",
-             "Keep all bones that the tool's skinning reports, not only those that affect at least one vertex.",
-             false, true);
+             "Keep all bones that the tool's skinning reports, not only those that affect at least one vertex.", false,
+             true);
     Checkbox(Builder, R, 174, "Bind meshes to nearest parent",
              "A mesh whose own bone was excluded binds to the nearest included parent bone; off: always to its own "
              "bone.",
@@ -191,14 +188,14 @@ requester *BuildMeshSettings(settings_pools &Pools)
 
     Checkbox(Builder, R, 7, "Allow vertex weighting",
              "Export smooth-skinned vertices as such; off: force every mesh rigid.", true, true);
-    Slider(Builder, R, 8, "Bones per vertex", "Maximum bones per vertex; only the most influential are kept.", 1,
-           16, 4, IdentitySliderMapping, true, 7);
+    Slider(Builder, R, 8, "Bones per vertex", "Maximum bones per vertex; only the most influential are kept.", 1, 16, 4,
+           IdentitySliderMapping, true, 7);
     requester *WeightFormats = List(Builder, 33023, "Bone Weight Format", "Format of the bone weights.");
     Choice(Builder, WeightFormats, 256, "ubyte8", "Unsigned byte.");
     Choice(Builder, WeightFormats, 257, "float16", "16-bit float.");
     Choice(Builder, WeightFormats, 258, "float32", "32-bit float.");
-    Combobox(Builder, R, 255, "Bone Weight Format", "Format of the BoneWeights member.", WeightFormats, 256, true,
-             true, 7);
+    Combobox(Builder, R, 255, "Bone Weight Format", "Format of the BoneWeights member.", WeightFormats, 256, true, true,
+             7);
 
     Checkbox(Builder, R, 81, "Allow texture coordinates", "Allow texture coordinates in the file.", true, true);
     Slider(Builder, R, 82, "Coords per vertex",
@@ -206,26 +203,24 @@ requester *BuildMeshSettings(settings_pools &Pools)
            IdentitySliderMapping, true, 81);
     Checkbox(Builder, R, 88, "Insert dummy coords if missing",
              "Fill missing channels up to \"Coords per vertex\" with dummy coordinates.", true, true, 81);
-    Slider(Builder, R, 83, "Elements per coord", "Maximum elements in one texture coordinate (UV 2, UVW 3).", 1, 4,
-           2, IdentitySliderMapping, true, 81);
+    Slider(Builder, R, 83, "Elements per coord", "Maximum elements in one texture coordinate (UV 2, UVW 3).", 1, 4, 2,
+           IdentitySliderMapping, true, 81);
     Checkbox(Builder, R, 244, "Flip U Coordinate", "Flip the coordinate horizontally before encoding.", false, true,
              81);
-    Checkbox(Builder, R, 243, "Flip V Coordinate", "Flip the coordinate vertically before encoding.", false, true,
-             81);
+    Checkbox(Builder, R, 243, "Flip V Coordinate", "Flip the coordinate vertically before encoding.", false, true, 81);
 
     Checkbox(Builder, R, 84, "Allow vertex colors", "Allow vertex colors in the file.", false, true);
-    Slider(Builder, R, 85, "Colors per vertex",
-           "Maximum vertex color channels per vertex; extra channels are dropped.", 1, 64, 1, IdentitySliderMapping,
-           true, 84);
+    Slider(Builder, R, 85, "Colors per vertex", "Maximum vertex color channels per vertex; extra channels are dropped.",
+           1, 64, 1, IdentitySliderMapping, true, 84);
     Checkbox(Builder, R, 89, "Insert dummy colors if missing",
              "Fill missing channels up to \"Colors per vertex\" with white.", true, true, 84);
     Slider(Builder, R, 86, "Elements per color", "Maximum elements in one color (RGB 3, RGBA 4).", 1, 4, 3,
            IdentitySliderMapping, true, 84);
 
-    Checkbox(Builder, R, 99, "Include tangent vectors", "Compute and store tangent vectors for all vertices.",
-             false, true);
-    Checkbox(Builder, R, 100, "Include binormal vectors", "Compute and store binormal vectors for all vertices.",
-             false, true);
+    Checkbox(Builder, R, 99, "Include tangent vectors", "Compute and store tangent vectors for all vertices.", false,
+             true);
+    Checkbox(Builder, R, 100, "Include binormal vectors", "Compute and store binormal vectors for all vertices.", false,
+             true);
     Checkbox(Builder, R, 101, "Include cross vectors",
              "Compute and store tangent-cross-binormal vectors for all vertices.", false, true);
     Number(Builder, R, 211, "Tangent merging tolerance",
@@ -240,11 +235,10 @@ requester *BuildMeshSettings(settings_pools &Pools)
              false, true);
     Checkbox(Builder, R, 91, "Use indexed vertex annotation",
              "Store vertex annotation as index/data pairs; off: as an array parallel to the vertices.", false, true);
-    Checkbox(Builder, R, 92, "Include triangle annotation",
-             "Store triangle-based non-rendering data of the art tool.", false, true);
+    Checkbox(Builder, R, 92, "Include triangle annotation", "Store triangle-based non-rendering data of the art tool.",
+             false, true);
     Checkbox(Builder, R, 93, "Use indexed triangle annotation",
-             "Store triangle annotation as index/data pairs; off: as an array parallel to the triangles.", false,
-             true);
+             "Store triangle annotation as index/data pairs; off: as an array parallel to the triangles.", false, true);
 
     requester *Morphs = List(Builder, 238, "Morph Targets", "How morph targets are looked for and exported.");
     Choice(Builder, Morphs, 239, "Don't Extract Morphs", "Morph targets are neither looked for nor included.");

@@ -10,8 +10,7 @@
 #include "settings/tessel_export_ui.h"
 #include "settings/tessel_settings_words.h"
 
-settings_node *NewSettingsNode(settings_pools &Pools, settings_node *Parent, char const *Name,
-                               requester *Requester)
+settings_node *NewSettingsNode(settings_pools &Pools, settings_node *Parent, char const *Name, requester *Requester)
 {
     int32 Index;
     settings_node *Node = (settings_node *)NewStackUnit(Pools.TreeNodes, &Index);
@@ -76,9 +75,8 @@ settings_node *BuildDefaultSettingsTree(settings_pools &Pools)
         requester *(*Build)(settings_pools &Pools);
     };
     static category const Categories[] = {
-        {"File", BuildFileSettings},         {"Textures", BuildTextureSettings},
-        {"Materials", BuildMaterialSettings}, {"Meshes", BuildMeshSettings},
-        {"Models", BuildModelSettings},       {"Animations", BuildAnimationSettings},
+        {"File", BuildFileSettings},   {"Textures", BuildTextureSettings}, {"Materials", BuildMaterialSettings},
+        {"Meshes", BuildMeshSettings}, {"Models", BuildModelSettings},     {"Animations", BuildAnimationSettings},
     };
     for (category const &Category : Categories) {
         requester *Requester = Category.Build(Pools);

@@ -11,9 +11,9 @@
 struct settings_node
 {
     settings_node *Parent;
-    char const *Name;             // copied
-    char const *ChildGroupLabel;  // heading of the children; starts as the name
-    requester *Requester;         // null until the node is given its own
+    char const *Name;            // copied
+    char const *ChildGroupLabel; // heading of the children; starts as the name
+    requester *Requester;        // null until the node is given its own
     settings_node *FirstChild;
     settings_node *LastChild;
     settings_node *NextSibling;
@@ -22,8 +22,7 @@ struct settings_node
 
 // A node from the pools, appended to Parent's children (Parent may be null
 // for a root). Name is copied; Requester may be null.
-settings_node *NewSettingsNode(settings_pools &Pools, settings_node *Parent, char const *Name,
-                               requester *Requester);
+settings_node *NewSettingsNode(settings_pools &Pools, settings_node *Parent, char const *Name, requester *Requester);
 void SetChildGroupLabel(settings_node *Node, char const *Label);
 
 // The requester that governs Node: its own or the nearest ancestor's.

@@ -109,8 +109,8 @@ static setting *NewSetting(requester *Requester, int32 Id, int32 Kind, char cons
     return Result;
 }
 
-setting *AddCheckbox(requester *Requester, int32 Id, char const *Label, char const *Help, bool Default,
-                     bool Detailed, setting *EnabledBy)
+setting *AddCheckbox(requester *Requester, int32 Id, char const *Label, char const *Help, bool Default, bool Detailed,
+                     setting *EnabledBy)
 {
     setting *Result = NewSetting(Requester, Id, SettingKind_Checkbox, Label, Help, Detailed, EnabledBy);
     if (Result) {
@@ -134,8 +134,7 @@ setting *AddNumber(requester *Requester, int32 Id, char const *Label, char const
 }
 
 setting *AddSlider(requester *Requester, int32 Id, char const *Label, char const *Help, int32 LowerBound,
-                   int32 UpperBound, int32 Default, slider_mapping_callback Mapping, bool Detailed,
-                   setting *EnabledBy)
+                   int32 UpperBound, int32 Default, slider_mapping_callback Mapping, bool Detailed, setting *EnabledBy)
 {
     setting *Result = NewSetting(Requester, Id, SettingKind_Slider, Label, Help, Detailed, EnabledBy);
     if (Result) {
@@ -222,8 +221,7 @@ int32 GetSettingValueInt(setting const *Setting)
 {
     if (!Setting) return 0;
     switch (Setting->Kind) {
-    case SettingKind_Checkbox:
-        return Setting->Value.Checkbox.Current ? 1 : 0;
+    case SettingKind_Checkbox: return Setting->Value.Checkbox.Current ? 1 : 0;
     case SettingKind_Number: {
         // Rounds half up by adding 0.5 and truncating toward zero, so -0.7
         // reads as 0.
@@ -237,8 +235,7 @@ int32 GetSettingValueInt(setting const *Setting)
         slider_mapping_callback Mapping = Setting->Value.Slider.Mapping;
         return Mapping ? Mapping(Setting->Value.Slider.Current) : Setting->Value.Slider.Current;
     }
-    default:
-        return 0;
+    default: return 0;
     }
 }
 
@@ -247,12 +244,9 @@ real32 GetSettingValueFloat(setting const *Setting)
     if (!Setting) return 0.0f;
     switch (Setting->Kind) {
     case SettingKind_Checkbox:
-    case SettingKind_Slider:
-        return (real32)GetSettingValueInt(Setting);
-    case SettingKind_Number:
-        return Setting->Value.Number.Current;
-    default:
-        return 0.0f;
+    case SettingKind_Slider: return (real32)GetSettingValueInt(Setting);
+    case SettingKind_Number: return Setting->Value.Number.Current;
+    default: return 0.0f;
     }
 }
 
@@ -426,8 +420,7 @@ requester *DuplicateRequester(requester const *Source)
     if (!Copy) return nullptr;
 
     for (setting const *From = Source->FirstSetting; From; From = From->Next) {
-        setting *To = NewSetting(Copy, From->Id, From->Kind, From->Label, From->Help, From->Detailed != 0,
-                                 nullptr);
+        setting *To = NewSetting(Copy, From->Id, From->Kind, From->Label, From->Help, From->Detailed != 0, nullptr);
         if (!To) return nullptr;
         To->Detailed = From->Detailed;
         To->Overridden = From->Overridden;
@@ -435,9 +428,8 @@ requester *DuplicateRequester(requester const *Source)
         if (From->Kind == SettingKind_Combobox && From->Value.Combobox.List) {
             To->Value.Combobox.List = DuplicateRequester(From->Value.Combobox.List);
             if (!To->Value.Combobox.List) return nullptr;
-            To->Value.Combobox.Current = From->Value.Combobox.Current
-                                             ? FindChoice(To, From->Value.Combobox.Current->Id)
-                                             : nullptr;
+            To->Value.Combobox.Current =
+                From->Value.Combobox.Current ? FindChoice(To, From->Value.Combobox.Current->Id) : nullptr;
         }
     }
 
@@ -474,21 +466,14 @@ void ApplySettings(requester *Target, requester const *Source, bool Force)
             To->Overridden = From->Overridden;
             if (SameKind) {
                 switch (To->Kind) {
-                case SettingKind_Checkbox:
-                    To->Value.Checkbox.Current = From->Value.Checkbox.Current;
-                    break;
-                case SettingKind_Number:
-                    To->Value.Number.Current = From->Value.Number.Current;
-                    break;
-                case SettingKind_Slider:
-                    To->Value.Slider.Current = From->Value.Slider.Current;
-                    break;
+                case SettingKind_Checkbox: To->Value.Checkbox.Current = From->Value.Checkbox.Current; break;
+                case SettingKind_Number: To->Value.Number.Current = From->Value.Number.Current; break;
+                case SettingKind_Slider: To->Value.Slider.Current = From->Value.Slider.Current; break;
                 case SettingKind_Combobox:
                     To->Value.Combobox.Current =
                         From->Value.Combobox.Current ? FindChoice(To, From->Value.Combobox.Current->Id) : nullptr;
                     break;
-                default:
-                    break;
+                default: break;
                 }
             }
         }

@@ -135,13 +135,12 @@ void FreeSettingsPools(settings_pools &Pools);
 requester *NewRequester(settings_pools &Pools, int32 Id, char const *Label, char const *Help);
 void AddChildRequester(requester *Parent, requester *Child);
 
-setting *AddCheckbox(requester *Requester, int32 Id, char const *Label, char const *Help, bool Default,
-                     bool Detailed, setting *EnabledBy);
+setting *AddCheckbox(requester *Requester, int32 Id, char const *Label, char const *Help, bool Default, bool Detailed,
+                     setting *EnabledBy);
 setting *AddNumber(requester *Requester, int32 Id, char const *Label, char const *Help, real32 LowerBound,
                    real32 UpperBound, real32 Default, bool Detailed, setting *EnabledBy);
 setting *AddSlider(requester *Requester, int32 Id, char const *Label, char const *Help, int32 LowerBound,
-                   int32 UpperBound, int32 Default, slider_mapping_callback Mapping, bool Detailed,
-                   setting *EnabledBy);
+                   int32 UpperBound, int32 Default, slider_mapping_callback Mapping, bool Detailed, setting *EnabledBy);
 setting *AddSpacer(requester *Requester, int32 Id, setting *EnabledBy);
 // The current choice starts as the child of List with DefaultChoiceId (or none).
 setting *AddCombobox(requester *Requester, int32 Id, char const *Label, char const *Help, requester *List,

@@ -14,13 +14,11 @@ static int32 SizeOfValue(setting const *Setting)
     switch (Setting->Kind) {
     case SettingKind_Checkbox:
     case SettingKind_Number:
-    case SettingKind_Slider:
-        return 8;
+    case SettingKind_Slider: return 8;
     case SettingKind_Combobox:
         if (!Setting->Value.Combobox.List) return 4;
         return 8 + SizeOfRequesterBlock(Setting->Value.Combobox.List);
-    default:
-        return 0; // spacers (and anything unknown) are not stored
+    default: return 0; // spacers (and anything unknown) are not stored
     }
 }
 
@@ -68,8 +66,7 @@ static void WriteValue(setting const *Setting, word_writer &Writer)
         }
         break;
     }
-    default:
-        break;
+    default: break;
     }
 }
 
@@ -206,8 +203,7 @@ static void ReadValue(setting *Setting, uint8 const *Data, int32 Size)
         if (Size > 8) ReadRequesterBlock(Combobox.List, Data + 8, Size - 8);
         break;
     }
-    default:
-        break;
+    default: break;
     }
 }
 

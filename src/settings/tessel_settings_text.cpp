@@ -153,8 +153,7 @@ static bool CollectMatch(setting_visit const &Visit, void *UserData)
     return true;
 }
 
-static int32 FindByParsedPath(settings_node *Root, label_path const &Path, setting_match *Matches,
-                              int32 MaxMatches)
+static int32 FindByParsedPath(settings_node *Root, label_path const &Path, setting_match *Matches, int32 MaxMatches)
 {
     find_state State = {&Path, Matches, Matches ? MaxMatches : 0, 0};
     VisitTree(Root, CollectMatch, &State);
@@ -313,9 +312,7 @@ bool SetSettingFromText(setting *Setting, char const *Text, char *Error, int32 E
         Fail(Error, ErrorSize, "\"%s\" has no choice \"%s\"; the choices are: %s", Label, Text, Range);
         return false;
     }
-    default:
-        Fail(Error, ErrorSize, "\"%s\" holds no value", Label);
-        return false;
+    default: Fail(Error, ErrorSize, "\"%s\" holds no value", Label); return false;
     }
 }
 
@@ -361,8 +358,7 @@ int32 FormatSettingValue(setting const *Setting, char *Buffer, int32 Size)
     switch (Setting->Kind) {
     case SettingKind_Checkbox:
         return snprintf(Buffer, (size_t)Size, "%s", Setting->Value.Checkbox.Current ? "on" : "off");
-    case SettingKind_Number:
-        return FormatReal(Buffer, Size, Setting->Value.Number.Current);
+    case SettingKind_Number: return FormatReal(Buffer, Size, Setting->Value.Number.Current);
     case SettingKind_Slider: {
         int32 Position = Setting->Value.Slider.Current;
         int32 Value = GetSettingValueInt(Setting);
@@ -373,8 +369,7 @@ int32 FormatSettingValue(setting const *Setting, char *Buffer, int32 Size)
         requester const *Current = Setting->Value.Combobox.Current;
         return snprintf(Buffer, (size_t)Size, "%s", Current ? Current->Label : "(none)");
     }
-    default:
-        return 0;
+    default: return 0;
     }
 }
 
@@ -404,12 +399,10 @@ int32 FormatSettingRange(setting const *Setting, char *Buffer, int32 Size)
         requester const *List = Setting->Value.Combobox.List;
         for (requester const *Choice = List ? List->FirstChild : nullptr; Choice && Length < Size;
              Choice = Choice->NextSibling) {
-            Length += snprintf(Buffer + Length, (size_t)(Size - Length), "%s%s", Length ? " | " : "",
-                               Choice->Label);
+            Length += snprintf(Buffer + Length, (size_t)(Size - Length), "%s%s", Length ? " | " : "", Choice->Label);
         }
         return Length < Size ? Length : Size - 1;
     }
-    default:
-        return 0;
+    default: return 0;
     }
 }

@@ -105,7 +105,7 @@ TEST(ParseFrameNumber, KeepsLeadingDigitsOfAtMost255Characters)
     EXPECT_EQ(ParseFrameNumber("-5", 2), 0);
     EXPECT_EQ(ParseFrameNumber("abc", 3), 0);
     EXPECT_EQ(ParseFrameNumber("", 0), 0);
-    EXPECT_EQ(ParseFrameNumber("1234", 2), 12); // the length, not the terminator, ends the text
+    EXPECT_EQ(ParseFrameNumber("1234", 2), 12);                         // the length, not the terminator, ends the text
     EXPECT_EQ(ParseFrameNumber("99999999999999999999", 20), INT32_MAX); // never wraps negative
     // 254 zeros, then "17": the buffer keeps only the "1".
     std::string Long = std::string(254, '0') + "17";

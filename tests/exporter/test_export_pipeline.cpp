@@ -80,8 +80,8 @@ TEST(RunExport, EmptySceneRunsEveryStageInOrderAndLeavesNothingBehind)
 
     ASSERT_FALSE(Reports.empty());
     EXPECT_EQ(Reports.front().Title, "Tessel 2.8.21.0 is Exporting a TS2 File");
-    std::vector<std::string> Expected = {"Textures", "Materials", "Skeletons", "Meshes", "Models", "Animations", "I/O",
-                                         "Packaging file", "Export Complete"};
+    std::vector<std::string> Expected = {"Textures",   "Materials", "Skeletons",      "Meshes",         "Models",
+                                         "Animations", "I/O",       "Packaging file", "Export Complete"};
     EXPECT_EQ(StagesSeen(), Expected);
     // An empty scene has only the three closing steps.
     EXPECT_EQ(Reports.back().Total, 3u);
@@ -176,7 +176,8 @@ TEST(RunExport, UncreatableOutputStillCompletesAndCleansUp)
 TEST(RunExport, SceneObjectsAreCountedAndNamedInStageOrder)
 {
     Reports.clear();
-    std::string Path = SaveFbxTestFile("progress_arm.fbx", WriteFbxTestScene(MakeFbxTestArmScene(), FbxTestBinary(7400)));
+    std::string Path =
+        SaveFbxTestFile("progress_arm.fbx", WriteFbxTestScene(MakeFbxTestArmScene(), FbxTestBinary(7400)));
     std::string Output = PrivateTemporaryDirectory() + "/output_arm.ts2";
     EXPECT_TRUE(ExportFBXFile(Path.c_str(), Output.c_str(), nullptr, RecordProgress));
     remove(Path.c_str());
@@ -190,8 +191,8 @@ TEST(RunExport, SceneObjectsAreCountedAndNamedInStageOrder)
         Position = Report.Position;
     }
     std::vector<std::pair<std::string, std::string>> Expected = {
-        {"Skeletons", "Root"}, {"Meshes", "Arm"},  {"Models", "Root"},
-        {"Animations", "Idle"}, {"Animations", "Wave"}, // newest first
+        {"Skeletons", "Root"},   {"Meshes", "Arm"},      {"Models", "Root"},
+        {"Animations", "Idle"},  {"Animations", "Wave"}, // newest first
         {"I/O", "Writing file"}, {"Packaging file", ""}, {"Export Complete", ""}};
     EXPECT_EQ(Steps, Expected);
     // One model, one mesh, the three closing steps, and per animation one

@@ -38,7 +38,8 @@ std::string WriteSettings(std::string const &Name, std::vector<char const *> con
 // Exports the arm scene with the settings file; returns the output path.
 std::string ExportArm(std::string const &Name, char const *SettingsFile, bool MustSucceed = true)
 {
-    std::string Input = SaveFbxTestFile("settings_arm.fbx", WriteFbxTestScene(MakeFbxTestArmScene(), FbxTestBinary(7400)));
+    std::string Input =
+        SaveFbxTestFile("settings_arm.fbx", WriteFbxTestScene(MakeFbxTestArmScene(), FbxTestBinary(7400)));
     std::string Output = PrivateTemporaryDirectory() + "/output_" + Name;
     export_options Options = {nullptr, false, SettingsFile};
     bool Exported = false;
@@ -93,7 +94,11 @@ TEST(ExportSettingsFile, CompressionAndAlignmentFollowTheFile)
 
 TEST(ExportSettingsFile, PlatformChoiceSelectsTheMagicBlock)
 {
-    struct platform_case { char const *Choice; file_magic_block const *Magic; };
+    struct platform_case
+    {
+        char const *Choice;
+        file_magic_block const *Magic;
+    };
     platform_case const Cases[] = {
         {"File platform=32-bit, big endian", &FileMagic32BitBigEndian},
         {"File platform=32-bit, little endian", &FileMagic32BitLittleEndian},

@@ -142,7 +142,7 @@ TEST(MeshExport, SkinnedMeshHasQuantisedWeightsAndPerBoneTriangles)
         tri_topology *Topology = Mesh->PrimaryTopology;
         ASSERT_TRUE(Data && Topology);
         EXPECT_EQ(MemberNames(Data), (std::vector<std::string>{"Position", "BoneWeights", "BoneIndices", "Normal",
-                                                                "TextureCoordinates0"}));
+                                                               "TextureCoordinates0"}));
         EXPECT_EQ(LayoutMember(Data, "BoneWeights")->Type, NormalUInt8Member);
         EXPECT_EQ(LayoutMember(Data, "BoneIndices")->Type, UInt8Member);
         EXPECT_EQ(GetMemberArrayWidth(*LayoutMember(Data, "BoneWeights")), 4);
@@ -224,7 +224,8 @@ TEST(MeshExport, OneBonePerVertexStoresOnlyTheStrongestIndex)
     Fixture.Run();
     vertex_data *Data = Fixture.FirstFileMesh()->PrimaryVertexData;
     ASSERT_NE(Data, nullptr);
-    EXPECT_EQ(MemberNames(Data), (std::vector<std::string>{"Position", "BoneIndices", "Normal", "TextureCoordinates0"}));
+    EXPECT_EQ(MemberNames(Data),
+              (std::vector<std::string>{"Position", "BoneIndices", "Normal", "TextureCoordinates0"}));
     EXPECT_EQ(LayoutMember(Data, "BoneIndices")->Type, UInt32Member);
     EXPECT_EQ(GetMemberArrayWidth(*LayoutMember(Data, "BoneIndices")), 1);
     EXPECT_STREQ(Data->VertexComponentNames[1], "BoneWeights");
@@ -303,7 +304,8 @@ TEST(MeshExport, IndicesNarrowTo16BitsOnlyBelow65536)
         Scene.Nodes.push_back(MeshNode("Big", -1, 0));
         Scene.Meshes.resize(1);
         for (int32 P = 0; P < Points; ++P) {
-            Scene.Meshes[0].ControlPoints.insert(Scene.Meshes[0].ControlPoints.end(), {(double)P, (double)(P % 2), 0.0});
+            Scene.Meshes[0].ControlPoints.insert(Scene.Meshes[0].ControlPoints.end(),
+                                                 {(double)P, (double)(P % 2), 0.0});
         }
         Scene.Meshes[0].Polygons.push_back({0, 1, 2});
         Scene.Meshes[0].Polygons.push_back({Points - 3, Points - 2, Points - 1});
@@ -340,7 +342,9 @@ TEST(MeshExport, ClockwiseWindingReversesTrianglesAndKeepsNeighboursTrue)
         tri_topology *Topology = Mesh->PrimaryTopology;
         ASSERT_TRUE(Topology && Topology->SideToNeighborMap);
         vertex_data *Data = Mesh->PrimaryVertexData;
-        auto Corner = [&](int32 Triangle, int32 C) { return VertexMember(Data, Topology->Indices[Triangle * 3 + C], "Position"); };
+        auto Corner = [&](int32 Triangle, int32 C) {
+            return VertexMember(Data, Topology->Indices[Triangle * 3 + C], "Position");
+        };
         int32 Triangles = Topology->IndexCount / 3;
         // The tube is closed: every side has a neighbour that runs the other way.
         for (int32 T = 0; T < Triangles; ++T) {
@@ -383,10 +387,11 @@ TEST(MeshExportFile, InspectShowsLayoutBindingsAndFirstVertices)
     while (size_t Read = fread(Buffer, 1, sizeof(Buffer), Pipe)) Text.append(Buffer, Read);
     EXPECT_EQ(pclose(Pipe), 0);
     remove(Output.c_str());
-    for (char const *Line : {"Meshes: 1\n  \"Arm\": ", " vertices, 20 triangles, 32-bit indices",
-                             "\n      BoneWeights NormalUInt8Member[4]  from \"BoneWeights\"",
-                             "\n    material groups: 1\n      [0] material 0: triangles 0 to 19 (20)",
-                             "\n    bone bindings: 2\n      [0] \"Upper\"  box (", "\n    first 2 vertices:\n      [0] Position ("}) {
+    for (char const *Line :
+         {"Meshes: 1\n  \"Arm\": ", " vertices, 20 triangles, 32-bit indices",
+          "\n      BoneWeights NormalUInt8Member[4]  from \"BoneWeights\"",
+          "\n    material groups: 1\n      [0] material 0: triangles 0 to 19 (20)",
+          "\n    bone bindings: 2\n      [0] \"Upper\"  box (", "\n    first 2 vertices:\n      [0] Position ("}) {
         EXPECT_NE(Text.find(Line), std::string::npos) << Line << "\n" << Text;
     }
 }

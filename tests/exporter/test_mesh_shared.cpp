@@ -16,7 +16,10 @@
 
 namespace {
 
-enum { IncludeTopologyId = 77 };
+enum
+{
+    IncludeTopologyId = 77
+};
 
 // The control point a vertex came from: the one of its ring of coincident
 // vertices that has an index below the control point count.
@@ -137,7 +140,8 @@ struct mesh_checks
                 double Scale = 1.0;
                 for (int A = 0; A < 3; ++A) Scale = std::fmax(Scale, std::fabs(Local[A]));
                 for (int A = 0; A < 3; ++A) {
-                    Outside += Local[A] < Binding.OBBMin[A] - 1e-4 * Scale || Local[A] > Binding.OBBMax[A] + 1e-4 * Scale;
+                    Outside +=
+                        Local[A] < Binding.OBBMin[A] - 1e-4 * Scale || Local[A] > Binding.OBBMax[A] + 1e-4 * Scale;
                 }
                 ++BoxChecks;
             }

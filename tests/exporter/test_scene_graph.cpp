@@ -44,8 +44,8 @@ struct built_graph
 void BuildFrom(built_graph &Built, fbx_test_scene const &Scene, int32_t Version, animation_def *Defs = nullptr,
                int32 DefCount = 0)
 {
-    std::string Path = SaveFbxTestFile("graph_" + std::to_string(Version) + ".fbx",
-                                       WriteFbxTestScene(Scene, FbxTestBinary(Version)));
+    std::string Path =
+        SaveFbxTestFile("graph_" + std::to_string(Version) + ".fbx", WriteFbxTestScene(Scene, FbxTestBinary(Version)));
     Built.Tool = CreateToolInterface(Path.c_str());
     ASSERT_NE(Built.Tool->FBX, nullptr);
     Built.Tool->AnimationDefs = Defs;

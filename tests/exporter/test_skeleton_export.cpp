@@ -228,7 +228,8 @@ TEST(ModelExport, MoveToOriginPlacesTheFirstBoneAndKeepsWorldMatrices)
     for (int Axis = 0; Axis < 3; ++Axis) EXPECT_NEAR(First.Transform.Position[Axis], 0.0f, 1e-6f);
     EXPECT_NEAR(std::fabs(First.Transform.Orientation[3]), 1.0f, 1e-6f);
     EXPECT_EQ(First.Transform.Flags & 3, 0);
-    EXPECT_EQ(0, memcmp(First.InverseWorldTransform, Before.InverseWorldTransform, sizeof(Before.InverseWorldTransform)));
+    EXPECT_EQ(0,
+              memcmp(First.InverseWorldTransform, Before.InverseWorldTransform, sizeof(Before.InverseWorldTransform)));
 
     // Without a skeleton the first node's local values place the model; with
     // the setting off the placement stays zeroed. Meshes with a record bind.

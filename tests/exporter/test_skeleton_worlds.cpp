@@ -92,9 +92,9 @@ mat4 ComposeLocal(KFbxNode *Node)
     auto Offset = [](fbx_optional_vector const &V, double Sign) {
         return V.InUse ? Translate4(Sign * V.Value[0], Sign * V.Value[1], Sign * V.Value[2]) : Identity4();
     };
-    return Translate4(T[0], T[1], T[2]) * Offset(Node->RotationOffset, 1) * Offset(Node->RotationPivot, 1) *
-           Rotation * Offset(Node->RotationPivot, -1) * Offset(Node->ScalingOffset, 1) *
-           Offset(Node->ScalingPivot, 1) * Scale4(S[0], S[1], S[2]) * Offset(Node->ScalingPivot, -1);
+    return Translate4(T[0], T[1], T[2]) * Offset(Node->RotationOffset, 1) * Offset(Node->RotationPivot, 1) * Rotation *
+           Offset(Node->RotationPivot, -1) * Offset(Node->ScalingOffset, 1) * Offset(Node->ScalingPivot, 1) *
+           Scale4(S[0], S[1], S[2]) * Offset(Node->ScalingPivot, -1);
 }
 
 bool IsPlainLocal(KFbxNode *Node)

@@ -46,8 +46,7 @@ inline KFbxNode *FindFbxNode(KFbxNode *Node, char const *Name)
 {
     if (!Node) return nullptr;
     if (StringsAreExactlyEqual(Node->GetName(), Name)) return Node;
-    for (int32 Index = 0; Index < Node->GetChildCount(); ++Index)
-    {
+    for (int32 Index = 0; Index < Node->GetChildCount(); ++Index) {
         if (KFbxNode *Found = FindFbxNode(Node->GetChild(Index), Name)) return Found;
     }
     return nullptr;
@@ -122,7 +121,8 @@ inline mat4 Transpose4(mat4 const &A)
     return R;
 }
 
-inline void ExpectMatrixNear(AffineMatrix const &Actual, mat4 const &Expected, double Tolerance, std::string const &What)
+inline void ExpectMatrixNear(AffineMatrix const &Actual, mat4 const &Expected, double Tolerance,
+                             std::string const &What)
 {
     for (int Row = 0; Row < 4; ++Row)
         for (int Column = 0; Column < 4; ++Column)

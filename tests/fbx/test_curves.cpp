@@ -10,7 +10,10 @@
 
 namespace {
 
-KTime Seconds(double Value) { return KTime((int64)std::llround(Value * (double)KTime::TicksPerSecond)); }
+KTime Seconds(double Value)
+{
+    return KTime((int64)std::llround(Value * (double)KTime::TicksPerSecond));
+}
 
 KFCurveKey Key(double Time, float Value, uint32 Flags, float RightSlope = 0.0f, float NextLeftSlope = 0.0f)
 {
@@ -58,9 +61,9 @@ TEST(Curves, KeySearchAndInterpolationKinds)
     EXPECT_EQ(Curve.KeyFind(Seconds(-1.0)), -0.5);
     EXPECT_EQ(Curve.KeyFind(Seconds(7.0)), 4.5);
 
-    EXPECT_EQ(Curve.Evaluate(Seconds(0.5)), 1.0f);          // constant holds the key
-    EXPECT_EQ(Curve.Evaluate(Seconds(1.5)), 5.0f);          // constant taking the next key
-    EXPECT_NEAR(Curve.Evaluate(Seconds(2.5)), 6.0f, 1e-6);  // linear
+    EXPECT_EQ(Curve.Evaluate(Seconds(0.5)), 1.0f);         // constant holds the key
+    EXPECT_EQ(Curve.Evaluate(Seconds(1.5)), 5.0f);         // constant taking the next key
+    EXPECT_NEAR(Curve.Evaluate(Seconds(2.5)), 6.0f, 1e-6); // linear
     for (double F : {0.1, 0.25, 0.5, 0.8})
         EXPECT_NEAR(Curve.Evaluate(Seconds(4.0 + 2.0 * F)), Hermite(9.0, 1.0, 6.0, -2.0, 2.0, F), 2e-5) << F;
     EXPECT_EQ(Curve.Evaluate(Seconds(6.0)), 1.0f) << "the last key's own time";
@@ -84,8 +87,7 @@ TEST(Curves, WeightedTangentsTCBAndFlatClamp)
     Weighted.SetWeights(6000, 1000);
     Heavy.KeyAppend(Weighted);
     Heavy.KeyAppend(Key(1.0, 1.0f, FbxKey_Linear));
-    for (double F = 0.05; F < 1.0; F += 0.1)
-    {
+    for (double F = 0.05; F < 1.0; F += 0.1) {
         EXPECT_NEAR(Third.Evaluate(Seconds(F)), Plain.Evaluate(Seconds(F)), 2e-4) << F;
         // Heavy weights: find the curve parameter by bisection on the time axis.
         double W0 = 6000 / 9999.0, W1 = 1000 / 9999.0, Low = 0.0, High = 1.0;
@@ -93,8 +95,7 @@ TEST(Curves, WeightedTangentsTCBAndFlatClamp)
             double V = 1.0 - U;
             return V * V * V * A + 3 * V * V * U * B + 3 * V * U * U * C + U * U * U * D;
         };
-        for (int Step = 0; Step < 60; ++Step)
-        {
+        for (int Step = 0; Step < 60; ++Step) {
             double Middle = 0.5 * (Low + High);
             (Bezier(0.0, W0, 1.0 - W1, 1.0, Middle) < F ? Low : High) = Middle;
         }
@@ -143,34 +144,32 @@ TEST(Curves, ExtrapolationModesCountsAndGuards)
     };
     // Ramp: 0 at 1 s to 2 at 3 s, slope 1 per second, span 2 s.
     expectation const After[] = {
-        {FbxExtrapolation_Constant, -1, 3.5, 2.0f},    {FbxExtrapolation_Repetition, -1, 3.5, 0.5f},
-        {FbxExtrapolation_Repetition, -1, 10.0, 1.0f}, {FbxExtrapolation_MirrorRepetition, -1, 3.5, 1.5f},
+        {FbxExtrapolation_Constant, -1, 3.5, 2.0f},         {FbxExtrapolation_Repetition, -1, 3.5, 0.5f},
+        {FbxExtrapolation_Repetition, -1, 10.0, 1.0f},      {FbxExtrapolation_MirrorRepetition, -1, 3.5, 1.5f},
         {FbxExtrapolation_MirrorRepetition, -1, 5.5, 0.5f}, {FbxExtrapolation_KeepSlope, -1, 4.0, 3.0f},
-        {FbxExtrapolation_KeepSlope, 1, 9.0, 4.0f},    {FbxExtrapolation_Repetition, 0, 3.5, 2.0f},
-        {FbxExtrapolation_Repetition, 1, 4.0, 1.0f},   {FbxExtrapolation_Repetition, 1, 5.5, 2.0f},
+        {FbxExtrapolation_KeepSlope, 1, 9.0, 4.0f},         {FbxExtrapolation_Repetition, 0, 3.5, 2.0f},
+        {FbxExtrapolation_Repetition, 1, 4.0, 1.0f},        {FbxExtrapolation_Repetition, 1, 5.5, 2.0f},
     };
-    for (expectation const &E : After)
-    {
+    for (expectation const &E : After) {
         KFCurve Curve;
         MakeRamp(Curve);
         Curve.SetPostExtrapolation(E.Mode, E.Count);
-        EXPECT_NEAR(Curve.Evaluate(Seconds(E.Time)), E.Value, 1e-5) << "after, mode " << E.Mode << " count " << E.Count << " at " << E.Time;
+        EXPECT_NEAR(Curve.Evaluate(Seconds(E.Time)), E.Value, 1e-5)
+            << "after, mode " << E.Mode << " count " << E.Count << " at " << E.Time;
     }
     expectation const Before[] = {
-        {FbxExtrapolation_Constant, -1, 0.0, 0.0f},     {FbxExtrapolation_Repetition, -1, 0.5, 1.5f},
+        {FbxExtrapolation_Constant, -1, 0.0, 0.0f},         {FbxExtrapolation_Repetition, -1, 0.5, 1.5f},
         {FbxExtrapolation_MirrorRepetition, -1, 0.5, 0.5f}, {FbxExtrapolation_MirrorRepetition, -1, -1.5, 1.5f},
-        {FbxExtrapolation_KeepSlope, -1, -1.0, -2.0f},  {FbxExtrapolation_Repetition, 0, 0.5, 0.0f},
+        {FbxExtrapolation_KeepSlope, -1, -1.0, -2.0f},      {FbxExtrapolation_Repetition, 0, 0.5, 0.0f},
     };
-    for (expectation const &E : Before)
-    {
+    for (expectation const &E : Before) {
         KFCurve Curve;
         MakeRamp(Curve);
         Curve.SetPreExtrapolation(E.Mode, E.Count);
         EXPECT_NEAR(Curve.Evaluate(Seconds(E.Time)), E.Value, 1e-5) << "before, mode " << E.Mode << " at " << E.Time;
     }
     // One key is constant in every mode (no zero span to divide by).
-    for (int32 Mode = 0; Mode <= FbxExtrapolation_KeepSlope; ++Mode)
-    {
+    for (int32 Mode = 0; Mode <= FbxExtrapolation_KeepSlope; ++Mode) {
         KFCurve Single;
         Single.KeyAppend(Key(1.0, 7.0f, FbxKey_Cubic | FbxKey_TangentUser, 5.0f, 5.0f));
         Single.SetPreExtrapolation(Mode, -1);
@@ -186,8 +185,7 @@ TEST(Curves, CurveNodesWithLayers)
         KFCurveNode *Node = FbxNew(KFCurveNode, Name);
         char const *Axes[3] = {"X", "Y", "Z"};
         float Values[3] = {X, Y, 0.0f};
-        for (int Axis = 0; Axis < 3; ++Axis)
-        {
+        for (int Axis = 0; Axis < 3; ++Axis) {
             KFCurveNode *Child = Node->Add(FbxNew(KFCurveNode, Axes[Axis]));
             if (Axis < 2 || WithZ) Child->FCurveCreate()->KeyAppend(Key(0.0, Values[Axis], FbxKey_Linear));
         }
@@ -240,8 +238,7 @@ TEST(Curves, QuaternionRotationNodesTurnTheShortWay)
     // at the middle, a quaternion turns -5 degrees.
     KFCurveNode *Rotation = FbxNew(KFCurveNode, "R");
     char const *Axes[3] = {"X", "Y", "Z"};
-    for (int Axis = 0; Axis < 3; ++Axis)
-    {
+    for (int Axis = 0; Axis < 3; ++Axis) {
         KFCurve *Curve = Rotation->Add(FbxNew(KFCurveNode, Axes[Axis]))->FCurveCreate();
         Curve->KeyAppend(Key(0.0, 0.0f, FbxKey_Linear));
         Curve->KeyAppend(Key(1.0, Axis == 2 ? 350.0f : 0.0f, FbxKey_Linear));

@@ -17,13 +17,13 @@ struct walked_field
     std::string Name;
     std::vector<char> Types;
     std::vector<std::string> Strings;
-    std::vector<std::vector<uint8_t>> ArrayBytes;  // inflated element bytes
+    std::vector<std::vector<uint8_t>> ArrayBytes; // inflated element bytes
     std::vector<walked_field> Children;
 };
 
 struct walker
 {
-    const std::vector<uint8_t>& Bytes;
+    const std::vector<uint8_t> &Bytes;
     bool BigEndian;
     int Word;
     std::string Error;
@@ -31,21 +31,18 @@ struct walker
     uint64_t Read(size_t At, int Size) const
     {
         uint64_t V = 0;
-        for (int I = 0; I < Size; ++I)
-            V |= (uint64_t)Bytes[At + I] << (BigEndian ? 8 * (Size - 1 - I) : 8 * I);
+        for (int I = 0; I < Size; ++I) V |= (uint64_t)Bytes[At + I] << (BigEndian ? 8 * (Size - 1 - I) : 8 * I);
         return V;
     }
 
     // Reads the records from At up to and including the level's end record.
-    bool Level(size_t& At, size_t Limit, std::vector<walked_field>& Out)
+    bool Level(size_t &At, size_t Limit, std::vector<walked_field> &Out)
     {
-        for (;;)
-        {
+        for (;;) {
             if (At + 3 * Word + 1 > Limit) return Fail("record header past its parent");
             uint64_t End = Read(At, Word), Count = Read(At + Word, Word), ListSize = Read(At + 2 * Word, Word);
             uint8_t NameLength = Bytes[At + 3 * Word];
-            if (End == 0)
-            {
+            if (End == 0) {
                 if (Count || ListSize || NameLength) return Fail("end record not all zero");
                 At += 3 * Word + 1;
                 return true;
@@ -53,7 +50,7 @@ struct walker
             if (End > Limit || End <= At) return Fail("end offset out of its parent");
             walked_field Field;
             size_t P = At + 3 * Word + 1;
-            Field.Name.assign((const char*)&Bytes[P], NameLength);
+            Field.Name.assign((const char *)&Bytes[P], NameLength);
             P += NameLength;
             size_t ListEnd = P + ListSize;
             for (uint64_t V = 0; V < Count; ++V)
@@ -66,17 +63,19 @@ struct walker
         }
     }
 
-    bool Value(size_t& P, size_t Limit, walked_field& Field)
+    bool Value(size_t &P, size_t Limit, walked_field &Field)
     {
         char Type = (char)Bytes[P++];
         Field.Types.push_back(Type);
         static const std::map<char, int> Scalars = {{'Y', 2}, {'C', 1}, {'I', 4}, {'F', 4}, {'D', 8}, {'L', 8}};
         static const std::map<char, int> Arrays = {{'i', 4}, {'f', 4}, {'d', 8}, {'l', 8}, {'b', 1}};
-        if (Scalars.count(Type)) { P += Scalars.at(Type); return P <= Limit || Fail("scalar past list"); }
-        if (Type == 'S' || Type == 'R')
-        {
+        if (Scalars.count(Type)) {
+            P += Scalars.at(Type);
+            return P <= Limit || Fail("scalar past list");
+        }
+        if (Type == 'S' || Type == 'R') {
             size_t Length = Read(P, 4);
-            Field.Strings.emplace_back((const char*)&Bytes[P + 4], Length);
+            Field.Strings.emplace_back((const char *)&Bytes[P + 4], Length);
             P += 4 + Length;
             return P <= Limit || Fail("string past list");
         }
@@ -85,27 +84,28 @@ struct walker
         std::vector<uint8_t> Data(Bytes.begin() + P + 12, Bytes.begin() + P + 12 + Size);
         P += 12 + Size;
         size_t Expected = (size_t)Count * Arrays.at(Type);
-        if (Encoding == 1)
-        {
+        if (Encoding == 1) {
             std::vector<uint8_t> Inflated(Expected);
             uLongf Length = (uLongf)Expected;
             if (uncompress(Inflated.data(), &Length, Data.data(), Size) != Z_OK || Length != Expected)
                 return Fail("array does not inflate to its size");
             Data = Inflated;
-        }
-        else if (Encoding != 0 || Data.size() != Expected)
-        {
+        } else if (Encoding != 0 || Data.size() != Expected) {
             return Fail("raw array size mismatch");
         }
         Field.ArrayBytes.push_back(Data);
         return P <= Limit || Fail("array past list");
     }
 
-    bool Fail(const std::string& Text) { Error = Text; return false; }
+    bool Fail(const std::string &Text)
+    {
+        Error = Text;
+        return false;
+    }
 };
 
 // Walks a whole binary file; checks the header on the way.
-std::vector<walked_field> Walk(const std::vector<uint8_t>& Bytes, int Word, bool BigEndian, std::string& Error)
+std::vector<walked_field> Walk(const std::vector<uint8_t> &Bytes, int Word, bool BigEndian, std::string &Error)
 {
     std::vector<walked_field> Top;
     walker W{Bytes, BigEndian, Word, ""};
@@ -114,9 +114,9 @@ std::vector<walked_field> Walk(const std::vector<uint8_t>& Bytes, int Word, bool
     return Top;
 }
 
-const walked_field* FindWalked(const std::vector<walked_field>& Fields, const std::string& Name)
+const walked_field *FindWalked(const std::vector<walked_field> &Fields, const std::string &Name)
 {
-    for (const walked_field& F : Fields)
+    for (const walked_field &F : Fields)
         if (F.Name == Name) return &F;
     return nullptr;
 }
@@ -124,9 +124,10 @@ const walked_field* FindWalked(const std::vector<walked_field>& Fields, const st
 fbx_test_field SampleTree()
 {
     fbx_test_field Root;
-    fbx_test_field& Objects = Root.Add("Objects");
-    fbx_test_field& Model = Objects.Add("Model", {FbxL(5000000017LL), FbxName("Model", "Cube"), FbxS("Mesh")});
-    Model.Add("Scalars", {FbxY(-2), FbxC('T'), FbxI(-7), FbxF(0.5f), FbxD(-1e300), FbxL(-3), FbxR(std::string("\0\1", 2))});
+    fbx_test_field &Objects = Root.Add("Objects");
+    fbx_test_field &Model = Objects.Add("Model", {FbxL(5000000017LL), FbxName("Model", "Cube"), FbxS("Mesh")});
+    Model.Add("Scalars",
+              {FbxY(-2), FbxC('T'), FbxI(-7), FbxF(0.5f), FbxD(-1e300), FbxL(-3), FbxR(std::string("\0\1", 2))});
     std::vector<int32_t> Ints;
     for (int32_t I = 0; I < 200; ++I) Ints.push_back(I * 1000 - 7);
     Model.Add("Big", {FbxArrayI(Ints)});
@@ -140,9 +141,13 @@ fbx_test_field SampleTree()
 
 TEST(FbxTestWriter, BinaryHeaderAndRecordLayoutForEachVersionAndByteOrder)
 {
-    struct { int32_t Version; bool BigEndian; int Word; } Cases[] = {{6100, false, 4}, {7400, true, 4}, {7500, false, 8}, {7700, true, 8}};
-    for (const auto& C : Cases)
+    struct
     {
+        int32_t Version;
+        bool BigEndian;
+        int Word;
+    } Cases[] = {{6100, false, 4}, {7400, true, 4}, {7500, false, 8}, {7700, true, 8}};
+    for (const auto &C : Cases) {
         SCOPED_TRACE(C.Version);
         std::vector<uint8_t> Bytes = WriteFbxTestBinary(SampleTree(), FbxTestBinary(C.Version, C.BigEndian, 64));
         ASSERT_GT(Bytes.size(), 27u);
@@ -156,15 +161,15 @@ TEST(FbxTestWriter, BinaryHeaderAndRecordLayoutForEachVersionAndByteOrder)
         std::vector<walked_field> Top = Walk(Bytes, C.Word, C.BigEndian, Error);
         ASSERT_EQ("", Error);
         ASSERT_EQ(2u, Top.size());
-        const walked_field* Model = FindWalked(Top[0].Children, "Model");
+        const walked_field *Model = FindWalked(Top[0].Children, "Model");
         ASSERT_NE(nullptr, Model);
         EXPECT_EQ(std::string("LSS"), std::string(Model->Types.begin(), Model->Types.end()));
         EXPECT_EQ(std::string("Cube\0\x01Model", 11), Model->Strings[0]);
-        const walked_field* Scalars = FindWalked(Model->Children, "Scalars");
+        const walked_field *Scalars = FindWalked(Model->Children, "Scalars");
         ASSERT_NE(nullptr, Scalars);
         EXPECT_EQ(std::string("YCIFDLR"), std::string(Scalars->Types.begin(), Scalars->Types.end()));
         // A field with neither values nor children is still a block with an end record.
-        const walked_field* Empty = FindWalked(Top[0].Children, "Empty");
+        const walked_field *Empty = FindWalked(Top[0].Children, "Empty");
         ASSERT_NE(nullptr, Empty);
         EXPECT_TRUE(Empty->Children.empty());
         // The footer starts on a 16-byte boundary and the file ends with it.
@@ -174,24 +179,23 @@ TEST(FbxTestWriter, BinaryHeaderAndRecordLayoutForEachVersionAndByteOrder)
 
 TEST(FbxTestWriter, ArraysInflateAndSwapToTheirElements)
 {
-    for (bool BigEndian : {false, true})
-    {
+    for (bool BigEndian : {false, true}) {
         SCOPED_TRACE(BigEndian);
         std::vector<uint8_t> Bytes = WriteFbxTestBinary(SampleTree(), FbxTestBinary(7400, BigEndian, 64));
         std::string Error;
         std::vector<walked_field> Top = Walk(Bytes, 4, BigEndian, Error);
         ASSERT_EQ("", Error);
-        const walked_field* Model = FindWalked(Top[0].Children, "Model");
-        const walked_field* Big = FindWalked(Model->Children, "Big");
+        const walked_field *Model = FindWalked(Top[0].Children, "Model");
+        const walked_field *Big = FindWalked(Model->Children, "Big");
         ASSERT_EQ(1u, Big->ArrayBytes.size());
         ASSERT_EQ(800u, Big->ArrayBytes[0].size());
         // Element 3 is 2993 = 0x00000BB1.
-        const uint8_t* E = &Big->ArrayBytes[0][12];
+        const uint8_t *E = &Big->ArrayBytes[0][12];
         EXPECT_EQ(BigEndian ? 0x0B : 0xB1, E[BigEndian ? 2 : 0]);
         EXPECT_EQ(BigEndian ? 0xB1 : 0x0B, E[BigEndian ? 3 : 1]);
 
         // Under the threshold arrays stay raw; doubles keep their bits.
-        const walked_field* Small = FindWalked(Model->Children, "Small");
+        const walked_field *Small = FindWalked(Model->Children, "Small");
         ASSERT_EQ(2u, Small->ArrayBytes.size());
         uint8_t Bits[8];
         double Value = -2.25;
@@ -235,12 +239,11 @@ TEST(FbxTestWriter, SceneLayoutsAreConsistent)
 
     // Bind matrices: the cluster transform undoes the link, and the lower
     // bone sits where its ring of the tube is.
-    const fbx_test_cluster& Lower = Scene.Meshes[0].Clusters[1];
+    const fbx_test_cluster &Lower = Scene.Meshes[0].Clusters[1];
     EXPECT_NEAR(2.0, Lower.TransformLink[12], 1e-12);
     EXPECT_NEAR(0.0, Lower.TransformLink[13], 1e-12);
     for (int I = 0; I < 4; ++I)
-        for (int J = 0; J < 4; ++J)
-        {
+        for (int J = 0; J < 4; ++J) {
             double Sum = 0;
             for (int K = 0; K < 4; ++K) Sum += Lower.Transform[I * 4 + K] * Lower.TransformLink[K * 4 + J];
             EXPECT_NEAR(I == J ? 1.0 : 0.0, Sum, 1e-12);
@@ -259,18 +262,15 @@ TEST(FbxTestWriter, SceneLayoutsAreConsistent)
     // and every object but the take stacks and the pose hangs somewhere.
     fbx_test_field Seven = BuildFbx7Scene(Scene);
     std::set<int64_t> Ids = {0}, Connected;
-    for (const fbx_test_field& Object : Seven.Find("Objects")->Children) Ids.insert(Object.Values[0].Integer);
-    for (const fbx_test_field& C : Seven.Find("Connections")->Children)
-    {
+    for (const fbx_test_field &Object : Seven.Find("Objects")->Children) Ids.insert(Object.Values[0].Integer);
+    for (const fbx_test_field &C : Seven.Find("Connections")->Children) {
         EXPECT_TRUE(Ids.count(C.Values[1].Integer)) << C.Values[1].Integer;
         EXPECT_TRUE(Ids.count(C.Values[2].Integer)) << C.Values[2].Integer;
         EXPECT_EQ(C.Values[0].Bytes == "OP" ? 4u : 3u, C.Values.size());
         Connected.insert(C.Values[1].Integer);
     }
-    for (const fbx_test_field& Object : Seven.Find("Objects")->Children)
-    {
-        if (Object.Name != "Pose" && Object.Name != "AnimationStack")
-        {
+    for (const fbx_test_field &Object : Seven.Find("Objects")->Children) {
+        if (Object.Name != "Pose" && Object.Name != "AnimationStack") {
             EXPECT_TRUE(Connected.count(Object.Values[0].Integer)) << Object.Name;
         }
     }
@@ -279,21 +279,19 @@ TEST(FbxTestWriter, SceneLayoutsAreConsistent)
     // its channels in every take.
     fbx_test_field Six = BuildFbx6Scene(Scene);
     std::set<std::string> Names = {"Model::Scene"};
-    for (const fbx_test_field& Object : Six.Find("Objects")->Children)
+    for (const fbx_test_field &Object : Six.Find("Objects")->Children)
         if (!Object.Values.empty()) Names.insert(Object.Values[0].Bytes);
-    for (const fbx_test_field& C : Six.Find("Connections")->Children)
-    {
+    for (const fbx_test_field &C : Six.Find("Connections")->Children) {
         EXPECT_TRUE(Names.count(C.Values[1].Bytes)) << C.Values[1].Bytes;
         EXPECT_TRUE(Names.count(C.Values[2].Bytes)) << C.Values[2].Bytes;
     }
-    const fbx_test_field* Takes = Six.Find("Takes");
+    const fbx_test_field *Takes = Six.Find("Takes");
     ASSERT_EQ(3u, Takes->Children.size());
     EXPECT_EQ("Wave", Takes->Find("Current")->Values[0].Bytes);
-    for (const fbx_test_field& Take : Takes->Children)
-        if (Take.Name == "Take")
-        {
+    for (const fbx_test_field &Take : Takes->Children)
+        if (Take.Name == "Take") {
             size_t Models = 0;
-            for (const fbx_test_field& Child : Take.Children) Models += Child.Name == "Model";
+            for (const fbx_test_field &Child : Take.Children) Models += Child.Name == "Model";
             EXPECT_EQ(Scene.Nodes.size(), Models);
         }
 }

@@ -72,13 +72,10 @@ void CheckSampleTree(KFbx &Fbx, bool Binary)
 
     fbx_field const *Scalars = Fbx.FindChild(Model, "Scalars");
     ASSERT_EQ(Fbx.GetValueCount(Scalars), 6);
-    if (Binary)
-    {
+    if (Binary) {
         char const Types[] = "YCIFDL";
         for (int32 Index = 0; Index < 6; ++Index) EXPECT_EQ(Fbx.GetValueType(Scalars, Index), Types[Index]);
-    }
-    else
-    {
+    } else {
         for (int32 Index = 0; Index < 6; ++Index) EXPECT_EQ(Fbx.GetValueType(Scalars, Index), FbxValue_String);
     }
     EXPECT_EQ(Fbx.GetInt32(Scalars, 0), -12);
@@ -128,8 +125,8 @@ void CheckSampleTree(KFbx &Fbx, bool Binary)
 
     // Elements read in place where the file holds them as asked (possibly
     // unaligned), else converted: the same numbers in every encoding.
-    uint8 const *InPlace = (uint8 const *)Fbx.GetArrayElements(Fbx.FindChild(Mesh, "PolygonVertexIndex"), 0,
-                                                               FbxValue_ArrayInt32, &Count);
+    uint8 const *InPlace =
+        (uint8 const *)Fbx.GetArrayElements(Fbx.FindChild(Mesh, "PolygonVertexIndex"), 0, FbxValue_ArrayInt32, &Count);
     ASSERT_TRUE(InPlace);
     ASSERT_EQ(Count, 6);
     memcpy(Indices, InPlace, sizeof(Indices));
@@ -157,16 +154,20 @@ void CheckSampleTree(KFbx &Fbx, bool Binary)
 
 TEST(FbxFields, BinaryInBothByteOrdersRecordWidthsAndEncodings)
 {
-    struct variant { int32_t Version; bool BigEndian; int32_t Compress; };
+    struct variant
+    {
+        int32_t Version;
+        bool BigEndian;
+        int32_t Compress;
+    };
     variant const Variants[] = {
         {7400, false, -1}, {7400, true, -1}, {7500, false, -1}, {7500, true, -1},
         {7400, false, 0},  {7500, true, 0},  {7400, false, 64},
     };
     int32 LiveBefore = LiveBlocks();
-    for (variant const &Variant : Variants)
-    {
-        SCOPED_TRACE(testing::Message() << Variant.Version << (Variant.BigEndian ? " BE" : " LE") << " zlib>="
-                                        << Variant.Compress);
+    for (variant const &Variant : Variants) {
+        SCOPED_TRACE(testing::Message() << Variant.Version << (Variant.BigEndian ? " BE" : " LE")
+                                        << " zlib>=" << Variant.Compress);
         fbx_test_field Root = SampleTree();
         Root.Find("FBXHeaderExtension")->Find("FBXVersion")->Values[0] = FbxI(Variant.Version);
         std::vector<uint8_t> Bytes =
@@ -182,8 +183,7 @@ TEST(FbxFields, BinaryInBothByteOrdersRecordWidthsAndEncodings)
 
 TEST(FbxFields, AsciiCountedArraysAndPlainLists)
 {
-    for (int32_t PerLine : {1, 7, 1000})
-    {
+    for (int32_t PerLine : {1, 7, 1000}) {
         fbx_test_format Format = FbxTestAscii(7400);
         Format.AsciiValuesPerLine = PerLine;
         std::string Written = WriteFbxTestAscii(SampleTree(), Format);
@@ -209,29 +209,27 @@ TEST(FbxFields, AsciiCountedArraysAndPlainLists)
 
 TEST(FbxFields, AsciiQuirks)
 {
-    char const *Source =
-        "; FBX 6.1.0 project file\n"
-        "; a comment {with} \"odd\" characters:\n"
-        "Objects:  {\n"
-        "    Model: \"Model::A &quot;B&quot;\", \"Mesh\" {\n"
-        "        ; a comment inside a block\n"
-        "        Vertices: 1,2.5,-3e2\n"
-        ",4\n"
-        "        Key: \n"
-        "            0,1.5,L,\n"
-        "            46186158000,-2,C,n\n"
-        "        Empty: \n"
-        "        Content: , \"data\"\n"
-        "        Time: 00:01:02, T\n"
-        "        Special: 1.#INF, -1.#IND, 1.#QNAN, inf\n"
-        "        Array: *3 {\n"
-        "            a: 7,8,\n"
-        "9\n"
-        "        }\n"
-        "    }\n"
-        "}\n";
-    for (char const *LineEnd : {"\n", "\r\n", "\r"})
-    {
+    char const *Source = "; FBX 6.1.0 project file\n"
+                         "; a comment {with} \"odd\" characters:\n"
+                         "Objects:  {\n"
+                         "    Model: \"Model::A &quot;B&quot;\", \"Mesh\" {\n"
+                         "        ; a comment inside a block\n"
+                         "        Vertices: 1,2.5,-3e2\n"
+                         ",4\n"
+                         "        Key: \n"
+                         "            0,1.5,L,\n"
+                         "            46186158000,-2,C,n\n"
+                         "        Empty: \n"
+                         "        Content: , \"data\"\n"
+                         "        Time: 00:01:02, T\n"
+                         "        Special: 1.#INF, -1.#IND, 1.#QNAN, inf\n"
+                         "        Array: *3 {\n"
+                         "            a: 7,8,\n"
+                         "9\n"
+                         "        }\n"
+                         "    }\n"
+                         "}\n";
+    for (char const *LineEnd : {"\n", "\r\n", "\r"}) {
         std::string Lines;
         for (char const *At = Source; *At; ++At) Lines += *At == '\n' ? std::string(LineEnd) : std::string(1, *At);
         KFbx Other;
@@ -278,16 +276,15 @@ TEST(FbxFields, AsciiQuirks)
 TEST(FbxFields, MalformedAsciiIsRefused)
 {
     char const *Cases[] = {
-        "",                               // no fields at all
-        "Objects: {\n  Model: 1\n",       // missing brace
-        "Objects: 1\n}\n",                // stray brace
-        "Name: \"open string\n",          // unterminated quote
-        "Name 1, 2\n",                    // missing colon
-        "Name: 1 2\n",                    // two values without a comma
-        "Kaydara FBX Binary   \x1a",      // a damaged binary header reads as text
+        "",                          // no fields at all
+        "Objects: {\n  Model: 1\n",  // missing brace
+        "Objects: 1\n}\n",           // stray brace
+        "Name: \"open string\n",     // unterminated quote
+        "Name 1, 2\n",               // missing colon
+        "Name: 1 2\n",               // two values without a comma
+        "Kaydara FBX Binary   \x1a", // a damaged binary header reads as text
     };
-    for (char const *Case : Cases)
-    {
+    for (char const *Case : Cases) {
         KFbx Fbx;
         EXPECT_FALSE(Open(Fbx, Text(Case))) << Case;
         EXPECT_STRNE(Fbx.GetErrorText(), "") << Case;
@@ -300,13 +297,11 @@ TEST(FbxFields, TruncationAtEveryLengthFailsCleanly)
     log_capture Quiet;
     int32 LiveBefore = LiveBlocks();
     fbx_test_field Root = SampleTree();
-    for (bool Wide : {false, true})
-    {
+    for (bool Wide : {false, true}) {
         fbx_test_format Format = FbxTestBinary(Wide ? 7500 : 7400, Wide, 32);
         Format.WriteFooter = false;
         std::vector<uint8_t> Bytes = WriteFbxTestBinary(Root, Format);
-        for (size_t Length = 0; Length < Bytes.size(); ++Length)
-        {
+        for (size_t Length = 0; Length < Bytes.size(); ++Length) {
             std::vector<uint8_t> Cut(Bytes.begin(), Bytes.begin() + Length);
             KFbx Fbx;
             ASSERT_FALSE(Open(Fbx, Cut)) << "binary cut at " << Length;
@@ -315,13 +310,11 @@ TEST(FbxFields, TruncationAtEveryLengthFailsCleanly)
         EXPECT_TRUE(Open(Whole, Bytes)) << Whole.GetErrorText();
     }
     std::string Ascii = WriteFbxTestAscii(Root, FbxTestAscii(7400));
-    for (size_t Length = 0; Length < Ascii.size(); ++Length)
-    {
+    for (size_t Length = 0; Length < Ascii.size(); ++Length) {
         KFbx Fbx;
         // A cut between two top-level fields leaves a valid (shorter) file;
         // everything else must fail. Neither may crash or leak.
-        if (Open(Fbx, Text(Ascii.substr(0, Length))))
-        {
+        if (Open(Fbx, Text(Ascii.substr(0, Length)))) {
             fbx_field const *Last = Fbx.GetFirstChild(0);
             while (Fbx.GetNextSibling(Last)) Last = Fbx.GetNextSibling(Last);
             for (fbx_field const *Field = Fbx.GetFirstChild(Last); Field; Field = Fbx.GetNextSibling(Field))
@@ -345,8 +338,14 @@ struct binary_builder
         Bytes.push_back(0);
         Put32(7300);
     }
-    void Put32(uint32_t Value) { for (int Shift = 0; Shift < 32; Shift += 8) Bytes.push_back((uint8_t)(Value >> Shift)); }
-    void Set32(size_t At, uint32_t Value) { for (int Shift = 0; Shift < 32; Shift += 8) Bytes[At + Shift / 8] = (uint8_t)(Value >> Shift); }
+    void Put32(uint32_t Value)
+    {
+        for (int Shift = 0; Shift < 32; Shift += 8) Bytes.push_back((uint8_t)(Value >> Shift));
+    }
+    void Set32(size_t At, uint32_t Value)
+    {
+        for (int Shift = 0; Shift < 32; Shift += 8) Bytes[At + Shift / 8] = (uint8_t)(Value >> Shift);
+    }
     // Opens a record; returns where its header is, for Close.
     size_t Open(char const *Name, uint32_t ValueCount, std::vector<uint8_t> const &Values)
     {
@@ -433,7 +432,13 @@ TEST(FbxFields, AbsurdSizesFailOrReadEmptyWithoutHugeAllocations)
         EXPECT_TRUE(Fbx.ValueStringIs(Fbx.FindChild(0, "Name"), 0, "ab"));
     }
     // Broken record headers.
-    struct broken { char const *What; uint32_t ValueCount; uint32_t ListSize; int32_t EndDelta; };
+    struct broken
+    {
+        char const *What;
+        uint32_t ValueCount;
+        uint32_t ListSize;
+        int32_t EndDelta;
+    };
     broken const Cases[] = {
         {"value count above the list size", 0x7FFFFFFF, 5, 0},
         {"end offset beyond the file", 1, 5, 1000000},
@@ -441,8 +446,7 @@ TEST(FbxFields, AbsurdSizesFailOrReadEmptyWithoutHugeAllocations)
         {"list longer than the record", 1, 500, 0},
         {"values shorter than their count", 2, 5, 0},
     };
-    for (broken const &Case : Cases)
-    {
+    for (broken const &Case : Cases) {
         binary_builder Builder;
         size_t Field = Builder.Open("X", Case.ValueCount, {'I', 1, 0, 0, 0});
         Builder.Set32(Field + 8, Case.ListSize);
@@ -456,8 +460,7 @@ TEST(FbxFields, AbsurdSizesFailOrReadEmptyWithoutHugeAllocations)
 TEST(FbxFields, DeepNestingIsLimited)
 {
     log_capture Quiet;
-    for (int32_t Depth : {100, 5000})
-    {
+    for (int32_t Depth : {100, 5000}) {
         bool Allowed = Depth <= FbxMaximumFieldDepth;
         std::string Ascii;
         for (int32_t Level = 0; Level < Depth; ++Level) Ascii += "N: {\n";
@@ -468,8 +471,7 @@ TEST(FbxFields, DeepNestingIsLimited)
         binary_builder Builder;
         std::vector<size_t> Open_;
         for (int32_t Level = 0; Level < Depth; ++Level) Open_.push_back(Builder.Open("N", 0, {}));
-        while (!Open_.empty())
-        {
+        while (!Open_.empty()) {
             Builder.Close(Open_.back(), true);
             Open_.pop_back();
         }
@@ -482,8 +484,7 @@ TEST(FbxFields, DeepNestingIsLimited)
 
 TEST(FbxFields, CursorReadsFieldsAndValuesInTurn)
 {
-    for (bool Binary : {true, false})
-    {
+    for (bool Binary : {true, false}) {
         SCOPED_TRACE(Binary ? "binary" : "ASCII");
         KFbx Fbx;
         ASSERT_TRUE(Open(Fbx, WriteFbxTestFields(SampleTree(), Binary ? FbxTestBinary(7400) : FbxTestAscii(7400))));

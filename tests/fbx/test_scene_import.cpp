@@ -13,8 +13,7 @@ void DigestMatrix(std::ostringstream &Out, AffineMatrix const &Matrix)
 {
     char Text[64];
     for (int Row = 0; Row < 4; ++Row)
-        for (int Column = 0; Column < 4; ++Column)
-        {
+        for (int Column = 0; Column < 4; ++Column) {
             snprintf(Text, sizeof(Text), "%.6f ", Matrix.mData[Row][Column] + 0.0);
             Out << Text;
         }
@@ -26,33 +25,30 @@ void DigestNode(std::ostringstream &Out, KFbxNode *Node, std::vector<int64_t> co
     Out << std::string(Depth, ' ') << Node->GetName() << "\n";
     DigestMatrix(Out, Node->GetGlobalTransformDefault());
     for (int64_t Time : Times) DigestMatrix(Out, Node->GetGlobalTransformAtTime(KTime(Time)));
-    if (KFbxMesh *Mesh = Node->GetMesh())
-    {
+    if (KFbxMesh *Mesh = Node->GetMesh()) {
         Out << "mesh " << Mesh->GetControlPointsCount() << " points " << Mesh->GetPolygonCount() << " polygons\n";
         for (int32 Point = 0; Point < Mesh->GetControlPointsCount(); ++Point)
             Out << Mesh->GetControlPoints()[Point][0] << "," << Mesh->GetControlPoints()[Point][1] << ","
                 << Mesh->GetControlPoints()[Point][2] << " ";
-        for (int32 Polygon = 0; Polygon < Mesh->GetPolygonCount(); ++Polygon)
-        {
+        for (int32 Polygon = 0; Polygon < Mesh->GetPolygonCount(); ++Polygon) {
             Out << "\np";
-            for (int32 Corner = 0; Corner < Mesh->GetPolygonSize(Polygon); ++Corner)
-            {
+            for (int32 Corner = 0; Corner < Mesh->GetPolygonSize(Polygon); ++Corner) {
                 KFbxVector4 Normal;
                 Mesh->GetPolygonVertexNormal(Polygon, Corner, Normal);
                 Out << " " << Mesh->GetPolygonVertex(Polygon, Corner) << "/" << Mesh->GetTextureUVIndex(Polygon, Corner)
                     << "/" << Normal[0] << "," << Normal[1] << "," << Normal[2];
             }
         }
-        Out << "\nuv sets " << Mesh->GetTextureLayerCount() << " color sets " << Mesh->GetLayerCount(FbxLayerElement_VertexColor) << "\n";
-        for (int32 Skin = 0; Skin < Mesh->GetDeformerCount(FbxDeformer_Skin); ++Skin)
-        {
+        Out << "\nuv sets " << Mesh->GetTextureLayerCount() << " color sets "
+            << Mesh->GetLayerCount(FbxLayerElement_VertexColor) << "\n";
+        for (int32 Skin = 0; Skin < Mesh->GetDeformerCount(FbxDeformer_Skin); ++Skin) {
             KFbxSkin *Deformer = (KFbxSkin *)Mesh->GetDeformer(Skin, FbxDeformer_Skin);
-            for (int32 Index = 0; Index < Deformer->GetClusterCount(); ++Index)
-            {
+            for (int32 Index = 0; Index < Deformer->GetClusterCount(); ++Index) {
                 KFbxCluster *Cluster = Deformer->GetCluster(Index);
                 Out << "cluster " << (Cluster->GetLink() ? Cluster->GetLink()->GetName() : "-") << ":";
                 for (int32 Point = 0; Point < Cluster->GetControlPointIndicesCount(); ++Point)
-                    Out << " " << Cluster->GetControlPointIndices()[Point] << "*" << Cluster->GetControlPointWeights()[Point];
+                    Out << " " << Cluster->GetControlPointIndices()[Point] << "*"
+                        << Cluster->GetControlPointWeights()[Point];
                 Out << "\n";
                 AffineMatrix Matrix;
                 DigestMatrix(Out, Cluster->GetTransformMatrix(Matrix));
@@ -60,7 +56,8 @@ void DigestNode(std::ostringstream &Out, KFbxNode *Node, std::vector<int64_t> co
             }
         }
     }
-    for (int32 Index = 0; Index < Node->GetChildCount(); ++Index) DigestNode(Out, Node->GetChild(Index), Times, Depth + 1);
+    for (int32 Index = 0; Index < Node->GetChildCount(); ++Index)
+        DigestNode(Out, Node->GetChild(Index), Times, Depth + 1);
 }
 
 std::string DigestScene(KFbxScene *Scene)
@@ -69,11 +66,9 @@ std::string DigestScene(KFbxScene *Scene)
     KStringArray Names;
     Scene->FillTakeNameArray(Names);
     std::vector<int64_t> Times;
-    for (int32 Index = 0; Index < Names.GetCount(); ++Index)
-    {
+    for (int32 Index = 0; Index < Names.GetCount(); ++Index) {
         Out << "take " << Names[Index];
-        if (KFbxTakeInfo *Info = Scene->GetTakeInfo(Names[Index]))
-        {
+        if (KFbxTakeInfo *Info = Scene->GetTakeInfo(Names[Index])) {
             Out << " " << Info->mLocalTimeSpan.GetStart().Get() << ".." << Info->mLocalTimeSpan.GetStop().Get();
             for (int Step = 0; Step <= 6; ++Step)
                 Times.push_back(Info->mLocalTimeSpan.GetStart().Get() +
@@ -84,13 +79,16 @@ std::string DigestScene(KFbxScene *Scene)
     }
     KFbxGlobalSettings &Settings = Scene->GetGlobalSettings();
     Out << "axes " << Settings.FindProperty("UpAxis").Get() << Settings.FindProperty("FrontAxisSign").Get()
-        << Settings.FindProperty("CoordAxis").Get() << " unit " << Settings.GetSystemUnit().GetScaleFactor()
-        << " mode " << Settings.GetTimeMode() << "\n";
+        << Settings.FindProperty("CoordAxis").Get() << " unit " << Settings.GetSystemUnit().GetScaleFactor() << " mode "
+        << Settings.GetTimeMode() << "\n";
     DigestNode(Out, Scene->GetRootNode(), Times, 0);
     return Out.str();
 }
 
-std::vector<uint8_t> Bytes(std::string const &Text) { return std::vector<uint8_t>(Text.begin(), Text.end()); }
+std::vector<uint8_t> Bytes(std::string const &Text)
+{
+    return std::vector<uint8_t>(Text.begin(), Text.end());
+}
 
 } // namespace
 
@@ -104,28 +102,29 @@ TEST(SceneImport, EveryEncodingOfOneSceneGivesTheSameModel)
         fbx_test_format Format;
     };
     std::vector<variant> Variants = {
-        {"6100 binary", FbxTestBinary(6100)},       {"6100 big-endian", FbxTestBinary(6100, true)},
-        {"6100 ascii", FbxTestAscii(6100)},         {"7400 binary", FbxTestBinary(7400)},
-        {"7400 big-endian", FbxTestBinary(7400, true)}, {"7400 zlib arrays", FbxTestBinary(7400, false, 16)},
-        {"7500 wide records", FbxTestBinary(7500, false, 64)}, {"7500 big-endian", FbxTestBinary(7500, true)},
+        {"6100 binary", FbxTestBinary(6100)},
+        {"6100 big-endian", FbxTestBinary(6100, true)},
+        {"6100 ascii", FbxTestAscii(6100)},
+        {"7400 binary", FbxTestBinary(7400)},
+        {"7400 big-endian", FbxTestBinary(7400, true)},
+        {"7400 zlib arrays", FbxTestBinary(7400, false, 16)},
+        {"7500 wide records", FbxTestBinary(7500, false, 64)},
+        {"7500 big-endian", FbxTestBinary(7500, true)},
         {"7400 ascii", FbxTestAscii(7400)},
     };
     int32 LiveBefore = LiveBlocks();
     std::string Reference;
-    for (variant const &Variant : Variants)
-    {
+    for (variant const &Variant : Variants) {
         loaded_scene Loaded;
-        ASSERT_TRUE(LoadFbxBytes(WriteFbxTestScene(Scene, Variant.Format), Loaded)) << Variant.Name << ": " << Loaded.Error;
+        ASSERT_TRUE(LoadFbxBytes(WriteFbxTestScene(Scene, Variant.Format), Loaded))
+            << Variant.Name << ": " << Loaded.Error;
         std::string Digest = DigestScene(Loaded.Scene);
-        if (Reference.empty())
-        {
+        if (Reference.empty()) {
             Reference = Digest;
             EXPECT_NE(Digest.find("cluster Upper"), std::string::npos) << Digest;
             EXPECT_NE(Digest.find("take Wave"), std::string::npos) << Digest;
             EXPECT_NE(Digest.find("unit 2.54"), std::string::npos) << Digest;
-        }
-        else
-        {
+        } else {
             EXPECT_EQ(Digest, Reference) << Variant.Name;
         }
     }
@@ -158,8 +157,7 @@ TEST(SceneImport, RefusedFilesSayWhyAndLeaveNothingBehind)
         {WriteFbxTestFields(Encrypted, FbxTestBinary(7400)), "Encryption type is not supported"},
         {WriteFbxTestFields(Ancient, FbxTestBinary(6100)), "FBX File version 3000 is not supported in this product"},
     };
-    for (refused const &Case : Cases)
-    {
+    for (refused const &Case : Cases) {
         loaded_scene Loaded;
         EXPECT_FALSE(LoadFbxBytes(Case.Bytes, Loaded));
         EXPECT_EQ(Loaded.Error, Case.Message);
@@ -174,8 +172,7 @@ TEST(SceneImport, RefusedFilesSayWhyAndLeaveNothingBehind)
 
     // Truncated files never crash; whatever loads is released in full.
     std::vector<uint8_t> Whole = WriteFbxTestScene(Scene, FbxTestBinary(7400, false, 16));
-    for (size_t Cut = 27; Cut < Whole.size(); Cut += Whole.size() / 37)
-    {
+    for (size_t Cut = 27; Cut < Whole.size(); Cut += Whole.size() / 37) {
         loaded_scene Part;
         LoadFbxBytes(std::vector<uint8_t>(Whole.begin(), Whole.begin() + Cut), Part);
     }
@@ -187,8 +184,7 @@ TEST(SceneImport, PolygonListsLayersAndSkinsThroughTriangulation)
     fbx_test_scene Scene = MakeFbxTestArmScene();
     Scene.Meshes[0].EndMarkOnLastPolygon = false;
     Scene.Meshes[0].Polygons.push_back({0, 1, 5, 9, 8}); // a pentagon last, without its end mark
-    for (int Corner = 0; Corner < 5; ++Corner)
-    {
+    for (int Corner = 0; Corner < 5; ++Corner) {
         Scene.Meshes[0].Normals.insert(Scene.Meshes[0].Normals.end(), {0.0, 0.0, 1.0 + Corner});
         Scene.Meshes[0].UVIndex.push_back(Corner);
     }
@@ -212,14 +208,13 @@ TEST(SceneImport, PolygonListsLayersAndSkinsThroughTriangulation)
         double NormalZ;
     };
     std::vector<std::vector<corner>> Before;
-    for (int32 Polygon = 0; Polygon < Mesh->GetPolygonCount(); ++Polygon)
-    {
+    for (int32 Polygon = 0; Polygon < Mesh->GetPolygonCount(); ++Polygon) {
         Before.emplace_back();
-        for (int32 Corner = 0; Corner < Mesh->GetPolygonSize(Polygon); ++Corner)
-        {
+        for (int32 Corner = 0; Corner < Mesh->GetPolygonSize(Polygon); ++Corner) {
             KFbxVector4 Normal;
             Mesh->GetPolygonVertexNormal(Polygon, Corner, Normal);
-            Before.back().push_back({Mesh->GetPolygonVertex(Polygon, Corner), Mesh->GetTextureUVIndex(Polygon, Corner), Normal[2]});
+            Before.back().push_back(
+                {Mesh->GetPolygonVertex(Polygon, Corner), Mesh->GetTextureUVIndex(Polygon, Corner), Normal[2]});
         }
     }
 
@@ -235,13 +230,10 @@ TEST(SceneImport, PolygonListsLayersAndSkinsThroughTriangulation)
     // Zig-zag order: a quad gives (0 1 2) (2 3 0), a pentagon adds (0 3 4).
     int32 const Pattern[3][3] = {{0, 1, 2}, {2, 3, 0}, {0, 3, 4}};
     int32 Triangle = 0;
-    for (std::vector<corner> const &Polygon : Before)
-    {
+    for (std::vector<corner> const &Polygon : Before) {
         int32 Count = (int32)Polygon.size() - 2;
-        for (int32 Made = 0; Made < Count; ++Made, ++Triangle)
-        {
-            for (int32 Corner = 0; Corner < 3; ++Corner)
-            {
+        for (int32 Made = 0; Made < Count; ++Made, ++Triangle) {
+            for (int32 Corner = 0; Corner < 3; ++Corner) {
                 corner const &Source = Polygon[Count == 1 ? Corner : Pattern[Made][Corner]];
                 KFbxVector4 Normal;
                 Triangles->GetPolygonVertexNormal(Triangle, Corner, Normal);
@@ -303,18 +295,20 @@ TEST(SceneImport, InstancedMeshesTriangulateForEveryNode)
         for (fbx_test_field &Object : Tree.Find("Objects")->Children)
             if (Object.Name == "Geometry") Geometry = Object.Values[0].Integer;
         ASSERT_GT(Geometry, 0);
-        Tree.Find("Objects")->Add("Model", {FbxL(777), FbxName("Model", "Copy"), FbxS("Mesh")}).Add("Version", {FbxI(232)});
+        Tree.Find("Objects")
+            ->Add("Model", {FbxL(777), FbxName("Model", "Copy"), FbxS("Mesh")})
+            .Add("Version", {FbxI(232)});
         Tree.Find("Connections")->Add("C", {FbxS("OO"), FbxL(777), FbxL(0)});
         Tree.Find("Connections")->Add("C", {FbxS("OO"), FbxL(Geometry), FbxL(777)});
         loaded_scene Loaded;
         ASSERT_TRUE(LoadFbxBytes(WriteFbxTestFields(Tree, FbxTestBinary(7400)), Loaded)) << Loaded.Error;
-        KFbxNode *Nodes[2] = {FindFbxNode(Loaded.Scene->GetRootNode(), "Arm"), FindFbxNode(Loaded.Scene->GetRootNode(), "Copy")};
+        KFbxNode *Nodes[2] = {FindFbxNode(Loaded.Scene->GetRootNode(), "Arm"),
+                              FindFbxNode(Loaded.Scene->GetRootNode(), "Copy")};
         ASSERT_NE(Nodes[0], nullptr);
         ASSERT_NE(Nodes[1], nullptr);
         ASSERT_EQ(Nodes[0]->GetMesh(), Nodes[1]->GetMesh());
         KFbxGeometryConverter Converter(Loaded.Manager);
-        for (KFbxNode *Node : Nodes)
-        {
+        for (KFbxNode *Node : Nodes) {
             ASSERT_TRUE(Converter.TriangulateInPlace(Node));
             KFbxMesh *Mesh = Node->GetMesh();
             EXPECT_TRUE(Mesh->IsTriangleMesh());

@@ -4,10 +4,8 @@
 TEST(SceneMath, EulerOrdersBuildAndReadBackTheirRotations)
 {
     double const AngleSets[][3] = {{30, -50, 70}, {-170, 10, 95}, {5, 89.9, -40}, {0, -90, 0}};
-    for (int32 Order = 0; Order < 6; ++Order)
-    {
-        for (auto const &Set : AngleSets)
-        {
+    for (int32 Order = 0; Order < 6; ++Order) {
+        for (auto const &Set : AngleSets) {
             KFbxVector4 Angles(Set[0], Set[1], Set[2]);
             AffineMatrix Matrix = EulerToMatrix(Angles, Order);
             ExpectMatrixNear(Matrix, Euler4(Set, Order), 1e-12, "order " + std::to_string(Order));
@@ -22,7 +20,8 @@ TEST(SceneMath, EulerOrdersBuildAndReadBackTheirRotations)
     AffineMatrix Matrix(KFbxVector4(1, 2, 3), KFbxVector4(20, 30, 40), KFbxVector4(-2, -0.5, -1));
     AffineMatrix Again(Matrix.GetT(), Matrix.GetR(), Matrix.GetS());
     for (int Row = 0; Row < 4; ++Row)
-        for (int Column = 0; Column < 4; ++Column) EXPECT_NEAR(Again.mData[Row][Column], Matrix.mData[Row][Column], 1e-9);
+        for (int Column = 0; Column < 4; ++Column)
+            EXPECT_NEAR(Again.mData[Row][Column], Matrix.mData[Row][Column], 1e-9);
     AffineMatrix Identity = Matrix * Matrix.Inverse();
     ExpectMatrixNear(Identity, Identity4(), 1e-12, "inverse");
 }

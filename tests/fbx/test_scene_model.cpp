@@ -36,8 +36,8 @@ fbx_test_field LayeredMeshFile()
     Colors.Add("Colors", {FbxArrayD({1, 0, 0, 1, 0, 1, 0, 1})});
     Colors.Add("ColorIndex", {FbxArrayI({0, 1, 0, 1})});
     fbx_test_field &Layer0 = Geometry.Add("Layer", {FbxI(0)});
-    for (auto Entry : {std::make_pair("LayerElementNormal", 0), std::make_pair("LayerElementUV", 0), std::make_pair("LayerElementColor", 0)})
-    {
+    for (auto Entry : {std::make_pair("LayerElementNormal", 0), std::make_pair("LayerElementUV", 0),
+                       std::make_pair("LayerElementColor", 0)}) {
         fbx_test_field &Use = Layer0.Add("LayerElement");
         Use.Add("Type", {FbxS(Entry.first)});
         Use.Add("TypedIndex", {FbxI(Entry.second)});
@@ -66,8 +66,7 @@ TEST(SceneModel, LayerElementsKeepTheirMappingAndUVSetsReadThroughIndices)
     EXPECT_EQ(Mesh->GetLayerCount(FbxLayerElement_Normal), 1);
 
     // Normals by polygon through their index.
-    for (int32 Corner = 0; Corner < 4; ++Corner)
-    {
+    for (int32 Corner = 0; Corner < 4; ++Corner) {
         KFbxVector4 Normal;
         EXPECT_TRUE(Mesh->GetPolygonVertexNormal(0, Corner, Normal));
         EXPECT_EQ(Normal[2], 1.0);
@@ -76,12 +75,12 @@ TEST(SceneModel, LayerElementsKeepTheirMappingAndUVSetsReadThroughIndices)
     // point answers through the control point, and a stray index reads as none.
     KFbxLayer *Second = Mesh->GetLayer(1, FbxLayerElement_TextureDiffuse);
     ASSERT_NE(Second, nullptr);
-    KFbxLayerElementUV *ByPoint = static_cast<KFbxLayerElementUV *>(Second->GetLayerElementOfType(FbxLayerElement_TextureDiffuse));
+    KFbxLayerElementUV *ByPoint =
+        static_cast<KFbxLayerElementUV *>(Second->GetLayerElementOfType(FbxLayerElement_TextureDiffuse));
     ASSERT_NE(ByPoint, nullptr);
     EXPECT_STREQ(ByPoint->GetName(), "set1");
     int32 const ExpectedSecond[4] = {1, 0, -1, 1};
-    for (int32 Corner = 0; Corner < 4; ++Corner)
-    {
+    for (int32 Corner = 0; Corner < 4; ++Corner) {
         EXPECT_EQ(Mesh->GetTextureUVIndex(0, Corner), Corner);
         EXPECT_EQ(ByPoint->GetIndexArray().GetAt(Corner), ExpectedSecond[Corner]);
     }

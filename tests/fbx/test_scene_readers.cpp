@@ -18,15 +18,14 @@ int64_t ObjectId(fbx_test_field &Tree, char const *Kind, std::string const &Name
 
 TEST(SceneReaders, Fbx6KeyListLetters)
 {
-    std::string Text =
-        "; FBX 6.1.0 project file\n"
-        "Channel: \"X\" {\n"
-        "  Default: 4.5\n  KeyVer: 4005\n  KeyCount: 6\n"
-        "  Key: 0,1,C,n,10,2,L,20,3,U,s,0.5,-0.5,n,30,4,U,a,n,40,5,U,b,1,2,c,a,0.25,0.75\n"
-        "     ,50,6,T,t,0.5,0.25,-0.125,n\n"
-        "  Pre-Extrapolation: {\n    Type: M\n    Repetition: 3\n  }\n"
-        "  Post-Extrapolation: {\n    Type: K\n    Repetition: -1\n  }\n"
-        "}\n";
+    std::string Text = "; FBX 6.1.0 project file\n"
+                       "Channel: \"X\" {\n"
+                       "  Default: 4.5\n  KeyVer: 4005\n  KeyCount: 6\n"
+                       "  Key: 0,1,C,n,10,2,L,20,3,U,s,0.5,-0.5,n,30,4,U,a,n,40,5,U,b,1,2,c,a,0.25,0.75\n"
+                       "     ,50,6,T,t,0.5,0.25,-0.125,n\n"
+                       "  Pre-Extrapolation: {\n    Type: M\n    Repetition: 3\n  }\n"
+                       "  Post-Extrapolation: {\n    Type: K\n    Repetition: -1\n  }\n"
+                       "}\n";
     KFbx Fbx;
     ASSERT_TRUE(Fbx.ProjectOpenMemory(Text.data(), (int64)Text.size())) << Fbx.GetErrorText();
     KFCurve Curve;
@@ -82,8 +81,7 @@ TEST(SceneReaders, Fbx7AnimationLayersAddOnTopOfTheBase)
     Connections.Add("C", {FbxS("OP"), FbxL(CurveNode), FbxL(Lower), FbxS("Lcl Translation")});
     Connections.Add("C", {FbxS("OP"), FbxL(Curve), FbxL(CurveNode), FbxS("d|X")});
 
-    for (fbx_test_format Format : {FbxTestBinary(7400), FbxTestAscii(7400)})
-    {
+    for (fbx_test_format Format : {FbxTestBinary(7400), FbxTestAscii(7400)}) {
         loaded_scene Loaded;
         ASSERT_TRUE(LoadFbxBytes(WriteFbxTestFields(Tree, Format), Loaded)) << Loaded.Error;
         KFbxNode *Node = FindFbxNode(Loaded.Scene->GetRootNode(), "Lower");
@@ -123,12 +121,10 @@ TEST(SceneReaders, Fbx5ModelsWithChildrenLinksAndTakeDefaults)
     fbx_test_field &Transform = Animated.Add("Channel", {FbxS("Transform")});
     fbx_test_field &T = Transform.Add("Channel", {FbxS("T")});
     char const *Axes[3] = {"X", "Y", "Z"};
-    for (int Axis = 0; Axis < 3; ++Axis)
-        T.Add("Channel", {FbxS(Axes[Axis])}).Add("Default", {FbxD(Axis + 1.0)});
+    for (int Axis = 0; Axis < 3; ++Axis) T.Add("Channel", {FbxS(Axes[Axis])}).Add("Default", {FbxD(Axis + 1.0)});
     T.Add("LayerType", {FbxI(1)});
 
-    for (fbx_test_format Format : {FbxTestAscii(6100), FbxTestBinary(6100)})
-    {
+    for (fbx_test_format Format : {FbxTestAscii(6100), FbxTestBinary(6100)}) {
         loaded_scene Loaded;
         ASSERT_TRUE(LoadFbxBytes(WriteFbxTestFields(Root, Format), Loaded)) << Loaded.Error;
         KFbxNode *Tip = FindFbxNode(Loaded.Scene->GetRootNode(), "Tip");

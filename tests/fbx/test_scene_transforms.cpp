@@ -13,7 +13,8 @@ struct layout
 
 std::vector<layout> Layouts()
 {
-    return {{"fbx6 binary", FbxTestBinary(6100)}, {"fbx7 binary", FbxTestBinary(7400)}, {"fbx7 ascii", FbxTestAscii(7400)}};
+    return {
+        {"fbx6 binary", FbxTestBinary(6100)}, {"fbx7 binary", FbxTestBinary(7400)}, {"fbx7 ascii", FbxTestAscii(7400)}};
 }
 
 fbx_test_node MakeNode(char const *Name, int32_t Parent)
@@ -37,9 +38,9 @@ void SetVector(double Target[3], double X, double Y, double Z)
 mat4 ComposedLocal(fbx_test_node const &N, bool UseOrderAndPrePost = true)
 {
     double const Zero[3] = {0, 0, 0};
-    mat4 Rotation = UseOrderAndPrePost
-                        ? Euler4(N.PreRotation, 0) * Euler4(N.Rotation, N.RotationOrder) * Transpose4(Euler4(N.PostRotation, 0))
-                        : Euler4(N.Rotation, 0);
+    mat4 Rotation = UseOrderAndPrePost ? Euler4(N.PreRotation, 0) * Euler4(N.Rotation, N.RotationOrder) *
+                                             Transpose4(Euler4(N.PostRotation, 0))
+                                       : Euler4(N.Rotation, 0);
     (void)Zero;
     return Translate4(N.Translation[0], N.Translation[1], N.Translation[2]) *
            Translate4(N.RotationOffset[0], N.RotationOffset[1], N.RotationOffset[2]) *
@@ -55,8 +56,7 @@ mat4 ComposedLocal(fbx_test_node const &N, bool UseOrderAndPrePost = true)
 
 TEST(SceneTransforms, PivotsOffsetsAndPrePostRotationInEveryRotationOrder)
 {
-    for (int32_t Order = 0; Order < 6; ++Order)
-    {
+    for (int32_t Order = 0; Order < 6; ++Order) {
         fbx_test_scene Scene;
         fbx_test_node Node = MakeNode("Pivoted", -1);
         SetVector(Node.Translation, 1.5, -2.0, 3.25);
@@ -71,8 +71,7 @@ TEST(SceneTransforms, PivotsOffsetsAndPrePostRotationInEveryRotationOrder)
         Node.RotationOrder = Order;
         Scene.Nodes.push_back(Node);
         mat4 Expected = ComposedLocal(Node);
-        for (layout const &Layout : Layouts())
-        {
+        for (layout const &Layout : Layouts()) {
             loaded_scene Loaded;
             ASSERT_TRUE(LoadFbxBytes(WriteFbxTestScene(Scene, Layout.Format), Loaded)) << Loaded.Error;
             KFbxNode *Found = FindFbxNode(Loaded.Scene->GetRootNode(), "Pivoted");
@@ -113,7 +112,8 @@ TEST(SceneTransforms, InheritTypesAgainstTheirDefinitions)
 
     mat4 ParentRotation = Euler4(Parent.Rotation, 0);
     mat4 ParentScale = Scale4(Parent.Scaling[0], Parent.Scaling[1], Parent.Scaling[2]);
-    mat4 ParentGlobal = Translate4(Parent.Translation[0], Parent.Translation[1], Parent.Translation[2]) * ParentRotation * ParentScale;
+    mat4 ParentGlobal =
+        Translate4(Parent.Translation[0], Parent.Translation[1], Parent.Translation[2]) * ParentRotation * ParentScale;
     mat4 ChildRotation = Euler4(Child.Rotation, 0);
     // Where the child's origin lands is the same for all three types.
     mat4 Origin = ParentGlobal * Translate4(Child.Translation[0], Child.Translation[1], Child.Translation[2]);
@@ -127,16 +127,15 @@ TEST(SceneTransforms, InheritTypesAgainstTheirDefinitions)
     // RSrs: the plain product of parent and local matrices.
     Expected[1] = ParentGlobal * ComposedLocal(Child);
     // Rrs: the parent's scale is not inherited.
-    Expected[2] = Position * ParentRotation * ChildRotation * Scale4(Child.Scaling[0], Child.Scaling[1], Child.Scaling[2]);
+    Expected[2] =
+        Position * ParentRotation * ChildRotation * Scale4(Child.Scaling[0], Child.Scaling[1], Child.Scaling[2]);
 
-    for (int32_t Type = 0; Type < 3; ++Type)
-    {
+    for (int32_t Type = 0; Type < 3; ++Type) {
         fbx_test_scene Scene;
         Parent.InheritType = 1;
         Child.InheritType = Type;
         Scene.Nodes = {Parent, Child};
-        for (layout const &Layout : Layouts())
-        {
+        for (layout const &Layout : Layouts()) {
             loaded_scene Loaded;
             ASSERT_TRUE(LoadFbxBytes(WriteFbxTestScene(Scene, Layout.Format), Loaded)) << Loaded.Error;
             KFbxNode *Found = FindFbxNode(Loaded.Scene->GetRootNode(), "Child");
@@ -154,8 +153,7 @@ TEST(SceneTransforms, AnimatedLocalValuesFollowTheWrittenKeys)
     fbx_test_scene Scene = MakeFbxTestArmScene();
     ASSERT_FALSE(Scene.Takes.empty());
     fbx_test_take const &Take = Scene.Takes[0];
-    for (layout const &Layout : Layouts())
-    {
+    for (layout const &Layout : Layouts()) {
         loaded_scene Loaded;
         ASSERT_TRUE(LoadFbxBytes(WriteFbxTestScene(Scene, Layout.Format), Loaded)) << Loaded.Error;
         KFbxTakeInfo *Info = Loaded.Scene->GetTakeInfo(Take.Name.c_str());
@@ -164,8 +162,7 @@ TEST(SceneTransforms, AnimatedLocalValuesFollowTheWrittenKeys)
         EXPECT_EQ(Info->mLocalTimeSpan.GetStop().Get(), Take.Stop);
         Loaded.Scene->SetCurrentTake(Take.Name.c_str());
         EXPECT_STREQ(Loaded.Scene->GetCurrentTakeName(), Take.Name.c_str());
-        for (fbx_test_curve const &Curve : Take.Curves)
-        {
+        for (fbx_test_curve const &Curve : Take.Curves) {
             KFbxNode *Node = FindFbxNode(Loaded.Scene->GetRootNode(), Scene.Nodes[Curve.Node].Name.c_str());
             ASSERT_NE(Node, nullptr);
             auto Sample = [&](int64_t Ticks) {
@@ -175,20 +172,16 @@ TEST(SceneTransforms, AnimatedLocalValuesFollowTheWrittenKeys)
                                                            : Node->GetLocalScaling(Time);
                 return Value[Curve.Axis];
             };
-            for (size_t Key = 0; Key < Curve.Keys.size(); ++Key)
-            {
+            for (size_t Key = 0; Key < Curve.Keys.size(); ++Key) {
                 fbx_test_key const &K = Curve.Keys[Key];
                 EXPECT_NEAR(Sample(K.Time), K.Value, 1e-5) << Layout.Name << " key " << Key;
                 if (Key + 1 == Curve.Keys.size()) continue;
                 fbx_test_key const &Next = Curve.Keys[Key + 1];
                 int64_t Middle = K.Time + (Next.Time - K.Time) / 2;
                 double Fraction = (double)(Middle - K.Time) / (double)(Next.Time - K.Time);
-                if (K.Interpolation == FbxTestLinear)
-                {
+                if (K.Interpolation == FbxTestLinear) {
                     EXPECT_NEAR(Sample(Middle), K.Value + Fraction * (Next.Value - K.Value), 1e-4) << Layout.Name;
-                }
-                else if (K.Interpolation == FbxTestConstant)
-                {
+                } else if (K.Interpolation == FbxTestConstant) {
                     EXPECT_NEAR(Sample(Middle), K.Value, 1e-6) << Layout.Name;
                 }
             }

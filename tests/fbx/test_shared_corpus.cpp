@@ -29,7 +29,10 @@ struct expected_file
     }
 };
 
-std::string CorpusDirectory() { return TESSEL_SHARED_FBX_DIR; }
+std::string CorpusDirectory()
+{
+    return TESSEL_SHARED_FBX_DIR;
+}
 
 std::vector<expected_file> ReadExpected()
 {
@@ -37,14 +40,12 @@ std::vector<expected_file> ReadExpected()
     std::ifstream Table(CorpusDirectory() + "/EXPECTED.tsv");
     std::string Line;
     std::vector<std::string> Header;
-    while (std::getline(Table, Line))
-    {
+    while (std::getline(Table, Line)) {
         std::vector<std::string> Cells;
         std::stringstream Stream(Line);
         std::string Cell;
         while (std::getline(Stream, Cell, '\t')) Cells.push_back(Cell);
-        if (Header.empty())
-        {
+        if (Header.empty()) {
             Header = Cells;
             continue;
         }
@@ -59,9 +60,8 @@ std::vector<expected_file> ReadExpected()
     return Files;
 }
 
-#define SKIP_WITHOUT_CORPUS(Files)                                                                   \
-    if (Files.empty())                                                                               \
-        GTEST_SKIP() << "no real FBX files at " << CorpusDirectory() << " (EXPECTED.tsv missing)";
+#define SKIP_WITHOUT_CORPUS(Files)                                                                                     \
+    if (Files.empty()) GTEST_SKIP() << "no real FBX files at " << CorpusDirectory() << " (EXPECTED.tsv missing)";
 
 } // namespace
 
@@ -73,13 +73,11 @@ TEST(SharedCorpus, EveryFileParsesOrIsRefusedByTheFieldContainer)
     SKIP_WITHOUT_CORPUS(Files);
     log_capture Quiet;
     int32 LiveBefore = LiveBlocks();
-    for (expected_file const &File : Files)
-    {
+    for (expected_file const &File : Files) {
         SCOPED_TRACE(File.Path);
         KFbx Fbx;
         bool Opened = Fbx.ProjectOpenFile((CorpusDirectory() + "/" + File.Path).c_str());
-        if (File.Status != "ok")
-        {
+        if (File.Status != "ok") {
             EXPECT_FALSE(Opened);
             EXPECT_STRNE(Fbx.GetErrorText(), "");
             continue;
@@ -88,16 +86,13 @@ TEST(SharedCorpus, EveryFileParsesOrIsRefusedByTheFieldContainer)
         EXPECT_EQ(Fbx.IsBinary(), File.Columns.at("ascii") == "binary");
         // Every array of the file decodes (zlib streams included).
         std::vector<fbx_field const *> Stack = {nullptr};
-        while (!Stack.empty())
-        {
+        while (!Stack.empty()) {
             fbx_field const *Parent = Stack.back();
             Stack.pop_back();
-            for (fbx_field const *Field = Fbx.GetFirstChild(Parent); Field; Field = Fbx.GetNextSibling(Field))
-            {
+            for (fbx_field const *Field = Fbx.GetFirstChild(Parent); Field; Field = Fbx.GetNextSibling(Field)) {
                 Stack.push_back(Field);
                 if (Fbx.GetValueCount(Field) == 1 && Fbx.GetArrayElementType(Field, 0) != 0 &&
-                    Fbx.GetArrayElementType(Field, 0) != FbxValue_AsciiArray)
-                {
+                    Fbx.GetArrayElementType(Field, 0) != FbxValue_AsciiArray) {
                     int64 Count = 0;
                     EXPECT_TRUE(Fbx.GetArrayData(Field, 0, FbxValue_ArrayReal64, &Count))
                         << Fbx.GetFieldName(Field) << ": " << Fbx.GetErrorText();
@@ -142,10 +137,8 @@ known_difference const KnownDifferences[] = {
 
 void ExpectCount(expected_file const &File, char const *Column, long Ours)
 {
-    for (known_difference const &Known : KnownDifferences)
-    {
-        if (BaseName(File.Path) == Known.File && strcmp(Column, Known.Column) == 0)
-        {
+    for (known_difference const &Known : KnownDifferences) {
+        if (BaseName(File.Path) == Known.File && strcmp(Column, Known.Column) == 0) {
             EXPECT_EQ(Ours, Known.Ours) << Column << " (differs by design: " << Known.Why << ")";
             return;
         }
@@ -163,16 +156,14 @@ TEST(SharedCorpus, SceneCountsAgreeWithTheIndependentReader)
     log_capture Quiet;
     int32 LiveBefore = LiveBlocks();
     int Loaded = 0;
-    for (expected_file const &File : Files)
-    {
+    for (expected_file const &File : Files) {
         SCOPED_TRACE(File.Path);
         KFbxSdkManager *Manager = nullptr;
         KFbxScene *Scene = nullptr;
         char Error[512] = "";
-        bool Ok = LoadFBXSceneFromFile((CorpusDirectory() + "/" + File.Path).c_str(), &Manager, &Scene, Error,
-                                       sizeof(Error));
-        if (File.Status != "ok")
-        {
+        bool Ok =
+            LoadFBXSceneFromFile((CorpusDirectory() + "/" + File.Path).c_str(), &Manager, &Scene, Error, sizeof(Error));
+        if (File.Status != "ok") {
             EXPECT_FALSE(Ok);
             EXPECT_STREQ(Error, "Corrupted or invalid file.");
             EXPECT_FALSE(Manager);

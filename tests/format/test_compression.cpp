@@ -159,8 +159,8 @@ TEST(Compression, ParameterRecordsDescribeEachStream)
     for (int Stream = 0; Stream < 3; ++Stream) EXPECT_EQ(Words[Stream * 3], 256u | (0x3FFFFu << 9));
     EXPECT_EQ(Words[1] & 0x1FF, 1u); // one byte value per address modulo 4
     EXPECT_EQ(Words[4] & 0x1FF, 0u);
-    EXPECT_EQ(Words[4] >> 9, 1u << 10);   // empty: one above no symbols, in units of 1024
-    EXPECT_EQ(Words[5], 0x01010101u);     // no length symbols in any group
+    EXPECT_EQ(Words[4] >> 9, 1u << 10); // empty: one above no symbols, in units of 1024
+    EXPECT_EQ(Words[5], 0x01010101u);   // no length symbols in any group
     // With every byte value in a row the four literal models hold 64 each.
     EXPECT_EQ(Words[7] & 0x1FF, 64u);
 
@@ -288,7 +288,8 @@ TEST(Compression, DecoderSurvivesDamagedInput)
     for (int Trial = 0; Trial < 300; ++Trial) {
         byte_vector Damaged = Stored, Expanded;
         int Flips = 1 + (int)(Random.Next() % 4);
-        for (int Flip = 0; Flip < Flips; ++Flip) Damaged[Random.Next() % Damaged.size()] ^= (uint8_t)(1 + Random.Next() % 255);
+        for (int Flip = 0; Flip < Flips; ++Flip)
+            Damaged[Random.Next() % Damaged.size()] ^= (uint8_t)(1 + Random.Next() % 255);
         if (!ExpandSection(Trove1Compression, false, Damaged, Sizes, Expanded)) ++Failures;
     }
     EXPECT_GT(Failures, 0);

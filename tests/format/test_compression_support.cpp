@@ -16,9 +16,9 @@ byte_vector MakeRandomBytes(size_t Size, uint32_t Seed)
 
 byte_vector MakeText(size_t Size, uint32_t Seed)
 {
-    static char const *const Words[] = {"mesh",   "vertex", "the",     "bone",   "of",     "animation", "a",
-                                        "curve",  "track",  "section", "and",    "file",   "texture",   "in",
-                                        "normal", "skin",   "weight",  "matrix", "to",     "model",     "is"};
+    static char const *const Words[] = {"mesh",   "vertex", "the",     "bone",   "of",   "animation", "a",
+                                        "curve",  "track",  "section", "and",    "file", "texture",   "in",
+                                        "normal", "skin",   "weight",  "matrix", "to",   "model",     "is"};
     test_random Random(Seed);
     byte_vector Bytes;
     while (Bytes.size() < Size) {
@@ -54,8 +54,11 @@ byte_vector MakeVertexArrays(int GridSize)
     for (int Y = 0; Y + 1 < GridSize; ++Y) {
         for (int X = 0; X + 1 < GridSize; ++X) {
             uint16_t Corner = (uint16_t)(Y * GridSize + X);
-            uint16_t const Indices[6] = {Corner, (uint16_t)(Corner + 1), (uint16_t)(Corner + GridSize),
-                                         (uint16_t)(Corner + 1), (uint16_t)(Corner + GridSize + 1),
+            uint16_t const Indices[6] = {Corner,
+                                         (uint16_t)(Corner + 1),
+                                         (uint16_t)(Corner + GridSize),
+                                         (uint16_t)(Corner + 1),
+                                         (uint16_t)(Corner + GridSize + 1),
                                          (uint16_t)(Corner + GridSize)};
             for (uint16_t Index : Indices) {
                 Bytes.push_back((uint8_t)Index);

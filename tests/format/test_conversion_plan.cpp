@@ -48,8 +48,10 @@ TEST(ConversionPlan, MatchesConversionByName)
             }
             for (bool Clear : {true, false}) {
                 std::vector<uint8> Expected(Size, 0x5A), Actual(Size, 0x5A);
-                if (Clear) ConvertSingleObject(Pair[0], Source.data(), Pair[1], Expected.data());
-                else MergeSingleObject(Pair[0], Source.data(), Pair[1], Expected.data());
+                if (Clear)
+                    ConvertSingleObject(Pair[0], Source.data(), Pair[1], Expected.data());
+                else
+                    MergeSingleObject(Pair[0], Source.data(), Pair[1], Expected.data());
                 ConvertWithPlan(Plan, Source.data(), Actual.data(), Clear);
                 ASSERT_EQ(Expected, Actual) << "trial " << Trial << (Clear ? " convert" : " merge");
             }

@@ -13,8 +13,7 @@
 #include "support/test_log_capture.h"
 #include "test_data_tree_objects.h"
 
-namespace
-{
+namespace {
 
 #pragma pack(push, 4)
 struct leaf
@@ -124,10 +123,10 @@ TEST_F(tree_fixture, SharesObjectsStringsAndEqualTypes)
 
 TEST_F(tree_fixture, NormalisesDegenerateReferences)
 {
-    Root.ExtraA.Object = 0;        // type without object
-    Root.ExtraB.Type = EmptyType;  // object of an empty type
-    Root.NameCount = 0;            // pointer without count
-    Root.Leaves = 0;               // count without pointer
+    Root.ExtraA.Object = 0;       // type without object
+    Root.ExtraB.Type = EmptyType; // object of an empty type
+    Root.NameCount = 0;           // pointer without count
+    Root.Leaves = 0;              // count without pointer
     loaded_file *File = 0;
     tree_root *Loaded = Load(File);
     ASSERT_NE(Loaded, nullptr);
@@ -235,12 +234,12 @@ TEST_F(tree_fixture, SectionsByTypeObjectAndParent)
     tree_root *Loaded = Load(File, Setup);
     ASSERT_NE(Loaded, nullptr);
     EXPECT_EQ(FindLoadedSection(*File, Loaded), 1);
-    EXPECT_EQ(FindLoadedSection(*File, Loaded->First), 5);          // by type
-    EXPECT_EQ(FindLoadedSection(*File, Loaded->Leaves), 3);         // placed
-    EXPECT_EQ(FindLoadedSection(*File, Loaded->Name), 4);           // strings row
-    EXPECT_EQ(FindLoadedSection(*File, Loaded->Names), 1);          // arrays follow the parent
-    EXPECT_EQ(FindLoadedSection(*File, Loaded->ExtraA.Type), 2);    // type tables
-    EXPECT_EQ(FindLoadedSection(*File, Loaded->ExtraA.Object), 1);  // no rule: default
+    EXPECT_EQ(FindLoadedSection(*File, Loaded->First), 5);         // by type
+    EXPECT_EQ(FindLoadedSection(*File, Loaded->Leaves), 3);        // placed
+    EXPECT_EQ(FindLoadedSection(*File, Loaded->Name), 4);          // strings row
+    EXPECT_EQ(FindLoadedSection(*File, Loaded->Names), 1);         // arrays follow the parent
+    EXPECT_EQ(FindLoadedSection(*File, Loaded->ExtraA.Type), 2);   // type tables
+    EXPECT_EQ(FindLoadedSection(*File, Loaded->ExtraA.Object), 1); // no rule: default
     FreeLoadedFile(File);
 
     // Without the placement the array lives with its owner, whatever its
@@ -258,16 +257,14 @@ std::vector<uint8> WriteToBytes(file_data_tree_writer *Writer, file_magic_block 
 {
     file_builder *Builder = BeginFile(8, 0x80000031u, Magic, GetTemporaryDirectory(), "types_repeat");
     std::vector<uint8> Bytes;
-    if (!Builder || !WriteDataTreeToFileBuilder(Writer, Builder))
-    {
+    if (!Builder || !WriteDataTreeToFileBuilder(Writer, Builder)) {
         AbortFile(Builder);
         return Bytes;
     }
     file_writer *Memory = CreateMemoryFileWriter(65536);
     uint8 *Buffer = 0;
     int32 Size = 0;
-    if (EndFileToWriter(Builder, Memory) && StealMemoryWriterBuffer(Memory, &Buffer, &Size))
-    {
+    if (EndFileToWriter(Builder, Memory) && StealMemoryWriterBuffer(Memory, &Buffer, &Size)) {
         Bytes.assign(Buffer, Buffer + Size);
     }
     FreeMemoryWriterBuffer(Buffer);

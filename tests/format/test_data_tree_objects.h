@@ -34,8 +34,7 @@ struct test_fill_options
 
 // Fills Object (of Type) and everything it refers to. Curves get one of the
 // curve data types; variant arrays of vertex_data get a standard layout.
-void FillTestObject(test_object_pool &Pool, data_type_definition const *Type, void *Object,
-                    test_fill_options &Options);
+void FillTestObject(test_object_pool &Pool, data_type_definition const *Type, void *Object, test_fill_options &Options);
 // Allocates and fills one object.
 void *NewTestObject(test_object_pool &Pool, data_type_definition const *Type, test_fill_options &Options);
 

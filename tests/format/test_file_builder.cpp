@@ -34,9 +34,11 @@ struct sample_record
 #pragma pack(pop)
 
 data_type_definition ChildType[] = {{Real32Member, "Values", 0, 3}, {EndMember}};
-data_type_definition SampleType[] = {
-    {Int32Member, "Value"}, {Int16Member, "Half"}, {StringMember, "Name"}, {ReferenceMember, "Child", ChildType},
-    {EndMember}};
+data_type_definition SampleType[] = {{Int32Member, "Value"},
+                                     {Int16Member, "Half"},
+                                     {StringMember, "Name"},
+                                     {ReferenceMember, "Child", ChildType},
+                                     {EndMember}};
 
 std::vector<uint8_t> ReadBytes(std::string const &Path)
 {
@@ -50,7 +52,8 @@ std::vector<uint8_t> ReadBytes(std::string const &Path)
     return Bytes;
 }
 
-template <typename T> T At(std::vector<uint8_t> const &Bytes, size_t Offset)
+template <typename T>
+T At(std::vector<uint8_t> const &Bytes, size_t Offset)
 {
     T Value;
     memcpy(&Value, Bytes.data() + Offset, sizeof(T));
@@ -82,8 +85,8 @@ file_location WriteType(file_builder *Builder, data_type_definition const *Type,
     WriteSectionData(Builder, StandardDiscardableSection, 4, (Count + 1) * 44, Type, &Table);
     for (int32 Index = 0; Index < Count; ++Index) {
         file_location Name;
-        WriteSectionData(Builder, StandardDiscardableSection, 1, (int32)strlen(Type[Index].Name) + 1,
-                         Type[Index].Name, &Name);
+        WriteSectionData(Builder, StandardDiscardableSection, 1, (int32)strlen(Type[Index].Name) + 1, Type[Index].Name,
+                         &Name);
         AddFixup(Builder, Table, Index * 44 + 4, Name);
         if (Type[Index].ReferenceType && Referred) AddFixup(Builder, Table, Index * 44 + 12, *Referred);
     }
@@ -476,14 +479,18 @@ TEST(FileReader, ChecksTheTreeAndMatchesProgramTypes)
     loaded_file *File = LoadFileFromDisk(Path.c_str());
     ASSERT_NE(nullptr, File);
     EXPECT_NE(nullptr, GetLoadedFileRootObjectOfType(*File, SampleType));
-    data_type_definition Renamed[] = {
-        {Int32Member, "Value"}, {Int16Member, "half"}, {StringMember, "Name"}, {ReferenceMember, "Child", ChildType},
-        {EndMember}};
+    data_type_definition Renamed[] = {{Int32Member, "Value"},
+                                      {Int16Member, "half"},
+                                      {StringMember, "Name"},
+                                      {ReferenceMember, "Child", ChildType},
+                                      {EndMember}};
     data_type_definition Shorter[] = {{Int32Member, "Value"}, {EndMember}};
     data_type_definition WiderChild[] = {{Real32Member, "Values", 0, 4}, {EndMember}};
-    data_type_definition OtherChild[] = {
-        {Int32Member, "Value"}, {Int16Member, "Half"}, {StringMember, "Name"}, {ReferenceMember, "Child", WiderChild},
-        {EndMember}};
+    data_type_definition OtherChild[] = {{Int32Member, "Value"},
+                                         {Int16Member, "Half"},
+                                         {StringMember, "Name"},
+                                         {ReferenceMember, "Child", WiderChild},
+                                         {EndMember}};
     EXPECT_EQ(nullptr, GetLoadedFileRootObjectOfType(*File, Renamed));
     EXPECT_EQ(nullptr, GetLoadedFileRootObjectOfType(*File, Shorter));
     EXPECT_EQ(nullptr, GetLoadedFileRootObjectOfType(*File, OtherChild));
@@ -492,8 +499,8 @@ TEST(FileReader, ChecksTheTreeAndMatchesProgramTypes)
 
     // An array whose count runs past its section is refused, CRC or not.
     data_type_definition ListType[] = {{ReferenceToArrayMember, "Items", ChildType}, {EndMember}};
-    file_builder *Builder = BeginFile(8, TesselStandardFileTypeTag, GetNativeFileMagicBlock(),
-                                      GetTemporaryDirectory(), "export_buffer");
+    file_builder *Builder =
+        BeginFile(8, TesselStandardFileTypeTag, GetNativeFileMagicBlock(), GetTemporaryDirectory(), "export_buffer");
     ASSERT_NE(nullptr, Builder);
     uint8 List[12] = {200};
     child_record Items[2] = {};

@@ -44,8 +44,7 @@ std::vector<uint8_t> ReadBytes(std::string const &Path)
 
 data_type_definition LeafType[] = {{Int32Member, "Number"}, {EndMember}};
 data_type_definition PairType[] = {
-    {ReferenceMember, "First", LeafType}, {ReferenceMember, "Second", LeafType}, {StringMember, "Label"},
-    {EndMember}};
+    {ReferenceMember, "First", LeafType}, {ReferenceMember, "Second", LeafType}, {StringMember, "Label"}, {EndMember}};
 
 // Writes a type table by hand: records, names, referred types.
 file_location WriteType(file_builder *Builder, data_type_definition const *Type, file_location const *Referred)
@@ -76,8 +75,8 @@ protected:
 TEST_F(InspectTS2, SharedObjectsPrintOnceAndJsonIsKeyedByMembers)
 {
     std::string Path = TempPath("pair.ts2");
-    file_builder *Builder = BeginFile(8, TesselStandardFileTypeTag, GetNativeFileMagicBlock(),
-                                      GetTemporaryDirectory(), "export_buffer");
+    file_builder *Builder =
+        BeginFile(8, TesselStandardFileTypeTag, GetNativeFileMagicBlock(), GetTemporaryDirectory(), "export_buffer");
     ASSERT_NE(nullptr, Builder);
     uint8 Pair[24] = {};
     int32 Number = -42;
@@ -171,8 +170,7 @@ TEST_F(InspectTS2, ExportsAreRepeatableAndCarryExporterInfo)
     FreeLoadedFile(File);
 
     ASSERT_EQ(0, RunTessel("inspect --json '" + OutputA + "'", &Output));
-    EXPECT_NE(std::string::npos,
-              Output.find("\"ExporterName\": \"Tessel Standard Exporter, SDK version 2.8.21.0\""));
+    EXPECT_NE(std::string::npos, Output.find("\"ExporterName\": \"Tessel Standard Exporter, SDK version 2.8.21.0\""));
     EXPECT_NE(std::string::npos, Output.find("\"ArtToolInfo\": {"));
     EXPECT_NE(std::string::npos, Output.find("\"FromArtToolName\": "));
     remove(OutputA.c_str());

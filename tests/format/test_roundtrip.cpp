@@ -8,8 +8,7 @@
 #include "support/test_log_capture.h"
 #include "test_data_tree_objects.h"
 
-namespace
-{
+namespace {
 
 struct placement
 {
@@ -24,20 +23,17 @@ void PlaceObjects(file_data_tree_writer *Writer, void *UserData)
     SetFileSectionForObjectsOfType(Writer, MeshType, 1);
     SetFileSectionForObjectsOfType(Writer, StringElementType, 2);
     SetFileSectionForObjectsOfType(Writer, AnimationType, 7);
-    for (int32 Index = 0; Index < Root->VertexDataCount; ++Index)
-    {
+    for (int32 Index = 0; Index < Root->VertexDataCount; ++Index) {
         SetFileSectionForObject(Writer, Root->VertexDatas[Index]->Vertices.Array, 3);
     }
 }
 
 void ExpectAligned(loaded_file const &File, test_tree_setup const &Setup)
 {
-    for (int32 Section = 0; Section < File.SectionCount; ++Section)
-    {
+    for (int32 Section = 0; Section < File.SectionCount; ++Section) {
         loaded_file_section const &From = File.Sections[Section];
         EXPECT_EQ(From.Header.InternalAlignment, (uint32)Setup.Alignment[Section]);
-        for (uint32 Index = 0; Index < From.FixupCount; ++Index)
-        {
+        for (uint32 Index = 0; Index < From.FixupCount; ++Index) {
             file_section_reference To = From.Fixups[Index].To;
             ASSERT_LT(To.SectionIndex, 8u);
             EXPECT_EQ(To.Offset % (uint32)Setup.Alignment[To.SectionIndex], 0u)
@@ -49,8 +45,7 @@ void ExpectAligned(loaded_file const &File, test_tree_setup const &Setup)
 TEST(RoundTrip, EveryRecordTypeSurvivesWriteAndRead)
 {
     int32 LiveBefore = LiveBlocks();
-    for (uint32 Seed : {1u, 7u, 12345u})
-    {
+    for (uint32 Seed : {1u, 7u, 12345u}) {
         test_object_pool Pool;
         test_fill_options Options;
         Options.Seed = Seed;
@@ -88,8 +83,7 @@ TEST(RoundTrip, EveryRecordTypeSurvivesWriteAndRead)
         EXPECT_EQ(FindLoadedSection(*File, FileType), 6);
         // The extended data is of mixed units, so it needs marshalling.
         uint32 Marshallings = 0;
-        for (int32 Section = 0; Section < File->SectionCount; ++Section)
-        {
+        for (int32 Section = 0; Section < File->SectionCount; ++Section) {
             Marshallings += File->Sections[Section].MarshallingCount;
         }
         EXPECT_GT(Marshallings, 0u);

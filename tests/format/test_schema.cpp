@@ -9,8 +9,7 @@
 
 #include "format/tessel_schema.h"
 
-namespace
-{
+namespace {
 
 struct record_layout
 {
@@ -27,8 +26,7 @@ int32 MemberSize(data_type_definition const &Member, int32 PointerBits);
 int32 ObjectSize(data_type_definition const *Type, int32 PointerBits)
 {
     int32 Size = 0;
-    for (; Type->Type != EndMember; ++Type)
-    {
+    for (; Type->Type != EndMember; ++Type) {
         Size += MemberSize(*Type, PointerBits);
     }
     return Size;
@@ -45,8 +43,7 @@ std::vector<int32> Offsets(data_type_definition const *Type, int32 PointerBits)
 {
     std::vector<int32> Result;
     int32 Offset = 0;
-    for (; Type->Type != EndMember; ++Type)
-    {
+    for (; Type->Type != EndMember; ++Type) {
         Result.push_back(Offset);
         Offset += MemberSize(*Type, PointerBits);
     }
@@ -54,8 +51,18 @@ std::vector<int32> Offsets(data_type_definition const *Type, int32 PointerBits)
 }
 
 std::vector<record_layout> const Records = {
-    {FileInfoType, sizeof(file_info), 148, 92, {0, 8, 16, 24, 36, 48, 60, 72, 84, 96, 108, 120, 132}, {0, 4, 8, 12, 20, 28, 36, 44, 52, 60, 68, 76, 84}},
-    {ArtToolInfoType, sizeof(art_tool_info), 88, 76, {0, 8, 12, 16, 20, 24, 36, 48, 60, 72}, {0, 4, 8, 12, 16, 20, 32, 44, 56, 68}},
+    {FileInfoType,
+     sizeof(file_info),
+     148,
+     92,
+     {0, 8, 16, 24, 36, 48, 60, 72, 84, 96, 108, 120, 132},
+     {0, 4, 8, 12, 20, 28, 36, 44, 52, 60, 68, 76, 84}},
+    {ArtToolInfoType,
+     sizeof(art_tool_info),
+     88,
+     76,
+     {0, 8, 12, 16, 20, 24, 36, 48, 60, 72},
+     {0, 4, 8, 12, 16, 20, 32, 44, 56, 68}},
     {ExporterInfoType, sizeof(exporter_info), 40, 28, {0, 8, 12, 16, 20, 24}, {0, 4, 8, 12, 16, 20}},
     {TextureType, sizeof(texture), 92, 76, {0, 8, 12, 16, 20, 24, 28, 64, 76}, {0, 4, 8, 12, 16, 20, 24, 60, 68}},
     {TextureImageType, sizeof(texture_image), 12, 8, {0}, {0}},
@@ -67,7 +74,12 @@ std::vector<record_layout> const Records = {
     {BoneType, sizeof(bone), 164, 152, {0, 8, 12, 80, 144, 148}, {0, 4, 8, 76, 140, 144}},
     {VertexDataType, sizeof(vertex_data), 44, 28, {0, 20, 32}, {0, 12, 20}},
     {VertexAnnotationSetType, sizeof(vertex_annotation_set), 44, 28, {0, 8, 28, 32}, {0, 4, 16, 20}},
-    {TriTopologyType, sizeof(tri_topology), 108, 72, {0, 12, 24, 36, 48, 60, 72, 84, 96}, {0, 8, 16, 24, 32, 40, 48, 56, 64}},
+    {TriTopologyType,
+     sizeof(tri_topology),
+     108,
+     72,
+     {0, 12, 24, 36, 48, 60, 72, 84, 96},
+     {0, 8, 16, 24, 32, 40, 48, 56, 64}},
     {TriMaterialGroupType, sizeof(tri_material_group), 12, 12, {0, 4, 8}, {0, 4, 8}},
     {TriAnnotationSetType, sizeof(tri_annotation_set), 44, 28, {0, 8, 28, 32}, {0, 4, 16, 20}},
     {MeshType, sizeof(mesh), 76, 44, {0, 8, 16, 28, 36, 48, 60}, {0, 4, 8, 16, 20, 28, 36}},
@@ -77,7 +89,12 @@ std::vector<record_layout> const Records = {
     {ModelType, sizeof(model), 112, 92, {0, 8, 16, 84, 96}, {0, 4, 8, 76, 84}},
     {ModelMeshBindingType, sizeof(model_mesh_binding), 8, 4, {0}, {0}},
     {AnimationType, sizeof(animation), 32, 24, {0, 8, 12, 16, 20}, {0, 4, 8, 12, 16}},
-    {TrackGroupType, sizeof(track_group), 172, 136, {0, 8, 20, 32, 44, 56, 124, 128, 140, 148, 156}, {0, 4, 12, 20, 28, 36, 104, 108, 120, 124, 128}},
+    {TrackGroupType,
+     sizeof(track_group),
+     172,
+     136,
+     {0, 8, 20, 32, 44, 56, 124, 128, 140, 148, 156},
+     {0, 4, 12, 20, 28, 36, 104, 108, 120, 124, 128}},
     {VectorTrackType, sizeof(vector_track), 32, 20, {0, 8, 12, 16}, {0, 4, 8, 12}},
     {TransformTrackType, sizeof(transform_track), 60, 32, {0, 8, 12, 28, 44}, {0, 4, 8, 16, 24}},
     {TextTrackType, sizeof(text_track), 20, 12, {0, 8}, {0, 4}},
@@ -108,14 +125,12 @@ std::vector<record_layout> const Records = {
 
 TEST(Schema, TablesMatchRecordsInBothPointerSizes)
 {
-    for (record_layout const &Record : Records)
-    {
+    for (record_layout const &Record : Records) {
         SCOPED_TRACE(Record.Size64);
         EXPECT_EQ(GetTotalObjectSize(Record.Type), (int32)Record.RecordSize) << Record.Type[0].Name;
         EXPECT_EQ(ObjectSize(Record.Type, 64), Record.Size64) << Record.Type[0].Name;
         EXPECT_EQ(ObjectSize(Record.Type, 32), Record.Size32) << Record.Type[0].Name;
-        if (!Record.Offsets64.empty())
-        {
+        if (!Record.Offsets64.empty()) {
             EXPECT_EQ(Offsets(Record.Type, 64), Record.Offsets64) << Record.Type[0].Name;
             EXPECT_EQ(Offsets(Record.Type, 32), Record.Offsets32) << Record.Type[0].Name;
         }
@@ -126,32 +141,28 @@ TEST(Schema, CurveFormatsAndVertexLayouts)
 {
     // Every format but the oldest starts with the two-byte header, inline.
     std::set<data_type_definition *> Distinct;
-    for (data_type_definition *Type : CurveFormatTypes)
-    {
+    for (data_type_definition *Type : CurveFormatTypes) {
         ASSERT_EQ(Type[0].Type, InlineMember);
         EXPECT_EQ(Type[0].ReferenceType, CurveDataHeaderType);
         EXPECT_EQ(std::string(Type[0].Name).rfind("CurveDataHeader_", 0), 0u);
         Distinct.insert(Type);
     }
     EXPECT_EQ(Distinct.size(), (size_t)CurveFormatCount);
-    for (int32 Row = 0; Row < CurveFormatCount; ++Row)
-    {
-        for (int32 Other = 0; Other < Row; ++Other)
-        {
+    for (int32 Row = 0; Row < CurveFormatCount; ++Row) {
+        for (int32 Other = 0; Other < Row; ++Other) {
             EXPECT_FALSE(DataTypesAreEqual(CurveFormatTypes[Row], CurveFormatTypes[Other])) << Row << " " << Other;
         }
     }
 
     int32 const VertexBytes[StandardVertexLayoutCount] = {12, 20, 24, 36, 44, 44, 48, 60, 32, 56, 36, 60, 28, 40, 52,
                                                           52, 36, 60, 28, 40, 48, 52, 36, 60, 32, 44, 52, 56, 40, 64};
-    for (int32 Row = 0; Row < StandardVertexLayoutCount; ++Row)
-    {
+    for (int32 Row = 0; Row < StandardVertexLayoutCount; ++Row) {
         data_type_definition const *Layout = StandardVertexLayouts[Row];
         EXPECT_EQ(GetTotalObjectSize(Layout), VertexBytes[Row]) << "row " << Row + 1;
         // Weights and indices have equal widths wherever both occur.
         matched_member Weights, Indices;
-        if (FindMatchingMember(Layout, 0, "BoneWeights", Weights) && FindMatchingMember(Layout, 0, "BoneIndices", Indices))
-        {
+        if (FindMatchingMember(Layout, 0, "BoneWeights", Weights) &&
+            FindMatchingMember(Layout, 0, "BoneIndices", Indices)) {
             EXPECT_EQ(Weights.Member->ArrayWidth, Indices.Member->ArrayWidth) << "row " << Row + 1;
         }
     }
@@ -165,8 +176,7 @@ TEST(Schema, CurveFormatsAndVertexLayouts)
 TEST(Schema, ObjectTypesByName)
 {
     std::set<std::string> Names;
-    for (standard_object_type const &Row : StandardObjectTypes)
-    {
+    for (standard_object_type const &Row : StandardObjectTypes) {
         EXPECT_TRUE(Names.insert(Row.Name).second) << Row.Name;
         EXPECT_EQ(FindStandardObjectType(Row.Name), Row.Type);
     }

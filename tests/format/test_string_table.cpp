@@ -7,8 +7,7 @@
 #include "format/tessel_string_table.h"
 #include "support/test_log_capture.h"
 
-namespace
-{
+namespace {
 
 TEST(StringTable, InternsEqualStringsOnce)
 {
@@ -28,8 +27,7 @@ TEST(StringTable, InternsEqualStringsOnce)
     EXPECT_EQ(MapString(Table, ""), Empty);
     EXPECT_EQ(MapString(Table, nullptr), nullptr);
     // Many strings keep their identity across blocks.
-    for (int Index = 0; Index < 2000; ++Index)
-    {
+    for (int Index = 0; Index < 2000; ++Index) {
         std::string Text = "s" + std::to_string(Index);
         EXPECT_STREQ(MapString(Table, Text.c_str()), Text.c_str());
     }

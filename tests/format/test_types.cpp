@@ -11,8 +11,7 @@
 #include "foundation/tessel_string.h"
 #include "support/test_log_capture.h"
 
-namespace
-{
+namespace {
 
 data_type_definition Inner[] = {{Int16Member, "A"}, {Real32Member, "B", 0, 2}, {EndMember}};
 data_type_definition Outer[] = {
@@ -74,8 +73,7 @@ TEST(DataTypes, ClearObjectWritesIdentity)
     uint8 Object[89];
     std::memset(Object, 0xAB, sizeof(Object));
     ClearObject(Outer, Object);
-    for (int Index = 0; Index < 21; ++Index)
-    {
+    for (int Index = 0; Index < 21; ++Index) {
         EXPECT_EQ(Object[Index], 0) << Index;
     }
     transform Placement;
@@ -142,8 +140,8 @@ struct visit_record
 
 bool RecordVisit(object_member_visit const &Visit, void *UserData)
 {
-    ((std::vector<visit_record> *)UserData)->push_back(
-        {Visit.Name ? Visit.Name : "", Visit.Kind, Visit.Depth, Visit.TargetCount, Visit.Target});
+    ((std::vector<visit_record> *)UserData)
+        ->push_back({Visit.Name ? Visit.Name : "", Visit.Kind, Visit.Depth, Visit.TargetCount, Visit.Target});
     return true;
 }
 
@@ -195,12 +193,9 @@ data_type_definition WideType[] = {{Real32Member, "Position", 0, 3},
                                    {UInt32Member, "Big"},
                                    {Int8Member, "Signed", 0, 2},
                                    {EndMember}};
-data_type_definition NarrowType[] = {{Real32Member, "position", 0, 2},
-                                     {Real32Member, "Signed", 0, 2},
-                                     {Real32Member, "Big"},
-                                     {Real16Member, "Half"},
-                                     {NormalUInt8Member, "Weights", 0, 3},
-                                     {EndMember}};
+data_type_definition NarrowType[] = {
+    {Real32Member, "position", 0, 2}, {Real32Member, "Signed", 0, 2},       {Real32Member, "Big"},
+    {Real16Member, "Half"},           {NormalUInt8Member, "Weights", 0, 3}, {EndMember}};
 
 TEST(Conversion, ByMemberNames)
 {

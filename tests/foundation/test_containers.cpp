@@ -88,18 +88,28 @@ TEST(PointerHash, MatchesAMapUnderRandomInsertion)
     EXPECT_EQ((intptr_t)Hash->Maximum->Key, Expected.rbegin()->first);
 
     // In-order walk is sorted, and the tree stays balanced (height bound).
-    struct walk { intptr_t Last = INTPTR_MIN; bool Sorted = true; int Count = 0; } Walk;
-    AVLWalk(*Hash, [](avl_node *Node, void *User) {
-        walk *W = (walk *)User;
-        W->Sorted &= (intptr_t)Node->Key > W->Last;
-        W->Last = (intptr_t)Node->Key;
-        ++W->Count;
-        return true;
-    }, &Walk);
+    struct walk
+    {
+        intptr_t Last = INTPTR_MIN;
+        bool Sorted = true;
+        int Count = 0;
+    } Walk;
+    AVLWalk(
+        *Hash,
+        [](avl_node *Node, void *User) {
+            walk *W = (walk *)User;
+            W->Sorted &= (intptr_t)Node->Key > W->Last;
+            W->Last = (intptr_t)Node->Key;
+            ++W->Count;
+            return true;
+        },
+        &Walk);
     EXPECT_TRUE(Walk.Sorted);
     EXPECT_EQ(Walk.Count, (int)Expected.size());
-    struct height { static int Of(avl_node *Node) {
-        return Node ? 1 + std::max(Of(AVLLeft(Node)), Of(AVLRight(Node))) : 0; } };
+    struct height
+    {
+        static int Of(avl_node *Node) { return Node ? 1 + std::max(Of(AVLLeft(Node)), Of(AVLRight(Node))) : 0; }
+    };
     EXPECT_LE(height::Of(Hash->Root), 17); // 1.44 log2(3000) ~ 16.6
     DeletePointerHash(Hash);
     EXPECT_EQ(GetLiveBlockCount(), Before);

@@ -18,12 +18,18 @@ TEST(TrackingAllocator, AlignsTracksAndRejectsBadFrees)
     EXPECT_EQ(GetLiveBlockCount(), Before + 2);
 
     // The live list reports the caller's file and line, oldest first.
-    struct visit { int Seen = 0; bool SawThisFile = false; } Visit;
-    VisitLiveBlocks([](live_block_info const &Block, void *User) {
-        visit *V = (visit *)User;
-        ++V->Seen;
-        if (strstr(Block.SourceFile, "test_memory.cpp") && Block.Size == 100) V->SawThisFile = true;
-    }, &Visit);
+    struct visit
+    {
+        int Seen = 0;
+        bool SawThisFile = false;
+    } Visit;
+    VisitLiveBlocks(
+        [](live_block_info const &Block, void *User) {
+            visit *V = (visit *)User;
+            ++V->Seen;
+            if (strstr(Block.SourceFile, "test_memory.cpp") && Block.Size == 100) V->SawThisFile = true;
+        },
+        &Visit);
     EXPECT_TRUE(Visit.SawThisFile);
 
     TesselFree(nullptr);
@@ -90,8 +96,8 @@ TEST(AggregateAllocator, ResolvesMembersArraysAndEmptyArrays)
     alignas(8) uint8 Memory[64];
     BeginAggregateAllocation(Aggregate);
     intaddrx PlacedRoot = AggregateAllocate(Aggregate, &Record, sizeof(sample_record));
-    AggregateAllocateArray(Aggregate, PlacedRoot, offsetof(sample_record, ValueCount),
-                           offsetof(sample_record, Values), 2, sizeof(real32));
+    AggregateAllocateArray(Aggregate, PlacedRoot, offsetof(sample_record, ValueCount), offsetof(sample_record, Values),
+                           2, sizeof(real32));
     EXPECT_EQ(EndAggregatePlacement(Aggregate, Memory), Memory);
     EXPECT_EQ((uint8 *)Record, Memory);
     EXPECT_EQ((uint8 *)Record->Values, Memory + sizeof(sample_record));

@@ -67,7 +67,8 @@ struct mesh_fixture
     {
         for (int32 Index = 0; Index < 3; ++Index) {
             SetVertexIndex(Builder, Index, Corners[Index].Point);
-            SetCornerNormal(Builder, Index, Corners[Index].Normal[0], Corners[Index].Normal[1], Corners[Index].Normal[2]);
+            SetCornerNormal(Builder, Index, Corners[Index].Normal[0], Corners[Index].Normal[1],
+                            Corners[Index].Normal[2]);
             real32 UV[4] = {Corners[Index].UV[0], Corners[Index].UV[1], 0, 0};
             SetCornerChannel(Builder, Index, 0, UV);
         }
@@ -85,7 +86,10 @@ struct mesh_fixture
     }
 };
 
-corner Up(int32 Point, real32 U = 0, real32 V = 0) { return {Point, {0, 0, 1}, {U, V}}; }
+corner Up(int32 Point, real32 U = 0, real32 V = 0)
+{
+    return {Point, {0, 0, 1}, {U, V}};
+}
 
 // Every side's neighbour shares its two end points (as canonical vertices).
 void ExpectNeighborsShareEdges(tri_topology const *Topology, std::vector<int32> const &Canonical)

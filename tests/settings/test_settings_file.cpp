@@ -99,11 +99,17 @@ TEST_F(settings_test, RequesterBlockWordsAreFixed)
     ASSERT_EQ(WriteRequesterBlock(Requester, Bytes.data(), (int32)Bytes.size()), (int32)Bytes.size());
     uint32 const Empty[] = {0xCA5EEEEE, 0, 0};
     std::vector<uint32> Expected = {0xCA5EEEEE, 4,
-                                    10, 8, 0, 1,                     // checkbox: overridden, current
-                                    12, 8, 0x00000000, 0x40200000,   // number: 0.0f, 2.5f
-                                    13, 8, 0, 3,                     // slider: position
-                                    14, 8 + 12 + 2 * (8 + 12), 1, 602, // combobox, then its list's block
-                                    0xCA5EEEEE, 0, 2, 601, 12};
+                                    10,         8,
+                                    0,          1, // checkbox: overridden, current
+                                    12,         8,
+                                    0x00000000, 0x40200000, // number: 0.0f, 2.5f
+                                    13,         8,
+                                    0,          3, // slider: position
+                                    14,         8 + 12 + 2 * (8 + 12),
+                                    1,          602, // combobox, then its list's block
+                                    0xCA5EEEEE, 0,
+                                    2,          601,
+                                    12};
     Expected.insert(Expected.end(), Empty, Empty + 3);
     Expected.insert(Expected.end(), {602, 12});
     Expected.insert(Expected.end(), Empty, Empty + 3);
@@ -273,21 +279,21 @@ TEST_F(settings_test, LabelAssignmentsCheckKindAndRange)
     EXPECT_TRUE(ApplySettingAssignment(Root, "Meshes:Include data in export=off", Error, sizeof(Error)));
     EXPECT_FALSE(GetSettingBool(Child(Root, "Meshes"), 2));
     EXPECT_TRUE(GetSettingBool(Child(Root, "Textures"), 2));
-    EXPECT_TRUE(ApplySettingAssignment(Root, "Normal/bump with alpha:Zent1 still-image compression with alpha "
-                                             "channel:Compression=64",
+    EXPECT_TRUE(ApplySettingAssignment(Root,
+                                       "Normal/bump with alpha:Zent1 still-image compression with alpha "
+                                       "channel:Compression=64",
                                        Error, sizeof(Error)));
     EXPECT_EQ(GetSettingChoiceInt(Child(Root, "Textures"), 105, 24), 64);
 
     std::vector<uint8> Before = Serialize(Root);
-    struct { char const *Text, *Message; } const Bad[] = {
-        {"No such setting=1", "no setting"},
-        {"Include data in export=off", "ambiguous"},
-        {"Object alignment=13", "out of range"},
-        {"Units per Meter=0", "out of range"},
-        {"Units per Meter=lots", "not one"},
-        {"Rescale scene on export=2", "checkbox"},
-        {"File compression=Zip", "no choice"},
-        {"Object alignment", "Label=value"},
+    struct
+    {
+        char const *Text, *Message;
+    } const Bad[] = {
+        {"No such setting=1", "no setting"},     {"Include data in export=off", "ambiguous"},
+        {"Object alignment=13", "out of range"}, {"Units per Meter=0", "out of range"},
+        {"Units per Meter=lots", "not one"},     {"Rescale scene on export=2", "checkbox"},
+        {"File compression=Zip", "no choice"},   {"Object alignment", "Label=value"},
     };
     for (auto const &Case : Bad) {
         EXPECT_FALSE(ApplySettingAssignment(Root, Case.Text, Error, sizeof(Error))) << Case.Text;

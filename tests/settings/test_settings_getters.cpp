@@ -6,7 +6,7 @@ TEST_F(settings_test, SlidersMapPositionsToValues)
 {
     settings_node *Root = Tree();
     settings_node *File = Child(Root, "File");
-    EXPECT_EQ(GetSettingInt(File, 74), 4); // position 2
+    EXPECT_EQ(GetSettingInt(File, 74), 4);  // position 2
     EXPECT_EQ(GetSettingInt(File, 87), 32); // position 5
     settings_node *Textures = Child(Root, "Textures");
     setting *Width = FindSetting(Textures, 13);
@@ -27,7 +27,11 @@ TEST_F(settings_test, NumbersReadAsIntegersRoundHalfUp)
 {
     settings_node *File = Child(Tree(), "File");
     setting *Units = FindSetting(File, 145);
-    struct { real32 Value; int32 Expected; } const Cases[] = {{2.5f, 3}, {2.49f, 2}, {-0.7f, 0}, {-1.6f, -1}, {1.0f, 1}};
+    struct
+    {
+        real32 Value;
+        int32 Expected;
+    } const Cases[] = {{2.5f, 3}, {2.49f, 2}, {-0.7f, 0}, {-1.6f, -1}, {1.0f, 1}};
     for (auto const &Case : Cases) {
         Units->Value.Number.Current = Case.Value;
         EXPECT_EQ(GetSettingInt(File, 145), Case.Expected) << Case.Value;

@@ -8,7 +8,13 @@
 
 namespace {
 
-enum { KCheckbox = 1, KNumber = 2, KSlider = 4, KCombobox = 7 };
+enum
+{
+    KCheckbox = 1,
+    KNumber = 2,
+    KSlider = 4,
+    KCombobox = 7
+};
 
 // Group, id, label, kind, lower and upper bound, default (a choice id for a
 // combobox, -1 where it depends on the place), Detailed (-1 unknown),
@@ -254,13 +260,13 @@ TEST_F(settings_test, CategoriesKeepTheirIdsAndOrder)
 {
     requester *Texture = BuildTextureSettings(Pools);
     EXPECT_EQ(Texture->Id, 10);
-    EXPECT_EQ(SettingIds(Texture), (std::vector<int32>{75, 2, 66, 251, 80, 12, 13, 11, 15, 16, 14, 27, 253, 28, 233,
-                                                       234, 235, 248, 19, 79, 36, 102, 103, 104, 105}));
+    EXPECT_EQ(SettingIds(Texture), (std::vector<int32>{75, 2,   66,  251, 80,  12, 13, 11, 15,  16,  14,  27, 253,
+                                                       28, 233, 234, 235, 248, 19, 79, 36, 102, 103, 104, 105}));
     requester *Mesh = BuildMeshSettings(Pools);
     EXPECT_EQ(Mesh->Id, 6);
-    EXPECT_EQ(SettingIds(Mesh), (std::vector<int32>{75, 2,  66, 251, 80, 246, 247, 174, 76, 143, 186, 7,
-                                                    8,  255, 81, 82,  88, 83,  244, 243, 84, 85,  89,  86,
-                                                    99, 100, 101, 211, 98, 77, 90, 91, 92, 93, 237}));
+    EXPECT_EQ(SettingIds(Mesh),
+              (std::vector<int32>{75,  2,   66, 251, 80, 246, 247, 174, 76,  143, 186, 7,  8,  255, 81, 82, 88, 83,
+                                  244, 243, 84, 85,  89, 86,  99,  100, 101, 211, 98,  77, 90, 91,  92, 93, 237}));
     requester *FrameByFrame = FindChoice(FindSettingInRequester(Mesh, 237), 241);
     ASSERT_NE(FrameByFrame, nullptr);
     EXPECT_EQ(SettingIds(FrameByFrame),
@@ -269,8 +275,8 @@ TEST_F(settings_test, CategoriesKeepTheirIdsAndOrder)
     requester *BoneAnimation = BuildBoneAnimationSettings(Pools);
     EXPECT_EQ(BoneAnimation->Id, 65);
     EXPECT_EQ(SettingIds(BoneAnimation),
-              (std::vector<int32>{75, 2, 66, 251, 80, 62, 68, 52, 219, 220, 227, 53, 149, 114, 152, 115, 153, 55,
-                                  56, 150, 117, 154, 118, 155, 58, 59, 151, 120, 156, 121, 157, 61, 229}));
+              (std::vector<int32>{75, 2,  66,  251, 80,  62,  68,  52, 219, 220, 227, 53,  149, 114, 152, 115, 153,
+                                  55, 56, 150, 117, 154, 118, 155, 58, 59,  151, 120, 156, 121, 157, 61,  229}));
     for (int32 Spacer : {55, 58, 61}) {
         setting *Found = FindSettingInRequester(BoneAnimation, Spacer);
         EXPECT_EQ(Found->Kind, 6);
@@ -302,7 +308,12 @@ TEST_F(settings_test, CategoriesKeepTheirIdsAndOrder)
 TEST_F(settings_test, ChoiceListsHoldTheirChoices)
 {
     requester *File = BuildFileSettings(Pools);
-    struct list_case { int32 Combobox, List; char const *Label; std::vector<int32> Choices; };
+    struct list_case
+    {
+        int32 Combobox, List;
+        char const *Label;
+        std::vector<int32> Choices;
+    };
     std::vector<list_case> const FileLists = {
         {212, 213, "Coordinate system", {214, 215, 216, 217, 218}},
         {136, 137, nullptr, {142, 138, 139, 140, 141}},
@@ -334,12 +345,11 @@ TEST_F(settings_test, ChoiceListsHoldTheirChoices)
         ASSERT_NE(Combobox, nullptr) << Id;
         EXPECT_EQ(Combobox->Value.Combobox.List->Id, Id + 32768);
         EXPECT_STREQ(Combobox->Value.Combobox.List->Label, Combobox->Label);
-        EXPECT_EQ(ChoiceIds(Combobox), (std::vector<int32>{124, 131072, 131073, 131074, 131075, 131076, 131077,
-                                                            131078, 131079}));
+        EXPECT_EQ(ChoiceIds(Combobox),
+                  (std::vector<int32>{124, 131072, 131073, 131074, 131075, 131076, 131077, 131078, 131079}));
         EXPECT_EQ(GetSettingChoice(File, Id), 124);
     }
-    EXPECT_STREQ(FindChoice(FindSettingInRequester(File, 65546), 131075)->Label,
-                 "3 - StandardDeformableVertexSection");
+    EXPECT_STREQ(FindChoice(FindSettingInRequester(File, 65546), 131075)->Label, "3 - StandardDeformableVertexSection");
     EXPECT_EQ(FindSettingInRequester(File, 65551), nullptr);
 
     requester *Texture = BuildTextureSettings(Pools);

@@ -44,20 +44,20 @@ struct fbx_test_value
 };
 
 fbx_test_value FbxY(int16_t Value);
-fbx_test_value FbxC(char Value);            // ASCII writes the bare character
+fbx_test_value FbxC(char Value); // ASCII writes the bare character
 fbx_test_value FbxI(int32_t Value);
 fbx_test_value FbxF(float Value);
 fbx_test_value FbxD(double Value);
 fbx_test_value FbxL(int64_t Value);
-fbx_test_value FbxS(const std::string& Value);
-fbx_test_value FbxR(const std::string& Bytes);
+fbx_test_value FbxS(const std::string &Value);
+fbx_test_value FbxR(const std::string &Bytes);
 // "Class::Name" in ASCII, Name \0 \x01 Class in binary.
-fbx_test_value FbxName(const std::string& Class, const std::string& Name);
-fbx_test_value FbxArrayI(const std::vector<int32_t>& Values);
-fbx_test_value FbxArrayF(const std::vector<float>& Values);
-fbx_test_value FbxArrayD(const std::vector<double>& Values);
-fbx_test_value FbxArrayL(const std::vector<int64_t>& Values);
-fbx_test_value FbxArrayB(const std::vector<bool>& Values);
+fbx_test_value FbxName(const std::string &Class, const std::string &Name);
+fbx_test_value FbxArrayI(const std::vector<int32_t> &Values);
+fbx_test_value FbxArrayF(const std::vector<float> &Values);
+fbx_test_value FbxArrayD(const std::vector<double> &Values);
+fbx_test_value FbxArrayL(const std::vector<int64_t> &Values);
+fbx_test_value FbxArrayB(const std::vector<bool> &Values);
 
 struct fbx_test_field
 {
@@ -70,25 +70,25 @@ struct fbx_test_field
 
     // Appends a child and returns it. The reference stays valid until the next
     // Add on this field.
-    fbx_test_field& Add(const std::string& ChildName, std::vector<fbx_test_value> ChildValues = {});
+    fbx_test_field &Add(const std::string &ChildName, std::vector<fbx_test_value> ChildValues = {});
     // First child of that name, or null.
-    fbx_test_field* Find(const std::string& ChildName);
-    const fbx_test_field* Find(const std::string& ChildName) const;
+    fbx_test_field *Find(const std::string &ChildName);
+    const fbx_test_field *Find(const std::string &ChildName) const;
 };
 
 // How a field tree is written. The root field's own name and values are
 // ignored; its children are the top-level fields of the file.
 struct fbx_test_format
 {
-    int32_t Version = 7400;        // 6100, 7100, 7400, 7500 ...
+    int32_t Version = 7400; // 6100, 7100, 7400, 7500 ...
     bool Binary = true;
-    bool BigEndian = false;        // binary only
+    bool BigEndian = false; // binary only
     // 64-bit record headers; -1 picks them from the version (7500 and up).
     int32_t WideRecords = -1;
     // Arrays of at least this many bytes are zlib-compressed (encoding 1);
     // -1 never compresses.
     int32_t CompressMinBytes = -1;
-    bool WriteFooter = true;       // binary: the 16-byte-aligned footer after the top-level end record
+    bool WriteFooter = true; // binary: the 16-byte-aligned footer after the top-level end record
     // ASCII: values per line in plain (FBX 6) lists before a continuation line
     // starting with a comma, and in counted arrays before a line break.
     int32_t AsciiValuesPerLine = 16;
@@ -97,15 +97,15 @@ struct fbx_test_format
 fbx_test_format FbxTestBinary(int32_t Version, bool BigEndian = false, int32_t CompressMinBytes = -1);
 fbx_test_format FbxTestAscii(int32_t Version);
 
-std::vector<uint8_t> WriteFbxTestBinary(const fbx_test_field& Root, const fbx_test_format& Format);
-std::string WriteFbxTestAscii(const fbx_test_field& Root, const fbx_test_format& Format);
+std::vector<uint8_t> WriteFbxTestBinary(const fbx_test_field &Root, const fbx_test_format &Format);
+std::string WriteFbxTestAscii(const fbx_test_field &Root, const fbx_test_format &Format);
 // Either of the two above, by Format.Binary.
-std::vector<uint8_t> WriteFbxTestFields(const fbx_test_field& Root, const fbx_test_format& Format);
+std::vector<uint8_t> WriteFbxTestFields(const fbx_test_field &Root, const fbx_test_format &Format);
 
 // Writes Bytes to <temporary directory>/<FileName> (the name gets the
 // process id prepended so that parallel test runs do not collide) and returns
 // the full path, or "" on failure. The caller deletes the file.
-std::string SaveFbxTestFile(const std::string& FileName, const std::vector<uint8_t>& Bytes);
+std::string SaveFbxTestFile(const std::string &FileName, const std::vector<uint8_t> &Bytes);
 
 // ---------------------------------------------------------------------------
 // Scene description
@@ -120,14 +120,14 @@ inline int64_t FbxFrameTicks(double Frame, double FramesPerSecond = 30.0)
 
 enum fbx_test_interpolation
 {
-    FbxTestConstant,  // holds the key's value up to the next key
+    FbxTestConstant, // holds the key's value up to the next key
     FbxTestLinear,
-    FbxTestCubic      // user tangents: RightSlope and NextLeftSlope, value per second
+    FbxTestCubic // user tangents: RightSlope and NextLeftSlope, value per second
 };
 
 struct fbx_test_key
 {
-    int64_t Time = 0;  // ticks
+    int64_t Time = 0; // ticks
     float Value = 0.0f;
     fbx_test_interpolation Interpolation = FbxTestLinear;
     float RightSlope = 0.0f;
@@ -146,7 +146,7 @@ struct fbx_test_curve
 struct fbx_test_take
 {
     std::string Name = "Take 001";
-    int64_t Start = 0;   // LocalTime and ReferenceTime
+    int64_t Start = 0; // LocalTime and ReferenceTime
     int64_t Stop = 0;
     bool WriteLocalTime = true;
     std::vector<fbx_test_curve> Curves;
@@ -154,19 +154,19 @@ struct fbx_test_take
 
 struct fbx_test_cluster
 {
-    int32_t Bone = 0;                // node index the cluster links to; -1: no link
-    std::vector<int32_t> Indexes;    // control points
+    int32_t Bone = 0;             // node index the cluster links to; -1: no link
+    std::vector<int32_t> Indexes; // control points
     std::vector<double> Weights;
-    double Transform[16];            // row-major, row 3 the translation
-    double TransformLink[16];        // the bone's global matrix at bind time
+    double Transform[16];     // row-major, row 3 the translation
+    double TransformLink[16]; // the bone's global matrix at bind time
     fbx_test_cluster();
 };
 
 enum fbx_test_mapping
 {
-    FbxTestByControlPoint,   // "ByVertice"
-    FbxTestByPolygonVertex,  // "ByPolygonVertex"
-    FbxTestByPolygon         // "ByPolygon"
+    FbxTestByControlPoint,  // "ByVertice"
+    FbxTestByPolygonVertex, // "ByPolygonVertex"
+    FbxTestByPolygon        // "ByPolygon"
 };
 
 struct fbx_test_mesh
@@ -183,21 +183,21 @@ struct fbx_test_mesh
     std::string UVSetName = "UVMap";
     // Vertex colors (4 doubles each) by control point, direct; empty: none.
     std::vector<double> Colors;
-    std::vector<fbx_test_cluster> Clusters;     // non-empty: the mesh has a skin
+    std::vector<fbx_test_cluster> Clusters; // non-empty: the mesh has a skin
 };
 
 struct fbx_test_node
 {
     std::string Name;
-    int32_t Parent = -1;              // node index; -1 hangs under the scene root
+    int32_t Parent = -1; // node index; -1 hangs under the scene root
     // "LimbNode" (bone), "Null" or "Mesh". A mesh node needs Mesh >= 0.
     std::string Kind = "LimbNode";
-    int32_t Mesh = -1;                // index into fbx_test_scene::Meshes
+    int32_t Mesh = -1; // index into fbx_test_scene::Meshes
     double Translation[3] = {0, 0, 0};
-    double Rotation[3] = {0, 0, 0};   // degrees
+    double Rotation[3] = {0, 0, 0}; // degrees
     double Scaling[3] = {1, 1, 1};
-    int32_t RotationOrder = 0;        // 0 XYZ .. 5 ZYX, 6 spheric
-    int32_t InheritType = 1;          // 0 RrSs, 1 RSrs, 2 Rrs
+    int32_t RotationOrder = 0; // 0 XYZ .. 5 ZYX, 6 spheric
+    int32_t InheritType = 1;   // 0 RrSs, 1 RSrs, 2 Rrs
     bool RotationActive = true;
     // Written only when a component is non-zero.
     double PreRotation[3] = {0, 0, 0};
@@ -210,23 +210,23 @@ struct fbx_test_node
 
 struct fbx_test_scene
 {
-    std::vector<fbx_test_node> Nodes;   // parents before children
+    std::vector<fbx_test_node> Nodes; // parents before children
     std::vector<fbx_test_mesh> Meshes;
-    std::vector<fbx_test_take> Takes;   // the first is "Current"
+    std::vector<fbx_test_take> Takes; // the first is "Current"
     int32_t UpAxis = 1, UpAxisSign = 1;
     int32_t FrontAxis = 2, FrontAxisSign = 1;
     int32_t CoordAxis = 0, CoordAxisSign = 1;
     double UnitScaleFactor = 1.0;
-    int32_t TimeMode = 6;               // 30 frames a second
+    int32_t TimeMode = 6; // 30 frames a second
     std::string Creator = "Tessel test writer";
 };
 
 // The field tree of a scene in the FBX 6 layout (Version 6000..6999) or the
 // FBX 7 layout (7000 and up).
-fbx_test_field BuildFbx6Scene(const fbx_test_scene& Scene, int32_t Version = 6100);
-fbx_test_field BuildFbx7Scene(const fbx_test_scene& Scene, int32_t Version = 7400);
+fbx_test_field BuildFbx6Scene(const fbx_test_scene &Scene, int32_t Version = 6100);
+fbx_test_field BuildFbx7Scene(const fbx_test_scene &Scene, int32_t Version = 7400);
 // The layout by Format.Version, written as Format says.
-std::vector<uint8_t> WriteFbxTestScene(const fbx_test_scene& Scene, const fbx_test_format& Format);
+std::vector<uint8_t> WriteFbxTestScene(const fbx_test_scene &Scene, const fbx_test_format &Format);
 
 // A ready-made scene: a bone chain "Root" > "Upper" > "Lower" (Root with a
 // RotationPivot, Upper with PreRotation (0, 0, 90) and rotation (0, 0, -90),
@@ -251,4 +251,4 @@ void FbxTestInverse(const double Matrix[16], double Inverse[16]);
 // global matrix applied as a whole (exact for InheritType 1, and for any type
 // without non-uniform scale). Used for cluster TransformLink values and as an
 // expected value in tests.
-void FbxTestNodeGlobal(const fbx_test_scene& Scene, int32_t Node, double Matrix[16]);
+void FbxTestNodeGlobal(const fbx_test_scene &Scene, int32_t Node, double Matrix[16]);

@@ -7,10 +7,19 @@ static void CaptureCallback(int32 Level, int32 Category, char const *, int32, ch
     ((log_capture *)UserData)->Entries.push_back({Level, Category, Message});
 }
 
-log_capture::log_capture() { SetLogCallback(CaptureCallback, this); }
-log_capture::~log_capture() { SetLogCallback(0, 0); }
+log_capture::log_capture()
+{
+    SetLogCallback(CaptureCallback, this);
+}
+log_capture::~log_capture()
+{
+    SetLogCallback(0, 0);
+}
 
-bool log_capture::Contains(std::string const &Fragment) const { return CountContaining(Fragment) > 0; }
+bool log_capture::Contains(std::string const &Fragment) const
+{
+    return CountContaining(Fragment) > 0;
+}
 
 int log_capture::CountContaining(std::string const &Fragment) const
 {
@@ -19,4 +28,7 @@ int log_capture::CountContaining(std::string const &Fragment) const
     return Count;
 }
 
-int32 LiveBlocks() { return GetLiveBlockCount(); }
+int32 LiveBlocks()
+{
+    return GetLiveBlockCount();
+}

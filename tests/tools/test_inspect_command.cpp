@@ -8,7 +8,10 @@
 
 namespace {
 
-std::string Example(char const *Name) { return std::string(TESSEL_SOURCE_DIR) + "/" + Name; }
+std::string Example(char const *Name)
+{
+    return std::string(TESSEL_SOURCE_DIR) + "/" + Name;
+}
 
 // The value of a numeric or literal key of a flat JSON text, as written.
 std::string JsonValue(std::string const &Json, std::string const &Key)
@@ -27,7 +30,8 @@ TEST(InspectCommand, FbxJsonAgreesAcrossEncodings)
 {
     if (TesselProgramPath().empty()) GTEST_SKIP() << "the tessel program is not built";
     command_result Binary = RunTessel("inspect --json '" + Example("examples/rigged_arm.fbx") + "'", false);
-    command_result Ascii = RunTessel("inspect --json '" + Example("tests/data/blender/rigged_arm_ascii.fbx") + "'", false);
+    command_result Ascii =
+        RunTessel("inspect --json '" + Example("tests/data/blender/rigged_arm_ascii.fbx") + "'", false);
     ASSERT_EQ(Binary.Status, 0) << Binary.Output;
     ASSERT_EQ(Ascii.Status, 0) << Ascii.Output;
     EXPECT_EQ(JsonValue(Binary.Output, "binary"), "true");
