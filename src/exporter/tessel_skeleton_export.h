@@ -5,7 +5,7 @@
 
 #include "foundation/tessel_types.h"
 
-struct fbx_tool_interface;
+struct tool_interface;
 struct scene_export_state;
 struct settings_node;
 struct tool_model;
@@ -16,9 +16,9 @@ struct transform;
 // by LOD error), records it in the model and in the file, and gives each
 // included node its final BoneIndex and FileBone. Left-out nodes keep
 // BoneIndex -1, so their children become roots.
-void ExportSkeleton(scene_export_state *State, tool_model *Model);
+bool ExportSkeleton(scene_export_state *State, tool_model *Model);
 // The model record: name, skeleton, placement and mesh bindings.
-void ExportModel(scene_export_state *State, tool_model *Model);
+bool ExportModel(scene_export_state *State, tool_model *Model);
 
 // Is this node a bone of the skeleton? For settings that have "Include
 // reference in export", both inclusion settings must be on; otherwise
@@ -27,7 +27,7 @@ bool IsBoneIncluded(settings_node const *Settings);
 
 // The node's local and world transform at the tool's current time, with
 // their flags set.
-void GetNodeTransforms(fbx_tool_interface *Tool, tool_node *Node, transform *Local, transform *World);
+void GetNodeTransforms(tool_interface *Tool, tool_node *Node, transform *Local, transform *World);
 
 // A placement from a position and an orientation: the components the
 // settings mask out are zeroed (all are kept unless a mask setting says

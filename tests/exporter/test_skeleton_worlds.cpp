@@ -19,6 +19,8 @@
 #include "skeleton_test_support.h"
 #include "support/test_log_capture.h"
 
+using namespace fbx_tool;
+
 namespace {
 
 // The world matrix Blender printed for a node at the first sample of the

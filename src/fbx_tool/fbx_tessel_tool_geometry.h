@@ -6,6 +6,7 @@
 // no material.
 #pragma once
 
+#include "exporter/tessel_tool_interface.h"
 #include "foundation/tessel_types.h"
 
 class KFbxMesh;
@@ -13,26 +14,16 @@ class KFbxSkin;
 class AffineMatrix;
 
 struct fbx_tool_interface;
-struct tool_mesh;
-struct tool_node;
-struct tool_material;
-struct tool_texture;
-struct mesh;
-struct material;
-struct texture;
-struct memory_arena;
-struct string_table;
-struct data_type_definition;
 
 #pragma pack(push, 4)
 // A mesh and one skin matrix per control point.
-struct fbx_mesh_data
+struct fbx_mesh_data : tool_mesh_data
 {
     KFbxMesh *Mesh;
     AffineMatrix *SkinMatrices;
 };
 
-struct fbx_triangle_iterator
+struct fbx_triangle_iterator : tool_triangle_iterator
 {
     fbx_mesh_data *MeshData;
     int32 Triangle;
@@ -41,7 +32,7 @@ struct fbx_triangle_iterator
 // A handle of its own so that a skin can be released like any other. The
 // influences of each control point are gathered once, on first demand, so
 // that asking for them is not a scan of every cluster.
-struct fbx_mesh_skin
+struct fbx_mesh_skin : tool_mesh_skin
 {
     KFbxSkin *Skin;
     int32 PointCount;
@@ -51,12 +42,7 @@ struct fbx_mesh_skin
 };
 #pragma pack(pop)
 
-enum tool_mesh_kind
-{
-    ToolMeshKind_Polygons = 1,
-    ToolMeshKind_Patches = 2,
-    ToolMeshKind_Curves = 3,
-};
+namespace fbx_tool {
 
 // Mesh as a whole.
 int32 GetMeshKind(fbx_tool_interface *Tool, tool_mesh *Mesh);
@@ -131,7 +117,6 @@ bool GetTriangleAnnotation(fbx_triangle_iterator *Iterator, int32 SetIndex, memo
                            data_type_definition *Type, void *Bytes);
 
 // Annotations per mesh: none in FBX.
-struct tool_annotation_set;
 int32 GetVertexAnnotationCount(fbx_mesh_data *MeshData);
 tool_annotation_set *GetVertexAnnotationSet(fbx_mesh_data *MeshData, int32 Index);
 void ReleaseVertexAnnotationSet(fbx_mesh_data *MeshData, tool_annotation_set *Set);
@@ -144,13 +129,14 @@ char const *GetTriangleAnnotationName(fbx_mesh_data *MeshData, int32 Index, memo
 data_type_definition *GetTriangleAnnotationType(fbx_mesh_data *MeshData, int32 Index, memory_arena *Arena);
 
 // Materials of a mesh: none in FBX.
-struct tool_material_data;
 tool_material_data *GetMeshMaterials(fbx_tool_interface *Tool, tool_mesh *Mesh);
-void ReleaseMeshMaterials(tool_material_data *Materials);
+void ReleaseMeshMaterials(fbx_tool_interface *Tool, tool_material_data *Materials);
 tool_material *GetMeshMaterial(fbx_tool_interface *Tool, tool_material_data *Materials, int32 Index);
 
 // Morph targets: none in FBX.
 bool HasMorphTargets(fbx_tool_interface *Tool, tool_mesh *Mesh);
 int32 GetMorphTargetCount(fbx_tool_interface *Tool, tool_mesh *Mesh);
 fbx_mesh_data *GetMorphTargetMeshData(fbx_tool_interface *Tool, tool_mesh *Mesh, int32 Index);
-char const *GetMorphTargetName();
+char const *GetMorphTargetName(fbx_tool_interface *Tool);
+
+} // namespace fbx_tool
