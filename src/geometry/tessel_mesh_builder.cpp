@@ -625,6 +625,7 @@ void BuildTangentSpace(mesh_builder *Builder)
         return;
     }
     TesselError(LogCategory_Exporter, "Failed to create the tangent space");
+    Count = GetResultingVertexCount(Builder); // splits made before the failure get the frame too
     tangent_frame_unit Constant = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
     for (int32 Vertex = 0; Vertex < Count; ++Vertex) {
         MergeSingleObject(FrameLayout, &Constant, Builder->VertexType, GetStackUnit(Builder->VertexStack, Vertex));
