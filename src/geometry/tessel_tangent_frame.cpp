@@ -28,12 +28,17 @@ data_type_definition ReadingType[] = {
 
 real32 const MinimumLength = 0.00001f;
 real32 const SameNormalLimit = 0.00001f;
+double const SliverSine = 1e-6;
 
 struct tangent_state
 {
     mesh_builder *Builder;
     // One reading per output vertex, room for a split of every corner.
     vertex_reading *Readings;
+    // The handedness of the triangles whose frames a vertex took, against
+    // the vertex normal: each triangle's sign weighed by the cosine between
+    // its plane's normal and the vertex normal.
+    real32 *Hand;
     int32 ReadingCapacity;
     real32 MinCosine;
 };
@@ -64,6 +69,31 @@ real32 Normalize(real32 *Vector)
     }
     Vector[0] = Vector[1] = Vector[2] = 0.0f;
     return 0.0f;
+}
+
+inline double DotDouble(double const *A, double const *B)
+{
+    return A[0] * B[0] + A[1] * B[1] + A[2] * B[2];
+}
+
+void CrossDouble(double const *A, double const *B, double *Result)
+{
+    Result[0] = A[1] * B[2] - A[2] * B[1];
+    Result[1] = A[2] * B[0] - A[0] * B[2];
+    Result[2] = A[0] * B[1] - A[1] * B[0];
+}
+
+// Triangle vectors are as small as the mesh: any length counts, above
+// Minimum.
+double NormalizeDouble(double *Vector, double Minimum)
+{
+    double Length = std::sqrt(Vector[0] * Vector[0] + Vector[1] * Vector[1] + Vector[2] * Vector[2]);
+    if (Length > Minimum) {
+        for (int32 Axis = 0; Axis < 3; ++Axis) Vector[Axis] /= Length;
+        return Length;
+    }
+    Vector[0] = Vector[1] = Vector[2] = 0.0;
+    return 0.0;
 }
 
 inline int32 &StackInt(stack_allocator &Stack, int32 Index)
@@ -108,42 +138,48 @@ bool BuildTriangleTangents(tangent_state &State)
         for (int32 Index = 0; Index < 3; ++Index) {
             Corner[Index] = &State.Readings[StackInt(Builder->TriangleVertices, 3 * Triangle + Index)];
         }
-        real32 E1[3], E2[3];
+        // In double precision: the mapping of a small triangle is a small
+        // difference of products, whose sign in single precision is noise.
+        double E1[3], E2[3];
         for (int32 Axis = 0; Axis < 3; ++Axis) {
-            E1[Axis] = Corner[1]->Position[Axis] - Corner[0]->Position[Axis];
-            E2[Axis] = Corner[2]->Position[Axis] - Corner[0]->Position[Axis];
+            E1[Axis] = (double)Corner[1]->Position[Axis] - Corner[0]->Position[Axis];
+            E2[Axis] = (double)Corner[2]->Position[Axis] - Corner[0]->Position[Axis];
         }
-        real32 DU1 = Corner[1]->TextureCoordinates[0] - Corner[0]->TextureCoordinates[0];
-        real32 DV1 = Corner[1]->TextureCoordinates[1] - Corner[0]->TextureCoordinates[1];
-        real32 DU2 = Corner[2]->TextureCoordinates[0] - Corner[0]->TextureCoordinates[0];
-        real32 DV2 = Corner[2]->TextureCoordinates[1] - Corner[0]->TextureCoordinates[1];
+        double DU1 = (double)Corner[1]->TextureCoordinates[0] - Corner[0]->TextureCoordinates[0];
+        double DV1 = (double)Corner[1]->TextureCoordinates[1] - Corner[0]->TextureCoordinates[1];
+        double DU2 = (double)Corner[2]->TextureCoordinates[0] - Corner[0]->TextureCoordinates[0];
+        double DV2 = (double)Corner[2]->TextureCoordinates[1] - Corner[0]->TextureCoordinates[1];
 
         tangent_frame &Frame = TriangleFrame(Builder, Triangle);
         memset(&Frame, 0, sizeof(Frame));
-        Cross(E1, E2, Frame.TangentBinormalCross);
+        double N[3], T[3], B[3];
+        CrossDouble(E1, E2, N);
         // A triangle without area has no plane: its frame stays zero, adds
-        // nothing and splits nothing.
-        if (Normalize(Frame.TangentBinormalCross) == 0.0f) continue;
-        real32 *N = Frame.TangentBinormalCross;
-        real32 *T = Frame.Tangent;
-        real32 *B = Frame.Binormal;
-        real32 Determinant = DU1 * DV2 - DU2 * DV1;
-        if (std::fabs(Determinant) > 0.0f) {
+        // nothing and splits nothing. The test is on the sine of the corner
+        // angle, so that meshes of any scale keep their frames.
+        double EdgeProduct = std::sqrt(DotDouble(E1, E1) * DotDouble(E2, E2));
+        if (NormalizeDouble(N, SliverSine * EdgeProduct) == 0.0) continue;
+        double Determinant = DU1 * DV2 - DU2 * DV1;
+        if (Determinant != 0.0) {
             ++Mapped;
-            real32 R = 1.0f / Determinant;
+            double R = 1.0 / Determinant;
             for (int32 Axis = 0; Axis < 3; ++Axis) {
                 T[Axis] = R * DV2 * E1[Axis] - R * DV1 * E2[Axis];
                 B[Axis] = -R * DU2 * E1[Axis] + R * DU1 * E2[Axis];
             }
         } else {
             // No usable mapping: a frame from the geometry alone.
-            Cross(N, E1, T);
-            Cross(N, T, B);
+            CrossDouble(N, E1, T);
+            CrossDouble(N, T, B);
         }
-        // The stored V runs down the image, against the tool's V.
-        for (int32 Axis = 0; Axis < 3; ++Axis) B[Axis] = -B[Axis];
-        Normalize(T);
-        Normalize(B);
+        NormalizeDouble(T, 0.0);
+        NormalizeDouble(B, 0.0);
+        for (int32 Axis = 0; Axis < 3; ++Axis) {
+            Frame.Tangent[Axis] = (real32)T[Axis];
+            // The stored V runs down the image, against the tool's V.
+            Frame.Binormal[Axis] = (real32)-B[Axis];
+            Frame.TangentBinormalCross[Axis] = (real32)N[Axis];
+        }
     }
     if (Triangles > 0 && Mapped == 0) {
         TesselWarning(LogCategory_Exporter,
@@ -213,6 +249,7 @@ int32 SplitVertex(tangent_state &State, int32 Vertex)
     memcpy(NewVertex, GetStackUnit(Builder->VertexStack, Vertex), (size_t)Builder->VertexSize);
     memset(Frame, 0, sizeof(*Frame));
     State.Readings[NewIndex] = State.Readings[Vertex];
+    State.Hand[NewIndex] = 0;
     *From = -1;
     *Polygon = -1;
     *Corner = -1;
@@ -239,6 +276,8 @@ bool AccumulateVertexTangents(tangent_state &State)
     for (int32 Triangle = 0; Triangle < Builder->TriangleCount; ++Triangle) {
         tangent_frame const Frame = TriangleFrame(Builder, Triangle);
         if (IsZeroFrame(Frame)) continue;
+        real32 FrameHandedness = Handedness(Frame);
+        real32 FrameSign = FrameHandedness > 0.0f ? 1.0f : FrameHandedness < 0.0f ? -1.0f : 0.0f;
         for (int32 Corner = 0; Corner < 3; ++Corner) {
             int32 &Slot = StackInt(Builder->TriangleVertices, 3 * Triangle + Corner);
             int32 Vertex = Slot;
@@ -273,6 +312,12 @@ bool AccumulateVertexTangents(tangent_state &State)
                     StackInt(Builder->FromTriangle, Vertex) = FirstTriangleUsing(Builder, Vertex);
                 }
             }
+            // Against the vertex normal: with mirrored node transforms it can
+            // face away from the winding's normal.
+            real32 const *Normal = State.Readings[Vertex].Normal;
+            real32 NormalLength = std::sqrt(Dot(Normal, Normal));
+            State.Hand[Target >= 0 ? Target : Vertex] +=
+                NormalLength > 0.0f ? FrameSign * Dot(Frame.TangentBinormalCross, Normal) / NormalLength : FrameSign;
             for (int32 Axis = 0; Axis < 3; ++Axis) {
                 Destination->Tangent[Axis] += Frame.Tangent[Axis];
                 Destination->Binormal[Axis] += Frame.Binormal[Axis];
@@ -351,19 +396,43 @@ bool MergeCoincidentTangents(tangent_state &State)
     return true;
 }
 
-// Around the normal: a mirrored (left-handed) frame stays mirrored.
+// B and T again from T and C; T stays in the plane of T and B. A mirrored
+// mapping (T, B, C left-handed) comes out right-handed, and the other way
+// round: the binormal follows the stored V, which runs against the tool's.
+void OrthonormalizeFrame(tangent_frame &Frame, bool Mirrored)
+{
+    real32 *T = Frame.Tangent, *B = Frame.Binormal, *C = Frame.TangentBinormalCross;
+    if (Mirrored) {
+        Cross(C, T, B);
+        Cross(B, C, T);
+    } else {
+        Cross(T, C, B);
+        Cross(C, B, T);
+    }
+}
+
+// Around the normal. The handedness is that of the vertex's own triangles:
+// the merged sum of skewed mappings (tangent and binormal far from a right
+// angle) can have lost it.
 bool OrthonormalizeVertexTangents(tangent_state &State)
 {
     int32 Count = GetResultingVertexCount(State.Builder);
     for (int32 Vertex = 0; Vertex < Count; ++Vertex) {
         tangent_frame &Frame = VertexFrame(State.Builder, Vertex);
         real32 *T = Frame.Tangent, *B = Frame.Binormal, *C = Frame.TangentBinormalCross;
-        if (Handedness(Frame) < 0.0f) {
-            Cross(C, T, B);
-            Cross(B, C, T);
-        } else {
-            Cross(T, C, B);
-            Cross(C, B, T);
+        real32 Hand = State.Hand[Vertex];
+        bool Mirrored = Hand < 0 || (Hand == 0 && Handedness(Frame) < 0.0f);
+        OrthonormalizeFrame(Frame, Mirrored);
+        if (Normalize(T) == 0.0f && Normalize(C) > 0.0f) {
+            // Only triangles without area, or a tangent along the normal:
+            // any direction in the tangent plane, unmirrored.
+            int32 Axis = 0;
+            for (int32 Other = 1; Other < 3; ++Other) {
+                if (std::fabs(C[Other]) < std::fabs(C[Axis])) Axis = Other;
+            }
+            real32 Along = C[Axis];
+            for (int32 Index = 0; Index < 3; ++Index) T[Index] = (Index == Axis ? 1.0f : 0.0f) - Along * C[Index];
+            OrthonormalizeFrame(Frame, true);
         }
         Normalize(T);
         Normalize(B);
@@ -385,8 +454,10 @@ bool BuildTangentFrames(mesh_builder *Builder)
     State.MinCosine = Builder->Tolerances[Tolerance_TangentMergingMinCosine];
     State.ReadingCapacity = (int32)Capacity;
     State.Readings = TesselAllocateArray(vertex_reading, Capacity > 0 ? Capacity : 1);
+    State.Hand = TesselAllocateArray(real32, Capacity > 0 ? Capacity : 1);
     conversion_plan *Plan = NewConversionPlan(Builder->VertexType, ReadingType);
-    bool Ok = State.Readings && Plan;
+    bool Ok = State.Readings && State.Hand && Plan;
+    if (State.Hand) memset(State.Hand, 0, sizeof(real32) * (size_t)(Capacity > 0 ? Capacity : 1));
     for (int32 Vertex = 0; Ok && Vertex < Count; ++Vertex) {
         ConvertWithPlan(Plan, GetStackUnit(Builder->VertexStack, Vertex), &State.Readings[Vertex], true);
     }
@@ -395,5 +466,6 @@ bool BuildTangentFrames(mesh_builder *Builder)
          NormalizeVertexTangents(State) && SetCrossFromNormals(State) && OrthonormalizeVertexTangents(State);
     FreeConversionPlan(Plan);
     TesselFree(State.Readings);
+    TesselFree(State.Hand);
     return Ok;
 }
