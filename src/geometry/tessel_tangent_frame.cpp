@@ -41,6 +41,9 @@ struct tangent_state
     real32 *Hand;
     int32 ReadingCapacity;
     real32 MinCosine;
+    // Splits serve the seams of a texture: a mesh without one keeps its
+    // vertices.
+    bool Split;
 };
 
 inline real32 Dot(real32 const *A, real32 const *B)
@@ -181,6 +184,7 @@ bool BuildTriangleTangents(tangent_state &State)
             Frame.TangentBinormalCross[Axis] = (real32)N[Axis];
         }
     }
+    State.Split = Builder->SplitVerticesForTangents && Mapped > 0;
     if (Triangles > 0 && Mapped == 0) {
         TesselWarning(LogCategory_Exporter,
                       "The mesh has no usable texture coordinates: its tangents follow the triangle edges");
@@ -299,7 +303,7 @@ bool AccumulateVertexTangents(tangent_state &State)
             } while (Walk != Vertex && Walk >= 0 && --Steps > 0);
 
             tangent_frame *Destination = &VertexFrame(Builder, Target >= 0 ? Target : Vertex);
-            if (Builder->SplitVerticesForTangents &&
+            if (State.Split &&
                 (HandednessDiffers(*Destination, Frame) || !FramesAgree(*Destination, Frame, State.MinCosine))) {
                 Target = SplitVertex(State, Vertex);
                 if (Target < 0) return false;
