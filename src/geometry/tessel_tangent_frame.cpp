@@ -116,9 +116,9 @@ inline tangent_frame &TriangleFrame(mesh_builder *Builder, int32 Triangle)
 
 bool IsZeroFrame(tangent_frame const &Frame)
 {
-    real32 const *Values = Frame.Tangent;
-    for (int32 Index = 0; Index < 9; ++Index) {
-        if (Values[Index] != 0.0f) return false;
+    for (int32 Axis = 0; Axis < 3; ++Axis) {
+        if (Frame.Tangent[Axis] != 0.0f || Frame.Binormal[Axis] != 0.0f || Frame.TangentBinormalCross[Axis] != 0.0f)
+            return false;
     }
     return true;
 }
