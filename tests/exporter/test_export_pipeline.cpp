@@ -20,6 +20,7 @@
 #include "settings/tessel_export_ui_tunneling.h"
 #include "support/fbx_test_writer.h"
 #include "support/test_log_capture.h"
+#include "settings/tessel_setting_ids.h"
 
 using namespace fbx_tool;
 
@@ -142,8 +143,8 @@ TEST(RunExport, SettingsFileSwitchesExporterInfoAndCompression)
     settings_node *Root = BuildDefaultSettingsTree(Pools);
     settings_node *File = FindSettingsNode(Root, 69);
     ASSERT_NE(File, nullptr);
-    ASSERT_TRUE(SetSettingBool(FindSetting(File, 94), false));
-    ASSERT_TRUE(SetSettingChoice(FindSetting(File, 70), 72));
+    ASSERT_TRUE(SetSettingBool(FindSetting(File, SettingId_IncludeExporterInfo), false));
+    ASSERT_TRUE(SetSettingChoice(FindSetting(File, SettingId_FileCompression), Choice_NoCompression));
     std::string SettingsPath = PrivateTemporaryDirectory() + "/input_settings.bin";
     ASSERT_TRUE(WriteSettingsFile(Root, SettingsPath.c_str()));
     FreeSettingsPools(Pools);
