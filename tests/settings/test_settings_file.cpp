@@ -13,7 +13,8 @@ namespace {
 
 std::string TempPath(char const *Name)
 {
-    return std::string(::testing::TempDir()) + "/tessel_settings_" + Name;
+    // The process id keeps test runs of several checkouts apart.
+    return std::string(::testing::TempDir()) + "/tessel_settings_" + std::to_string(getpid()) + "_" + Name;
 }
 
 void WriteBytes(std::string const &Path, std::vector<uint8> const &Bytes)
