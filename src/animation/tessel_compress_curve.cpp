@@ -501,6 +501,15 @@ curve2 *CompressCurve(bspline_solver &Solver, uint32 SolverFlags, compress_curve
                        Samples, Dimension, SampleCount, TimeStep, Format, BestSize, &Met, 0);
         if (!Candidate) continue;
         int32 const Size = GetCurveSize(*Candidate);
+        if (Met && Size < BestSize) {
+            // The fit ran in sample units; the final curve's knots were
+            // quantised again in seconds, which can move an 8-bit knot by a
+            // step. What counts is the curve that is returned.
+            curve_error_report Error;
+            MeasureCurveError(SolverFlags, Params.Degree, Dimension, Duration, *Candidate, SampleCount, Samples,
+                              Params.IdentityVector, &Error);
+            if (!(Error.MaxSquaredError <= Tolerance * Tolerance)) Met = 0;
+        }
         if (!Met && Params.AllowReductionOnMissedTolerance && !BaseAchieved && Size < BestSize && PlainSize > 0) {
             curve_error_report Error;
             MeasureCurveError(SolverFlags, Params.Degree, Dimension, Duration, *Candidate, SampleCount, Samples,
