@@ -33,14 +33,65 @@ inline real32 SquaredError(uint32 SolverFlags, int32 Dimension, real32 const *Sa
     return Sum;
 }
 
+// Evaluation of one curve at many times in increasing order. A quantised
+// curve is decoded once into a float b-spline over the solver's scratch
+// buffer; the knot search still runs on the stored curve, with the last
+// answer as its hint. Element by element the decoded values are the ones a
+// single evaluation would extract, so every result is the same.
+struct curve_sampler
+{
+    curve2 const *Source;
+    curve2 View;
+    curve_data_da_k32f_c32f Record;
+    int32 Dimension;
+    bool Normalize;
+    real32 Duration;
+    real32 const *IdentityVector;
+    int32 Hint;
+};
+
+void BeginSampling(curve_sampler &Sampler, curve2 const &Curve, uint32 SolverFlags, int32 Dimension,
+                   real32 Duration, real32 const *IdentityVector, bspline_solver *Scratch)
+{
+    Sampler.Source = &Curve;
+    Sampler.View = Curve;
+    Sampler.Dimension = Dimension;
+    Sampler.Normalize = (SolverFlags & SolverNormalized) != 0;
+    Sampler.Duration = Duration;
+    Sampler.IdentityVector = IdentityVector;
+    Sampler.Hint = -1;
+    int32 const Format = CurveGetFormat(Curve);
+    int32 const KnotCount = CurveGetKnotCount(Curve);
+    if (!Scratch || Format <= CurveFormat_DaK32fC32f || KnotCount < 2 || CurveIsConstantOrIdentity(Curve) ||
+        CurveIsKeyframed(Curve) || CurveGetDimension(Curve) != Dimension ||
+        (intaddrx)KnotCount * (Dimension + 1) * (intaddrx)sizeof(real32) > Scratch->CurveBufferSize) {
+        return;
+    }
+    real32 *Knots = (real32 *)Scratch->CurveBuffer;
+    real32 *Controls = Knots + KnotCount;
+    CurveExtractKnotValues(Curve, 0, KnotCount, Knots, Controls, IdentityVector);
+    memset(&Sampler.Record, 0, sizeof(Sampler.Record));
+    Sampler.Record.CurveDataHeader.Format = CurveFormat_DaK32fC32f;
+    Sampler.Record.CurveDataHeader.Degree = (uint8)CurveGetDegree(Curve);
+    Sampler.Record.KnotCount = KnotCount;
+    Sampler.Record.Knots = Knots;
+    Sampler.Record.ControlCount = KnotCount * Dimension;
+    Sampler.Record.Controls = Controls;
+    Sampler.View.CurveData.Type = CurveDataDaK32fC32fType;
+    Sampler.View.CurveData.Object = &Sampler.Record;
+}
+
 // The squared error of the curve at time t against Sample.
-inline real32 SampleError(uint32 SolverFlags, int32 Dimension, curve2 const &Curve, real32 Duration, real32 t,
-                          real32 const *Sample, real32 const *IdentityVector)
+inline real32 SampleError(uint32 SolverFlags, curve_sampler &Sampler, real32 t, real32 const *Sample,
+                          int32 *KnotIndexOut = 0)
 {
     real32 Value[CurveMaxDimension];
-    int32 KnotIndex = CurveFindKnot(Curve, t);
-    SampleCurve(Dimension, (SolverFlags & SolverNormalized) != 0, Curve, Duration, KnotIndex, t, Value, IdentityVector);
-    return SquaredError(SolverFlags, Dimension, Sample, Value);
+    int32 KnotIndex = CurveFindCloseKnot(*Sampler.Source, t, Sampler.Hint);
+    Sampler.Hint = KnotIndex;
+    SampleCurve(Sampler.Dimension, Sampler.Normalize, Sampler.View, Sampler.Duration, KnotIndex, t, Value,
+                Sampler.IdentityVector);
+    if (KnotIndexOut) *KnotIndexOut = KnotIndex;
+    return SquaredError(SolverFlags, Sampler.Dimension, Sample, Value);
 }
 
 void PinEndpoints(uint32 SolverFlags, int32 KnotCount, int32 Dimension, real32 *Controls, real32 const *Samples,
@@ -168,7 +219,7 @@ bool CurveIsReducible(uint32 SolverFlags, int32 Dimension, int32 Count, real32 c
 
 void MeasureCurveError(uint32 SolverFlags, int32 Degree, int32 Dimension, real32 Duration, curve2 const &Curve,
                        int32 SampleCount, real32 const *Samples, real32 const *IdentityVector,
-                       curve_error_report *Result)
+                       curve_error_report *Result, bspline_solver *Scratch)
 {
     (void)Degree;
     CheckPointer(Result, LogCategory_Compression, TESSEL_NOTHING);
@@ -178,13 +229,11 @@ void MeasureCurveError(uint32 SolverFlags, int32 Degree, int32 Dimension, real32
     Result->SumSquaredError = 0.0f;
     if (Dimension <= 0 || Dimension > CurveMaxDimension || SampleCount <= 0 || !Samples) return;
     real32 const Step = SampleCount > 1 ? Duration / (real32)(SampleCount - 1) : 0.0f;
-    bool const Normalized = (SolverFlags & SolverNormalized) != 0;
+    curve_sampler Sampler;
+    BeginSampling(Sampler, Curve, SolverFlags, Dimension, Duration, IdentityVector, Scratch);
     for (int32 j = 0; j < SampleCount; ++j) {
-        real32 const t = (real32)j * Step;
-        real32 Value[CurveMaxDimension];
-        int32 KnotIndex = CurveFindKnot(Curve, t);
-        SampleCurve(Dimension, Normalized, Curve, Duration, KnotIndex, t, Value, IdentityVector);
-        real32 e = SquaredError(SolverFlags, Dimension, Samples + (intaddrx)j * Dimension, Value);
+        int32 KnotIndex = 0;
+        real32 e = SampleError(SolverFlags, Sampler, (real32)j * Step, Samples + (intaddrx)j * Dimension, &KnotIndex);
         Result->SumSquaredError += e;
         if (e > Result->MaxSquaredError) {
             Result->MaxSquaredError = e;
@@ -236,7 +285,7 @@ int32 PlaceInitialKnots(uint32 SolverFlags, int32 Degree, real32 JumpThreshold, 
 
 bool RefineKnots(uint32 SolverFlags, int32 &KnotCount, real32 *NewKnots, int32 MaxKnots, curve2 const &Curve,
                  real32 *Knots, real32 ErrorTolerance, int32 Dimension, int32 SampleCount, real32 const *Samples,
-                 bool &Failed)
+                 bool &Failed, bspline_solver *Scratch)
 {
     Failed = false;
     bool Added = false;
@@ -248,6 +297,8 @@ bool RefineKnots(uint32 SolverFlags, int32 &KnotCount, real32 *NewKnots, int32 M
     real32 Worst = Limit;
     int32 SplitKnot = -1;
     int64 Emitted = 0;
+    curve_sampler Sampler;
+    BeginSampling(Sampler, Curve, SolverFlags, Dimension, Duration, 0, Scratch);
     int32 k = 0;
     for (int32 Sample = 1; Sample < SampleCount; ++Sample) {
         real32 const t = (real32)Sample;
@@ -261,8 +312,8 @@ bool RefineKnots(uint32 SolverFlags, int32 &KnotCount, real32 *NewKnots, int32 M
             NewKnots[Emitted++] = Knots[k++];
         }
         if (k > 0 && k < n) {
-            real32 e =
-                SampleError(SolverFlags, Dimension, Curve, Duration, t, Samples + (intaddrx)Sample * Dimension, 0);
+            Sampler.Hint = k;
+            real32 e = SampleError(SolverFlags, Sampler, t, Samples + (intaddrx)Sample * Dimension);
             if (e > Worst) {
                 real32 MinGap = 3.0f;
                 if (k < 2 || Knots[k - 2] == Knots[k - 1]) MinGap = 6.0f;
@@ -311,7 +362,8 @@ curve2 *EliminateKnots(bspline_solver &Solver, uint32 SolverFlags, int32 Degree,
             BuildCurve(Format, Degree, Dimension, KnotCount - 1, Trial, Solver.Controls, SampleCount, Samples);
         if (!Candidate) break;
         curve_error_report Report;
-        MeasureCurveError(SolverFlags, Degree, Dimension, Duration, *Candidate, SampleCount, Samples, 0, &Report);
+        MeasureCurveError(SolverFlags, Degree, Dimension, Duration, *Candidate, SampleCount, Samples, 0, &Report,
+                          &Solver);
         if (!(Report.MaxSquaredError <= Limit)) {
             FreeCurve(Candidate);
             ++i;
@@ -391,7 +443,7 @@ curve2 *FitBSpline(bspline_solver &Solver, uint32 SolverFlags, int32 Degree, rea
         }
         int32 NewCount = KnotCount;
         bool Added = RefineKnots(SolverFlags, NewCount, NewKnots, MaxKnots, *Curve, Knots, ErrorTolerance, Dimension,
-                                 SampleCount, Work, Failed);
+                                 SampleCount, Work, Failed, &Solver);
         if (!Added) {
             if (Failed) {
                 Achieved = 0;
@@ -490,7 +542,7 @@ curve2 *CompressCurve(bspline_solver &Solver, uint32 SolverFlags, compress_curve
     int32 BestSize = PlainSize;
     curve_error_report PlainError;
     MeasureCurveError(SolverFlags, Degree, Dimension, Duration, *Best, SampleCount, Samples, Params.IdentityVector,
-                      &PlainError);
+                      &PlainError, &Solver);
 
     for (int32 Index = 0; Index < Params.CompressionTypeCount; ++Index) {
         data_type_definition *Format = Params.CompressionTypes[Index];
@@ -507,13 +559,13 @@ curve2 *CompressCurve(bspline_solver &Solver, uint32 SolverFlags, compress_curve
             // step. What counts is the curve that is returned.
             curve_error_report Error;
             MeasureCurveError(SolverFlags, Params.Degree, Dimension, Duration, *Candidate, SampleCount, Samples,
-                              Params.IdentityVector, &Error);
+                              Params.IdentityVector, &Error, &Solver);
             if (!(Error.MaxSquaredError <= Tolerance * Tolerance)) Met = 0;
         }
         if (!Met && Params.AllowReductionOnMissedTolerance && !BaseAchieved && Size < BestSize && PlainSize > 0) {
             curve_error_report Error;
             MeasureCurveError(SolverFlags, Params.Degree, Dimension, Duration, *Candidate, SampleCount, Samples,
-                              Params.IdentityVector, &Error);
+                              Params.IdentityVector, &Error, &Solver);
             real32 const r = (real32)Size / (real32)PlainSize;
             if (sqrtf(Error.MaxSquaredError) <= sqrtf(PlainError.MaxSquaredError) * (2.0f - r)) Met = 1;
         }

@@ -64,7 +64,7 @@ int32 PlaceInitialKnots(uint32 SolverFlags, int32 Degree, real32 JumpThreshold, 
 // split at its middle. Returns true when a knot was added.
 bool RefineKnots(uint32 SolverFlags, int32 &KnotCount, real32 *NewKnots, int32 MaxKnots, curve2 const &Curve,
                  real32 *Knots, real32 ErrorTolerance, int32 Dimension, int32 SampleCount, real32 const *Samples,
-                 bool &Failed);
+                 bool &Failed, bspline_solver *Scratch = 0);
 
 // Knot removal while the error stays within the tolerance; null if nothing
 // was removed.
@@ -78,7 +78,8 @@ bool CurveIsReducible(uint32 SolverFlags, int32 Dimension, int32 Count, real32 c
                       real32 const *IdentityVector, real32 Tolerance, int32 &Degree, int32 &KnotCount);
 
 // The error of Curve at every sample; sample j sits at j * Duration /
-// (SampleCount - 1).
+// (SampleCount - 1). With a solver, a quantised curve is decoded once into
+// its scratch buffer instead of at every sample (the figures are the same).
 void MeasureCurveError(uint32 SolverFlags, int32 Degree, int32 Dimension, real32 Duration, curve2 const &Curve,
                        int32 SampleCount, real32 const *Samples, real32 const *IdentityVector,
-                       curve_error_report *Result);
+                       curve_error_report *Result, bspline_solver *Scratch = 0);

@@ -94,10 +94,13 @@ int32 FirstStoredKnotAbove(T const *Knots, int32 Count, uint32 Raw)
     return Low < Count ? Low : Count - 1;
 }
 
-int32 FirstRealKnotAbove(real32 const *Knots, int32 Count, real32 t)
+// A hint (the answer of a nearby search) is taken only when the knots on
+// both sides confirm it, so it never changes the result.
+int32 FirstRealKnotAbove(real32 const *Knots, int32 Count, real32 t, int32 Hint)
 {
     if (Count <= 0) return 0;
     if (!(t >= Knots[0])) return 0;
+    if (Hint > 0 && Hint < Count && Knots[Hint - 1] <= t && Knots[Hint] > t) return Hint;
     int32 Low = 0;
     int32 High = Count;
     while (Low < High) {
@@ -112,12 +115,14 @@ int32 FirstRealKnotAbove(real32 const *Knots, int32 Count, real32 t)
 }
 
 template <typename T>
-int32 FindQuantizedKnot(T const *Knots, int32 Count, real32 Scale, real32 t)
+int32 FindQuantizedKnot(T const *Knots, int32 Count, real32 Scale, real32 t, int32 Hint)
 {
     if (Count <= 0) return 0;
     real32 x = t * Scale;
     if (!(x >= (real32)Knots[0])) return 0;
-    return FirstStoredKnotAbove(Knots, Count, QuantizeReal(x, 0xFFFFFFFFu >> 1));
+    uint32 Raw = QuantizeReal(x, 0xFFFFFFFFu >> 1);
+    if (Hint > 0 && Hint < Count && (uint32)Knots[Hint - 1] <= Raw && (uint32)Knots[Hint] > Raw) return Hint;
+    return FirstStoredKnotAbove(Knots, Count, Raw);
 }
 
 // ---------------------------------------------------------------------------
@@ -399,7 +404,7 @@ int32 OpGetKnotCount(void const *Record)
 }
 
 template <int Row>
-int32 OpFindKnot(void const *Record, real32 t)
+int32 OpFindCloseKnot(void const *Record, real32 t, int32 Hint)
 {
     typedef typename row_record<Row>::type record;
     record const &R = *(record const *)Record;
@@ -410,23 +415,23 @@ int32 OpFindKnot(void const *Record, real32 t)
         if (!(t < (real32)(Count - 1))) return Count - 1;
         return (int32)t + 1;
     } else if constexpr (Family == Family_Float) {
-        return FirstRealKnotAbove(R.Knots, Count, t);
+        return FirstRealKnotAbove(R.Knots, Count, t, Hint);
     } else if constexpr (Family == Family_Identity || Family == Family_ConstantArray ||
                          Family == Family_ConstantInline) {
         return 0;
     } else if constexpr (Row == 16) {
-        return FirstRealKnotAbove(R.KnotsControls, Count, t);
+        return FirstRealKnotAbove(R.KnotsControls, Count, t, Hint);
     } else if constexpr (Family == Family_D4n) {
-        return FindQuantizedKnot(R.KnotsControls, Count, UsableScale(R.OneOverKnotScale), t);
+        return FindQuantizedKnot(R.KnotsControls, Count, UsableScale(R.OneOverKnotScale), t, Hint);
     } else {
-        return FindQuantizedKnot(R.KnotsControls, Count, KnotScaleFromTrunc(R.OneOverKnotScaleTrunc), t);
+        return FindQuantizedKnot(R.KnotsControls, Count, KnotScaleFromTrunc(R.OneOverKnotScaleTrunc), t, Hint);
     }
 }
 
 template <int Row>
-int32 OpFindCloseKnot(void const *Record, real32 t, int32)
+int32 OpFindKnot(void const *Record, real32 t)
 {
-    return OpFindKnot<Row>(Record, t);
+    return OpFindCloseKnot<Row>(Record, t, -1);
 }
 
 template <int Row>
@@ -1083,6 +1088,12 @@ int32 CurveFindKnot(curve2 const &Curve, real32 t)
 {
     curve_format_operations const *Ops = OperationsOf(Curve);
     return Ops ? Ops->FindKnot(Curve.CurveData.Object, t) : 0;
+}
+
+int32 CurveFindCloseKnot(curve2 const &Curve, real32 t, int32 Hint)
+{
+    curve_format_operations const *Ops = OperationsOf(Curve);
+    return Ops ? Ops->FindCloseKnot(Curve.CurveData.Object, t, Hint) : 0;
 }
 
 void CurveExtractKnotValues(curve2 const &Curve, int32 First, int32 Count, real32 *Knots, real32 *Controls,

@@ -78,6 +78,9 @@ bool CurveIsKeyframed(curve2 const &Curve);
 // Index of the first knot above t; 0 below the first knot, n - 1 at or past
 // the last one.
 int32 CurveFindKnot(curve2 const &Curve, real32 t);
+// The same answer; Hint (a nearby search's answer) is used when the knots
+// around it confirm it.
+int32 CurveFindCloseKnot(curve2 const &Curve, real32 t, int32 Hint);
 // Dequantised knots and control points First .. First + Count - 1; either
 // output may be null.
 void CurveExtractKnotValues(curve2 const &Curve, int32 First, int32 Count, real32 *Knots, real32 *Controls,
