@@ -20,6 +20,43 @@ intaddrx AlignTo16(intaddrx Value)
     return (Value + 15) & ~(intaddrx)15;
 }
 
+int32 const NormalEquationMaxDimension = 16;
+
+// Row i of the normal matrix is A[i][i+b] = the sum over the spans i + b to
+// i + D of the products of the basis weights of C[i] and C[i+b]; the
+// right-hand side sums the weights of C[i] times the samples over the spans
+// i to i + D. One sweep over those spans fills the row: every sum still
+// receives its terms span by span and sample by sample, in the order of the
+// plain loops, so the rounding is the same.
+template <int D>
+void FillNormalEquations(int32 n, int32 Dimension, int32 const *KnotStart, real32 const *Basis, real32 const *Samples,
+                         int32 SampleCount, real32 *Band, real32 *Controls)
+{
+    (void)SampleCount;
+    int32 const D1 = D + 1;
+    for (int32 i = 0; i < n; ++i) {
+        real32 Sum[D1];
+        real32 x[NormalEquationMaxDimension];
+        for (int32 b = 0; b <= D; ++b) Sum[b] = 0.0f;
+        for (int32 c = 0; c < Dimension; ++c) x[c] = 0.0f;
+        for (int32 Offset = 0; Offset <= D; ++Offset) {
+            int32 const Span = i + Offset;
+            if (Span > n) break;
+            int32 const End = KnotStart[Span + 1];
+            for (int32 s = KnotStart[Span]; s < End; ++s) {
+                real32 const *Row = Basis + (intaddrx)s * D1;
+                real32 const Own = Row[D - Offset];
+                for (int32 b = 0; b <= Offset; ++b) Sum[b] += Row[D - Offset + b] * Own;
+                real32 const *Sample = Samples + (intaddrx)s * Dimension;
+                for (int32 c = 0; c < Dimension; ++c) x[c] += Own * Sample[c];
+            }
+        }
+        real32 *A = Band + (intaddrx)i * D1;
+        for (int32 b = 0; b <= D; ++b) A[b] = Sum[b];
+        memcpy(Controls + (intaddrx)i * Dimension, x, sizeof(real32) * (size_t)Dimension);
+    }
+}
+
 } // namespace
 
 bspline_solver *AllocateBSplineSolver(int32 MaxDegree, int32 MaxSampleCount, int32 MaxDimension)
@@ -127,31 +164,38 @@ bool ComputeControlPoints(bspline_solver &Solver, int32 Dimension, int32 Degree,
     }
 
     // 5. Normal equations and right-hand side.
-    for (int32 i = 0; i < n; ++i) {
-        real32 *A = Band + (intaddrx)i * d1;
-        for (int32 b = 0; b <= d; ++b) {
-            real32 Sum = 0.0f;
-            for (int32 c = 0; c <= d - b; ++c) {
-                int32 Span = i + b + c;
+    if (d <= 3 && Dimension <= NormalEquationMaxDimension) {
+        static void (*const Fill[4])(int32, int32, int32 const *, real32 const *, real32 const *, int32, real32 *,
+                                     real32 *) = {FillNormalEquations<0>, FillNormalEquations<1>,
+                                                  FillNormalEquations<2>, FillNormalEquations<3>};
+        Fill[d](n, Dimension, KnotStart, Basis, Samples, SampleCount, Band, Controls);
+    } else {
+        for (int32 i = 0; i < n; ++i) {
+            real32 *A = Band + (intaddrx)i * d1;
+            for (int32 b = 0; b <= d; ++b) {
+                real32 Sum = 0.0f;
+                for (int32 c = 0; c <= d - b; ++c) {
+                    int32 Span = i + b + c;
+                    if (Span > n) break;
+                    int32 End = KnotStart[Span + 1];
+                    for (int32 s = KnotStart[Span]; s < End; ++s) {
+                        real32 const *Row = Basis + (intaddrx)s * d1;
+                        Sum += Row[d - c] * Row[d - (b + c)];
+                    }
+                }
+                A[b] = Sum;
+            }
+            real32 *x = Controls + (intaddrx)i * Dimension;
+            for (int32 c = 0; c < Dimension; ++c) x[c] = 0.0f;
+            for (int32 b = 0; b <= d; ++b) {
+                int32 Span = i + b;
                 if (Span > n) break;
                 int32 End = KnotStart[Span + 1];
                 for (int32 s = KnotStart[Span]; s < End; ++s) {
-                    real32 const *Row = Basis + (intaddrx)s * d1;
-                    Sum += Row[d - c] * Row[d - (b + c)];
+                    real32 Weight = Basis[(intaddrx)s * d1 + d - b];
+                    real32 const *Sample = Samples + (intaddrx)s * Dimension;
+                    for (int32 c = 0; c < Dimension; ++c) x[c] += Weight * Sample[c];
                 }
-            }
-            A[b] = Sum;
-        }
-        real32 *x = Controls + (intaddrx)i * Dimension;
-        for (int32 c = 0; c < Dimension; ++c) x[c] = 0.0f;
-        for (int32 b = 0; b <= d; ++b) {
-            int32 Span = i + b;
-            if (Span > n) break;
-            int32 End = KnotStart[Span + 1];
-            for (int32 s = KnotStart[Span]; s < End; ++s) {
-                real32 Weight = Basis[(intaddrx)s * d1 + d - b];
-                real32 const *Sample = Samples + (intaddrx)s * Dimension;
-                for (int32 c = 0; c < Dimension; ++c) x[c] += Weight * Sample[c];
             }
         }
     }

@@ -48,10 +48,32 @@ struct curve_sampler
     real32 Duration;
     real32 const *IdentityVector;
     int32 Hint;
+    // The float b-spline that SampleCurve would read in place, when there
+    // is one: spans whose knot range lies inside it go straight to
+    // SampleBSpline, as SampleCurve would send them.
+    real32 const *FloatKnots;
+    real32 const *FloatControls;
+    int32 FloatKnotCount;
+    int32 Degree;
 };
 
-void BeginSampling(curve_sampler &Sampler, curve2 const &Curve, uint32 SolverFlags, int32 Dimension,
-                   real32 Duration, real32 const *IdentityVector, bspline_solver *Scratch)
+void FindFloatSpline(curve_sampler &Sampler)
+{
+    Sampler.FloatKnots = 0;
+    curve2 const &View = Sampler.View;
+    if (CurveGetFormat(View) != CurveFormat_DaK32fC32f || CurveIsConstantOrIdentity(View) || CurveIsKeyframed(View) ||
+        CurveGetDimension(View) != Sampler.Dimension || CurveGetDegree(View) > CurveMaxDegree) {
+        return;
+    }
+    curve_data_da_k32f_c32f const &R = *(curve_data_da_k32f_c32f const *)View.CurveData.Object;
+    Sampler.FloatKnots = R.Knots;
+    Sampler.FloatControls = R.Controls;
+    Sampler.FloatKnotCount = R.KnotCount;
+    Sampler.Degree = CurveGetDegree(View);
+}
+
+void BeginSampling(curve_sampler &Sampler, curve2 const &Curve, uint32 SolverFlags, int32 Dimension, real32 Duration,
+                   real32 const *IdentityVector, bspline_solver *Scratch)
 {
     Sampler.Source = &Curve;
     Sampler.View = Curve;
@@ -60,6 +82,7 @@ void BeginSampling(curve_sampler &Sampler, curve2 const &Curve, uint32 SolverFla
     Sampler.Duration = Duration;
     Sampler.IdentityVector = IdentityVector;
     Sampler.Hint = -1;
+    FindFloatSpline(Sampler);
     int32 const Format = CurveGetFormat(Curve);
     int32 const KnotCount = CurveGetKnotCount(Curve);
     if (!Scratch || Format <= CurveFormat_DaK32fC32f || KnotCount < 2 || CurveIsConstantOrIdentity(Curve) ||
@@ -79,6 +102,7 @@ void BeginSampling(curve_sampler &Sampler, curve2 const &Curve, uint32 SolverFla
     Sampler.Record.Controls = Controls;
     Sampler.View.CurveData.Type = CurveDataDaK32fC32fType;
     Sampler.View.CurveData.Object = &Sampler.Record;
+    FindFloatSpline(Sampler);
 }
 
 // The squared error of the curve at time t against Sample.
@@ -88,8 +112,14 @@ inline real32 SampleError(uint32 SolverFlags, curve_sampler &Sampler, real32 t, 
     real32 Value[CurveMaxDimension];
     int32 KnotIndex = CurveFindCloseKnot(*Sampler.Source, t, Sampler.Hint);
     Sampler.Hint = KnotIndex;
-    SampleCurve(Sampler.Dimension, Sampler.Normalize, Sampler.View, Sampler.Duration, KnotIndex, t, Value,
-                Sampler.IdentityVector);
+    int32 const First = KnotIndex - Sampler.Degree;
+    if (Sampler.FloatKnots && First >= 0 && KnotIndex + Sampler.Degree <= Sampler.FloatKnotCount) {
+        SampleBSpline(Sampler.Degree, Sampler.Dimension, Sampler.Normalize, Sampler.FloatKnots + First,
+                      Sampler.FloatControls + (intaddrx)First * Sampler.Dimension, t, Value);
+    } else {
+        SampleCurve(Sampler.Dimension, Sampler.Normalize, Sampler.View, Sampler.Duration, KnotIndex, t, Value,
+                    Sampler.IdentityVector);
+    }
     if (KnotIndexOut) *KnotIndexOut = KnotIndex;
     return SquaredError(SolverFlags, Sampler.Dimension, Sample, Value);
 }
@@ -540,9 +570,12 @@ curve2 *CompressCurve(bspline_solver &Solver, uint32 SolverFlags, compress_curve
 
     int32 const PlainSize = GetCurveSize(*Best);
     int32 BestSize = PlainSize;
-    curve_error_report PlainError;
-    MeasureCurveError(SolverFlags, Degree, Dimension, Duration, *Best, SampleCount, Samples, Params.IdentityVector,
-                      &PlainError, &Solver);
+    // The plain fit's error only matters to the missed-tolerance rule.
+    curve_error_report PlainError = {-1, -1, 0.0f, 0.0f};
+    if (!BaseAchieved && Params.AllowReductionOnMissedTolerance) {
+        MeasureCurveError(SolverFlags, Degree, Dimension, Duration, *Best, SampleCount, Samples, Params.IdentityVector,
+                          &PlainError, &Solver);
+    }
 
     for (int32 Index = 0; Index < Params.CompressionTypeCount; ++Index) {
         data_type_definition *Format = Params.CompressionTypes[Index];
