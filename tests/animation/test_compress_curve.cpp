@@ -311,6 +311,31 @@ TEST(CompressCurve, KnotPlacementAndRefinementRules)
         if (Degree) EXPECT_EQ(C[1], 5.0f);
     }
 
+    // Fitted across a jump, the curve breaks there: both sides are met, and
+    // only the jump sample itself, which the solver keeps on the old side
+    // while evaluation takes the span after the knot, is off.
+    {
+        bspline_solver *Solver = AllocateBSplineSolver(3, 100, 1);
+        std::vector<real32> Jump(60);
+        for (int32 j = 0; j < 60; ++j) Jump[j] = 0.01f * j + (j > 30 ? 1.0f : 0.0f);
+        uint8 Achieved = 1;
+        curve2 *Curve = FitBSpline(*Solver, SolverSeedStartKnots | SolverPinEndpoints | SolverAllowJumps, 2, 0.001f,
+                                   0.5f, 0, Jump.data(), 1, 60, 1.0f, 0, 0, &Achieved, 0);
+        ASSERT_TRUE(Curve);
+        EXPECT_EQ(Achieved, 0);
+        for (int32 j = 0; j < 60; ++j) {
+            real32 Value;
+            EvaluateCurve(1, false, *Curve, 59.0f, (real32)j, &Value, 0);
+            if (j == 30) {
+                EXPECT_NEAR(Value, Jump[31] - 0.01f, 0.05f);
+            } else {
+                EXPECT_NEAR(Value, Jump[j], 0.002f) << j;
+            }
+        }
+        FreeCurve(Curve);
+        FreeBSplineSolver(Solver);
+    }
+
     // A span under 3 samples wide that misses the tolerance can't be split.
     bspline_solver *Solver = AllocateBSplineSolver(3, 100, 3);
     std::vector<real32> Spike(30, 0.0f);
