@@ -330,6 +330,10 @@ bool RefineKnots(uint32 SolverFlags, int32 &KnotCount, real32 *NewKnots, int32 M
     curve_sampler Sampler;
     BeginSampling(Sampler, Curve, SolverFlags, Dimension, Duration, 0, Scratch);
     int32 k = 0;
+    // Once the current span is to be split, or has failed, the rest of its
+    // samples can change nothing: the failure tests depend on the span
+    // alone, and the split point is the span's middle. They are skipped.
+    bool SpanSettled = false;
     for (int32 Sample = 1; Sample < SampleCount; ++Sample) {
         real32 const t = (real32)Sample;
         while (k < n && Knots[k] <= t) {
@@ -340,8 +344,9 @@ bool RefineKnots(uint32 SolverFlags, int32 &KnotCount, real32 *NewKnots, int32 M
                 Worst = Limit;
             }
             NewKnots[Emitted++] = Knots[k++];
+            SpanSettled = false;
         }
-        if (k > 0 && k < n) {
+        if (k > 0 && k < n && !SpanSettled) {
             Sampler.Hint = k;
             real32 e = SampleError(SolverFlags, Sampler, t, Samples + (intaddrx)Sample * Dimension);
             if (e > Worst) {
@@ -353,6 +358,7 @@ bool RefineKnots(uint32 SolverFlags, int32 &KnotCount, real32 *NewKnots, int32 M
                     SplitKnot = k;
                     Worst = e;
                 }
+                SpanSettled = true;
             }
         }
     }
