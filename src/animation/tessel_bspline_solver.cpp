@@ -28,14 +28,15 @@ int32 const NormalEquationMaxDimension = 16;
 // i to i + D. One sweep over those spans fills the row: every sum still
 // receives its terms span by span and sample by sample, in the order of the
 // plain loops, so the rounding is the same.
-template <int D>
-void FillNormalEquations(int32 n, int32 Dimension, int32 const *KnotStart, real32 const *Basis, real32 const *Samples,
-                         int32 SampleCount, real32 *Band, real32 *Controls)
+template <int D, int Dim>
+void FillNormalEquations(int32 n, int32 DimensionArgument, int32 const *KnotStart, real32 const *Basis,
+                         real32 const *Samples, int32 SampleCount, real32 *Band, real32 *Controls)
 {
     (void)SampleCount;
+    int32 const Dimension = Dim ? Dim : DimensionArgument;
     int32 const D1 = D + 1;
     for (int32 i = 0; i < n; ++i) {
-        real32 Sum[D1];
+        real32 Sum[4];
         real32 x[NormalEquationMaxDimension];
         for (int32 b = 0; b <= D; ++b) Sum[b] = 0.0f;
         for (int32 c = 0; c < Dimension; ++c) x[c] = 0.0f;
@@ -46,7 +47,12 @@ void FillNormalEquations(int32 n, int32 Dimension, int32 const *KnotStart, real3
             for (int32 s = KnotStart[Span]; s < End; ++s) {
                 real32 const *Row = Basis + (intaddrx)s * D1;
                 real32 const Own = Row[D - Offset];
-                for (int32 b = 0; b <= Offset; ++b) Sum[b] += Row[D - Offset + b] * Own;
+                switch (Offset) { // spelled out so that each sum stays in a register
+                case 3: Sum[3] += Row[D - Offset + 3] * Own; [[fallthrough]];
+                case 2: Sum[2] += Row[D - Offset + 2] * Own; [[fallthrough]];
+                case 1: Sum[1] += Row[D - Offset + 1] * Own; [[fallthrough]];
+                default: Sum[0] += Row[D - Offset] * Own;
+                }
                 real32 const *Sample = Samples + (intaddrx)s * Dimension;
                 for (int32 c = 0; c < Dimension; ++c) x[c] += Own * Sample[c];
             }
@@ -165,10 +171,18 @@ bool ComputeControlPoints(bspline_solver &Solver, int32 Dimension, int32 Degree,
 
     // 5. Normal equations and right-hand side.
     if (d <= 3 && Dimension <= NormalEquationMaxDimension) {
-        static void (*const Fill[4])(int32, int32, int32 const *, real32 const *, real32 const *, int32, real32 *,
-                                     real32 *) = {FillNormalEquations<0>, FillNormalEquations<1>,
-                                                  FillNormalEquations<2>, FillNormalEquations<3>};
-        Fill[d](n, Dimension, KnotStart, Basis, Samples, SampleCount, Band, Controls);
+        typedef void (*fill_function)(int32, int32, int32 const *, real32 const *, real32 const *, int32, real32 *,
+                                      real32 *);
+#define TESSEL_FILL_ROW(Degree)                                                                                        \
+    {                                                                                                                  \
+        FillNormalEquations<Degree, 0>, FillNormalEquations<Degree, 1>, FillNormalEquations<Degree, 3>,                \
+            FillNormalEquations<Degree, 4>, FillNormalEquations<Degree, 9>                                             \
+    }
+        static fill_function const Fill[4][5] = {TESSEL_FILL_ROW(0), TESSEL_FILL_ROW(1), TESSEL_FILL_ROW(2),
+                                                 TESSEL_FILL_ROW(3)};
+#undef TESSEL_FILL_ROW
+        int32 const Slot = Dimension == 1 ? 1 : Dimension == 3 ? 2 : Dimension == 4 ? 3 : Dimension == 9 ? 4 : 0;
+        Fill[d][Slot](n, Dimension, KnotStart, Basis, Samples, SampleCount, Band, Controls);
     } else {
         for (int32 i = 0; i < n; ++i) {
             real32 *A = Band + (intaddrx)i * d1;
