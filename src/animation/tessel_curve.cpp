@@ -544,6 +544,25 @@ void ComponentRange(real32 const *Controls, int32 KnotCount, int32 Stride, int32
     }
 }
 
+// A control normalised (a zero one becomes the identity); returns the index
+// of the component of greatest magnitude, the first one on a tie.
+inline int32 NormalizedQuaternion(real32 const *Source, real32 *q)
+{
+    real32 Length =
+        sqrtf(Source[0] * Source[0] + Source[1] * Source[1] + Source[2] * Source[2] + Source[3] * Source[3]);
+    if (Length > 0.0f) {
+        for (int32 c = 0; c < 4; ++c) q[c] = Source[c] / Length;
+    } else {
+        q[0] = q[1] = q[2] = 0.0f;
+        q[3] = 1.0f;
+    }
+    int32 Largest = 0;
+    for (int32 c = 1; c < 4; ++c) {
+        if (fabsf(q[c]) > fabsf(q[Largest])) Largest = c;
+    }
+    return Largest;
+}
+
 template <typename word>
 void EncodeQuaternions(word *Stored, int32 KnotCount, real32 const *Controls, uint16 &Entries)
 {
@@ -551,22 +570,14 @@ void EncodeQuaternions(word *Stored, int32 KnotCount, real32 const *Controls, ui
     uint32 const B = word_limits<word>::QuatMax;
     real32 Min[4] = {2.0f, 2.0f, 2.0f, 2.0f};
     real32 Max[4] = {-2.0f, -2.0f, -2.0f, -2.0f};
+    // The first knots' normalised values are kept for the second pass.
+    int32 const CacheCount = 1024;
+    real32 Cache[CacheCount][4];
     // First pass: ranges of the components that get stored.
     for (int32 Index = 0; Index < KnotCount; ++Index) {
-        real32 q[4];
-        real32 const *Source = Controls + 4 * Index;
-        real32 Length =
-            sqrtf(Source[0] * Source[0] + Source[1] * Source[1] + Source[2] * Source[2] + Source[3] * Source[3]);
-        if (Length > 0.0f) {
-            for (int32 c = 0; c < 4; ++c) q[c] = Source[c] / Length;
-        } else {
-            q[0] = q[1] = q[2] = 0.0f;
-            q[3] = 1.0f;
-        }
-        int32 Largest = 0;
-        for (int32 c = 1; c < 4; ++c) {
-            if (fabsf(q[c]) > fabsf(q[Largest])) Largest = c;
-        }
+        real32 Local[4];
+        real32 *q = Index < CacheCount ? Cache[Index] : Local;
+        int32 Largest = NormalizedQuaternion(Controls + 4 * Index, q);
         for (int32 c = 0; c < 4; ++c) {
             if (c == Largest) continue;
             if (q[c] < Min[c]) Min[c] = q[c];
@@ -596,19 +607,17 @@ void EncodeQuaternions(word *Stored, int32 KnotCount, real32 const *Controls, ui
     }
     word *Triples = Stored + KnotCount;
     for (int32 Index = 0; Index < KnotCount; ++Index) {
-        real32 q[4];
-        real32 const *Source = Controls + 4 * Index;
-        real32 Length =
-            sqrtf(Source[0] * Source[0] + Source[1] * Source[1] + Source[2] * Source[2] + Source[3] * Source[3]);
-        if (Length > 0.0f) {
-            for (int32 c = 0; c < 4; ++c) q[c] = Source[c] / Length;
+        real32 Local[4];
+        real32 const *q = Local;
+        int32 Largest;
+        if (Index < CacheCount) {
+            q = Cache[Index];
+            Largest = 0;
+            for (int32 c = 1; c < 4; ++c) {
+                if (fabsf(q[c]) > fabsf(q[Largest])) Largest = c;
+            }
         } else {
-            q[0] = q[1] = q[2] = 0.0f;
-            q[3] = 1.0f;
-        }
-        int32 Largest = 0;
-        for (int32 c = 1; c < 4; ++c) {
-            if (fabsf(q[c]) > fabsf(q[Largest])) Largest = c;
+            Largest = NormalizedQuaternion(Controls + 4 * Index, Local);
         }
         word *Triple = Triples + 3 * Index;
         for (int32 Word = 0; Word < 3; ++Word) {
