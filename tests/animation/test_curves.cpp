@@ -307,6 +307,58 @@ TEST(CurveFormats, TransformSamplesPermutesAndScales)
     }
 }
 
+TEST(CurveFormats, TransformSamplesOnQuaternionsAndMatrices)
+{
+    std::mt19937 Random(9);
+    std::vector<real32> Knots = RandomKnots(Random, 8);
+    // A signed permutation of quaternion components: x' = -y, y' = x, z' = z, w' = w.
+    int32 const QuaternionPermutation[4] = {1, 0, 2, 3};
+    real32 const QuaternionScales[4] = {-1.0f, 1.0f, 1.0f, 1.0f};
+    real32 const NoOffsets[9] = {};
+    for (int32 Format : {CurveFormat_D4nK16uC15u, CurveFormat_D4nK8uC7u}) {
+        std::vector<real32> Controls = RepresentableControls(Random, Format, 4, 8);
+        curve2 *Curve = MakeCurve(CurveFormatTypes[Format], 2, 4, Knots, Controls);
+        std::vector<real32> Before(32), After(32);
+        CurveExtractKnotValues(*Curve, 0, 8, 0, Before.data(), 0);
+        CurveTransformSamples(*Curve, 4, QuaternionScales, NoOffsets, QuaternionPermutation);
+        CurveExtractKnotValues(*Curve, 0, 8, 0, After.data(), 0);
+        for (int32 i = 0; i < 8; ++i) {
+            for (int32 c = 0; c < 4; ++c) {
+                EXPECT_NEAR(After[4 * i + c], QuaternionScales[c] * Before[4 * i + QuaternionPermutation[c]], 1e-5f)
+                    << Format << " knot " << i << " component " << c;
+            }
+        }
+        FreeCurve(Curve);
+    }
+    // The diagonal of a scale matrix: components 0, 4 and 8 swap 0 and 8.
+    int32 Permutation[9];
+    real32 Scales[9], Offsets[9];
+    for (int32 c = 0; c < 9; ++c) {
+        Permutation[c] = c;
+        Scales[c] = 1.0f;
+        Offsets[c] = 0.0f;
+    }
+    Permutation[0] = 8;
+    Permutation[8] = 0;
+    Scales[4] = 2.0f;
+    Offsets[8] = 0.5f;
+    for (int32 Format : {CurveFormat_D9I3K16uC16u, CurveFormat_D9I3K8uC8u}) {
+        std::vector<real32> Controls = RepresentableControls(Random, Format, 9, 8);
+        curve2 *Curve = MakeCurve(CurveFormatTypes[Format], 2, 9, Knots, Controls);
+        std::vector<real32> Before(72), After(72);
+        CurveExtractKnotValues(*Curve, 0, 8, 0, Before.data(), 0);
+        CurveTransformSamples(*Curve, 9, Scales, Offsets, Permutation);
+        CurveExtractKnotValues(*Curve, 0, 8, 0, After.data(), 0);
+        for (int32 i = 0; i < 8; ++i) {
+            for (int32 c : {0, 4, 8}) {
+                EXPECT_NEAR(After[9 * i + c], Scales[c] * Before[9 * i + Permutation[c]] + Offsets[c], 1e-4f)
+                    << Format << " knot " << i << " component " << c;
+            }
+        }
+        FreeCurve(Curve);
+    }
+}
+
 TEST(CurveFormats, BuilderRefusals)
 {
     log_capture Log;
