@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <random>
 #include <vector>
 
@@ -393,6 +394,22 @@ TEST(CurveFormats, BuilderRefusals)
     EXPECT_EQ(Result[2], 3.0f);
     FreeCurve(Constant);
     EXPECT_EQ(LiveBlocks(), Live);
+
+    // In place: the data record in caller memory reads like the curve.
+    curve2 *Source = MakeCurve(CurveDataD3K16uC16uType, 2, 3, {0.0f, 1.0f, 2.0f}, {1, 2, 3, 4, 5, 6, 7, 8, 9});
+    curve_builder InPlace;
+    BeginCurveCopyInPlace(InPlace, *Source);
+    std::vector<uint8> Memory(GetResultingCurveDataSize(InPlace));
+    curve2 Placed;
+    ASSERT_EQ(EndCurveInPlace(&InPlace, &Placed, Memory.data()), &Placed);
+    real32 A[3], B[3];
+    EvaluateCurve(3, false, *Source, 2.0f, 1.3f, A, 0);
+    EvaluateCurve(3, false, Placed, 2.0f, 1.3f, B, 0);
+    EXPECT_EQ(memcmp(A, B, sizeof(A)), 0);
+    BeginCurveCopyInPlace(InPlace, *Source);
+    EXPECT_FALSE(EndCurveInPlace(&InPlace, &Placed, 0));
+    EXPECT_TRUE(Log.Contains("Out of memory or invalid address for curve - returning NULL"));
+    FreeCurve(Source);
 
     // Predicates of the float format without knots.
     BeginCurveInPlace(Builder, CurveDataDaK32fC32fType, 0, 3, 0);
