@@ -3,7 +3,9 @@
 #include <cmath>
 #include <cstring>
 
+#include "animation/tessel_curve.h"
 #include "format/tessel_schema.h"
+#include "foundation/tessel_memory.h"
 #include "foundation/tessel_log.h"
 #include "geometry/tessel_transform.h"
 #include "geometry/tessel_tri_topology.h"
@@ -102,6 +104,28 @@ void Matrix3x3ToQuaternion(real32 const *M, real32 *Q)
     Q[3] = (real32)W;
 }
 
+// The orientation rule for one quaternion: its length kept, its rotation R
+// turned into Linear R Inverse. A conjugation keeps the scalar part, so the
+// result takes the sign that keeps w's sign; where w is about zero it takes
+// the sign nearer to Previous (if given), so that curves stay continuous.
+void ConjugateQuaternion(real32 *Q, real32 const *Linear3x3, real32 const *InverseLinear3x3, real32 const *Previous)
+{
+    real32 Length = std::sqrt(Q[0] * Q[0] + Q[1] * Q[1] + Q[2] * Q[2] + Q[3] * Q[3]);
+    if (!(Length > 0.0f)) return;
+    real32 const W = Q[3] / Length;
+    real32 Unit[4] = {Q[0] / Length, Q[1] / Length, Q[2] / Length, W};
+    real32 Rotation[9];
+    QuaternionToMatrix3x3(Unit, Rotation);
+    Conjugate3x3(Linear3x3, Rotation, InverseLinear3x3, Rotation);
+    Matrix3x3ToQuaternion(Rotation, Q);
+    bool Flip = W < 0.0f;
+    if (std::fabs(W) < 1e-3f && Previous) {
+        real32 Dot = Q[0] * Previous[0] + Q[1] * Previous[1] + Q[2] * Previous[2] + Q[3] * Previous[3];
+        Flip = Dot < 0.0f;
+    }
+    for (int32 Component = 0; Component < 4; ++Component) Q[Component] *= Flip ? -Length : Length;
+}
+
 bool IsIdentityConversion(real32 const *Affine3, real32 const *Linear3x3)
 {
     for (int32 Index = 0; Index < 9; ++Index) {
@@ -133,7 +157,7 @@ bool ComputeBasisConversion(file_info const &FileInfo, real32 DesiredUnitsPerMet
     art_tool_info const &Tool = *FileInfo.ArtToolInfo;
     if (!(Tool.UnitsPerMeter > 0.0f) || !(DesiredUnitsPerMeter > 0.0f)) {
         TesselWarning(LogCategory_BasisConversion, "Units per meter must be above 0 (file %f, wanted %f)",
-                    (double)Tool.UnitsPerMeter, (double)DesiredUnitsPerMeter);
+                      (double)Tool.UnitsPerMeter, (double)DesiredUnitsPerMeter);
         return false;
     }
     // D has the wanted axes as columns; T^t has the file's axes as rows.
@@ -161,16 +185,7 @@ void TransformTransform(transform &Transform, real32 const *Affine3, real32 cons
     Apply3x3(Linear3x3, Transform.Position, Transform.Position);
     for (int32 Axis = 0; Axis < 3; ++Axis) Transform.Position[Axis] += Affine3[Axis];
 
-    real32 *Q = Transform.Orientation;
-    real32 Length = std::sqrt(Q[0] * Q[0] + Q[1] * Q[1] + Q[2] * Q[2] + Q[3] * Q[3]);
-    if (Length > 0.0f) {
-        real32 Unit[4] = {Q[0] / Length, Q[1] / Length, Q[2] / Length, Q[3] / Length};
-        real32 Rotation[9];
-        QuaternionToMatrix3x3(Unit, Rotation);
-        Conjugate3x3(Linear3x3, Rotation, InverseLinear3x3, Rotation);
-        Matrix3x3ToQuaternion(Rotation, Q);
-        for (int32 Component = 0; Component < 4; ++Component) Q[Component] *= Length;
-    }
+    ConjugateQuaternion(Transform.Orientation, Linear3x3, InverseLinear3x3, 0);
     Conjugate3x3(Linear3x3, &Transform.ScaleShear[0][0], InverseLinear3x3, &Transform.ScaleShear[0][0]);
     SetTransformFlags(Transform);
 }
@@ -239,9 +254,169 @@ void TransformModel(model &Model, real32 const *Affine3, real32 const *Linear3x3
     TransformTransform(Model.InitialPlacement, Affine3, Linear3x3, InverseLinear3x3);
 }
 
+namespace {
+
+// Knots and controls of a curve, on the stack for small curves.
+struct curve_values
+{
+    enum
+    {
+        StackKnots = 64,
+        MaximumDimension = 9,
+    };
+    real32 StackKnotValues[StackKnots];
+    real32 StackControlValues[StackKnots * MaximumDimension];
+    real32 *Knots = 0;
+    real32 *Controls = 0;
+    real32 *Heap = 0;
+    int32 Count = 0;
+
+    bool Extract(curve2 const &Curve, int32 Dimension, real32 const *IdentityVector)
+    {
+        Count = CurveGetKnotCount(Curve);
+        if (Count < 1) Count = 1;
+        if (Count <= StackKnots) {
+            Knots = StackKnotValues;
+            Controls = StackControlValues;
+        } else {
+            Heap = TesselAllocateArray(real32, (intaddrx)Count * (Dimension + 1));
+            if (!Heap) return false;
+            Knots = Heap;
+            Controls = Heap + Count;
+        }
+        CurveExtractKnotValues(Curve, 0, Count, Knots, Controls, IdentityVector);
+        return true;
+    }
+
+    ~curve_values()
+    {
+        if (Heap) TesselFree(Heap);
+    }
+};
+
+bool CurveCanBeTransformed(curve2 const &Curve, int32 Dimension)
+{
+    if (CurveIsIdentity(Curve)) {
+        TesselWarning(LogCategory_BasisConversion, "Curve is the identity value - can't transform it");
+        return false;
+    }
+    if (CurveGetDimension(Curve) != Dimension) {
+        TesselWarning(LogCategory_BasisConversion, "Curve does not have dimension=%d", Dimension);
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
+void TransformCurve3(real32 const *Affine3, real32 const *Linear3x3, real32 AffineTolerance, real32 LinearTolerance,
+                     curve2 &Curve)
+{
+    if (!CurveCanBeTransformed(Curve, 3)) return;
+    int32 Permutation[3];
+    real32 Scales[3];
+    if (NeedsRefit(Linear3x3, 0, LinearTolerance, Permutation, Scales)) {
+        curve_values Values;
+        real32 const Zero[3] = {0, 0, 0};
+        if (!Values.Extract(Curve, 3, Zero)) return;
+        for (int32 Control = 0; Control < Values.Count; ++Control) {
+            real32 *Point = Values.Controls + Control * 3;
+            Apply3x3(Linear3x3, Point, Point);
+            for (int32 Axis = 0; Axis < 3; ++Axis) Point[Axis] += Affine3[Axis];
+        }
+        SetCurveKnotsAndControls(Curve, Values.Count, 3, Values.Knots, Values.Controls);
+    } else {
+        CurveTransformSamples(Curve, 3, Scales, Affine3, Permutation);
+    }
+}
+
+void TransformCurve4(real32 const *Affine3, real32 const *Linear3x3, real32 const *InverseLinear3x3,
+                     real32 AffineTolerance, real32 LinearTolerance, curve2 &Curve)
+{
+    if (!CurveCanBeTransformed(Curve, 4)) return;
+    if (NeedsRefit(Linear3x3, InverseLinear3x3, LinearTolerance, 0, 0)) {
+        curve_values Values;
+        real32 const Identity[4] = {0, 0, 0, 1};
+        if (!Values.Extract(Curve, 4, Identity)) return;
+        for (int32 Control = 0; Control < Values.Count; ++Control) {
+            real32 *Q = Values.Controls + Control * 4;
+            ConjugateQuaternion(Q, Linear3x3, InverseLinear3x3, Control > 0 ? Q - 4 : 0);
+        }
+        SetCurveKnotsAndControls(Curve, Values.Count, 4, Values.Knots, Values.Controls);
+        return;
+    }
+    // A signed permutation of the vector part, found by turning one test
+    // quaternion per axis.
+    int32 Permutation[4] = {0, 1, 2, 3};
+    real32 Scales[4] = {1, 1, 1, 1};
+    for (int32 Axis = 0; Axis < 3; ++Axis) {
+        real32 Test[4] = {0, 0, 0, 0.6f};
+        Test[Axis] = 0.8f;
+        ConjugateQuaternion(Test, Linear3x3, InverseLinear3x3, 0);
+        if (Test[3] < 0.0f) {
+            for (real32 &Component : Test) Component = -Component;
+        }
+        for (int32 Place = 0; Place < 3; ++Place) {
+            if (std::fabs(Test[Place]) > 0.8f - 0.05f) {
+                Permutation[Place] = Axis;
+                Scales[Place] = Test[Place] < 0.0f ? -1.0f : 1.0f;
+            }
+        }
+    }
+    real32 const Zero[4] = {0, 0, 0, 0};
+    CurveTransformSamples(Curve, 4, Scales, Zero, Permutation);
+}
+
+void TransformCurve9(real32 const *Affine3, real32 const *Linear3x3, real32 const *InverseLinear3x3,
+                     real32 AffineTolerance, real32 LinearTolerance, curve2 &Curve)
+{
+    if (!CurveCanBeTransformed(Curve, 9)) return;
+    if (NeedsRefit(Linear3x3, InverseLinear3x3, LinearTolerance, 0, 0)) {
+        curve_values Values;
+        real32 const Identity[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+        if (!Values.Extract(Curve, 9, Identity)) return;
+        for (int32 Control = 0; Control < Values.Count; ++Control) {
+            real32 *Matrix = Values.Controls + Control * 9;
+            Conjugate3x3(Linear3x3, Matrix, InverseLinear3x3, Matrix);
+        }
+        SetCurveKnotsAndControls(Curve, Values.Count, 9, Values.Knots, Values.Controls);
+        return;
+    }
+    int32 Permutation[9];
+    real32 Scales[9];
+    for (int32 Component = 0; Component < 9; ++Component) {
+        Permutation[Component] = Component;
+        Scales[Component] = 1.0f;
+    }
+    for (int32 Component = 0; Component < 9; ++Component) {
+        real32 Unit[9] = {0, 0, 0, 0, 0, 0, 0, 0, 0};
+        Unit[Component] = 1.0f;
+        Conjugate3x3(Linear3x3, Unit, InverseLinear3x3, Unit);
+        for (int32 Place = 0; Place < 9; ++Place) {
+            if (std::fabs(Unit[Place]) > LinearTolerance) {
+                Permutation[Place] = Component;
+                Scales[Place] = Unit[Place] < 0.0f ? -1.0f : 1.0f;
+            }
+        }
+    }
+    real32 const Zero[9] = {0, 0, 0, 0, 0, 0, 0, 0, 0};
+    CurveTransformSamples(Curve, 9, Scales, Zero, Permutation);
+}
+
 void TransformTrackGroup(track_group &Group, real32 const *Affine3, real32 const *Linear3x3,
                          real32 const *InverseLinear3x3, real32 AffineTolerance, real32 LinearTolerance)
 {
+    // Curves of a track group hold motion relative to the group: no offset.
+    real32 const Zero[3] = {0, 0, 0};
+    for (int32 Index = 0; Index < Group.TransformTrackCount; ++Index) {
+        transform_track &Track = Group.TransformTracks[Index];
+        if (!CurveIsIdentity(Track.PositionCurve))
+            TransformCurve3(Zero, Linear3x3, 1.0f, LinearTolerance, Track.PositionCurve);
+        if (!CurveIsIdentity(Track.OrientationCurve))
+            TransformCurve4(Zero, Linear3x3, InverseLinear3x3, 1.0f, LinearTolerance, Track.OrientationCurve);
+        if (!CurveIsIdentity(Track.ScaleShearCurve))
+            TransformCurve9(Zero, Linear3x3, InverseLinear3x3, 1.0f, LinearTolerance, Track.ScaleShearCurve);
+    }
     Apply3x3(Linear3x3, Group.LoopTranslation, Group.LoopTranslation);
     if (periodic_loop *Loop = Group.PeriodicLoop) {
         Apply3x3(Linear3x3, Loop->BasisX, Loop->BasisX);

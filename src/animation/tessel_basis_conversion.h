@@ -18,6 +18,7 @@ struct model;
 struct track_group;
 struct transform;
 struct periodic_loop;
+struct curve2;
 
 enum basis_conversion_flags
 {
@@ -48,6 +49,18 @@ void TransformMesh(mesh &Mesh, real32 const *Affine3, real32 const *Linear3x3, r
 void TransformModel(model &Model, real32 const *Affine3, real32 const *Linear3x3, real32 const *InverseLinear3x3);
 void TransformTrackGroup(track_group &Group, real32 const *Affine3, real32 const *Linear3x3,
                          real32 const *InverseLinear3x3, real32 AffineTolerance, real32 LinearTolerance);
+
+// Curves of positions (3), orientations (4) and scale/shear matrices (9).
+// A curve that is the identity or of another dimension is left alone (with
+// a warning). When Linear is a signed permutation with one uniform scale the
+// stored samples are moved in place (so quantised data stays bit-exact);
+// otherwise every control is transformed and the curve requantised.
+void TransformCurve3(real32 const *Affine3, real32 const *Linear3x3, real32 AffineTolerance, real32 LinearTolerance,
+                     curve2 &Curve);
+void TransformCurve4(real32 const *Affine3, real32 const *Linear3x3, real32 const *InverseLinear3x3,
+                     real32 AffineTolerance, real32 LinearTolerance, curve2 &Curve);
+void TransformCurve9(real32 const *Affine3, real32 const *Linear3x3, real32 const *InverseLinear3x3,
+                     real32 AffineTolerance, real32 LinearTolerance, curve2 &Curve);
 
 // One transform record: position like a point, orientation (keeping its
 // length) and scale/shear conjugated; the flags are recomputed.
