@@ -21,6 +21,10 @@ function(tessel_subsystem NAME)
   if(NAME STREQUAL "foundation")
     find_package(Threads REQUIRED)
     target_link_libraries(tessel_${NAME} PUBLIC Threads::Threads)
+    # foundation/tessel_version.h, generated from the project version.
+    configure_file(${CMAKE_SOURCE_DIR}/cmake/tessel_version.h.in
+                   ${CMAKE_BINARY_DIR}/generated/foundation/tessel_version.h @ONLY)
+    target_include_directories(tessel_${NAME} PUBLIC ${CMAKE_BINARY_DIR}/generated)
   endif()
 endfunction()
 

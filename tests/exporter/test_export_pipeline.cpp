@@ -16,6 +16,7 @@
 #include "format/tessel_file_reader.h"
 #include "format/tessel_schema.h"
 #include "foundation/tessel_memory.h"
+#include "foundation/tessel_version.h"
 #include "platform/tessel_platform.h"
 #include "settings/tessel_export_ui_tunneling.h"
 #include "support/fbx_test_writer.h"
@@ -79,7 +80,7 @@ TEST(RunExport, EmptySceneRunsEveryStageInOrderAndLeavesNothingBehind)
     DestroyToolInterface(Tool);
 
     ASSERT_FALSE(Reports.empty());
-    EXPECT_EQ(Reports.front().Title, "Tessel 2.8.21.0 is Exporting a TS2 File");
+    EXPECT_EQ(Reports.front().Title, "Tessel " TESSEL_VERSION_STRING " is Exporting a TS2 File");
     std::vector<std::string> Expected = {"Textures",   "Materials", "Skeletons",      "Meshes",         "Models",
                                          "Animations", "I/O",       "Packaging file", "Export Complete"};
     EXPECT_EQ(StagesSeen(), Expected);
@@ -115,7 +116,7 @@ TEST(RunExport, WrittenFileCarriesFileAndExporterInfo)
     file_info const *Info = (file_info const *)GetLoadedFileRootObject(*File, &RootType);
     ASSERT_NE(Info, nullptr);
     ASSERT_NE(Info->ExporterInfo, nullptr);
-    EXPECT_STREQ(Info->ExporterInfo->ExporterName, "Tessel Standard Exporter, SDK version 2.8.21.0");
+    EXPECT_STREQ(Info->ExporterInfo->ExporterName, "Tessel Standard Exporter, SDK version " TESSEL_VERSION_STRING);
     EXPECT_EQ(Info->ExporterInfo->ExporterMajorRevision, 2);
     EXPECT_EQ(Info->ExporterInfo->ExporterMinorRevision, 8);
     EXPECT_EQ(Info->ExporterInfo->ExporterBuildNumber, 21);

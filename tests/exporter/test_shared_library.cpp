@@ -10,9 +10,12 @@
 #include <rapidxml/rapidxml.hpp>
 
 #include "exporter_test_files.h"
+#include "foundation/tessel_version.h"
 #include "tessel/tessel.h"
 
 namespace {
+
+char const ExportTitle[] = "Tessel " TESSEL_VERSION_STRING " is Exporting a TS2 File";
 
 typedef bool (*export_fbx_file)(char const *, char const *, char const *, ExportProgressCallback);
 
@@ -39,7 +42,7 @@ protected:
 
     static void CountTitles(export_progress const *Progress)
     {
-        if (Progress->Title && std::string(Progress->Title) == "Tessel 2.8.21.0 is Exporting a TS2 File") ++Titles;
+        if (Progress->Title && std::string(Progress->Title) == ExportTitle) ++Titles;
     }
 
     std::string Output(char const *Name) { return PrivateTemporaryDirectory() + "/output_" + Name; }

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "support/test_command.h"
+#include "foundation/tessel_version.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -86,7 +87,8 @@ TEST_F(ExportCommand, StatusTellsWhetherTheFileWasWritten)
     std::string Out = Folder + "/out.ts2";
     command_result Result = RunTessel("export '" + Scene + "' '" + Out + "' --animdefs '" + Defs + "'");
     // Not a terminal: plain progress lines.
-    EXPECT_NE(Result.Output.find("Tessel 2.8.21.0 is Exporting a TS2 File"), std::string::npos) << Result.Output;
+    EXPECT_NE(Result.Output.find("Tessel " TESSEL_VERSION_STRING " is Exporting a TS2 File"), std::string::npos)
+        << Result.Output;
     EXPECT_NE(Result.Output.find("Animations"), std::string::npos);
     EXPECT_EQ(Result.Status == 0, Exists(Out)) << Result.Output;
 }
