@@ -36,7 +36,7 @@ function(tessel_test_suite NAME)
   if(NOT SOURCES)
     return()
   endif()
-  add_executable(test_${NAME} ${SOURCES})
+  add_executable(test_${NAME} ${SOURCES} ${CMAKE_CURRENT_SOURCE_DIR}/support/startup/test_startup.cpp)
   target_link_libraries(test_${NAME} PRIVATE ${ARG_DEPS} tessel_test_support GTest::gtest GTest::gtest_main)
   target_compile_definitions(test_${NAME} PRIVATE
     TESSEL_SOURCE_DIR="${CMAKE_SOURCE_DIR}"
