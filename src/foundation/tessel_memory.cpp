@@ -10,7 +10,11 @@
 
 namespace {
 
+// The magic value also tells whether the block is in the live list: only
+// the block's holder reads it, whereas a block's links change when its
+// neighbours come and go.
 uint32 const TrackingMagic = 0xCA5ECA5E;
+uint32 const UnlistedMagic = 0xCA5ECA5F;
 
 #pragma pack(push, 4)
 struct tracking_header
@@ -36,9 +40,9 @@ struct tracking_header
 
 // Every block carries a header and counts as live until freed; any thread
 // may allocate and free. The list of live blocks (for leak reports naming
-// the allocating line) is kept only while tracking is on: its links are
-// null in a block allocated while tracking was off, and such a block is
-// freed without taking the lock.
+// the allocating line) is kept only while tracking is on; a block allocated
+// while tracking was off is never listed and is freed without taking the
+// lock.
 tracking_header Sentinel = {TrackingMagic, 0, 0, 0, "", 0, &Sentinel, &Sentinel}; // under ListLock
 std::mutex ListLock;
 std::atomic<int32> LiveBlockCount{0};
@@ -78,7 +82,8 @@ void *TrackingAllocate(char const *File, int32 Line, intaddrx Alignment, intaddr
     uintaddrx First = (uintaddrx)(Actual + sizeof(tracking_header));
     uintaddrx User = ((First + (uintaddrx)Alignment - 1) / (uintaddrx)Alignment) * (uintaddrx)Alignment;
     tracking_header *Header = (tracking_header *)(User - sizeof(tracking_header));
-    Header->MagicValue = TrackingMagic;
+    bool Listed = TrackingOn.load(std::memory_order_relaxed);
+    Header->MagicValue = Listed ? TrackingMagic : UnlistedMagic;
     Header->Size = (uintaddrx)Size;
     Header->ActualPointer = Actual;
     Header->ActualSize = (uintaddrx)ActualSize;
@@ -88,7 +93,7 @@ void *TrackingAllocate(char const *File, int32 Line, intaddrx Alignment, intaddr
     Header->Next = 0;
     LiveBlockCount.fetch_add(1, std::memory_order_relaxed);
 
-    if (TrackingOn.load(std::memory_order_relaxed)) {
+    if (Listed) {
         std::lock_guard<std::mutex> Lock(ListLock);
         Header->Next = &Sentinel;
         Header->Previous = Sentinel.Previous;
@@ -104,11 +109,13 @@ void TrackingFree(char const *File, int32 Line, void *Memory)
     tracking_header *Header = (tracking_header *)((uint8 *)Memory - sizeof(tracking_header));
     void *Actual = 0;
     // A block is freed once, by the thread that holds it then, so its header
-    // is read without the lock. While the block is in the list, a visit may
-    // read its header too: it leaves the list before it is marked freed.
-    if (Header->MagicValue == TrackingMagic && Header->Size != FreedSize && Header != &Sentinel) {
+    // is read without the lock; only its links, which its neighbours change
+    // too, need the lock. A visit may read a listed block's header: the block
+    // leaves the list before it is marked freed.
+    bool Known = Header->MagicValue == TrackingMagic || Header->MagicValue == UnlistedMagic;
+    if (Known && Header->Size != FreedSize && Header != &Sentinel) {
         Actual = Header->ActualPointer;
-        if (Header->Next) {
+        if (Header->MagicValue == TrackingMagic) {
             std::lock_guard<std::mutex> Lock(ListLock);
             Header->Previous->Next = Header->Next;
             Header->Next->Previous = Header->Previous;
