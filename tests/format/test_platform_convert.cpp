@@ -318,6 +318,18 @@ TEST(PlatformConversion, SamePlatformExcludedTypeTreesAndRawRoots)
     FreeLoadedFile(File);
     EXPECT_TRUE(Convert(Kept, GetNativeFileMagicBlock()) == Native);
 
+    // Older files: their magic, with the words reversed, stands for 32-bit
+    // big-endian.
+    bytes Older = Convert(Native, FileMagic32BitBigEndian);
+    memcpy(Older.data(), FileMagicOld32Bit.MagicValue, FileMagicValueSize);
+    Reverse32(FileMagicValueSize / 4, Older.data());
+    File = LoadStored(Older);
+    ASSERT_NE(File, nullptr);
+    EXPECT_EQ(File->PointerBits, 32);
+    EXPECT_TRUE(File->IsByteReversed);
+    FreeLoadedFile(File);
+    EXPECT_TRUE(Convert(Older, GetNativeFileMagicBlock()) == Native);
+
     // Not a file at all.
     bytes Garbage(600, 0x5A);
     EXPECT_TRUE(Convert(Garbage, FileMagic32BitLittleEndian).empty());
