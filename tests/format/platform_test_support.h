@@ -10,13 +10,13 @@
 
 #include <cstring>
 #include <map>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "format/tessel_file_compressor.h"
 #include "format/tessel_file_format.h"
 #include "format/tessel_file_reader.h"
+#include "format/tessel_platform_convert.h"
 #include "foundation/tessel_file_io.h"
 
 namespace platform_test {
@@ -53,10 +53,20 @@ inline loaded_file *LoadStored(bytes const &File)
 // ---------------------------------------------------------------------------
 // Tree comparison.
 
+// A multi-byte field: where, its unit of byte order, its bytes.
+struct field_span
+{
+    file_section_reference Location;
+    uint32 Unit;
+    uint32 Size;
+};
+
 struct tree_comparison
 {
     loaded_file const *A;
     loaded_file const *B;
+    // When set, every multi-byte field of A that the walk meets.
+    std::vector<field_span> *Spans = nullptr;
     std::map<uint64, uint64> Objects; // location in A to location in B
     std::map<uint64, uint64> Types;
     std::map<uint64, bool> Flat; // type in A holds no pointers
@@ -80,6 +90,12 @@ struct tree_comparison
         return Result;
     }
 
+    void Span(file_section_reference Location, uint32 Unit, uint32 Size)
+    {
+        if (Spans) Spans->push_back({Location, Unit, Size});
+    }
+    void Slot(file_section_reference Location) { Span(Location, 4, (uint32)A->PointerBits / 8); }
+
     bool Fail(std::string const &Path, std::string const &What)
     {
         if (Difference.empty()) Difference = Path + ": " + What;
@@ -102,11 +118,19 @@ struct tree_comparison
     {
         bool Consistent = true;
         if (Seen(Types, TA, TB, &Consistent)) return Consistent || Fail(Path, "type tables shared differently");
+        uint32 const Record = A->PointerBits == 32 ? 32 : 44, Reference = A->PointerBits == 32 ? 8 : 12;
         for (int32 Index = 0;; ++Index) {
             file_type_member MA, MB;
             bool HasA = ReadFileTypeMemberRecord(*A, TA, Index, &MA),
                  HasB = ReadFileTypeMemberRecord(*B, TB, Index, &MB);
             if (!HasA || !HasB) return Fail(Path, "unreadable type table");
+            // Kind, name and referred type slots; width, extra words and the
+            // last slot, all in 32-bit units.
+            file_section_reference R = At(TA, (uint32)Index * Record);
+            Span(R, 4, 4);
+            Slot(At(R, 4));
+            Slot(At(R, Reference));
+            Span(At(R, Reference + (uint32)A->PointerBits / 8), 4, Record - Reference - (uint32)A->PointerBits / 8);
             if (MA.Kind != MB.Kind || MA.ArrayWidth != MB.ArrayWidth) return Fail(Path, "member kinds differ");
             if (MA.Kind == 0) return true;
             std::string Name = MA.Name ? MA.Name : "(null)";
@@ -138,7 +162,7 @@ struct tree_comparison
         if (!GetFileTypeObjectSize(*A, TA, &SizeA) || !GetFileTypeObjectSize(*B, TB, &SizeB)) {
             return Fail(Path, "unsized type");
         }
-        if (IsFlat(TA)) {
+        if (!Spans && IsFlat(TA)) {
             // Scalars only: the same bytes in both.
             uint8 const *BytesA = GetLoadedFileBytes(*A, LA, SizeA * Count),
                         *BytesB = GetLoadedFileBytes(*B, LB, SizeB * Count);
@@ -173,6 +197,7 @@ struct tree_comparison
                 break;
             }
             case 2:
+                Slot(SA);
                 if (Targets(SA, SB, &XA, &XB, Here) &&
                     !CompareObjects(MA.ReferenceType, XA, MB.ReferenceType, XB, 1, Here)) {
                     return false;
@@ -181,13 +206,21 @@ struct tree_comparison
             case 3:
             case 4: {
                 uint32 CountA = ReadWord(*A, SA), CountB = ReadWord(*B, SB);
+                Span(SA, 4, 4);
+                Slot(At(SA, 4));
                 if (CountA != CountB) return Fail(Here, "counts differ");
                 if (!Targets(At(SA, 4), At(SB, 4), &XA, &XB, Here) || !CountA) break;
                 if (MA.Kind == 3) {
                     if (!CompareObjects(MA.ReferenceType, XA, MB.ReferenceType, XB, CountA, Here)) return false;
                     break;
                 }
+                bool Consistent = true;
+                if (Seen(Objects, XA, XB, &Consistent)) {
+                    if (!Consistent) return Fail(Here, "pointer arrays shared differently");
+                    break;
+                }
                 for (uint32 Element = 0; Element < CountA; ++Element) {
+                    Slot(At(XA, Element * PA));
                     std::string ElementPath = Here + "[" + std::to_string(Element) + "]";
                     if (Targets(At(XA, Element * PA), At(XB, Element * PB), &VA, &VB, ElementPath) &&
                         !CompareObjects(MA.ReferenceType, VA, MB.ReferenceType, VB, 1, ElementPath)) {
@@ -197,6 +230,8 @@ struct tree_comparison
                 break;
             }
             case 5:
+                Slot(SA);
+                Slot(At(SA, PA));
                 if (Targets(SA, SB, &VA, &VB, Here) && Targets(At(SA, PA), At(SB, PB), &XA, &XB, Here) &&
                     !CompareObjects(VA, XA, VB, XB, 1, Here)) {
                     return false;
@@ -204,6 +239,9 @@ struct tree_comparison
                 break;
             case 7: {
                 uint32 CountA = ReadWord(*A, At(SA, PA)), CountB = ReadWord(*B, At(SB, PB));
+                Slot(SA);
+                Span(At(SA, PA), 4, 4);
+                Slot(At(SA, PA + 4));
                 if (CountA != CountB) return Fail(Here, "counts differ");
                 if (Targets(SA, SB, &VA, &VB, Here) && Targets(At(SA, PA + 4), At(SB, PB + 4), &XA, &XB, Here) &&
                     CountA && !CompareObjects(VA, XA, VB, XB, CountA, Here)) {
@@ -212,13 +250,16 @@ struct tree_comparison
                 break;
             }
             case 8:
+                Slot(SA);
                 if (Targets(SA, SB, &XA, &XB, Here)) {
                     char const *StringA = GetLoadedFileString(*A, XA), *StringB = GetLoadedFileString(*B, XB);
                     if (!StringA || !StringB || strcmp(StringA, StringB) != 0) return Fail(Here, "strings differ");
                 }
                 break;
-            case 22: break;
+            case 22: Slot(SA); break;
             default: {
+                int32 Unit = GetFileMemberKindMarshalling(MA.Kind);
+                if (Unit > 1) Span(SA, (uint32)Unit, MA.Size);
                 uint8 const *BytesA = GetLoadedFileBytes(*A, SA, MA.Size),
                             *BytesB = GetLoadedFileBytes(*B, SB, MB.Size);
                 if (!BytesA || !BytesB || MA.Size != MB.Size || memcmp(BytesA, BytesB, MA.Size) != 0) {
@@ -289,120 +330,6 @@ inline std::string CheckPlatformFile(bytes const &File, int32 PointerBits, bool 
 // ---------------------------------------------------------------------------
 // Byte order.
 
-// Every multi-byte field that the file's type tables describe, as (location,
-// unit, bytes): objects, arrays, pointer arrays and type table records.
-struct field_span
-{
-    file_section_reference Location;
-    uint32 Unit;
-    uint32 Size;
-};
-
-struct field_collector
-{
-    loaded_file const *File;
-    std::set<std::pair<uint64, uint64>> Done; // (type, object) pairs
-    std::set<uint64> TypesDone;
-    std::vector<field_span> Spans;
-
-    uint32 P() const { return (uint32)File->PointerBits / 8; }
-
-    void Add(file_section_reference Location, uint32 Unit, uint32 Size) { Spans.push_back({Location, Unit, Size}); }
-
-    void Slot(file_section_reference Location) { Add(Location, 4, P()); }
-
-    void Type(file_section_reference TypeLocation)
-    {
-        if (!TypesDone.insert(Key(TypeLocation)).second) return;
-        uint32 const Record = File->PointerBits == 32 ? 32 : 44;
-        uint32 const Reference = File->PointerBits == 32 ? 8 : 12;
-        for (int32 Index = 0;; ++Index) {
-            file_type_member Member;
-            if (!ReadFileTypeMemberRecord(*File, TypeLocation, Index, &Member)) return;
-            file_section_reference R = At(TypeLocation, (uint32)Index * Record);
-            // Kind; name and referred type slots; width, extra words and the
-            // last slot, all 32-bit units.
-            Add(R, 4, 4);
-            Slot(At(R, 4));
-            Slot(At(R, Reference));
-            Add(At(R, Reference + P()), 4, Record - Reference - P());
-            if (Member.Kind == 0) return;
-            if (Member.HasReferenceType) Type(Member.ReferenceType);
-        }
-    }
-
-    void Objects(file_section_reference TypeLocation, file_section_reference Location, uint32 Count)
-    {
-        if (!Done.insert({Key(TypeLocation), Key(Location)}).second) return;
-        Type(TypeLocation);
-        uint32 Size = 0;
-        if (!GetFileTypeObjectSize(*File, TypeLocation, &Size)) return;
-        for (uint32 Element = 0; Element < Count; ++Element) Members(TypeLocation, At(Location, Element * Size));
-    }
-
-    void Members(file_section_reference TypeLocation, file_section_reference Object)
-    {
-        uint32 const Pointer = P();
-        for (int32 Index = 0;; ++Index) {
-            file_type_member Member;
-            if (!GetFileTypeMember(*File, TypeLocation, Index, &Member)) return;
-            file_section_reference S = At(Object, Member.SlotOffset), X, V;
-            uint32 Count = 0;
-            switch (Member.Kind) {
-            case 1:
-                for (int32 Element = 0; Element < Member.ArrayWidth; ++Element) {
-                    Members(Member.ReferenceType, At(S, Element * (Member.Size / Member.ArrayWidth)));
-                }
-                break;
-            case 2:
-            case 22:
-                Slot(S);
-                if (Member.Kind == 2 && ResolveFilePointer(*File, S, &X)) Objects(Member.ReferenceType, X, 1);
-                break;
-            case 8: Slot(S); break;
-            case 3:
-            case 4:
-                Add(S, 4, 4);
-                Slot(At(S, 4));
-                Count = ReadWord(*File, S);
-                if (!Count || !ResolveFilePointer(*File, At(S, 4), &X)) break;
-                if (Member.Kind == 3) {
-                    Objects(Member.ReferenceType, X, Count);
-                    break;
-                }
-                if (!Done.insert({0, Key(X)}).second) break;
-                for (uint32 Element = 0; Element < Count; ++Element) {
-                    Slot(At(X, Element * Pointer));
-                    if (ResolveFilePointer(*File, At(X, Element * Pointer), &V)) Objects(Member.ReferenceType, V, 1);
-                }
-                break;
-            case 5:
-                Slot(S);
-                Slot(At(S, Pointer));
-                if (ResolveFilePointer(*File, S, &V)) {
-                    Type(V);
-                    if (ResolveFilePointer(*File, At(S, Pointer), &X)) Objects(V, X, 1);
-                }
-                break;
-            case 7:
-                Slot(S);
-                Add(At(S, Pointer), 4, 4);
-                Slot(At(S, Pointer + 4));
-                Count = ReadWord(*File, At(S, Pointer));
-                if (ResolveFilePointer(*File, S, &V)) {
-                    Type(V);
-                    if (Count && ResolveFilePointer(*File, At(S, Pointer + 4), &X)) Objects(V, X, Count);
-                }
-                break;
-            default: {
-                int32 Unit = GetFileMemberKindMarshalling(Member.Kind);
-                if (Unit > 1) Add(S, (uint32)Unit, Member.Size);
-            }
-            }
-        }
-    }
-};
-
 // The expanded sections exactly as the file stores them (no reversal).
 inline std::vector<bytes> RawSections(bytes const &File, bool BigEndian)
 {
@@ -454,16 +381,18 @@ inline std::string CompareByteOrders(bytes const &Little, bytes const &Big)
 {
     loaded_file *File = LoadStored(Little);
     if (!File) return "the little-endian file doesn't load";
-    field_collector Collector;
-    Collector.File = File;
-    Collector.Objects(File->Header.RootObjectTypeDefinition, File->Header.RootObject, 1);
+    std::vector<field_span> Spans;
+    tree_comparison Walk;
+    Walk.A = Walk.B = File;
+    Walk.Spans = &Spans;
+    Walk.CompareObjects(File->Header.RootObjectTypeDefinition, File->Header.RootObject,
+                        File->Header.RootObjectTypeDefinition, File->Header.RootObject, 1, "Root");
     for (int32 Section = 0; Section < File->SectionCount; ++Section) {
         loaded_file_section const &Loaded = File->Sections[Section];
         for (uint32 Index = 0; Index < Loaded.MarshallingCount; ++Index) {
-            Collector.Type(Loaded.Marshallings[Index].Type);
+            Walk.CompareTypes(Loaded.Marshallings[Index].Type, Loaded.Marshallings[Index].Type, "");
         }
     }
-    std::vector<field_span> Spans = Collector.Spans;
     FreeLoadedFile(File);
 
     std::vector<bytes> LittleSections = RawSections(Little, false), BigSections = RawSections(Big, true);
@@ -497,6 +426,80 @@ inline std::string CompareByteOrders(bytes const &Little, bytes const &Big)
         }
     }
     return "";
+}
+
+// ---------------------------------------------------------------------------
+// All of it for one export.
+
+inline bytes ConvertBytes(bytes const &File, file_magic_block const &Target)
+{
+    uint8 *Buffer = 0;
+    int32 Size = 0;
+    bytes Result;
+    if (PlatformConvertMemory((int32)File.size(), File.data(), Target, &Buffer, &Size)) {
+        Result.assign(Buffer, Buffer + Size);
+    }
+    FreeMemoryWriterBuffer(Buffer);
+    return Result;
+}
+
+struct platform
+{
+    char const *Name;
+    int32 PointerBits;
+    bool LittleEndian;
+};
+platform const Platforms[4] = {{"32le", 32, true}, {"32be", 32, false}, {"64le", 64, true}, {"64be", 64, false}};
+
+inline file_magic_block const &MagicOf(platform const &Platform)
+{
+    return *GetPlatformFileMagicBlock(Platform.PointerBits, Platform.LittleEndian);
+}
+
+// Converts a native file to the four platforms (into Files) and checks each:
+// layout of the header, the tree as stored and as loaded into memory, the
+// platform the loaded file reports, the way back to the native bytes, and
+// the byte orders. Empty when all hold, else the first failure.
+inline std::string CheckEveryPlatform(bytes const &Native, bytes Files[4])
+{
+    loaded_file *NativeStored = LoadStored(Native);
+    if (!NativeStored) return "the native file doesn't load";
+    std::string Failure;
+    for (int Index = 0; Index < 4 && Failure.empty(); ++Index) {
+        platform const &Platform = Platforms[Index];
+        std::string Name = std::string(Platform.Name) + ": ";
+        bytes &File = Files[Index];
+        File = ConvertBytes(Native, MagicOf(Platform));
+        std::string Layout = CheckPlatformFile(File, Platform.PointerBits, Platform.LittleEndian);
+        if (!Layout.empty()) {
+            Failure = Name + Layout;
+            break;
+        }
+        loaded_file *Stored = LoadStored(File);
+        loaded_file *Loaded = LoadFileFromMemory((int32)File.size(), File.data());
+        int32 Bits = 0;
+        bool Little = false;
+        if (!Stored || !Loaded) {
+            Failure = Name + "doesn't load";
+        } else if (Stored->PointerBits != Platform.PointerBits || !GetLoadedFileRootObject(*Loaded, 0) ||
+                   !GetMagicInfo(Loaded->Magic, &Bits, &Little) || Bits != Platform.PointerBits ||
+                   Little != Platform.LittleEndian) {
+            Failure = Name + "loads as another platform";
+        } else {
+            std::string Difference = CompareTrees(*NativeStored, *Stored);
+            if (Difference.empty()) Difference = CompareTrees(*NativeStored, *Loaded);
+            if (!Difference.empty()) Failure = Name + Difference;
+        }
+        FreeLoadedFile(Stored);
+        FreeLoadedFile(Loaded);
+        // The 64-bit little-endian file is the native one itself.
+        bool Back = Index == 2 ? File == Native : ConvertBytes(File, GetNativeFileMagicBlock()) == Native;
+        if (Failure.empty() && !Back) Failure = Name + "the way back differs";
+    }
+    FreeLoadedFile(NativeStored);
+    if (Failure.empty()) Failure = CompareByteOrders(Files[0], Files[1]);
+    if (Failure.empty()) Failure = CompareByteOrders(Files[2], Files[3]);
+    return Failure;
 }
 
 } // namespace platform_test

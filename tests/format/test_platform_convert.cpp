@@ -14,19 +14,6 @@ using namespace platform_test;
 
 namespace {
 
-struct platform
-{
-    char const *Name;
-    int32 PointerBits;
-    bool LittleEndian;
-};
-platform const Platforms[] = {{"32le", 32, true}, {"32be", 32, false}, {"64le", 64, true}, {"64be", 64, false}};
-
-file_magic_block const &MagicOf(platform const &Platform)
-{
-    return *GetPlatformFileMagicBlock(Platform.PointerBits, Platform.LittleEndian);
-}
-
 struct build_options
 {
     file_magic_block Magic = GetNativeFileMagicBlock();
@@ -63,18 +50,6 @@ bytes Build(data_type_definition *Type, void *Root, build_options const &Options
     DeleteFileWriter(Memory);
     bytes Result;
     if (Ended && Stolen) Result.assign(Buffer, Buffer + Size);
-    FreeMemoryWriterBuffer(Buffer);
-    return Result;
-}
-
-bytes Convert(bytes const &File, file_magic_block const &Target)
-{
-    uint8 *Buffer = 0;
-    int32 Size = 0;
-    bytes Result;
-    if (PlatformConvertMemory((int32)File.size(), File.data(), Target, &Buffer, &Size)) {
-        Result.assign(Buffer, Buffer + Size);
-    }
     FreeMemoryWriterBuffer(Buffer);
     return Result;
 }
@@ -148,56 +123,26 @@ TEST(PlatformConversion, EveryPlatformHoldsTheSameTreeAndConvertsBackExactly)
             Options.UserData = Root;
             bytes Native = Build(FileInfoType, Root, Options);
             ASSERT_FALSE(Native.empty());
-            loaded_file *NativeStored = LoadStored(Native);
-            ASSERT_NE(NativeStored, nullptr);
-
-            bytes ByPlatform[4];
+            bytes Files[4];
+            EXPECT_EQ(CheckEveryPlatform(Native, Files), "");
             for (int Index = 0; Index < 4; ++Index) {
-                platform const &Platform = Platforms[Index];
-                SCOPED_TRACE(Platform.Name);
-                bytes &File = ByPlatform[Index];
-                File = Convert(Native, MagicOf(Platform));
-                ASSERT_FALSE(File.empty());
-                EXPECT_EQ(CheckPlatformFile(File, Platform.PointerBits, Platform.LittleEndian), "");
-
                 // The builder asked for the platform writes the same bytes.
                 build_options Direct = Options;
-                Direct.Magic = MagicOf(Platform);
-                EXPECT_TRUE(Build(FileInfoType, Root, Direct) == File);
-
-                // As stored: the same tree through the file's own types.
-                loaded_file *Stored = LoadStored(File);
-                ASSERT_NE(Stored, nullptr);
-                EXPECT_EQ(Stored->PointerBits, Platform.PointerBits);
-                EXPECT_EQ(CompareTrees(*NativeStored, *Stored), "");
-                FreeLoadedFile(Stored);
-
+                Direct.Magic = MagicOf(Platforms[Index]);
+                EXPECT_TRUE(Build(FileInfoType, Root, Direct) == Files[Index]) << Platforms[Index].Name;
                 // Loaded into this program's memory: the records themselves.
-                loaded_file *Loaded = LoadFileFromMemory((int32)File.size(), File.data());
+                loaded_file *Loaded = LoadFileFromMemory((int32)Files[Index].size(), Files[Index].data());
                 ASSERT_NE(Loaded, nullptr);
-                void *LoadedType = 0;
-                void *LoadedRoot = GetLoadedFileRootObject(*Loaded, &LoadedType);
-                ASSERT_NE(LoadedRoot, nullptr);
+                void *Type = 0;
+                void *Object = GetLoadedFileRootObject(*Loaded, &Type);
                 std::string Difference;
-                EXPECT_TRUE(
-                    CompareTestObjects(FileInfoType, Root, (data_type_definition *)LoadedType, LoadedRoot, &Difference))
-                    << Difference;
-                int32 Bits = 0;
-                bool Little = true;
-                ASSERT_TRUE(GetMagicInfo(Loaded->Magic, &Bits, &Little));
-                EXPECT_EQ(Bits, Platform.PointerBits);
-                EXPECT_EQ(Little, Platform.LittleEndian);
+                EXPECT_TRUE(CompareTestObjects(FileInfoType, Root, (data_type_definition *)Type, Object, &Difference))
+                    << Platforms[Index].Name << ": " << Difference;
                 FreeLoadedFile(Loaded);
-
-                EXPECT_TRUE(Convert(File, GetNativeFileMagicBlock()) == Native);
             }
-            EXPECT_TRUE(ByPlatform[2] == Native);
-            EXPECT_EQ(CompareByteOrders(ByPlatform[0], ByPlatform[1]), "");
-            EXPECT_EQ(CompareByteOrders(ByPlatform[2], ByPlatform[3]), "");
             // Between foreign platforms too, without passing through this one.
-            EXPECT_TRUE(Convert(ByPlatform[1], MagicOf(Platforms[3])) == ByPlatform[3]);
-            EXPECT_TRUE(Convert(ByPlatform[3], MagicOf(Platforms[0])) == ByPlatform[0]);
-            FreeLoadedFile(NativeStored);
+            EXPECT_TRUE(ConvertBytes(Files[1], MagicOf(Platforms[3])) == Files[3]);
+            EXPECT_TRUE(ConvertBytes(Files[3], MagicOf(Platforms[0])) == Files[0]);
         }
     }
     EXPECT_EQ(LiveBlocks(), LiveBefore);
@@ -209,7 +154,8 @@ TEST(PlatformConversion, ByteOrderCheckFindsAFieldLeftUnswapped)
     leaf Leaf = {{1, 2}, 0x01020304};
     pointers Root = {&Leaf, &Leaf, (char *)"name", {0, 0, 0}, 0, 0, 0, 0};
     bytes Native = Build(PointersType, &Root, build_options());
-    bytes Little = Convert(Native, FileMagic32BitLittleEndian), Big = Convert(Native, FileMagic32BitBigEndian);
+    bytes Little = ConvertBytes(Native, FileMagic32BitLittleEndian),
+          Big = ConvertBytes(Native, FileMagic32BitBigEndian);
     ASSERT_EQ(CompareByteOrders(Little, Big), "");
     // The leaf's Value as the little-endian bytes in the big-endian file:
     // the check must notice.
@@ -236,7 +182,7 @@ TEST(PlatformConversion, ThirtyTwoBitLayout)
     Options.UserData = &Root;
     bytes Native = Build(PointersType, &Root, Options);
     ASSERT_FALSE(Native.empty());
-    bytes File = Convert(Native, FileMagic32BitLittleEndian);
+    bytes File = ConvertBytes(Native, FileMagic32BitLittleEndian);
     loaded_file *Wide = LoadStored(Native);
     loaded_file *Narrow = LoadStored(File);
     ASSERT_NE(Wide, nullptr);
@@ -273,7 +219,7 @@ TEST(PlatformConversion, ThirtyTwoBitLayout)
 
     // A slot without a fixup stays zero.
     Root.First = 0;
-    bytes WithNull = Convert(Build(PointersType, &Root, Options), FileMagic32BitBigEndian);
+    bytes WithNull = ConvertBytes(Build(PointersType, &Root, Options), FileMagic32BitBigEndian);
     loaded_file *Loaded = LoadStored(WithNull);
     ASSERT_NE(Loaded, nullptr);
     EXPECT_FALSE(ResolveFilePointer(*Loaded, Loaded->Header.RootObject, 0));
@@ -290,7 +236,7 @@ TEST(PlatformConversion, SamePlatformExcludedTypeTreesAndRawRoots)
     bytes Native = Build(FileInfoType, Root, build_options());
     {
         log_capture Log;
-        EXPECT_TRUE(Convert(Native, GetNativeFileMagicBlock()) == Native);
+        EXPECT_TRUE(ConvertBytes(Native, GetNativeFileMagicBlock()) == Native);
         EXPECT_TRUE(Log.Contains("PlatformConvertReaderToWriter called when Source and Dest Magic values match."));
     }
 
@@ -302,7 +248,7 @@ TEST(PlatformConversion, SamePlatformExcludedTypeTreesAndRawRoots)
     ASSERT_FALSE(Raw.empty());
     {
         log_capture Log;
-        EXPECT_TRUE(Convert(Raw, FileMagic32BitLittleEndian).empty());
+        EXPECT_TRUE(ConvertBytes(Raw, FileMagic32BitLittleEndian).empty());
         EXPECT_TRUE(Log.Contains("Cannot convert Raw File types (empty type as root object type detected)"));
     }
     // For another platform the type tree stays, whatever the flag said.
@@ -316,11 +262,11 @@ TEST(PlatformConversion, SamePlatformExcludedTypeTreesAndRawRoots)
     ASSERT_TRUE(GetFileTypeMember(*File, File->Header.RootObjectTypeDefinition, 0, &Member));
     EXPECT_NE(Member.Kind, 0);
     FreeLoadedFile(File);
-    EXPECT_TRUE(Convert(Kept, GetNativeFileMagicBlock()) == Native);
+    EXPECT_TRUE(ConvertBytes(Kept, GetNativeFileMagicBlock()) == Native);
 
     // Older files: their magic, with the words reversed, stands for 32-bit
     // big-endian.
-    bytes Older = Convert(Native, FileMagic32BitBigEndian);
+    bytes Older = ConvertBytes(Native, FileMagic32BitBigEndian);
     memcpy(Older.data(), FileMagicOld32Bit.MagicValue, FileMagicValueSize);
     Reverse32(FileMagicValueSize / 4, Older.data());
     File = LoadStored(Older);
@@ -328,9 +274,9 @@ TEST(PlatformConversion, SamePlatformExcludedTypeTreesAndRawRoots)
     EXPECT_EQ(File->PointerBits, 32);
     EXPECT_TRUE(File->IsByteReversed);
     FreeLoadedFile(File);
-    EXPECT_TRUE(Convert(Older, GetNativeFileMagicBlock()) == Native);
+    EXPECT_TRUE(ConvertBytes(Older, GetNativeFileMagicBlock()) == Native);
 
     // Not a file at all.
     bytes Garbage(600, 0x5A);
-    EXPECT_TRUE(Convert(Garbage, FileMagic32BitLittleEndian).empty());
+    EXPECT_TRUE(ConvertBytes(Garbage, FileMagic32BitLittleEndian).empty());
 }

@@ -21,31 +21,10 @@ using namespace platform_test;
 
 namespace {
 
-struct platform
-{
-    char const *Name;
-    int32 PointerBits;
-    bool LittleEndian;
-};
-platform const Platforms[] = {{"32le", 32, true}, {"32be", 32, false}, {"64le", 64, true}, {"64be", 64, false}};
-
 bytes ReadBytes(std::string const &Path)
 {
     std::ifstream File(Path, std::ios::binary);
     return bytes(std::istreambuf_iterator<char>(File), std::istreambuf_iterator<char>());
-}
-
-bytes Convert(bytes const &File, int32 PointerBits, bool LittleEndian)
-{
-    uint8 *Buffer = 0;
-    int32 Size = 0;
-    bytes Result;
-    if (PlatformConvertMemory((int32)File.size(), File.data(), *GetPlatformFileMagicBlock(PointerBits, LittleEndian),
-                              &Buffer, &Size)) {
-        Result.assign(Buffer, Buffer + Size);
-    }
-    FreeMemoryWriterBuffer(Buffer);
-    return Result;
 }
 
 } // namespace
@@ -69,34 +48,8 @@ TEST(PlatformExports, EverySharedFileInEveryPlatform)
         ++Exported;
         bytes Native = ReadBytes(Output);
         remove(Output.c_str());
-        loaded_file *NativeStored = LoadStored(Native);
-        ASSERT_NE(NativeStored, nullptr);
-
-        bytes ByPlatform[4];
-        for (int Index = 0; Index < 4; ++Index) {
-            platform const &Platform = Platforms[Index];
-            SCOPED_TRACE(Platform.Name);
-            bytes &File = ByPlatform[Index];
-            File = Convert(Native, Platform.PointerBits, Platform.LittleEndian);
-            ASSERT_FALSE(File.empty());
-            EXPECT_EQ(CheckPlatformFile(File, Platform.PointerBits, Platform.LittleEndian), "");
-            loaded_file *Stored = LoadStored(File);
-            ASSERT_NE(Stored, nullptr);
-            EXPECT_EQ(CompareTrees(*NativeStored, *Stored), "");
-            FreeLoadedFile(Stored);
-            // Into this program's memory: pointers applied, the same tree.
-            loaded_file *Loaded = LoadFileFromMemory((int32)File.size(), File.data());
-            ASSERT_NE(Loaded, nullptr);
-            EXPECT_NE(GetLoadedFileRootObjectOfType(*Loaded, FileInfoType), nullptr);
-            EXPECT_EQ(CompareTrees(*NativeStored, *Loaded), "");
-            FreeLoadedFile(Loaded);
-            // (The 64-bit little-endian file is the export itself, checked below.)
-            if (Index != 2) EXPECT_TRUE(Convert(File, 64, true) == Native) << "the way back differs";
-        }
-        EXPECT_TRUE(ByPlatform[2] == Native);
-        EXPECT_EQ(CompareByteOrders(ByPlatform[0], ByPlatform[1]), "");
-        EXPECT_EQ(CompareByteOrders(ByPlatform[2], ByPlatform[3]), "");
-        FreeLoadedFile(NativeStored);
+        bytes Files[4];
+        EXPECT_EQ(CheckEveryPlatform(Native, Files), "");
     }
     EXPECT_GT(Exported, 0);
     EXPECT_EQ(LiveBlocks(), Before);
@@ -125,7 +78,7 @@ TEST(PlatformExports, ConvertAndInspectCommands)
         SCOPED_TRACE(Platform.Name);
         std::string Converted = Folder + "/output_" + Platform.Name + ".ts2";
         ASSERT_EQ(RunTessel("convert '" + Native + "' '" + Converted + "' --platform " + Platform.Name).Status, 0);
-        EXPECT_TRUE(ReadBytes(Converted) == Convert(NativeBytes, Platform.PointerBits, Platform.LittleEndian));
+        EXPECT_TRUE(ReadBytes(Converted) == ConvertBytes(NativeBytes, MagicOf(Platform)));
 
         // The export itself writes the platform that its settings ask for.
         std::string Settings = Folder + "/output_" + Platform.Name + ".tss";
