@@ -600,12 +600,10 @@ bool DiscoverExtents(platform_conversion &State)
 // ---------------------------------------------------------------------------
 // Second pass: places in the target, in source order within each stream.
 
-platform_conversion *SortState = 0;
-
 int CompareExtents(void const *A, void const *B)
 {
-    uint64 KeyA = KeyOf(SortState->Extents.Items[*(uint32 const *)A].Source);
-    uint64 KeyB = KeyOf(SortState->Extents.Items[*(uint32 const *)B].Source);
+    uint64 KeyA = KeyOf(((extent const *)A)->Source);
+    uint64 KeyB = KeyOf(((extent const *)B)->Source);
     return KeyA < KeyB ? -1 : (KeyA > KeyB ? 1 : 0);
 }
 
@@ -630,9 +628,8 @@ bool LayOutExtents(platform_conversion &State)
     for (uint32 Index = 0; Index < State.Extents.Count; ++Index) {
         State.Sorted[State.SortedCount++] = Index;
     }
-    SortState = &State;
-    qsort(State.Sorted, State.SortedCount, sizeof(uint32), CompareExtents);
-    SortState = 0;
+    // The map of the first pass is not needed any more; its indices change.
+    qsort(State.Extents.Items, State.Extents.Count, sizeof(extent), CompareExtents);
 
     file_section_reference Previous = {NoIndex, 0};
     uint32 PreviousEnd = 0;
