@@ -637,12 +637,22 @@ static bool LayOutFile(file_builder &Builder, file_writer *Writer)
     return Result;
 }
 
-// Another platform: the file is built in this platform's layout in memory
-// and converted from there.
+// Another platform: the file is built in this platform's layout in memory,
+// its sections left uncompressed, and converted from there; the conversion
+// compresses each section with the format it was given.
 static bool LayOutAndConvertFile(file_builder &Builder, file_writer *Writer)
 {
     file_writer *Native = CreateMemoryFileWriter(FileCopyBlockSize);
-    if (!Native) return false;
+    uint32 *Formats = TesselAllocateArray(uint32, Builder.SectionCount + 1);
+    if (!Native || !Formats) {
+        DeleteFileWriter(Native);
+        if (Formats) TesselFree(Formats);
+        return false;
+    }
+    for (int32 SectionIndex = 0; SectionIndex < Builder.SectionCount; ++SectionIndex) {
+        Formats[SectionIndex] = Builder.Sections[SectionIndex].Header.Format;
+        Builder.Sections[SectionIndex].Header.Format = NoCompression;
+    }
     uint8 *Buffer = 0;
     int32 Size = 0;
     bool Result = LayOutFile(Builder, Native);
@@ -652,10 +662,12 @@ static bool LayOutAndConvertFile(file_builder &Builder, file_writer *Writer)
     }
     DeleteFileWriter(Native);
     file_reader *Reader = Result ? CreateMemoryFileReader(Size, Buffer) : 0;
-    Result = Reader && PlatformConvertReaderToWriter(Reader, Writer, Builder.PlatformMagicValue,
-                                                     Builder.ExcludeTypeTreeInConversion);
+    // A converted file keeps its type tree whatever ExcludeTypeTreeInConversion says.
+    Result = Reader && PlatformConvertReaderToWriterWithFormats(Reader, Writer, Builder.PlatformMagicValue,
+                                                                Builder.SectionCount, Formats);
     if (Reader) CloseFileReader(Reader);
     if (Buffer) FreeMemoryWriterBuffer(Buffer);
+    TesselFree(Formats);
     return Result;
 }
 

@@ -260,6 +260,9 @@ struct platform_conversion
     uint32 SortedCount;
     int32 SectionCount;
     section_conversion *Sections;
+    // Compression of the target's sections when not the source's.
+    int32 FormatCount;
+    uint32 const *Formats;
 };
 
 void FreeConversion(platform_conversion &State)
@@ -1096,7 +1099,8 @@ bool ConvertFile(platform_conversion &State, file_reader *Reader, file_writer *W
         Section.SourceStreamStart[2] = Source.First8Bit;
         Section.SourceStreamStart[3] = Source.ExpandedDataSize;
         Section.Alignment = Source.InternalAlignment ? Source.InternalAlignment : 1;
-        Section.Header.Format = Source.Format == Trove0Compression ? (uint32)Trove1Compression : Source.Format;
+        uint32 Format = Index < State.FormatCount ? State.Formats[Index] : Source.Format;
+        Section.Header.Format = Format == Trove0Compression ? (uint32)Trove1Compression : Format;
         Section.Header.InternalAlignment = Source.InternalAlignment;
     }
     if (RootTypeIsRaw(File)) {
@@ -1127,8 +1131,10 @@ bool ConvertFile(platform_conversion &State, file_reader *Reader, file_writer *W
 
 } // namespace
 
-bool PlatformConvertLoadedFileToWriter(file_reader *Reader, loaded_file const &Source, file_writer *Target,
-                                       file_magic_block const &TargetMagic)
+namespace {
+
+bool ConvertLoadedFile(file_reader *Reader, loaded_file const &Source, file_writer *Target,
+                       file_magic_block const &TargetMagic, int32 FormatCount, uint32 const *Formats)
 {
     CheckPointer(Reader, ConversionCategory, false);
     CheckPointer(Target, ConversionCategory, false);
@@ -1146,6 +1152,8 @@ bool PlatformConvertLoadedFileToWriter(file_reader *Reader, loaded_file const &S
                       "PlatformConvertReaderToWriter called when Source and Dest Magic values match.");
     }
     State.File = &Source;
+    State.FormatCount = Formats ? FormatCount : 0;
+    State.Formats = Formats;
     State.SourcePointerBits = SourceBits;
     State.SourcePointerSize = (uint32)SourceBits / 8;
     State.SourceLittleEndian = SourceLittleEndian;
@@ -1161,18 +1169,33 @@ bool PlatformConvertLoadedFileToWriter(file_reader *Reader, loaded_file const &S
     return Result;
 }
 
+} // namespace
+
+bool PlatformConvertLoadedFileToWriter(file_reader *Reader, loaded_file const &Source, file_writer *Target,
+                                       file_magic_block const &TargetMagic)
+{
+    return ConvertLoadedFile(Reader, Source, Target, TargetMagic, 0, 0);
+}
+
 bool PlatformConvertReaderToWriter(file_reader *Source, file_writer *Target, file_magic_block const &TargetMagic,
                                    bool ExcludeTypeTree)
 {
     // A converted file always keeps its type tables; the flag has no effect.
     (void)ExcludeTypeTree;
+    return PlatformConvertReaderToWriterWithFormats(Source, Target, TargetMagic, 0, 0);
+}
+
+bool PlatformConvertReaderToWriterWithFormats(file_reader *Source, file_writer *Target,
+                                              file_magic_block const &TargetMagic, int32 FormatCount,
+                                              uint32 const *Formats)
+{
     CheckPointer(Source, LogCategory_FileReading, false);
     loaded_file *File = LoadStoredFileFromReader(Source);
     if (!File) {
         TesselError(LogCategory_FileReading, "PlatformConvertReaderToWriter: reading the source file failed");
         return false;
     }
-    bool Result = PlatformConvertLoadedFileToWriter(Source, *File, Target, TargetMagic);
+    bool Result = ConvertLoadedFile(Source, *File, Target, TargetMagic, FormatCount, Formats);
     FreeLoadedFile(File);
     return Result;
 }

@@ -27,6 +27,14 @@ struct loaded_file;
 bool PlatformConvertReaderToWriter(file_reader *Source, file_writer *Target, file_magic_block const &TargetMagic,
                                    bool ExcludeTypeTree);
 
+// The same with the compression of each target section given (Formats[i]
+// for section i < FormatCount) instead of kept from the source: the file
+// builder lays out its own form uncompressed and lets the conversion
+// compress once.
+bool PlatformConvertReaderToWriterWithFormats(file_reader *Source, file_writer *Target,
+                                              file_magic_block const &TargetMagic, int32 FormatCount,
+                                              uint32 const *Formats);
+
 // The same for a file that the reader has already loaded (in its stored
 // pointer size); Reader is the one it was loaded from.
 bool PlatformConvertLoadedFileToWriter(file_reader *Reader, loaded_file const &Source, file_writer *Target,
