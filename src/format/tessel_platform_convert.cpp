@@ -873,9 +873,19 @@ bool TranslateSlot(platform_conversion const &State, file_section_reference Slot
     }
     type_layout const &Layout = State.Layouts.Items[Extent.Layout];
     uint32 const SP = State.SourcePointerSize, DP = State.DestPointerSize;
-    for (uint32 Index = 0; Index < Layout.OpCount; ++Index) {
-        member_op const &Op = State.Ops.Items[Layout.FirstOp + Index];
-        if (Op.Kind == ScalarRun || Rest < Op.SourceOffset) continue;
+    // The operations follow each other without overlap: the slot lies in the
+    // last one that starts at or before it.
+    member_op const *Ops = State.Ops.Items + Layout.FirstOp;
+    uint32 Low = 0, High = Layout.OpCount;
+    while (Low < High) {
+        uint32 Middle = Low + (High - Low) / 2;
+        if (Ops[Middle].SourceOffset <= Rest)
+            Low = Middle + 1;
+        else
+            High = Middle;
+    }
+    if (Low > 0) {
+        member_op const &Op = Ops[Low - 1];
         uint32 At = Rest - Op.SourceOffset;
         uint32 Delta = NoIndex;
         switch (Op.Kind) {
