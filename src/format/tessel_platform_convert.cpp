@@ -876,16 +876,16 @@ bool TranslateSlot(platform_conversion const &State, file_section_reference Slot
     // The operations follow each other without overlap: the slot lies in the
     // last one that starts at or before it.
     member_op const *Ops = State.Ops.Items + Layout.FirstOp;
-    uint32 Low = 0, High = Layout.OpCount;
-    while (Low < High) {
-        uint32 Middle = Low + (High - Low) / 2;
+    uint32 First = 0, Last = Layout.OpCount;
+    while (First < Last) {
+        uint32 Middle = First + (Last - First) / 2;
         if (Ops[Middle].SourceOffset <= Rest)
-            Low = Middle + 1;
+            First = Middle + 1;
         else
-            High = Middle;
+            Last = Middle;
     }
-    if (Low > 0) {
-        member_op const &Op = Ops[Low - 1];
+    if (First > 0) {
+        member_op const &Op = Ops[First - 1];
         uint32 At = Rest - Op.SourceOffset;
         uint32 Delta = NoIndex;
         switch (Op.Kind) {
