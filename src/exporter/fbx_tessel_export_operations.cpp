@@ -6,12 +6,12 @@
 #include "exporter/tessel_scene_parser.h"
 #include "format/tessel_file_builder.h"
 #include "foundation/tessel_log.h"
+#include "foundation/tessel_version.h"
 #include "settings/tessel_setting_ids.h"
 #include "platform/tessel_platform.h"
 #include "settings/tessel_export_ui_tunneling.h"
 
-// Setting ids and choice ids the driver reads.
-static char const ExportTitle[] = "Tessel 2.8.21.0 is Exporting a TS2 File";
+static char const ExportTitle[] = "Tessel " TESSEL_VERSION_STRING " is Exporting a TS2 File";
 static char const TemporaryFileRoot[] = "export_buffer";
 
 // Magic value and 16 zero bytes per platform.

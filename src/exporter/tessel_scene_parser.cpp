@@ -12,6 +12,7 @@
 #include "foundation/tessel_log.h"
 #include "settings/tessel_setting_ids.h"
 #include "foundation/tessel_memory.h"
+#include "foundation/tessel_version.h"
 #include "settings/tessel_export_ui_tunneling.h"
 
 // Setting ids the pipeline reads from the file settings.
@@ -23,7 +24,7 @@ enum
 };
 
 char const *const ExportStageNames[6] = {"Textures", "Materials", "Skeletons", "Meshes", "Models", "Animations"};
-char const ExporterName[] = "Tessel Standard Exporter, SDK version 2.8.21.0";
+char const ExporterName[] = "Tessel Standard Exporter, SDK version " TESSEL_VERSION_STRING;
 
 // The object types whose section a file setting can choose, by the id of
 // that setting.
@@ -307,10 +308,10 @@ static exporter_info *MakeExporterInfo(scene_export_state *State)
     if (!Info) return 0;
     memset(Info, 0, sizeof(*Info));
     Info->ExporterName = MapString(State->Strings, ExporterName);
-    Info->ExporterMajorRevision = 2;
-    Info->ExporterMinorRevision = 8;
-    Info->ExporterCustomization = 0;
-    Info->ExporterBuildNumber = 21;
+    Info->ExporterMajorRevision = TESSEL_VERSION_MAJOR;
+    Info->ExporterMinorRevision = TESSEL_VERSION_MINOR;
+    Info->ExporterCustomization = TESSEL_VERSION_CUSTOMIZATION;
+    Info->ExporterBuildNumber = TESSEL_VERSION_BUILD;
     return Info;
 }
 

@@ -55,5 +55,5 @@ bool ReadFbxTakes(KFbx &Fbx, fbx_field const *Takes, KFbxScene *Scene, fbx_objec
 class KFCurve;
 bool ReadFbxChannelCurve(KFbx &Fbx, fbx_field const *Channel, KFCurve *Curve);
 
-// Applies the scene's time mode to the process-wide default.
+// Sets the mode the scene counts frames in from the file's time mode.
 void ApplyFbxSceneTimeMode(KFbxScene *Scene);
