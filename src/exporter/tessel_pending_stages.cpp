@@ -12,10 +12,6 @@ bool FillMaterial(scene_export_state *State, tool_material *Material)
 {
     return true;
 }
-bool SampleBoneAnimation(scene_export_state *State, tool_animation *Animation, export_progress *Progress)
-{
-    return true;
-}
 bool SampleVertexAnimation(scene_export_state *State, tool_animation *Animation, export_progress *Progress)
 {
     return true;

@@ -148,7 +148,15 @@ bool KFbxLayerContainer::CopyLayersTo(KFbxLayerContainer &Other) const
     fbx_array<KFbxLayerElement *> Copies;
     for (int32 Index = 0; Index < mElements.Count; ++Index) {
         KFbxLayerElement *Copy = mElements[Index]->Clone();
-        if (!Copy || !Copies.Add(Copy) || !Other.AdoptLayerElement(Copy)) {
+        if (!Copy) {
+            return false;
+        }
+        // Until it is adopted the copy is ours to free.
+        if (!Copies.Add(Copy)) {
+            FbxDelete(Copy);
+            return false;
+        }
+        if (!Other.AdoptLayerElement(Copy)) {
             return false;
         }
     }

@@ -581,13 +581,24 @@ void PushTriangle(mesh_builder *Builder)
         TesselWarning(LogCategory_MeshBuilder, "%s %d is out of range [0, %d)", "Material", Material, Materials);
         Material = 0;
     }
-    int32 Triangle = Builder->TriangleCount++;
+    int32 Triangle = Builder->TriangleCount;
     int32 First = -1;
-    NewStackUnits(Builder->TriangleVertices, 3, &First, 0);
+    // Out of memory: the triangle is dropped (the refused allocation
+    // already fails the export).
+    if (!NewStackUnits(Builder->TriangleVertices, 3, &First, 0)) {
+        ClearCurrentTriangle(Builder);
+        return;
+    }
+    int32 *Next = (int32 *)NewStackUnit(Builder->NextInMaterial, 0);
+    if (!Next) {
+        PopStackUnits(Builder->TriangleVertices, 3);
+        ClearCurrentTriangle(Builder);
+        return;
+    }
+    ++Builder->TriangleCount;
     for (int32 Corner = 0; Corner < 3; ++Corner) {
         StackInt(Builder->TriangleVertices, First + Corner) = WeldCorner(Builder, Corner, Triangle);
     }
-    int32 *Next = (int32 *)NewStackUnit(Builder->NextInMaterial, 0);
     if (Builder->MaterialHead[Material] == -1) ++Builder->UsedMaterialCount;
     *Next = Builder->MaterialHead[Material];
     Builder->MaterialHead[Material] = Triangle;

@@ -196,8 +196,13 @@ TEST(RunExport, SceneObjectsAreCountedAndNamedInStageOrder)
     }
     std::vector<std::pair<std::string, std::string>> Expected = {
         {"Skeletons", "Root"},   {"Meshes", "Arm"},      {"Models", "Root"},
-        {"Animations", "Idle"},  {"Animations", "Wave"}, // newest first
-        {"I/O", "Writing file"}, {"Packaging file", ""}, {"Export Complete", ""}};
+        // Newest first; each animation steps through its sampling, its
+        // compression and then every bone as its curves come in.
+        {"Animations", "Idle"},  {"Animations", "Sampling bones"}, {"Animations", "Compressing bones"},
+        {"Animations", "Root"},  {"Animations", "Upper"},          {"Animations", "Lower"},
+        {"Animations", "Wave"},  {"Animations", "Sampling bones"}, {"Animations", "Compressing bones"},
+        {"Animations", "Root"},  {"Animations", "Upper"},          {"Animations", "Lower"},
+        {"I/O", "Writing file"}, {"Packaging file", ""},           {"Export Complete", ""}};
     EXPECT_EQ(Steps, Expected);
     // One model, one mesh, the three closing steps, and per animation one
     // step plus two and one per animated bone.

@@ -115,8 +115,12 @@ TEST(InspectCommand, HeaderOnlyAndArrayLimitsOfTS2Files)
     for (auto const &Cut : Default) EXPECT_EQ(Cut.first, 16);
     ASSERT_GT(Short.size(), Default.size());
     for (auto const &Cut : Short) EXPECT_EQ(Cut.first, 2);
-    for (auto const &Cut : Default) {
-        EXPECT_NE(std::find(Short.begin(), Short.end(), std::make_pair(2, Cut.second)), Short.end()) << Cut.second;
+    // Arrays inside elements that the short listing leaves out (the curves
+    // of later tracks) show only in the long one; the reverse holds.
+    for (auto const &Cut : Short) {
+        if (Cut.second <= 16) continue;
+        EXPECT_NE(std::find(Default.begin(), Default.end(), std::make_pair(16, Cut.second)), Default.end())
+            << Cut.second;
     }
     EXPECT_TRUE(CutArrays(All.Output).empty());
     EXPECT_GT(All.Output.size(), Full.Output.size());
