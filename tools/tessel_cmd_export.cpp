@@ -1,10 +1,12 @@
-// tessel export IN OUT [--animdefs FILE] [--settings FILE]
+// tessel export IN OUT [--animdefs FILE] [--settings FILE] [--threads N]
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <unistd.h>
 
 #include <rapidxml/rapidxml.hpp>
 
+#include "animation/tessel_compression_queue.h"
 #include "fbx_tool/fbx_tessel.h"
 #include "foundation/tessel_log.h"
 #include "platform/tessel_platform.h"
@@ -12,7 +14,7 @@
 
 static void PrintExportUsage(FILE *Stream)
 {
-    fprintf(Stream, "usage: tessel export INPUT.fbx OUTPUT.ts2 [--animdefs FILE] [--settings FILE]\n"
+    fprintf(Stream, "usage: tessel export INPUT.fbx OUTPUT.ts2 [--animdefs FILE] [--settings FILE] [--threads N]\n"
                     "\n"
                     "Converts an FBX scene (binary or ASCII, FBX 6 or 7) to a TS2 file.\n"
                     "\n"
@@ -21,6 +23,8 @@ static void PrintExportUsage(FILE *Stream)
                     "                   elements cut the timeline into named animations; without it\n"
                     "                   every take becomes one animation\n"
                     "  --settings FILE  settings file to apply before the export (see 'tessel settings')\n"
+                    "  --threads N      curve fitting workers, 1 to 64 (default: the processor count,\n"
+                    "                   at most 8); the file is the same for any N\n"
                     "  -h, --help       show this text\n"
                     "\n"
                     "The exit status is 0 only when the output file was written.\n");
@@ -114,6 +118,15 @@ int RunExportCommand(int ArgumentCount, char **Arguments)
                 return 2;
             }
             (Argument[2] == 'a' ? AnimationDefPath : SettingsPath) = Arguments[++Index];
+        } else if (strcmp(Argument, "--threads") == 0) {
+            char *End = 0;
+            long Count = Index + 1 < ArgumentCount ? strtol(Arguments[Index + 1], &End, 10) : 0;
+            if (!End || *End || Count < 1 || Count > 64) {
+                fprintf(stderr, "tessel export: --threads needs a number from 1 to 64\n");
+                return 2;
+            }
+            SetCompressionThreadCount((int32)Count);
+            ++Index;
         } else if (Argument[0] == '-' && Argument[1]) {
             fprintf(stderr, "tessel export: unknown option '%s'\n\n", Argument);
             PrintExportUsage(stderr);
