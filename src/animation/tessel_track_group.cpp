@@ -3,6 +3,7 @@
 #include "animation/tessel_curve.h"
 #include "foundation/tessel_log.h"
 #include "foundation/tessel_string.h"
+#include "geometry/tessel_transform.h"
 
 namespace {
 
@@ -94,4 +95,25 @@ bool SetSharedIdentityCurve(curve2 &Curve, int32 Dimension)
     Curve.CurveData.Type = CurveDataDaIdentityType;
     Curve.CurveData.Object = Record;
     return true;
+}
+
+void SampleTransformTrack(transform_track const &Track, real32 Duration, real32 t, transform &Result)
+{
+    real32 Position[3] = {0, 0, 0};
+    real32 Orientation[4] = {0, 0, 0, 1};
+    real32 ScaleShear[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+    real32 const ZeroPosition[3] = {0, 0, 0};
+    real32 const UnitOrientation[4] = {0, 0, 0, 1};
+    real32 const UnitScaleShear[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+    if (Track.PositionCurve.CurveData.Object) {
+        EvaluateCurve(3, false, Track.PositionCurve, Duration, t, Position, ZeroPosition);
+    }
+    if (Track.OrientationCurve.CurveData.Object) {
+        EvaluateCurve(4, true, Track.OrientationCurve, Duration, t, Orientation, UnitOrientation);
+    }
+    if (Track.ScaleShearCurve.CurveData.Object) {
+        EvaluateCurve(9, false, Track.ScaleShearCurve, Duration, t, ScaleShear, UnitScaleShear);
+    }
+    NormalizeQuaternion(Orientation);
+    SetTransform(Result, Position, Orientation, ScaleShear);
 }

@@ -39,3 +39,8 @@ bool SetSharedIdentityCurve(curve2 &Curve, int32 Dimension);
 
 // Three-way name order of tracks (byte by byte).
 int32 CompareTrackNames(char const *A, char const *B);
+
+// A transform track's value at time t of an animation of the given
+// Duration, as a runtime sees it: an empty or identity curve gives the
+// identity part, the orientation is normalised. Flags are recomputed.
+void SampleTransformTrack(transform_track const &Track, real32 Duration, real32 t, transform &Result);

@@ -1,0 +1,257 @@
+// Bone animation: what SampleBoneAnimation leaves in the file for scenes of
+// known motion, and the cases at the edges of its timing and root rules.
+#include <cstring>
+
+#include "skeleton_test_support.h"
+#include "exporter/tessel_skeleton_export.h"
+
+#include "animation/tessel_curve.h"
+#include "animation/tessel_track_group.h"
+#include "exporter/tessel_export_stages.h"
+#include "geometry/tessel_transform.h"
+#include "settings/tessel_requester.h"
+#include "settings/tessel_setting_ids.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+
+namespace {
+
+// A stage state with room for the animations and their groups.
+struct animation_fixture : stage_fixture
+{
+    bool Begin(fbx_test_scene const &Scene, animation_def *Defs = nullptr, int32 DefCount = 0)
+    {
+        if (!stage_fixture::Begin(Scene, Defs, DefCount)) return false;
+        int32 Animations = State.Graph->AnimationCount;
+        State.FileInfo.Animations = ArenaPush<animation *>(State.Arena, Animations);
+        State.FileInfo.TrackGroups = ArenaPush<track_group *>(State.Arena, Animations * State.Graph->ModelCount);
+        return true;
+    }
+
+    tool_animation *AnimationNamed(char const *Name)
+    {
+        for (tool_animation *A = State.Graph->FirstAnimation; A; A = A->Next)
+            if (std::string(GetAnimationName(Tool, A, nullptr)) == Name) return A;
+        return nullptr;
+    }
+
+    animation *Sample(tool_animation *Animation)
+    {
+        int32 Before = State.FileInfo.AnimationCount;
+        EXPECT_TRUE(SampleBoneAnimation(&State, Animation, nullptr));
+        return State.FileInfo.AnimationCount > Before ? State.FileInfo.Animations[Before] : nullptr;
+    }
+
+    // Every model's and bone's track settings of the (only) animation.
+    template <typename visit>
+    void ForEachBoneSettings(visit Visit)
+    {
+        for (tool_node *Node = State.Graph->FirstNode; Node; Node = Node->NextInGraph) Visit(Node->TrackSettings);
+    }
+};
+
+void SetBool(settings_node *Node, int32 Id, bool Value)
+{
+    setting *Setting = FindSetting(Node, Id);
+    ASSERT_NE(Setting, nullptr) << Id;
+    ASSERT_TRUE(SetSettingBool(Setting, Value));
+}
+
+void SetChoice(settings_node *Node, int32 Id, int32 Choice)
+{
+    setting *Setting = FindSetting(Node, Id);
+    ASSERT_NE(Setting, nullptr) << Id;
+    ASSERT_TRUE(SetSettingChoice(Setting, Choice));
+}
+
+transform_track const *TrackNamed(track_group const &Group, char const *Name)
+{
+    int32 Index = -1;
+    return FindTrackByName(&Group, Name, Index) ? &Group.TransformTracks[Index] : nullptr;
+}
+
+real32 AngleBetween(real32 const *A, real32 const *B)
+{
+    real32 Dot = std::fabs(A[0] * B[0] + A[1] * B[1] + A[2] * B[2] + A[3] * B[3]);
+    return 2.0f * std::acos(std::fmin(1.0f, Dot)) * 57.29578f;
+}
+
+// A walk: the root moves 30 units along X (beyond the default 10 units
+// below which an axis counts as still) over the take while Upper swings.
+fbx_test_scene WalkScene()
+{
+    fbx_test_scene Scene = MakeFbxTestArmScene();
+    Scene.Takes.resize(1);
+    fbx_test_take &Take = Scene.Takes[0];
+    Take.Name = "Walk";
+    Take.Start = 0;
+    Take.Stop = FbxFrameTicks(20);
+    fbx_test_curve X;
+    X.Node = 0;
+    X.Channel = 'T';
+    X.Axis = 0;
+    X.Keys = {{0, 0.0f}, {FbxFrameTicks(20), 30.0f}};
+    fbx_test_curve Swing;
+    Swing.Node = 1;
+    Swing.Channel = 'R';
+    Swing.Axis = 2;
+    Swing.Keys = {{0, -90.0f}, {FbxFrameTicks(10), -30.0f}, {FbxFrameTicks(20), -90.0f}};
+    Take.Curves = {X, Swing};
+    return Scene;
+}
+
+} // namespace
+
+TEST(BoneAnimation, CurvesReproduceTheSampledLocalsAtEveryFrame)
+{
+    // Smooth motion only: steps and creases need jumps and creases, which
+    // are off by default.
+    fbx_test_scene Scene = MakeFbxTestArmScene();
+    for (fbx_test_take &Take : Scene.Takes)
+        for (fbx_test_curve &Curve : Take.Curves)
+            for (fbx_test_key &Key : Curve.Keys) Key.Interpolation = FbxTestCubic;
+    animation_fixture F;
+    ASSERT_TRUE(F.Begin(Scene));
+    tool_animation *Wave = F.AnimationNamed("Wave");
+    ASSERT_NE(Wave, nullptr);
+    // Oversampling 1 on an even frame count: the step is a frame and the
+    // duration exactly the take's 30 frames.
+    ASSERT_TRUE(SetSettingSliderPosition(FindSetting(Wave->Settings, SettingId_Oversampling), 1));
+    for (tool_model *Model = FirstModel(F.State.Graph); !IsModelEnd(F.State.Graph, Model); Model = NextModel(Model))
+        SetBool(Model->TrackSettings, SettingId_MoveToOrigin, false);
+    animation *Result = F.Sample(Wave);
+    ASSERT_NE(Result, nullptr);
+    EXPECT_EQ(Result->Oversampling, 1.0f);
+    EXPECT_FLOAT_EQ(Result->TimeStep, 1.0f / 30.0f);
+    EXPECT_EQ(Result->Duration, Result->TimeStep * 30.0f);
+    ASSERT_EQ(Result->TrackGroupCount, 1);
+    track_group const &Group = *Result->TrackGroups[0];
+    EXPECT_EQ(Group.AccumulationFlags, 2);
+    for (char const *Name : {"Root", "Upper", "Lower"}) {
+        transform_track const *Track = TrackNamed(Group, Name);
+        ASSERT_NE(Track, nullptr) << Name;
+        tool_node *Node = F.NodeNamed(Name);
+        real32 WorstPosition = 0.0f, WorstAngle = 0.0f;
+        for (int32 Frame = 0; Frame <= 30; ++Frame) {
+            SetAnimationSampleTime(F.Tool, Wave, Frame, 30);
+            transform Expected, World;
+            GetNodeTransforms(F.Tool, Node, &Expected, &World);
+            transform Stored;
+            SampleTransformTrack(*Track, Result->Duration, Result->TimeStep * (real32)Frame, Stored);
+            for (int32 i = 0; i < 3; ++i)
+                WorstPosition = std::fmax(WorstPosition, std::fabs(Stored.Position[i] - Expected.Position[i]));
+            WorstAngle = std::fmax(WorstAngle, AngleBetween(Stored.Orientation, Expected.Orientation));
+        }
+        // Within the default tolerances (0.01 units, 0.1 degrees) and what
+        // quantisation adds on top.
+        EXPECT_LT(WorstPosition, 0.02f) << Name << " " << CurveGetFormat(Track->PositionCurve) << " "
+                                        << CurveGetKnotCount(Track->PositionCurve);
+        EXPECT_LT(WorstAngle, 0.3f) << Name << " " << CurveGetFormat(Track->OrientationCurve) << " "
+                                    << CurveGetKnotCount(Track->OrientationCurve);
+    }
+    // Root's constant keys keep it still at the take's start; nothing scales.
+    EXPECT_TRUE(CurveIsIdentity(TrackNamed(Group, "Lower")->ScaleShearCurve));
+}
+
+TEST(BoneAnimation, EmptyRangeGivesOneStillPose)
+{
+    static char Name[] = "Still";
+    animation_def Def = {Name, 12, 12};
+    animation_fixture F;
+    ASSERT_TRUE(F.Begin(MakeFbxTestArmScene(), &Def, 1));
+    tool_animation *Still = F.AnimationNamed("Still");
+    ASSERT_NE(Still, nullptr);
+    animation *Result = F.Sample(Still);
+    ASSERT_NE(Result, nullptr);
+    EXPECT_EQ(Result->Duration, 0.0f);
+    ASSERT_EQ(Result->TrackGroupCount, 1);
+    track_group const &Group = *Result->TrackGroups[0];
+    ASSERT_GT(Group.TransformTrackCount, 0);
+    for (int32 Index = 0; Index < Group.TransformTrackCount; ++Index) {
+        transform_track const &Track = Group.TransformTracks[Index];
+        EXPECT_TRUE(CurveIsConstantOrIdentity(Track.PositionCurve)) << Track.Name;
+        EXPECT_TRUE(CurveIsConstantOrIdentity(Track.OrientationCurve)) << Track.Name;
+    }
+}
+
+TEST(BoneAnimation, RawSamplesWithAndWithoutReduction)
+{
+    for (bool Reduce : {true, false}) {
+        animation_fixture F;
+        ASSERT_TRUE(F.Begin(MakeFbxTestArmScene()));
+        F.ForEachBoneSettings([&](settings_node *Settings) {
+            SetBool(Settings, SettingId_CompressAnimationData, false);
+            SetBool(Settings, SettingId_ReduceCurvesWherePossible, Reduce);
+        });
+        tool_animation *Wave = F.AnimationNamed("Wave");
+        animation *Result = F.Sample(Wave);
+        ASSERT_NE(Result, nullptr);
+        ASSERT_EQ(Result->TrackGroupCount, 1);
+        track_group const &Group = *Result->TrackGroups[0];
+        transform_track const *Lower = TrackNamed(Group, "Lower");
+        ASSERT_NE(Lower, nullptr);
+        int32 const SampleCount = 30 * 2 + 1;
+        // Lower turns: its orientation keeps every sample.
+        EXPECT_EQ(CurveGetFormat(Lower->OrientationCurve), CurveFormat_DaKeyframes32f);
+        EXPECT_EQ(CurveGetKnotCount(Lower->OrientationCurve), SampleCount);
+        if (Reduce) {
+            // An unscaled bone stays at the identity; a still position is a
+            // constant elsewhere.
+            EXPECT_EQ(CurveGetFormat(Lower->ScaleShearCurve), CurveFormat_DaIdentity);
+            EXPECT_EQ(CurveGetFormat(Lower->PositionCurve), CurveFormat_D3Constant32f);
+        } else {
+            EXPECT_EQ(CurveGetFormat(Lower->ScaleShearCurve), CurveFormat_DaKeyframes32f);
+            EXPECT_EQ(CurveGetKnotCount(Lower->PositionCurve), SampleCount);
+        }
+    }
+}
+
+TEST(BoneAnimation, ModelWithoutIncludedBonesHasNoGroup)
+{
+    animation_fixture F;
+    ASSERT_TRUE(F.Begin(MakeFbxTestArmScene()));
+    F.ForEachBoneSettings([](settings_node *Settings) { SetBool(Settings, SettingId_IncludeDataInExport, false); });
+    animation *Result = F.Sample(F.AnimationNamed("Wave"));
+    ASSERT_NE(Result, nullptr);
+    EXPECT_EQ(Result->TrackGroupCount, 0);
+    EXPECT_EQ(F.State.FileInfo.TrackGroupCount, 0);
+    EXPECT_STREQ(Result->Name, "Wave");
+}
+
+TEST(BoneAnimation, RootIsTheShallowestBoneAndWalksAreExtracted)
+{
+    // Root motion on the walk: the root is "Root" (depth 0) even though the
+    // graph lists other bones first; the start moves to the placement and
+    // the straight walk becomes the loop translation.
+    for (int32 Choice : {Choice_ConstantMotionExtractionCME, Choice_VariableDeltaAccumulationVDA}) {
+        animation_fixture F;
+        ASSERT_TRUE(F.Begin(WalkScene()));
+        tool_animation *Walk = F.AnimationNamed("Walk");
+        ASSERT_NE(Walk, nullptr);
+        for (tool_model *Model = FirstModel(F.State.Graph); !IsModelEnd(F.State.Graph, Model); Model = NextModel(Model))
+            SetChoice(Model->TrackSettings, SettingId_RootMotionType, Choice);
+        animation *Result = F.Sample(Walk);
+        ASSERT_NE(Result, nullptr);
+        ASSERT_EQ(Result->TrackGroupCount, 1);
+        track_group const &Group = *Result->TrackGroups[0];
+        transform_track const *Root = TrackNamed(Group, "Root");
+        ASSERT_NE(Root, nullptr);
+        transform Start, End;
+        SampleTransformTrack(*Root, Result->Duration, 0.0f, Start);
+        SampleTransformTrack(*Root, Result->Duration, Result->Duration, End);
+        EXPECT_NEAR(Start.Position[0], 0.0f, 0.011f) << Choice;
+        if (Choice == Choice_ConstantMotionExtractionCME) {
+            EXPECT_EQ(Group.AccumulationFlags, 0x3);
+            EXPECT_NEAR(Group.LoopTranslation[0], 30.0f, 1e-3f);
+            EXPECT_NEAR(End.Position[0], 0.0f, 0.011f); // the walk is taken out
+            EXPECT_EQ(Group.PeriodicLoop, nullptr);
+        } else {
+            EXPECT_EQ(Group.AccumulationFlags, 0x6); // the motion mask stays 0
+            EXPECT_EQ(Group.LoopTranslation[0], 0.0f);
+            EXPECT_NEAR(End.Position[0], 30.0f, 0.011f);
+        }
+    }
+}
