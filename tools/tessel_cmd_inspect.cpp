@@ -20,6 +20,8 @@ static void PrintInspectHelp(FILE *Stream)
                     "  --max-elements N    print at most N elements of each array (text: 16,\n"
                     "                      JSON: all; 0 means all)\n"
                     "  --vertices N        list the first N vertices of each mesh\n"
+                    "  --sample TIME       print every bone's local and world transform at TIME\n"
+                    "                      seconds of each animation, from the stored curves\n"
                     "\n"
                     "FBX files: see the options of the FBX inspector (--json, --vertices N, ...).\n");
 }

@@ -18,6 +18,7 @@
 #include "foundation/tessel_string.h"
 #include "tessel_commands.h"
 #include "tessel_inspect_meshes.h"
+#include "tessel_inspect_animations.h"
 #include "tessel_inspect_skeletons.h"
 
 namespace {
@@ -534,6 +535,8 @@ void PrintLogToStderr(int32 Level, int32, char const *, int32, char const *Messa
 int InspectTS2File(char const *Path, int ArgumentCount, char **Arguments)
 {
     bool Json = false, HeaderOnly = false;
+    bool Sample = false;
+    double SampleTime = 0.0;
     long MaxElements = -1;
     long Vertices = 0;
     for (int Index = 0; Index < ArgumentCount; ++Index) {
@@ -549,6 +552,14 @@ int InspectTS2File(char const *Path, int ArgumentCount, char **Arguments)
                 fprintf(stderr, "tessel inspect: --max-elements needs a count, not '%s'\n", Arguments[Index]);
                 return 2;
             }
+        } else if (strcmp(Argument, "--sample") == 0 && Index + 1 < ArgumentCount) {
+            char *End = 0;
+            SampleTime = strtod(Arguments[++Index], &End);
+            if (*End || !(SampleTime >= 0.0)) {
+                fprintf(stderr, "tessel inspect: --sample needs a time in seconds, not '%s'\n", Arguments[Index]);
+                return 2;
+            }
+            Sample = true;
         } else if (strcmp(Argument, "--vertices") == 0 && Index + 1 < ArgumentCount) {
             char *End = 0;
             Vertices = strtol(Arguments[++Index], &End, 10);
@@ -577,6 +588,16 @@ int InspectTS2File(char const *Path, int ArgumentCount, char **Arguments)
         return 1;
     }
 
+    if (Sample) {
+        bool Readable = Native && FileTypeMatches(*Native, Native->Header.RootObjectTypeDefinition, FileInfoType);
+        if (Readable) fputs(SampleAnimations(*Native, SampleTime, Json).c_str(), stdout);
+        if (Native != File) FreeLoadedFile(Native);
+        FreeLoadedFile(File);
+        SetLogCallback(0, 0);
+        if (!Readable) fprintf(stderr, "tessel inspect: %s holds no animations of this exporter\n", Path);
+        return Readable ? 0 : 1;
+    }
+
     inspector Inspector;
     Inspector.File = File;
     Inspector.PointerSize = (uint32)File->PointerBits / 8;
@@ -594,6 +615,11 @@ int InspectTS2File(char const *Path, int ArgumentCount, char **Arguments)
     bool StandardRoot = Native && FileTypeMatches(*Native, Native->Header.RootObjectTypeDefinition, FileInfoType);
     if (!Json && !HeaderOnly && StandardRoot) Printer.Out += DescribeSkeletonsAndModels(*Native);
     if (!Json && !HeaderOnly && StandardRoot) Printer.Out += DescribeMeshes(*Native, (int)Vertices);
+    if (!Json && !HeaderOnly && StandardRoot) Printer.Out += DescribeAnimations(*Native, false);
+    if (Json && !HeaderOnly && StandardRoot) {
+        Printer.Key("AnimationSummary");
+        Printer.Raw(DescribeAnimations(*Native, true));
+    }
     if (!HeaderOnly) {
         Printer.Key("Root");
         Inspector.Printed[LocationKey(File->Header.RootObject)] = "/Root";
