@@ -255,3 +255,101 @@ TEST(BoneAnimation, RootIsTheShallowestBoneAndWalksAreExtracted)
         }
     }
 }
+
+namespace {
+
+// Vector sources through the tool interface: the FBX tool has none, so the
+// test swaps in rows that report two of them. "lamp_visibility" stays at
+// 1; "frame" reads the tool's current time in frames.
+tool_track *VisibilityTrack = nullptr;
+
+char const *FakeTrackName(tool_interface *, tool_track *Track, string_table *)
+{
+    return Track == VisibilityTrack ? "lamp_visibility" : "frame";
+}
+int32 FakeTrackDimension(tool_interface *, tool_track *)
+{
+    return 1;
+}
+void FakeSampleTrack(tool_interface *Tool, real32 *Values, tool_track *Track, tool_animation *)
+{
+    int64 Ticks = ((fbx_tool_interface *)Tool)->CurrentTime;
+    Values[0] = Track == VisibilityTrack ? 1.0f : (real32)((double)Ticks / (double)FbxFrameTicks(1));
+}
+
+tool_track *AddTrack(tool_node_graph *Graph, tool_model *Model)
+{
+    tool_track *Track = (tool_track *)TesselAllocate(sizeof(tool_track));
+    memset(Track, 0, sizeof(*Track));
+    Track->Model = Model;
+    Track->NextInModel = Model->FirstTrack;
+    Model->FirstTrack = Track;
+    ++Model->TrackCount;
+    Track->NextInGraph = Graph->FirstTrack;
+    Graph->FirstTrack = Track;
+    ++Graph->TrackCount;
+    return Track;
+}
+
+} // namespace
+
+TEST(BoneAnimation, VectorTracksOnFrameBoundariesAndConstantsDropped)
+{
+    animation_fixture F;
+    ASSERT_TRUE(F.Begin(MakeFbxTestArmScene()));
+    tool_operations Operations = *F.Tool->Operations;
+    Operations.GetTrackName = FakeTrackName;
+    Operations.GetTrackDimension = FakeTrackDimension;
+    Operations.SampleTrack = FakeSampleTrack;
+    tool_operations const *Original = F.Tool->Operations;
+    F.Tool->Operations = &Operations;
+    tool_model *Model = F.ModelNamed("Root");
+    ASSERT_NE(Model, nullptr);
+    tool_track *Frame = AddTrack(F.State.Graph, Model);
+    VisibilityTrack = AddTrack(F.State.Graph, Model);
+    AddTrack(F.State.Graph, Model); // a second "frame", kept as well
+
+    tool_animation *Wave = F.AnimationNamed("Wave");
+    ASSERT_TRUE(SetSettingSliderPosition(FindSetting(Wave->Settings, SettingId_Oversampling), 3));
+    SetBool(Wave->Settings, SettingId_DontOversampleVectorTracks, true);
+    SetBool(Model->TrackSettings, SettingId_CompressAnimationData, false);
+    F.ForEachBoneSettings([](settings_node *Settings) { SetBool(Settings, SettingId_CompressAnimationData, false); });
+    animation *Result = F.Sample(Wave);
+    F.Tool->Operations = Original;
+    ASSERT_NE(Result, nullptr);
+    ASSERT_EQ(Result->TrackGroupCount, 1);
+    track_group const &Group = *Result->TrackGroups[0];
+    // Bones: 3 samples a frame; vectors: one a frame, at bone samples 0, 3, 6...
+    EXPECT_EQ(CurveGetKnotCount(TrackNamed(Group, "Lower")->OrientationCurve), 3 * 30 + 1);
+    ASSERT_EQ(Group.VectorTrackCount, 3);
+    EXPECT_STREQ(Group.VectorTracks[0].Name, "frame");
+    EXPECT_STREQ(Group.VectorTracks[2].Name, "lamp_visibility");
+    EXPECT_EQ(Group.VectorTracks[2].TrackKey, 1u);
+    curve2 const &Frames = Group.VectorTracks[0].ValueCurve;
+    ASSERT_EQ(CurveGetKnotCount(Frames), 31);
+    std::vector<real32> Values(31);
+    CurveExtractKnotValues(Frames, 0, 31, nullptr, Values.data(), nullptr);
+    for (int32 Index = 0; Index <= 30; ++Index) EXPECT_NEAR(Values[Index], (real32)Index, 1e-3f) << Index;
+    // A constant vector track goes unless its name says it is a visibility.
+    EXPECT_EQ(CurveGetKnotCount(Group.VectorTracks[2].ValueCurve), 1);
+    (void)Frame;
+
+    // Without the visibility suffix the constant track is dropped.
+    animation_fixture G;
+    ASSERT_TRUE(G.Begin(MakeFbxTestArmScene()));
+    Operations = *G.Tool->Operations;
+    Operations.GetTrackName = FakeTrackName;
+    Operations.GetTrackDimension = FakeTrackDimension;
+    Operations.SampleTrack = FakeSampleTrack;
+    Original = G.Tool->Operations;
+    G.Tool->Operations = &Operations;
+    tool_model *Other = G.ModelNamed("Root");
+    VisibilityTrack = nullptr;
+    tool_track *Still = AddTrack(G.State.Graph, Other);
+    Operations.SampleTrack = [](tool_interface *, real32 *Values, tool_track *, tool_animation *) { Values[0] = 2.0f; };
+    animation *Second = G.Sample(G.AnimationNamed("Wave"));
+    G.Tool->Operations = Original;
+    ASSERT_NE(Second, nullptr);
+    EXPECT_EQ(Second->TrackGroups[0]->VectorTrackCount, 0);
+    (void)Still;
+}
