@@ -353,3 +353,43 @@ TEST(BoneAnimation, VectorTracksOnFrameBoundariesAndConstantsDropped)
     EXPECT_EQ(Second->TrackGroups[0]->VectorTrackCount, 0);
     (void)Still;
 }
+
+TEST(BoneAnimation, RootIsTheLastOfTheShallowestBones)
+{
+    // Two top-level bones skinned by one mesh share a model; the root is
+    // the last of them in the model's bone order, and only it moves to the
+    // origin.
+    fbx_test_scene Scene = MakeFbxTestArmScene();
+    fbx_test_node Second = TestNode("Second", -1);
+    Second.Translation[0] = 5.0;
+    Second.Translation[2] = 1.0;
+    Scene.Nodes.insert(Scene.Nodes.begin() + 3, Second); // before the mesh node, which stays last
+    for (fbx_test_take &Take : Scene.Takes)
+        for (fbx_test_curve &Curve : Take.Curves)
+            if (Curve.Node >= 3) ++Curve.Node;
+    fbx_test_cluster Cluster;
+    Cluster.Bone = 3;
+    Cluster.Indexes = {0};
+    Cluster.Weights = {0.5};
+    FbxTestNodeGlobal(Scene, 3, Cluster.TransformLink);
+    Scene.Meshes[0].Clusters.push_back(Cluster);
+    Scene.Nodes[4].Mesh = 0;
+    animation_fixture F;
+    ASSERT_TRUE(F.Begin(Scene));
+    tool_node *RootNode = F.NodeNamed("Root");
+    tool_node *SecondNode = F.NodeNamed("Second");
+    ASSERT_TRUE(RootNode && SecondNode);
+    ASSERT_EQ(RootNode->Model, SecondNode->Model) << "the skin joins them";
+    tool_node *Last = nullptr;
+    for (tool_node *Node = RootNode->Model->FirstNode; Node; Node = Node->NextInModel)
+        if (Node == RootNode || Node == SecondNode) Last = Node;
+    animation *Result = F.Sample(F.AnimationNamed("Wave"));
+    ASSERT_NE(Result, nullptr);
+    ASSERT_EQ(Result->TrackGroupCount, 1);
+    track_group const &Group = *Result->TrackGroups[0];
+    bool SecondIsRoot = Last == SecondNode;
+    EXPECT_NEAR(Group.InitialPlacement.Position[0], SecondIsRoot ? 5.0f : 0.0f, 1e-4f);
+    transform Start;
+    SampleTransformTrack(*TrackNamed(Group, SecondIsRoot ? "Root" : "Second"), Result->Duration, 0.0f, Start);
+    EXPECT_NEAR(Start.Position[0], SecondIsRoot ? 0.0f : 5.0f, 0.011f) << "the other stays where it is";
+}
