@@ -119,7 +119,8 @@ bool GetPlatformReaderSize(file_reader *Base, int32 *Size)
     return true;
 }
 
-char TemporaryDirectory[260];
+// The whole of $TMPDIR is kept; a longer one is refused, never cut.
+char TemporaryDirectory[TemporaryDirectorySize];
 std::atomic<int32> UniqueCounter{0};
 
 } // namespace
@@ -139,7 +140,7 @@ void ReportPlatformError(char const *CallName, char const *File, int32 Line, boo
     int Error = errno;
     char const *Text = Error ? strerror(Error) : "unknown platform error";
     Log(Fatal ? LogLevel_Error : LogLevel_Warning, LogCategory_Platform, File, Line,
-        "%s failed with error \"%s\" at %s(%d)", CallName, Text, File, Line);
+        "%s failed with error \"%s\" at %s(%d)", CallName, Text, GetBaseFileName(File), Line);
 }
 
 file_writer *CreatePlatformFileWriter(char const *FileName, bool Truncate)
@@ -151,6 +152,22 @@ file_writer *CreatePlatformFileWriter(char const *FileName, bool Truncate)
         ReportPlatformError("open", __FILE__, __LINE__, false);
         return 0;
     }
+    return CreatePlatformFileWriterForHandle(Handle);
+}
+
+file_writer *CreateExclusiveFileWriter(char const *FileName)
+{
+    CheckPointer(FileName, LogCategory_FileWriting, 0);
+    int Handle = open(FileName, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (Handle < 0) {
+        ReportPlatformError("open", __FILE__, __LINE__, false);
+        return 0;
+    }
+    return CreatePlatformFileWriterForHandle(Handle);
+}
+
+file_writer *CreatePlatformFileWriterForHandle(int Handle)
+{
     platform_writer *Writer = (platform_writer *)TesselAllocate(sizeof(platform_writer));
     if (!Writer) {
         close(Handle);
@@ -165,17 +182,20 @@ file_writer *CreatePlatformFileWriter(char const *FileName, bool Truncate)
 file_reader *CreatePlatformFileReader(char const *FileName)
 {
     CheckPointer(FileName, LogCategory_FileReading, 0);
-    int Handle = open(FileName, O_RDONLY | O_CLOEXEC);
+    // Opened without blocking, so that a FIFO with no writer is refused
+    // rather than waited for; only regular files are read.
+    int Handle = open(FileName, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (Handle < 0) {
         ReportPlatformError("open", __FILE__, __LINE__, false);
         return 0;
     }
     struct stat Info;
-    if (fstat(Handle, &Info) != 0 || S_ISDIR(Info.st_mode)) {
-        TesselError(LogCategory_FileReading, "%s is not a readable file", FileName);
+    if (fstat(Handle, &Info) != 0 || !S_ISREG(Info.st_mode)) {
+        TesselError(LogCategory_FileReading, "%s is not a regular file", GetBaseFileName(FileName));
         close(Handle);
         return 0;
     }
+    fcntl(Handle, F_SETFL, fcntl(Handle, F_GETFL) & ~O_NONBLOCK);
     platform_reader *Reader = (platform_reader *)TesselAllocate(sizeof(platform_reader));
     if (!Reader) {
         close(Handle);
@@ -191,6 +211,11 @@ char const *GetTemporaryDirectory()
     if (!TemporaryDirectory[0]) {
         char const *Path = getenv("TMPDIR");
         if (!Path || !Path[0]) Path = "/tmp";
+        if (strlen(Path) >= sizeof(TemporaryDirectory)) {
+            TesselError(LogCategory_Platform, "The temporary directory ($TMPDIR) is longer than %d characters",
+                        (int32)sizeof(TemporaryDirectory) - 1);
+            return 0;
+        }
         CopyStringMaximum(TemporaryDirectory, (int32)sizeof(TemporaryDirectory), Path);
         int32 Length = StringLength(TemporaryDirectory);
         for (int32 Index = 0; Index < Length; ++Index) {
@@ -199,6 +224,13 @@ char const *GetTemporaryDirectory()
         while (Length > 1 && TemporaryDirectory[Length - 1] == '/') TemporaryDirectory[--Length] = 0;
     }
     return TemporaryDirectory;
+}
+
+char const *GetBaseFileName(char const *Path)
+{
+    if (!Path) return Path;
+    char const *Slash = strrchr(Path, '/');
+    return Slash ? Slash + 1 : Path;
 }
 
 bool FileExists(char const *FileName)
