@@ -82,7 +82,7 @@ bool ResolveOutputPath(char const *FileName, std::string *Target, struct stat *E
         *Target = FileName;
         return true;
     }
-    if (S_ISLNK(Info.st_mode)) {
+    if (S_ISLNK(Info.st_mode) && stat(FileName, &Info) == 0 && S_ISREG(Info.st_mode)) {
         char *Resolved = realpath(FileName, 0);
         if (!Resolved || stat(Resolved, &Info) != 0) {
             if (Resolved) free(Resolved);
@@ -91,6 +91,9 @@ bool ResolveOutputPath(char const *FileName, std::string *Target, struct stat *E
         }
         *Target = Resolved;
         free(Resolved);
+    } else if (S_ISLNK(Info.st_mode) && stat(FileName, &Info) != 0) {
+        TesselError(LogCategory_FileWriting, "%s is a link to nothing; refusing to write through it", FileName);
+        return false;
     } else {
         *Target = FileName;
     }
