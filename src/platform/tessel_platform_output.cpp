@@ -243,8 +243,10 @@ file_writer *CreateOutputFileWriter(char const *FileName)
 
     // A file with no name first: a process killed before the end leaves
     // nothing in the output's folder.
+    // The unnamed file is given its name through /proc at the end.
     mode_t Mode = Exists ? (Existing.st_mode & 07777) : 0644;
-    int Handle = open(Writer->DirectoryName, O_TMPFILE | O_WRONLY | O_CLOEXEC, Mode);
+    int Handle =
+        access("/proc/self/fd", X_OK) == 0 ? open(Writer->DirectoryName, O_TMPFILE | O_WRONLY | O_CLOEXEC, Mode) : -1;
     if (Handle >= 0) {
         Writer->Unnamed = true;
         if (Exists && fchmod(Handle, Mode) != 0) ReportPlatformError("fchmod", __FILE__, __LINE__, false);

@@ -7,6 +7,7 @@
 #include "foundation/tessel_file_io.h"
 #include "foundation/tessel_log.h"
 #include "foundation/tessel_memory.h"
+#include "platform/tessel_platform.h"
 #include "settings/tessel_export_ui.h"
 #include "settings/tessel_settings_words.h"
 
@@ -333,9 +334,14 @@ bool WriteSettingsFile(settings_node const *Root, char const *FileName)
     int32 Size = 0;
     uint8 *Buffer = WriteSettingsToMemory(Root, &Size);
     if (!Buffer) return false;
-    file_writer *Writer = CreatePlatformFileWriter(FileName, true);
+    // Replaced whole or not at all, like an exported file.
+    file_writer *Writer = CreateOutputFileWriter(FileName);
     bool Result = Writer && Write(Writer, Size, Buffer);
-    DeleteFileWriter(Writer);
+    if (Result) {
+        Result = CommitOutputFileWriter(Writer);
+    } else {
+        DeleteFileWriter(Writer);
+    }
     TesselFree(Buffer);
     if (!Result) TesselError(LogCategory_Exporter, "Unable to write settings file %s", FileName);
     return Result;
