@@ -316,6 +316,9 @@ TEST_F(SafeOutput, WarningsNameFilesWithoutTheBuildMachinesPathsAndCountsStayUns
 // test this way).
 TEST_F(SafeOutput, ExportIsCleanUnderMemcheck)
 {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "memcheck can't run a program built with the address sanitizer";
+#endif
     if (RunCommand("valgrind --version").Status != 0) GTEST_SKIP() << "valgrind is not installed";
     command_result Result =
         RunCommand("valgrind -q --error-exitcode=99 " + Quote(TesselProgramPath()) + " export " + Quote(Scene) + " " +
