@@ -67,7 +67,10 @@ static void DeleteTemporaryFiles(file_builder &Builder)
 static void FreeFileBuilder(file_builder *Builder)
 {
     CloseStreamWriters(*Builder);
-    if (Builder->UseTemporaryFiles) DeleteTemporaryFiles(*Builder);
+    if (Builder->UseTemporaryFiles && Builder->TemporaryDirectory[0]) {
+        DeleteTemporaryFiles(*Builder);
+        RemoveDirectory(Builder->TemporaryDirectory);
+    }
     StackCleanUp(Builder->FixupAllocator);
     StackCleanUp(Builder->MarshallingAllocator);
     TesselFree(Builder);
@@ -92,12 +95,16 @@ file_builder *BeginFile(int32 SectionCount, uint32 FileTypeTag, file_magic_block
 
     Builder->PlatformMagicValue = MagicBlock;
     Builder->FileTypeTag = FileTypeTag;
-    CopyStringMaximum(Builder->TemporaryDirectory, FileBuilderPathSize, TemporaryDirectory);
-    // Every builder gets names of its own: two exports, in one process or in
-    // several, never write to the same temporary file.
-    ConvertToStringArgs(FileBuilderPathSize, Builder->FileNameRoot, "%s_%d_%d", FileNameRoot, GetProcessIdentifier(),
-                        NextUniqueCounter());
+    // Every builder gets a folder of its own, made with an unguessable name
+    // and open to this user alone; its files are created exclusively, so
+    // that no one can plant a link where they go.
+    CopyStringMaximum(Builder->FileNameRoot, FileBuilderPathSize, FileNameRoot);
     Builder->UseTemporaryFiles = true;
+    if (!CreatePrivateDirectory(TemporaryDirectory, FileNameRoot, Builder->TemporaryDirectory, FileBuilderPathSize)) {
+        Builder->TemporaryDirectory[0] = 0;
+        FreeFileBuilder(Builder);
+        return 0;
+    }
     StackInitialize(Builder->FixupAllocator, sizeof(file_builder_fixup), FileBuilderUnitsPerBlock);
     StackInitialize(Builder->MarshallingAllocator, sizeof(file_builder_marshalling), FileBuilderUnitsPerBlock);
 
@@ -109,7 +116,7 @@ file_builder *BeginFile(int32 SectionCount, uint32 FileTypeTag, file_magic_block
     for (int32 SectionIndex = 0; SectionIndex < SectionCount; ++SectionIndex) {
         for (int32 StreamIndex = 0; StreamIndex < StreamCount; ++StreamIndex) {
             GetStreamFileName(*Builder, SectionIndex, StreamIndex, Name);
-            file_writer *Writer = CreatePlatformFileWriter(Name, true);
+            file_writer *Writer = CreateExclusiveFileWriter(Name);
             if (!Writer) {
                 TesselError(LogCategory_FileWriting, "Unable to create temporary file %s", Name);
                 FreeFileBuilder(Builder);
@@ -463,7 +470,7 @@ static bool StoreSection(file_builder &Builder, int32 SectionIndex)
 
     char Name[TemporaryNameSize];
     GetCompressedFileName(Builder, SectionIndex, Name);
-    file_writer *Writer = CreatePlatformFileWriter(Name, true);
+    file_writer *Writer = CreateExclusiveFileWriter(Name);
     if (!Writer) {
         TesselError(LogCategory_FileWriting, "Unable to create temporary file %s", Name);
         return false;
@@ -716,18 +723,19 @@ bool EndFile(file_builder *Builder, char const *FileName)
         AbortFile(Builder);
         return false;
     }
-    file_writer *Writer = CreatePlatformFileWriter(FileName, true);
+    // The file is built under a temporary name beside FileName and put in
+    // place only when whole: a failure at any point leaves what was at
+    // FileName untouched, and nothing else behind.
+    file_writer *Writer = CreateOutputFileWriter(FileName);
     if (!Writer) {
         TesselError(LogCategory_FileWriting, "Unable to open %s for writing", FileName);
         AbortFile(Builder);
         return false;
     }
     bool Result = EndFileToWriter(Builder, Writer);
+    if (Result) return CommitOutputFileWriter(Writer);
     DeleteFileWriter(Writer);
-    // A failed export leaves no file behind: its absence is how a host
-    // learns of the failure.
-    if (!Result) DeleteFile(FileName);
-    return Result;
+    return false;
 }
 
 void AbortFile(file_builder *Builder)
