@@ -32,9 +32,17 @@ inline uint32 HashLongKey(uint32 Key)
     return ((Key & 0x0FFFFFFFu) * 2654435761u) >> (32 - LongKeyHashBits);
 }
 
-inline uint32 FoldKey(uint32 Key, uint32 TableSize)
+// The chain table entry of a key: folded (remainder plus quotient) until it
+// fits, each division done as a multiplication by the table's reciprocal,
+// which is exact for any 32-bit key.
+inline uint32 GetBucket(trove_encoder const &Encoder, int32 Chain, uint32 Key)
 {
-    while (Key >= TableSize) Key = (Key % TableSize) + (Key / TableSize);
+    uint32 const TableSize = Encoder.HeadCount[Chain];
+    uint64 const Reciprocal = Encoder.HeadReciprocal[Chain];
+    while (Key >= TableSize) {
+        uint32 Quotient = (uint32)(((unsigned __int128)Key * Reciprocal) >> 64);
+        Key = (Key - Quotient * TableSize) + Quotient;
+    }
     return Key;
 }
 
@@ -187,7 +195,7 @@ void InsertPosition(trove_encoder &Encoder, stream_state const &Stream, uint32 P
         uint32 Key = Load32(Data + Position);
         Encoder.Runs[Slot] = Encoder.Run;
         for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
-            uint32 Bucket = FoldKey(Key & KeyMasks[Chain], Encoder.HeadCount[Chain]);
+            uint32 Bucket = GetBucket(Encoder, Chain, Key & KeyMasks[Chain]);
             if (Chain == 0) {
                 LinkShortKey(Encoder, Bucket, Slot, Key);
                 continue;
@@ -281,7 +289,27 @@ struct match_search
 {
     trove_match Best;
     double BestCost; // log2 per byte
+    // The least cost per byte any match of a length symbol can have, by
+    // symbol, whatever its distance (filled as symbols come up).
+    double LowestCost[TroveLengthAlphabet];
+    uint8 LowestCostKnown[TroveLengthAlphabet];
+    double DistanceBound;
 };
+
+// Candidates whose least possible cost is this much above the best so far
+// are passed over unpriced; the margin is far above any rounding of log2.
+double const PriceMargin = 1e-9;
+
+inline bool MayBeatBest(trove_encoder const &Encoder, uint32 Context, uint32 Symbol, uint32 Snapped,
+                        match_search &Search)
+{
+    if (!Search.LowestCostKnown[Symbol]) {
+        Search.LowestCost[Symbol] =
+            std::log2(PriceLength(Encoder, Context, Symbol) * Search.DistanceBound) / (double)Snapped;
+        Search.LowestCostKnown[Symbol] = 1;
+    }
+    return Search.LowestCost[Symbol] <= Search.BestCost + PriceMargin;
+}
 
 // Searches one chain; true when it was walked to its end.
 bool SearchChain(trove_encoder const &Encoder, stream_state const &Stream, uint32 Position, uint32 Context, int32 Chain,
@@ -289,7 +317,7 @@ bool SearchChain(trove_encoder const &Encoder, stream_state const &Stream, uint3
 {
     uint8 const *Data = Stream.Data;
     uint32 Word = Load32(Data + Position);
-    uint32 Index = Encoder.Heads[Chain][FoldKey(Word & KeyMasks[Chain], Encoder.HeadCount[Chain])];
+    uint32 Index = Encoder.Heads[Chain][GetBucket(Encoder, Chain, Word & KeyMasks[Chain])];
     trove_chain_link const *Links = Encoder.Links[Chain];
     uint32 const Mask = Encoder.RingMask;
     // The whole chain is searched: every candidate in the window is priced.
@@ -310,7 +338,7 @@ bool SearchChain(trove_encoder const &Encoder, stream_state const &Stream, uint3
             Length = MaxLength <= 4 ? MaxLength : 4 + GetMatchLength(Data, Position + 4, Candidate + 4, MaxLength - 4);
         }
         uint32 Snapped = SnapTroveMatchLength(Length);
-        if (Snapped >= 2) {
+        if (Snapped >= 2 && MayBeatBest(Encoder, Context, GetTroveLengthSymbol(Snapped), Snapped, Search)) {
             double Product = PriceLength(Encoder, Context, GetTroveLengthSymbol(Snapped)) *
                              PriceDistance(Encoder, Distance, Alphabets);
             double Cost = std::log2(Product) / (double)Snapped;
@@ -378,6 +406,8 @@ trove_match FindMatch(trove_encoder &Encoder, stream_state const &Stream, uint32
     distance_alphabets Alphabets = GetDistanceAlphabets(Position);
     if (Left < 2 || Alphabets.Window == 0) return Search.Best;
     Search.BestCost = std::log2(PriceLiteral(Encoder, Context, Position, Stream.Data[Position]));
+    Search.DistanceBound = GetDistanceBound(Encoder, Alphabets);
+    memset(Search.LowestCostKnown, 0, sizeof(Search.LowestCostKnown));
     uint32 MaxLength = Smaller(TroveMaxMatchLength, Left);
     // Every node of the shorter chains is also in the 4-byte chain, so when
     // that chain was walked to its end, the shorter ones can only add matches
@@ -579,6 +609,7 @@ void BeginTroveEncoder(trove_encoder &Encoder, void *Memory, uint32 MaxStreamSiz
     for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
         Encoder.Heads[Chain] = (uint32 *)Cursor;
         Encoder.HeadCount[Chain] = GetChainTableSize(Chain);
+        Encoder.HeadReciprocal[Chain] = ~(uint64)0 / Encoder.HeadCount[Chain] + 1;
         Cursor += sizeof(uint32) * Encoder.HeadCount[Chain];
     }
     uint16 *Units = (uint16 *)Cursor;

@@ -47,6 +47,8 @@ struct trove_encoder
     uint32 RingMask;
     uint32 *Heads[TroveChainCount];
     uint32 HeadCount[TroveChainCount];
+    // floor(2^64 / HeadCount) + 1: bucket folding by multiplication.
+    uint64 HeadReciprocal[TroveChainCount];
     uint32 Run;
     bool8 RunValid;
     uint32 Skip;
