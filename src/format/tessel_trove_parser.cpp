@@ -625,6 +625,8 @@ void BeginTroveEncoder(trove_encoder &Encoder, void *Memory, uint32 MaxStreamSiz
         Units = PlaceEncoderModel(Encoder.Middle[Index], Units, GetMiddleAlphabet(TroveWindowLimit));
     }
     Encoder.StreamsCoded = 0;
+    Encoder.ProgressCallback = 0;
+    Encoder.ProgressData = 0;
     BeginRangeEncoder(Encoder.Coder, OutputStart, OutputLimit);
 }
 
@@ -645,7 +647,12 @@ void EncodeTroveStream(trove_encoder &Encoder, uint8 const *Data, uint32 Size)
     uint32 Position = 0;
     bool HaveLazy = false;
     trove_match Lazy = {0, 0};
+    uint32 Reported = 0;
     while (Position < Size) {
+        if (Position - Reported >= TroveProgressInterval && Encoder.ProgressCallback) {
+            Encoder.ProgressCallback(Encoder.ProgressData, Position - Reported);
+            Reported = Position;
+        }
         trove_match Match = HaveLazy ? Lazy : FindMatch(Encoder, Stream, Position, Context);
         HaveLazy = false;
         InsertPosition(Encoder, Stream, Position);
@@ -685,6 +692,7 @@ void EncodeTroveStream(trove_encoder &Encoder, uint8 const *Data, uint32 Size)
         }
     }
 
+    if (Size > Reported && Encoder.ProgressCallback) Encoder.ProgressCallback(Encoder.ProgressData, Size - Reported);
     if (Encoder.StreamsCoded < 3) Encoder.Parameters[Encoder.StreamsCoded] = GetStreamParameters(Encoder);
     ++Encoder.StreamsCoded;
 }

@@ -64,6 +64,16 @@ struct trove_encoder
 
     int32 StreamsCoded;
     trove_parameters Parameters[3];
+
+    // Told the bytes of a stream parsed since its last call, every
+    // TroveProgressInterval bytes and at the stream's end (may be null).
+    void (*ProgressCallback)(void *Data, uint32 Bytes);
+    void *ProgressData;
+};
+
+enum
+{
+    TroveProgressInterval = 1 << 16,
 };
 
 // Work memory of an encoder whose largest stream is MaxStreamSize bytes:
