@@ -26,8 +26,9 @@ struct tangent_frame_unit
 // Indices outside the stack still go through the checked lookup.
 inline uint8 *StackUnit(stack_allocator &Stack, int32 Index)
 {
-    if ((uint32)Index < (uint32)Stack.TotalUsedUnitCount && Stack.BlockDirectory) {
-        stack_block const *Block = Stack.BlockDirectory[Index / Stack.UnitsPerBlock];
+    if ((uint32)Index < (uint32)Stack.TotalUsedUnitCount && Stack.BlockDirectory &&
+        Stack.UnitsPerBlock == UnitsPerBlock) {
+        stack_block const *Block = Stack.BlockDirectory[(uint32)Index / (uint32)UnitsPerBlock];
         return Block->Base + (intaddrx)(Index - Block->FirstIndex) * Stack.UnitSize;
     }
     return (uint8 *)GetStackUnit(Stack, Index);
