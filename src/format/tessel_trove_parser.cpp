@@ -144,6 +144,12 @@ inline void LinkShortKey(trove_encoder &Encoder, uint32 Bucket, uint32 Index, ui
 
 void ClearMatchFinder(trove_encoder &Encoder)
 {
+    Encoder.Run = 0;
+    Encoder.RunValid = false;
+    Encoder.Skip = 0;
+    // An unused match finder is still clear.
+    if (!Encoder.MatchFinderUsed) return;
+    Encoder.MatchFinderUsed = false;
     uint32 Count = Encoder.RingMask + 1;
     for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
         memset(Encoder.Heads[Chain], 0xFF, sizeof(uint32) * Encoder.HeadCount[Chain]);
@@ -154,9 +160,6 @@ void ClearMatchFinder(trove_encoder &Encoder)
     memset(Encoder.Runs, 0, sizeof(uint32) * Count);
     memset(Encoder.ShortKeySlots, 0xFF, sizeof(uint32) * 65536);
     memset(Encoder.LongKeyCounts, 0, sizeof(uint16) << LongKeyHashBits);
-    Encoder.Run = 0;
-    Encoder.RunValid = false;
-    Encoder.Skip = 0;
 }
 
 // Retires the oldest node of the ring and enters Position in the chains.
@@ -442,9 +445,13 @@ void ResetModels(trove_encoder &Encoder)
     }
     ResetModel(Encoder.Low, TroveLowAlphabet, true);
     ResetModel(Encoder.High, GetHighAlphabet(TroveWindowLimit), true);
+    // A middle model no match has coded with is still as reset.
     for (int32 Index = 0; Index < TroveMiddleModelCount; ++Index) {
+        if (!Encoder.AllMiddlesUsed && !Encoder.MiddleUsed[Index]) continue;
         ResetModel(Encoder.Middle[Index], GetMiddleAlphabet(TroveWindowLimit), true);
+        Encoder.MiddleUsed[Index] = 0;
     }
+    Encoder.AllMiddlesUsed = false;
 }
 
 trove_parameters GetStreamParameters(trove_encoder const &Encoder)
@@ -480,6 +487,7 @@ void EmitMatch(trove_encoder &Encoder, uint32 &Context, uint32 Position, trove_m
     EncodeModelSymbol(Encoder.Coder, Encoder.Low, Value & 3, TroveLowAlphabet);
     EncodeModelSymbol(Encoder.Coder, Encoder.High, High, Alphabets.High);
     EncodeModelSymbol(Encoder.Coder, Encoder.Middle[High], (Value >> 2) & 0xFF, Alphabets.Middle);
+    Encoder.MiddleUsed[High] = 1;
     Encoder.MiddleBounds[High] = GetSmallestInverseProbability(Encoder.Middle[High], 256);
     double Smallest = Encoder.MiddleBounds[0];
     for (int32 Index = 1; Index < TroveMiddleModelCount; ++Index) {
@@ -625,6 +633,9 @@ void BeginTroveEncoder(trove_encoder &Encoder, void *Memory, uint32 MaxStreamSiz
         Units = PlaceEncoderModel(Encoder.Middle[Index], Units, GetMiddleAlphabet(TroveWindowLimit));
     }
     Encoder.StreamsCoded = 0;
+    Encoder.MatchFinderUsed = true;
+    Encoder.AllMiddlesUsed = true;
+    memset(Encoder.MiddleUsed, 0, sizeof(Encoder.MiddleUsed));
     Encoder.ProgressCallback = 0;
     Encoder.ProgressData = 0;
     BeginRangeEncoder(Encoder.Coder, OutputStart, OutputLimit);
@@ -632,8 +643,17 @@ void BeginTroveEncoder(trove_encoder &Encoder, void *Memory, uint32 MaxStreamSiz
 
 void EncodeTroveStream(trove_encoder &Encoder, uint8 const *Data, uint32 Size)
 {
+    if (Size == 0) {
+        // An empty stream codes nothing: its record is that of models as
+        // reset, and the models and match finder are left for the next.
+        uint32 const NoGroups[4] = {0, 0, 0, 0};
+        if (Encoder.StreamsCoded < 3) Encoder.Parameters[Encoder.StreamsCoded] = MakeTroveParameters(0, 0, NoGroups);
+        ++Encoder.StreamsCoded;
+        return;
+    }
     ResetModels(Encoder);
     ClearMatchFinder(Encoder);
+    Encoder.MatchFinderUsed = true;
     Encoder.DistanceBoundValid = false;
     for (int32 Index = 0; Index < TroveMiddleModelCount; ++Index) {
         Encoder.MiddleBounds[Index] = GetSmallestInverseProbability(Encoder.Middle[Index], 256);

@@ -65,6 +65,13 @@ struct trove_encoder
     int32 StreamsCoded;
     trove_parameters Parameters[3];
 
+    // What a stream start must put back: the match finder once a stream has
+    // used it, and the middle models a match has coded with (all of them at
+    // first, when the memory is new).
+    bool8 MatchFinderUsed;
+    bool8 AllMiddlesUsed;
+    uint8 MiddleUsed[TroveMiddleModelCount];
+
     // Told the bytes of a stream parsed since its last call, every
     // TroveProgressInterval bytes and at the stream's end (may be null).
     void (*ProgressCallback)(void *Data, uint32 Bytes);
