@@ -303,15 +303,21 @@ struct match_search
 // are passed over unpriced; the margin is far above any rounding of log2.
 double const PriceMargin = 1e-9;
 
-inline bool MayBeatBest(trove_encoder const &Encoder, uint32 Context, uint32 Symbol, uint32 Snapped,
-                        match_search &Search)
+inline double GetLowestCost(trove_encoder const &Encoder, uint32 Context, uint32 Symbol, uint32 Snapped,
+                            match_search &Search)
 {
     if (!Search.LowestCostKnown[Symbol]) {
         Search.LowestCost[Symbol] =
             std::log2(PriceLength(Encoder, Context, Symbol) * Search.DistanceBound) / (double)Snapped;
         Search.LowestCostKnown[Symbol] = 1;
     }
-    return Search.LowestCost[Symbol] <= Search.BestCost + PriceMargin;
+    return Search.LowestCost[Symbol];
+}
+
+inline bool MayBeatBest(trove_encoder const &Encoder, uint32 Context, uint32 Symbol, uint32 Snapped,
+                        match_search &Search)
+{
+    return GetLowestCost(Encoder, Context, Symbol, Snapped, Search) <= Search.BestCost + PriceMargin;
 }
 
 // Searches one chain; true when it was walked to its end.
@@ -389,13 +395,13 @@ double GetDistanceBound(trove_encoder &Encoder, distance_alphabets const &Alphab
 // Whether no match of the lengths 2 and 3 (those up to MaxLength) can cost
 // less per byte than the best so far, whatever its distance. The margin
 // keeps rounding from ever dropping a candidate that would have won.
-bool ShortMatchesCannotWin(trove_encoder &Encoder, uint32 Context, uint32 MaxLength,
-                           distance_alphabets const &Alphabets, double BestCost)
+// (The search's distance bound is this search's GetDistanceBound, so the
+// least costs it keeps are the ones this would compute.)
+bool ShortMatchesCannotWin(trove_encoder const &Encoder, uint32 Context, uint32 MaxLength, match_search &Search)
 {
-    double Bound = GetDistanceBound(Encoder, Alphabets);
     for (uint32 Length = 2; Length <= 3 && Length <= MaxLength; ++Length) {
-        double Cheapest = std::log2(PriceLength(Encoder, Context, Length - 1) * Bound) / (double)Length;
-        if (Cheapest < BestCost + 1e-9) return false;
+        double Cheapest = GetLowestCost(Encoder, Context, Length - 1, Length, Search);
+        if (Cheapest < Search.BestCost + 1e-9) return false;
     }
     return true;
 }
@@ -421,12 +427,12 @@ trove_match FindMatch(trove_encoder &Encoder, stream_state const &Stream, uint32
             SearchChain(Encoder, Stream, Position, Context, 2, MaxLength, MaxLength, Alphabets, Search) || LongOnesSeen;
     }
     if (Search.Best.Length < 4 && Left >= 3) {
-        if (!LongOnesSeen || !ShortMatchesCannotWin(Encoder, Context, MaxLength, Alphabets, Search.BestCost)) {
+        if (!LongOnesSeen || !ShortMatchesCannotWin(Encoder, Context, MaxLength, Search)) {
             SearchChain(Encoder, Stream, Position, Context, 1, MaxLength, 3, Alphabets, Search);
         }
     }
     if (Search.Best.Length < 3 && Left >= 2) {
-        if (!LongOnesSeen || !ShortMatchesCannotWin(Encoder, Context, MaxLength, Alphabets, Search.BestCost)) {
+        if (!LongOnesSeen || !ShortMatchesCannotWin(Encoder, Context, MaxLength, Search)) {
             SearchChain(Encoder, Stream, Position, Context, 0, MaxLength, 2, Alphabets, Search);
         }
     }
