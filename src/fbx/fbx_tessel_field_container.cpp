@@ -268,7 +268,8 @@ int32 KFbx::AddField(int32 Parent, int32 PreviousSibling, uint32 FileOffset, cha
 
 bool KFbx::AddValue(int32 Type, uint32 Offset, uint32 Size)
 {
-    if (!GrowTable((void **)&Values, &ValueCapacity, ValueCount + 1, (int32)sizeof(fbx_value))) {
+    if (ValueCount >= ValueCapacity &&
+        !GrowTable((void **)&Values, &ValueCapacity, ValueCount + 1, (int32)sizeof(fbx_value))) {
         Fail("Out of memory for FBX values");
         return false;
     }

@@ -93,6 +93,10 @@ struct file_builder
     file_builder_section *Sections;
 
     bool8 Healthy;
+
+    // Packaging progress (see SetFileBuilderProgress).
+    void (*PackagingProgress)(void *Data, int32 Done, int32 Total);
+    void *PackagingProgressData;
 };
 
 #pragma pack(pop)
@@ -130,6 +134,20 @@ void SetFileRoots(file_builder *Builder, file_location const &TypeLocation, file
 bool EndFile(file_builder *Builder, char const *FileName);
 // Finishes to Writer, which must be seekable. Frees the builder.
 bool EndFileToWriter(file_builder *Builder, file_writer *Writer);
+// Compressed sections are coded on worker threads (see SetWorkerThreadCount);
+// the file's bytes are the same whatever their count. While they code, the
+// thread that ends the file calls Callback with the packaging steps done out
+// of Total: one step per FileBuilderPackagingStepBytes of expanded data in
+// compressed sections, rounded up. A successful end reports Done == Total.
+void SetFileBuilderProgress(file_builder *Builder, void (*Callback)(void *Data, int32 Done, int32 Total), void *Data);
+// The Total that ending the file now would report.
+int32 GetFileBuilderPackagingSteps(file_builder const *Builder);
+
+enum
+{
+    FileBuilderPackagingStepBytes = 1 << 16,
+};
+
 // Frees everything and deletes the temporary files.
 void AbortFile(file_builder *Builder);
 
