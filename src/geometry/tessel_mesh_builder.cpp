@@ -192,6 +192,7 @@ int32 WeldCorner(mesh_builder *Builder, int32 Corner, int32 Triangle)
         int32 *Source = (int32 *)NewStackUnit(Builder->SourceCorner, 0);
         if (!NewVertex || !Next || !From || !Polygon || !Source) {
             TesselError(LogCategory_MeshBuilder, "Unable to add a split vertex for control point %d", Point);
+            Builder->OutOfMemory = true;
             return Point;
         }
         memcpy(NewVertex, StackUnit(Builder->VertexStack, Point), (size_t)Builder->VertexSize);
@@ -449,10 +450,12 @@ void AddWeight(mesh_builder *Builder, int32 BoneIndex, real32 Weight)
 void PushVertex(mesh_builder *Builder)
 {
     CheckPointer(Builder, LogCategory_MeshBuilder, TESSEL_NOTHING);
+    if (Builder->OutOfMemory) return;
     int32 Index = -1;
     void *Vertex = NewStackUnit(Builder->VertexStack, &Index);
     if (!Vertex) {
         TesselError(LogCategory_MeshBuilder, "Unable to add vertex %d", GetStackUnitCount(Builder->VertexStack));
+        Builder->OutOfMemory = true;
         return;
     }
     ComputeVertexBoneWeights(Builder);
@@ -566,13 +569,23 @@ void PushTriangle(mesh_builder *Builder)
         TesselWarning(LogCategory_MeshBuilder, "%s %d is out of range [0, %d)", "Material", Material, Materials);
         Material = 0;
     }
+    if (Builder->OutOfMemory) {
+        ClearCurrentTriangle(Builder);
+        return;
+    }
     int32 Triangle = Builder->TriangleCount++;
     int32 First = -1;
-    NewStackUnits(Builder->TriangleVertices, 3, &First, 0);
-    for (int32 Corner = 0; Corner < 3; ++Corner) {
+    int32 *Next = 0;
+    if (NewStackUnits(Builder->TriangleVertices, 3, &First, 0)) Next = (int32 *)NewStackUnit(Builder->NextInMaterial, 0);
+    if (!Next) {
+        TesselError(LogCategory_MeshBuilder, "Unable to add triangle %d", Triangle);
+        Builder->OutOfMemory = true;
+        ClearCurrentTriangle(Builder);
+        return;
+    }
+    for (int32 Corner = 0; Corner < 3 && !Builder->OutOfMemory; ++Corner) {
         StackInt(Builder->TriangleVertices, First + Corner) = WeldCorner(Builder, Corner, Triangle);
     }
-    int32 *Next = (int32 *)NewStackUnit(Builder->NextInMaterial, 0);
     if (Builder->MaterialHead[Material] == -1) ++Builder->UsedMaterialCount;
     *Next = Builder->MaterialHead[Material];
     Builder->MaterialHead[Material] = Triangle;
@@ -660,6 +673,10 @@ void EndMesh(mesh_builder *Builder, void *VertexMemory, void *TopologyMemory, ve
     if (VertexDataResult) *VertexDataResult = 0;
     if (TopologyResult) *TopologyResult = 0;
     if (!Builder || !VertexMemory || !TopologyMemory) return;
+    if (Builder->OutOfMemory) {
+        TesselError(LogCategory_MeshBuilder, "The mesh ran out of memory while it was built: it has no result");
+        return;
+    }
 
     aggr_allocator Aggregate;
     vertex_data *VertexData = 0;

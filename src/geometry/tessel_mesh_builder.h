@@ -84,6 +84,9 @@ struct mesh_builder
     // The output layout's bone weights and their offset, found once.
     data_type_definition const *WeightMember;
     int32 WeightOffset;
+    // Set when memory ran out on the way: later pushes do nothing and the
+    // mesh gives no result.
+    bool8 OutOfMemory;
 };
 
 mesh_builder *BeginMesh(int32 VertexCount, int32 TriangleCount, int32 MaterialCount, int32 BoneCount,
