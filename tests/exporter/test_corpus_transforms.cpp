@@ -16,47 +16,9 @@
 #include "mesh_test_support.h"
 #include "support/test_json.h"
 #include "support/test_log_capture.h"
+#include "transform_test_support.h"
 
 namespace {
-
-struct mat
-{
-    double M[16]; // row-vector: p' = p M
-};
-
-mat Multiply(mat const &A, mat const &B)
-{
-    mat R;
-    for (int Row = 0; Row < 4; ++Row)
-        for (int Column = 0; Column < 4; ++Column) {
-            double Sum = 0;
-            for (int K = 0; K < 4; ++K) Sum += A.M[Row * 4 + K] * B.M[K * 4 + Column];
-            R.M[Row * 4 + Column] = Sum;
-        }
-    return R;
-}
-
-// A stored transform as a row-vector matrix, composed here from its parts
-// (column-vector linear part R(q) S).
-mat FromTransform(transform const &T)
-{
-    double X = T.Orientation[0], Y = T.Orientation[1], Z = T.Orientation[2], W = T.Orientation[3];
-    double L = std::sqrt(X * X + Y * Y + Z * Z + W * W);
-    X /= L, Y /= L, Z /= L, W /= L;
-    double R[3][3] = {{1 - 2 * (Y * Y + Z * Z), 2 * (X * Y - Z * W), 2 * (X * Z + Y * W)},
-                      {2 * (X * Y + Z * W), 1 - 2 * (X * X + Z * Z), 2 * (Y * Z - X * W)},
-                      {2 * (X * Z - Y * W), 2 * (Y * Z + X * W), 1 - 2 * (X * X + Y * Y)}};
-    mat Result = {};
-    for (int Row = 0; Row < 3; ++Row)
-        for (int Column = 0; Column < 3; ++Column) {
-            double Sum = 0;
-            for (int K = 0; K < 3; ++K) Sum += R[Row][K] * T.ScaleShear[K][Column];
-            Result.M[Column * 4 + Row] = Sum;
-        }
-    for (int A = 0; A < 3; ++A) Result.M[12 + A] = T.Position[A];
-    Result.M[15] = 1;
-    return Result;
-}
 
 // The reference's 3x4 column-vector matrix in row-vector form.
 mat FromReference(std::vector<double> const &V)
@@ -115,12 +77,7 @@ void CheckSkeletons(mesh_fixture &Fixture, test_json const &Reference, file_figu
     for (int32 S = 0; S < State.FileInfo.SkeletonCount; ++S) {
         skeleton const *Skeleton = State.FileInfo.Skeletons[S];
         std::vector<mat> &World = Worlds[Skeleton];
-        World.resize((size_t)Skeleton->BoneCount);
-        for (int32 I = 0; I < Skeleton->BoneCount; ++I) {
-            bone const &Bone = Skeleton->Bones[I];
-            mat Local = FromTransform(Bone.Transform);
-            World[(size_t)I] = Bone.ParentIndex >= 0 ? Multiply(Local, World[(size_t)Bone.ParentIndex]) : Local;
-        }
+        World = ComposeBoneWorlds(Skeleton);
         // The skeleton's size: the box of its bones' reference positions,
         // or the largest axis of one, whichever is larger.
         double Low[3] = {1e300, 1e300, 1e300}, High[3] = {-1e300, -1e300, -1e300}, Size = 1e-9;
@@ -145,30 +102,14 @@ void CheckSkeletons(mesh_fixture &Fixture, test_json const &Reference, file_figu
             ++Figures.Bones;
             // Stored inverse times composed world: the identity, where the
             // world has an inverse at all (a bone scaled to zero has none).
-            double const *W = World[(size_t)I].M;
-            double Determinant = W[0] * (W[5] * W[10] - W[6] * W[9]) - W[1] * (W[4] * W[10] - W[6] * W[8]) +
-                                 W[2] * (W[4] * W[9] - W[5] * W[8]);
-            bool Singular = std::fabs(Determinant) < 1e-9;
+            bool Singular = std::fabs(Determinant3(World[(size_t)I])) < 1e-9;
             Figures.Singular += Singular;
-            mat Product = {};
-            for (int Row = 0; Row < 4; ++Row)
-                for (int Column = 0; Column < 4; ++Column) {
-                    double Sum = 0;
-                    for (int K = 0; K < 4; ++K) Sum += World[(size_t)I].M[Row * 4 + K] * Bone.InverseWorldTransform[K][Column];
-                    Product.M[Row * 4 + Column] = Sum;
-                }
-            for (int Row = 0; Row < 4; ++Row)
-                for (int Column = 0; Column < 4; ++Column) {
-                    double Error = std::fabs(Product.M[Row * 4 + Column] - (Row == Column ? 1.0 : 0.0));
-                    if (!Singular) Figures.Inverse = std::fmax(Figures.Inverse, Row == 3 ? Error / Size : Error);
-                }
+            if (!Singular) Figures.Inverse = std::fmax(Figures.Inverse, InverseDeviation(Bone, World[(size_t)I], Size));
             std::string Name = Bone.Name ? Bone.Name : "";
             auto Found = Bind.find(Name);
             if (Found == Bind.end() || Count[Name] != 1 || Found->second.size() < 12) continue;
             mat Expected = FromReference(Found->second);
-            double Error = 0;
-            for (int E = 0; E < 16; ++E) Error = std::fmax(Error, std::fabs(World[(size_t)I].M[E] - Expected.M[E]));
-            Errors.push_back(Error / Size);
+            Errors.push_back(MaxDifference(World[(size_t)I], Expected) / Size);
         }
     }
     Figures.Compared = (int)Errors.size();

@@ -105,6 +105,12 @@ TEST(ToolSampling, LocalValuesAreRelativeToTheParentAndWorldValuesTheFullGlobal)
     EXPECT_NEAR(LO[1], std::cos(Half30) * std::sin(Half20), 1e-6);
     EXPECT_NEAR(LO[2], std::sin(Half30) * std::sin(Half20), 1e-6);
     EXPECT_NEAR(LO[3], std::cos(Half30) * std::cos(Half20), 1e-6);
+    // The animation local against an explicit parent is the same split.
+    real32 RP[3], RO[4], RS[9];
+    SampleNodeRelativeTransform(Fixture.Tool, Fixture.NodeNamed("Spine"), Fixture.NodeNamed("Hip"), RP, RO, RS);
+    EXPECT_EQ(0, memcmp(RP, LP, sizeof(RP)));
+    EXPECT_EQ(0, memcmp(RO, LO, sizeof(RO)));
+    EXPECT_EQ(0, memcmp(RS, LS, sizeof(RS)));
     SampleNodeTransform(Fixture.Tool, Fixture.NodeNamed("Neck"), LP, LO, LS, WP, WO, WS);
     EXPECT_NEAR(LS[0], 0.5f, 1e-6f);
     EXPECT_NEAR(LS[1], 0.0f, 1e-6f);
