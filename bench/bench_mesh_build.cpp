@@ -23,6 +23,19 @@ data_type_definition BenchVertexType[] = {
     {EndMember, 0, 0, 0, {0, 0, 0}, 0},
 };
 
+// The same with a tangent frame, for the run with tangents on.
+data_type_definition BenchTangentVertexType[] = {
+    {Real32Member, "Position", 0, 3, {0, 0, 0}, 0},
+    {NormalUInt8Member, "BoneWeights", 0, 4, {0, 0, 0}, 0},
+    {UInt8Member, "BoneIndices", 0, 4, {0, 0, 0}, 0},
+    {Real32Member, "Normal", 0, 3, {0, 0, 0}, 0},
+    {Real32Member, "Tangent", 0, 3, {0, 0, 0}, 0},
+    {Real32Member, "Binormal", 0, 3, {0, 0, 0}, 0},
+    {Real32Member, "TextureCoordinates0", 0, 2, {0, 0, 0}, 0},
+    {EndMember, 0, 0, 0, {0, 0, 0}, 0},
+};
+bool WithTangents = false;
+
 std::unordered_map<void *, intaddrx> *Sizes;
 intaddrx PeakBytes = 0;
 intaddrx LiveBytes = 0;
@@ -63,7 +76,7 @@ run_result Run(int32 Side)
     int32 Triangles = Side * Side * 2;
     PeakBytes = LiveBytes = 0;
     std::clock_t Start = std::clock();
-    mesh_builder *Builder = BeginMesh(Points, Triangles, 2, 4, BenchVertexType);
+    mesh_builder *Builder = BeginMesh(Points, Triangles, 2, 4, WithTangents ? BenchTangentVertexType : BenchVertexType);
     if (!Builder) {
         fprintf(stderr, "BeginMesh failed\n");
         exit(1);
@@ -97,6 +110,10 @@ run_result Run(int32 Side)
             SetMaterial(Builder, (X / 64) & 1);
             PushTriangle(Builder);
         }
+    }
+    if (WithTangents) {
+        SetTangentMergingTolerance(Builder, std::cos(75.0f * 3.14159265f / 180.0f));
+        BuildTangentSpace(Builder);
     }
     int32 VertexSize = GetResultingVertexDataSize(Builder);
     int32 TopologySize = GetResultingTopologySize(Builder);
@@ -136,5 +153,14 @@ int main(int ArgumentCount, char **Arguments)
     double SizeRatio = (double)Results[1].Corners / Results[0].Corners;
     double TimeRatio = Results[1].Seconds / Results[0].Seconds;
     printf("size ratio %.2f, time ratio %.2f (linear scaling gives equal ratios)\n", SizeRatio, TimeRatio);
+
+    // The cost of tangent frames: the large mesh again with tangents and
+    // binormals, against the run above without them.
+    WithTangents = true;
+    run_result Framed = Run(LargeSide);
+    printf("with tangent frames: %d vertices, %.3f cpu s, %.0f vertices/s (without: %.0f vertices/s, %.2fx the "
+           "time)\n",
+           Framed.Vertices, Framed.Seconds, Framed.Vertices / Framed.Seconds, Results[1].Vertices / Results[1].Seconds,
+           Framed.Seconds / Results[1].Seconds);
     return 0;
 }

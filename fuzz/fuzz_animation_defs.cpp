@@ -6,7 +6,7 @@
 
 #include <rapidxml/rapidxml.hpp>
 
-#include "exporter/fbx_tessel.h"
+#include "fbx_tool/fbx_tessel.h"
 #include "foundation/tessel_memory.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *Data, size_t Size)

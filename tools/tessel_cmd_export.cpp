@@ -5,7 +5,7 @@
 
 #include <rapidxml/rapidxml.hpp>
 
-#include "exporter/fbx_tessel.h"
+#include "fbx_tool/fbx_tessel.h"
 #include "foundation/tessel_log.h"
 #include "platform/tessel_platform.h"
 #include "tessel_commands.h"

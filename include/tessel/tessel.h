@@ -45,10 +45,12 @@ typedef void (*ExportProgressCallback)(export_progress const *Progress);
  * timeline into named animations.
  * progressCallback may be null.
  *
- * Returns false when the AnimationDef file can't be read or holds no
- * AnimationDef, and when the FBX file can't be loaded; nothing is written
- * then. Otherwise returns true; an export that fails later leaves no output
- * file (check for it) and reports "Export Aborted" through the progress.
+ * Returns true exactly when the output file was written; the last progress
+ * stage is then "Export Complete". Returns false, writes nothing and (once
+ * the export has begun) reports "Export Aborted" as the last stage when the
+ * AnimationDef file can't be read or holds no AnimationDef, when the FBX
+ * file can't be loaded, when memory runs out and when the output can't be
+ * written.
  *
  * A malformed AnimationDef file makes the XML parser throw its
  * rapidxml::parse_error exception out of this function (a C++ caller may

@@ -2,8 +2,7 @@
 
 #include <cstring>
 
-#include "exporter/fbx_tessel.h"
-#include "exporter/fbx_tessel_progress_window.h"
+#include "exporter/tessel_export_progress.h"
 #include "exporter/tessel_scene_parser.h"
 #include "format/tessel_file_builder.h"
 #include "foundation/tessel_log.h"
@@ -94,24 +93,23 @@ static bool WriteExportFile(scene_export_context *Context, requester *FileSettin
         }
     }
 
-    if (!Result) {
-        SetProgressStage(Progress, "Export Aborted");
-        StepProgress(Progress, "");
-        if (Builder) AbortFile(Builder);
-        Builder = 0;
-    } else {
+    if (Result) {
         SetProgressStage(Progress, "Packaging file");
         StepProgress(Progress, "");
         file_builder *Ending = Builder;
         Builder = 0;
         Result = EndFile(Ending, OutputPath);
-        SetProgressStage(Progress, "Export Complete");
-        StepProgress(Progress, "");
+    } else if (Builder) {
+        AbortFile(Builder);
+        Builder = 0;
     }
+    // The last word is the truth: "Export Complete" only with a file.
+    SetProgressStage(Progress, Result ? "Export Complete" : "Export Aborted");
+    StepProgress(Progress, "");
     return Result;
 }
 
-bool RunExport(fbx_tool_interface *Tool, char const *OutputPath, export_options const *Options,
+bool RunExport(tool_interface *Tool, char const *OutputPath, export_options const *Options,
                ExportProgressCallback ProgressCallback)
 {
     CheckPointer(OutputPath, LogCategory_ExportDriver, false);

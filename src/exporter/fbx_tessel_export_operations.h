@@ -5,8 +5,14 @@
 #include "foundation/tessel_types.h"
 #include "tessel/tessel.h"
 
-struct fbx_tool_interface;
-struct export_options;
+struct tool_interface;
+
+struct export_options
+{
+    char const *SourceFileToEmbed; // bytes stored in the file's ExtendedData
+    bool ShowProgress;
+    char const *SettingsFileName; // settings file applied before the export
+};
 
 enum
 {
@@ -17,7 +23,7 @@ enum
 
 // Runs one export of Tool's scene to OutputPath. True when the file was
 // written. Never throws.
-bool RunExport(fbx_tool_interface *Tool, char const *OutputPath, export_options const *Options,
+bool RunExport(tool_interface *Tool, char const *OutputPath, export_options const *Options,
                ExportProgressCallback ProgressCallback);
 
 // The 32-byte platform block for a choice of "File platform"; any unknown

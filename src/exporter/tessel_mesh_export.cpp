@@ -3,10 +3,8 @@
 #include <cmath>
 #include <cstring>
 
-#include "exporter/fbx_tessel_tool_geometry.h"
-#include "exporter/fbx_tessel_tool_interface.h"
-#include "exporter/fbx_tessel_tool_sampling.h"
 #include "exporter/tessel_scene_graph.h"
+#include "exporter/tessel_tool_interface.h"
 #include "exporter/tessel_scene_parser.h"
 #include "exporter/tessel_skeleton_export.h"
 #include "format/tessel_data_type_definitions.h"
@@ -95,7 +93,7 @@ void AppendMember(data_type_definition *Layout, char const **Names, int32 &Count
 
 // Into the bone's space at rest: the stored inverse world of the bone, or
 // for a node without one the inverse of its bind world.
-void MakePlacement(fbx_tool_interface *Tool, tool_node *Node, bone_placement &Placement)
+void MakePlacement(tool_interface *Tool, tool_node *Node, bone_placement &Placement)
 {
     Placement.IsSet = true;
     if (Node->FileBone) {
@@ -146,9 +144,9 @@ int32 GetMeshMorphTargetCount(scene_export_state *State, tool_mesh *Mesh)
 
 // Bindings and placements: one per cluster of the skin, or one for the
 // node the mesh hangs on.
-bone_placement *BindBones(scene_export_state *State, tool_mesh *Mesh, fbx_mesh_skin *Skin, mesh *FileMesh)
+bone_placement *BindBones(scene_export_state *State, tool_mesh *Mesh, tool_mesh_skin *Skin, mesh *FileMesh)
 {
-    fbx_tool_interface *Tool = State->Tool;
+    tool_interface *Tool = State->Tool;
     int32 Count = Skin ? GetSkinBoneCount(Skin) : 1;
     bone_placement *Placements = TesselAllocateArray(bone_placement, Count > 0 ? Count : 1);
     if (!Placements) return 0;
@@ -197,7 +195,7 @@ bone_placement *BindBones(scene_export_state *State, tool_mesh *Mesh, fbx_mesh_s
 
 } // namespace
 
-data_type_definition *BuildVertexType(fbx_mesh_data *MeshData, memory_arena *Arena, string_table *Strings,
+data_type_definition *BuildVertexType(tool_mesh_data *MeshData, memory_arena *Arena, string_table *Strings,
                                       int32 BonesPerVertex, int32 BoneWeightFormat, int32 BoneCount,
                                       settings_node const *Settings, int32 *ColorCount, int32 *CoordinateCount,
                                       int32 *NameCount, char const ***Names)
@@ -264,7 +262,7 @@ data_type_definition *BuildVertexType(fbx_mesh_data *MeshData, memory_arena *Are
     return Layout;
 }
 
-void GatherVertices(scene_export_state *State, fbx_mesh_data *MeshData, fbx_mesh_skin *Skin, int32 VertexCount,
+void GatherVertices(scene_export_state *State, tool_mesh_data *MeshData, tool_mesh_skin *Skin, int32 VertexCount,
                     mesh_builder *Builder)
 {
     for (int32 Vertex = 0; Vertex < VertexCount; ++Vertex) {
@@ -287,7 +285,7 @@ namespace {
 
 // The triangle annotation of one set for the triangle just pushed; with
 // Indexed, equal records are kept once.
-void GatherTriangleAnnotation(fbx_triangle_iterator *Iterator, memory_arena *Arena, tri_annotation_set &Set,
+void GatherTriangleAnnotation(tool_triangle_iterator *Iterator, memory_arena *Arena, tri_annotation_set &Set,
                               int32 SetIndex, bool Indexed)
 {
     data_type_definition *Type = Set.TriAnnotations.Type;
@@ -313,7 +311,7 @@ void GatherTriangleAnnotation(fbx_triangle_iterator *Iterator, memory_arena *Are
 
 } // namespace
 
-void GatherTriangles(scene_export_state *State, settings_node const *Settings, fbx_mesh_data *MeshData,
+void GatherTriangles(scene_export_state *State, settings_node const *Settings, tool_mesh_data *MeshData,
                      int32 TriangleCount, int32 ColorCount, int32 CoordinateCount, mesh_builder *Builder,
                      tool_material_data *Materials, int32 AnnotationCount, tri_annotation_set *AnnotationSets,
                      bool DoubleTwoSided, bool FlipU, bool FlipV, tool_mesh *Mesh)
@@ -339,7 +337,7 @@ void GatherTriangles(scene_export_state *State, settings_node const *Settings, f
     bool WantTangents = GetSettingBool(Settings, IncludeTangentsId);
     bool WantBinormals = GetSettingBool(Settings, IncludeBinormalsId);
     bool WantCross = GetSettingBool(Settings, IncludeCrossVectorsId);
-    fbx_triangle_iterator *Iterator = BeginTriangles(MeshData);
+    tool_triangle_iterator *Iterator = BeginTriangles(MeshData);
     if (!Iterator) return;
     if (ToolTangents) SetTangentChannel(Iterator, TangentChannel);
 
@@ -397,14 +395,14 @@ void GatherTriangles(scene_export_state *State, settings_node const *Settings, f
     EndTriangles(Iterator);
 }
 
-void ExportPolygonMesh(scene_export_state *State, tool_mesh *Mesh, fbx_mesh_skin *Skin, tool_material_data *Materials,
+void ExportPolygonMesh(scene_export_state *State, tool_mesh *Mesh, tool_mesh_skin *Skin, tool_material_data *Materials,
                        mesh *FileMesh, bone_placement *Placements)
 {
     settings_node const *Settings = Mesh->Settings;
     int32 WeightFormat = GetSettingChoice(Settings, BoneWeightFormatId);
     int32 BonesPerVertex =
         (Skin && GetSettingBool(Settings, AllowVertexWeightingId)) ? GetSettingInt(Settings, BonesPerVertexId) : 0;
-    fbx_mesh_data *MeshData = BeginMeshData(State->Tool, Mesh);
+    tool_mesh_data *MeshData = BeginMeshData(State->Tool, Mesh);
     if (!MeshData) {
         TesselWarning(LogCategory_Exporter, "Unable to parse mesh %s", FileMesh->Name ? FileMesh->Name : "");
         return;
@@ -485,12 +483,12 @@ void ExportPolygonMesh(scene_export_state *State, tool_mesh *Mesh, fbx_mesh_skin
     EndMeshData(MeshData);
 }
 
-void ExportMesh(scene_export_state *State, tool_mesh *Mesh)
+bool ExportMesh(scene_export_state *State, tool_mesh *Mesh)
 {
-    CheckPointer(State, LogCategory_Exporter, TESSEL_NOTHING);
-    CheckPointer(Mesh, LogCategory_Exporter, TESSEL_NOTHING);
+    CheckPointer(State, LogCategory_Exporter, false);
+    CheckPointer(Mesh, LogCategory_Exporter, false);
     mesh *FileMesh = ArenaPush<mesh>(State->Arena);
-    if (!FileMesh) return;
+    if (!FileMesh) return false;
     ClearObject(MeshType, FileMesh);
     AddMesh(State, FileMesh);
     Mesh->FileMesh = FileMesh;
@@ -504,7 +502,7 @@ void ExportMesh(scene_export_state *State, tool_mesh *Mesh)
         if (FileMesh->MorphTargets)
             memset(FileMesh->MorphTargets, 0, sizeof(morph_target) * (size_t)(MorphTargetCount + 1));
 
-        fbx_mesh_skin *Skin = GetMeshSkin(State->Tool, Mesh);
+        tool_mesh_skin *Skin = GetMeshSkin(State->Tool, Mesh);
         bone_placement *Placements = BindBones(State, Mesh, Skin, FileMesh);
         tool_material_data *Materials = GetMeshMaterials(State->Tool, Mesh);
 
@@ -531,7 +529,7 @@ void ExportMesh(scene_export_state *State, tool_mesh *Mesh)
             }
         }
         ReleaseMeshSkin(Skin);
-        ReleaseMeshMaterials(Materials);
+        ReleaseMeshMaterials(State->Tool, Materials);
 
         // A box that no vertex reached is empty at the origin.
         for (int32 Binding = 0; Binding < FileMesh->BoneBindingCount; ++Binding) {
@@ -546,4 +544,5 @@ void ExportMesh(scene_export_state *State, tool_mesh *Mesh)
     if (IsArtToolDataIncluded(Settings)) {
         AddMeshData(State->Tool, Mesh, FileMesh, IsOnlyUserAttributes(Settings), State->Arena, State->Strings);
     }
+    return true;
 }

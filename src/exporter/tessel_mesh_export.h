@@ -9,8 +9,8 @@
 struct scene_export_state;
 struct tool_mesh;
 struct tool_material_data;
-struct fbx_mesh_data;
-struct fbx_mesh_skin;
+struct tool_mesh_data;
+struct tool_mesh_skin;
 struct mesh_builder;
 struct mesh;
 struct vertex_data;
@@ -42,25 +42,25 @@ struct mesh_sections
 // The whole stage for one mesh. The mesh record always comes into being
 // (and is listed in the file); its data only if "Include data in export"
 // holds and the geometry can be read.
-void ExportMesh(scene_export_state *State, tool_mesh *Mesh);
+bool ExportMesh(scene_export_state *State, tool_mesh *Mesh);
 
-void ExportPolygonMesh(scene_export_state *State, tool_mesh *Mesh, fbx_mesh_skin *Skin, tool_material_data *Materials,
+void ExportPolygonMesh(scene_export_state *State, tool_mesh *Mesh, tool_mesh_skin *Skin, tool_material_data *Materials,
                        mesh *FileMesh, bone_placement *Placements);
 
 // The vertex layout of a mesh, in the arena and ended by EndMember, with the
 // tool's component names beside it. Null when the arena runs out.
-data_type_definition *BuildVertexType(fbx_mesh_data *MeshData, memory_arena *Arena, string_table *Strings,
+data_type_definition *BuildVertexType(tool_mesh_data *MeshData, memory_arena *Arena, string_table *Strings,
                                       int32 BonesPerVertex, int32 BoneWeightFormat, int32 BoneCount,
                                       settings_node const *Settings, int32 *ColorCount, int32 *CoordinateCount,
                                       int32 *NameCount, char const ***Names);
 
 // Each control point, skinned, with its weights.
-void GatherVertices(scene_export_state *State, fbx_mesh_data *MeshData, fbx_mesh_skin *Skin, int32 VertexCount,
+void GatherVertices(scene_export_state *State, tool_mesh_data *MeshData, tool_mesh_skin *Skin, int32 VertexCount,
                     mesh_builder *Builder);
 
 // Each triangle with its corners (and, when doubled, its back side), and the
 // triangle annotations of the tool into AnnotationSets.
-void GatherTriangles(scene_export_state *State, settings_node const *Settings, fbx_mesh_data *MeshData,
+void GatherTriangles(scene_export_state *State, settings_node const *Settings, tool_mesh_data *MeshData,
                      int32 TriangleCount, int32 ColorCount, int32 CoordinateCount, mesh_builder *Builder,
                      tool_material_data *Materials, int32 AnnotationCount, tri_annotation_set *AnnotationSets,
                      bool DoubleTwoSided, bool FlipU, bool FlipV, tool_mesh *Mesh);
@@ -68,12 +68,12 @@ void GatherTriangles(scene_export_state *State, settings_node const *Settings, f
 // ---------------------------------------------------------------------------
 // Finishing, once the builder has given vertex_data and tri_topology.
 
-void FinishMesh(scene_export_state *State, tool_mesh *Mesh, fbx_mesh_data *MeshData, mesh_builder *Builder,
+void FinishMesh(scene_export_state *State, tool_mesh *Mesh, tool_mesh_data *MeshData, mesh_builder *Builder,
                 mesh *FileMesh, vertex_data *VertexData, tri_topology *Topology, int32 AnnotationCount,
                 tri_annotation_set *AnnotationSets, bone_placement *Placements, int32 BindingCount,
                 mesh_sections Sections, bool WithMorphCurves);
 
-void BuildVertexAnnotations(scene_export_state *State, mesh_builder *Builder, fbx_mesh_data *MeshData,
+void BuildVertexAnnotations(scene_export_state *State, mesh_builder *Builder, tool_mesh_data *MeshData,
                             vertex_data *VertexData, bool Indexed, tool_mesh *Mesh, bool WithToolAnnotations,
                             bool WithMorphCurves);
 

@@ -3,9 +3,9 @@
 // sections, and the removal of bones no vertex uses.
 #include <cstring>
 
-#include "exporter/fbx_tessel_tool_geometry.h"
 #include "exporter/tessel_mesh_export.h"
 #include "exporter/tessel_scene_graph.h"
+#include "exporter/tessel_tool_interface.h"
 #include "exporter/tessel_scene_parser.h"
 #include "format/tessel_data_tree_writer.h"
 #include "format/tessel_data_type_io.h"
@@ -158,7 +158,7 @@ void TruncateIndices(mesh const *FileMesh, tri_topology *Topology)
 
 } // namespace
 
-void FinishMesh(scene_export_state *State, tool_mesh *Mesh, fbx_mesh_data *MeshData, mesh_builder *Builder,
+void FinishMesh(scene_export_state *State, tool_mesh *Mesh, tool_mesh_data *MeshData, mesh_builder *Builder,
                 mesh *FileMesh, vertex_data *VertexData, tri_topology *Topology, int32 AnnotationCount,
                 tri_annotation_set *AnnotationSets, bone_placement *Placements, int32 BindingCount,
                 mesh_sections Sections, bool WithMorphCurves)
@@ -206,7 +206,7 @@ void FinishMesh(scene_export_state *State, tool_mesh *Mesh, fbx_mesh_data *MeshD
     }
 }
 
-void BuildVertexAnnotations(scene_export_state *State, mesh_builder *Builder, fbx_mesh_data *MeshData,
+void BuildVertexAnnotations(scene_export_state *State, mesh_builder *Builder, tool_mesh_data *MeshData,
                             vertex_data *VertexData, bool Indexed, tool_mesh *Mesh, bool WithToolAnnotations,
                             bool WithMorphCurves)
 {

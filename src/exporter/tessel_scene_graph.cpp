@@ -1,8 +1,8 @@
 #include "exporter/tessel_scene_graph.h"
+#include "exporter/tessel_tool_interface.h"
 
 #include <cstring>
 
-#include "exporter/fbx_tessel_tool_interface.h"
 #include "foundation/tessel_log.h"
 #include "foundation/tessel_memory.h"
 #include "foundation/tessel_string.h"
@@ -199,7 +199,7 @@ void FreeToolNodeGraph(tool_node_graph *Graph)
     TesselFree(Graph);
 }
 
-char const *GetToolModelName(fbx_tool_interface *Tool, tool_model *Model, string_table *Strings)
+char const *GetToolModelName(tool_interface *Tool, tool_model *Model, string_table *Strings)
 {
     if (!Model) return 0;
     tool_node *Shallowest = 0;
@@ -246,7 +246,7 @@ static settings_node *FindCategory(settings_node *Root, char const *Name)
     return 0;
 }
 
-settings_node *BuildSettingsTree(string_table *Strings, tool_node_graph *Graph, fbx_tool_interface *Tool,
+settings_node *BuildSettingsTree(string_table *Strings, tool_node_graph *Graph, tool_interface *Tool,
                                  settings_pools &Pools)
 {
     CheckPointer(Graph, LogCategory_Exporter, 0);

@@ -146,12 +146,12 @@ inline bool IsModelEnd(tool_node_graph *Graph, tool_model *Model)
     return Model == &Graph->ModelSentinel;
 }
 
-struct fbx_tool_interface;
+struct tool_interface;
 struct string_table;
 // The name of the model's shallowest node (the last of equals in list order),
 // replaced by its last material's name if it has materials; null without
 // nodes.
-char const *GetToolModelName(fbx_tool_interface *Tool, tool_model *Model, string_table *Strings);
+char const *GetToolModelName(tool_interface *Tool, tool_model *Model, string_table *Strings);
 
 // The model's nodes get bone indices 0, 1, ... in list order, for a model
 // whose skeleton is not written.
@@ -162,5 +162,5 @@ struct settings_pools;
 // node for every texture, material, mesh, model (with its bones) and
 // animation (with a track group per model and its bones), recorded in the
 // objects. Each starts as a copy of its category's settings.
-settings_node *BuildSettingsTree(string_table *Strings, tool_node_graph *Graph, fbx_tool_interface *Tool,
+settings_node *BuildSettingsTree(string_table *Strings, tool_node_graph *Graph, tool_interface *Tool,
                                  settings_pools &Pools);

@@ -2,10 +2,10 @@
 
 #include <cstring>
 
-#include "exporter/fbx_tessel_export_stubs.h"
-#include "exporter/fbx_tessel_progress_window.h"
-#include "exporter/fbx_tessel_tool_interface.h"
+#include "exporter/tessel_export_stages.h"
+#include "exporter/tessel_export_progress.h"
 #include "exporter/tessel_scene_graph.h"
+#include "exporter/tessel_tool_interface.h"
 #include "format/tessel_data_tree_writer.h"
 #include "format/tessel_string_table.h"
 #include "foundation/tessel_file_io.h"
@@ -74,7 +74,7 @@ static object_type_section const ObjectTypeSections[] = {
     {65568, VertexDataType},
 };
 
-scene_export_context *BeginSceneExport(fbx_tool_interface *Tool)
+scene_export_context *BeginSceneExport(tool_interface *Tool)
 {
     CheckPointer(Tool, LogCategory_Exporter, 0);
 
@@ -125,7 +125,7 @@ int32 GetMorphTargetLimit(int32 MeshCount)
     return Limit;
 }
 
-int32 GetAnimationProgressSteps(fbx_tool_interface *Tool, tool_animation *Animation, scene_export_state *State)
+int32 GetAnimationProgressSteps(tool_interface *Tool, tool_animation *Animation, scene_export_state *State)
 {
     if (IsVertexAnimation(Tool, Animation)) return 2;
     int32 Steps = 2;
@@ -151,82 +151,94 @@ static int32 GetProgressTotal(scene_export_state *State)
     return Total;
 }
 
-static void ExportTextures(scene_export_state *State, export_progress *Progress)
+static bool ExportTextures(scene_export_state *State, export_progress *Progress)
 {
+    bool Result = true;
     SetProgressStage(Progress, ExportStageNames[0]);
     for (tool_texture *Texture = State->Graph->FirstTexture; Texture && KeepExporting(Progress);
          Texture = Texture->NextInGraph) {
         StepProgress(Progress, GetTextureName(State->Tool, Texture, State->Strings));
-        if (IsReferenceIncluded(Texture->Settings)) ExportTexture(State, Texture);
+        if (IsReferenceIncluded(Texture->Settings)) Result = ExportTexture(State, Texture) && Result;
     }
+    return Result;
 }
 
-static void ExportMaterials(scene_export_state *State, export_progress *Progress)
+static bool ExportMaterials(scene_export_state *State, export_progress *Progress)
 {
+    bool Result = true;
     SetProgressStage(Progress, ExportStageNames[1]);
     // Every record exists before the second pass links them.
     for (tool_material *Material = State->Graph->FirstMaterial; Material && KeepExporting(Progress);
          Material = Material->NextInGraph) {
-        if (IsReferenceIncluded(Material->Settings)) CreateMaterial(State, Material);
+        if (IsReferenceIncluded(Material->Settings)) Result = CreateMaterial(State, Material) && Result;
     }
     State->MaterialIndex = 0;
     for (tool_material *Material = State->Graph->FirstMaterial; Material && KeepExporting(Progress);
          Material = Material->NextInGraph) {
         StepProgress(Progress, GetMaterialName(State->Tool, Material, State->Strings));
-        if (IsReferenceIncluded(Material->Settings)) FillMaterial(State, Material);
+        if (IsReferenceIncluded(Material->Settings)) Result = FillMaterial(State, Material) && Result;
     }
+    return Result;
 }
 
-static void ExportSkeletons(scene_export_state *State, export_progress *Progress)
+static bool ExportSkeletons(scene_export_state *State, export_progress *Progress)
 {
+    bool Result = true;
     SetProgressStage(Progress, ExportStageNames[2]);
     tool_node_graph *Graph = State->Graph;
     for (tool_model *Model = FirstModel(Graph); !IsModelEnd(Graph, Model) && KeepExporting(Progress);
          Model = NextModel(Model)) {
         StepProgress(Progress, GetToolModelName(State->Tool, Model, State->Strings));
         if (IsReferenceIncluded(Model->Settings)) {
-            ExportSkeleton(State, Model);
+            Result = ExportSkeleton(State, Model) && Result;
         } else {
             AssignBoneIndices(Model);
         }
     }
+    return Result;
 }
 
-static void ExportMeshes(scene_export_state *State, export_progress *Progress)
+static bool ExportMeshes(scene_export_state *State, export_progress *Progress)
 {
+    bool Result = true;
     SetProgressStage(Progress, ExportStageNames[3]);
     for (tool_mesh *Mesh = State->Graph->FirstMesh; Mesh && KeepExporting(Progress); Mesh = Mesh->NextInGraph) {
         Mesh->MorphCurveSetCount = 0;
         StepProgress(Progress, GetMeshName(State->Tool, Mesh, State->Strings, false));
-        if (IsReferenceIncluded(Mesh->Settings)) ExportMesh(State, Mesh);
+        if (IsReferenceIncluded(Mesh->Settings)) Result = ExportMesh(State, Mesh) && Result;
     }
+    return Result;
 }
 
-static void ExportModels(scene_export_state *State, export_progress *Progress)
+static bool ExportModels(scene_export_state *State, export_progress *Progress)
 {
+    bool Result = true;
     SetProgressStage(Progress, ExportStageNames[4]);
     tool_node_graph *Graph = State->Graph;
     for (tool_model *Model = FirstModel(Graph); !IsModelEnd(Graph, Model) && KeepExporting(Progress);
          Model = NextModel(Model)) {
         StepProgress(Progress, GetToolModelName(State->Tool, Model, State->Strings));
-        if (IsReferenceIncluded(Model->Settings)) ExportModel(State, Model);
+        if (IsReferenceIncluded(Model->Settings)) Result = ExportModel(State, Model) && Result;
     }
+    return Result;
 }
 
-static void ExportAnimations(scene_export_state *State, export_progress *Progress)
+static bool ExportAnimations(scene_export_state *State, export_progress *Progress)
 {
+    bool Result = true;
     SetProgressStage(Progress, ExportStageNames[5]);
     for (tool_animation *Animation = State->Graph->FirstAnimation; Animation && KeepExporting(Progress);
          Animation = Animation->Next) {
         StepProgress(Progress, GetAnimationName(State->Tool, Animation, State->Strings));
         if (IsReferenceIncluded(Animation->Settings)) {
             if (IsVertexAnimation(State->Tool, Animation)) {
-                SampleVertexAnimation(State, Animation, Progress);
+                Result = SampleVertexAnimation(State, Animation, Progress) && Result;
             } else {
-                SampleBoneAnimation(State, Animation, Progress);
+                Result = SampleBoneAnimation(State, Animation, Progress) && Result;
             }
         }
     }
+    return Result;
 }
 
 // Capacities of the arrays of FileInfo, from the scene graph.
@@ -249,7 +261,12 @@ static bool AllocateFileInfoArrays(scene_export_state *State)
     Info.Models = ArenaPush<model *>(Arena, Graph->ModelCount);
     Info.TrackGroups = ArenaPush<track_group *>(Arena, Graph->AnimationCount * Graph->ModelCount);
     Info.Animations = ArenaPush<animation *>(Arena, Graph->AnimationCount);
-    return true;
+    // An empty array needs no room.
+    return (Info.Textures || !Graph->TextureCount) && (Info.Materials || !Graph->MaterialCount) &&
+           (Info.Skeletons || !Graph->ModelCount) && (Info.VertexDatas || !GetVertexDataCapacity(State)) &&
+           (Info.TriTopologies || !Graph->MeshCount) && (Info.Meshes || !Graph->MeshCount) &&
+           (Info.Models || !Graph->ModelCount) && (Info.TrackGroups || !(Graph->AnimationCount * Graph->ModelCount)) &&
+           (Info.Animations || !Graph->AnimationCount);
 }
 
 #define DEFINE_ADDER(Name, Type, Count, Array, Capacity)                                                               \
@@ -318,7 +335,8 @@ static void AssignSectionsByType(scene_export_state *State)
 bool ExportScene(scene_export_context *Context, char const *SourceFileToEmbed, file_builder *FileBuilder,
                  export_progress *Progress)
 {
-    CheckPointer(Context, LogCategory_Exporter, true);
+    CheckPointer(Context, LogCategory_Exporter, false);
+    int64 FailedAllocations = GetFailedAllocationCount();
 
     scene_export_state State;
     memset(&State, 0, sizeof(State));
@@ -336,11 +354,11 @@ bool ExportScene(scene_export_context *Context, char const *SourceFileToEmbed, f
     State.Writer = BeginFileDataTreeWriting(FileInfoType, &State.FileInfo, TypesSection, ObjectsSection);
     if (!State.Writer) {
         TesselError(LogCategory_Exporter, "Unable to begin file data tree writing");
-        return true;
+        return false;
     }
 
     memset(&State.FileInfo, 0, sizeof(State.FileInfo));
-    AllocateFileInfoArrays(&State);
+    bool Result = AllocateFileInfoArrays(&State);
     State.FileInfo.ArtToolInfo = MakeArtToolInfo(&State);
     if (GetSettingBool(FileSettings, IncludeExporterInfoId)) State.FileInfo.ExporterInfo = MakeExporterInfo(&State);
     State.FileInfo.FromFileName = (char *)GetSourceFileName(State.Tool, State.Strings);
@@ -349,14 +367,14 @@ bool ExportScene(scene_export_context *Context, char const *SourceFileToEmbed, f
     SetProgressTotal(Progress, State.ProgressTotal);
     ResetToolTime(State.Tool);
 
-    ExportTextures(&State, Progress);
-    ExportMaterials(&State, Progress);
-    ExportSkeletons(&State, Progress);
-    ExportMeshes(&State, Progress);
-    ExportModels(&State, Progress);
-    ExportAnimations(&State, Progress);
-
-    ApplyCoordinateSystem(&State, FileSettings);
+    // After a failed stage the later ones are skipped: no file is written.
+    Result = Result && ExportTextures(&State, Progress);
+    Result = Result && ExportMaterials(&State, Progress);
+    Result = Result && ExportSkeletons(&State, Progress);
+    Result = Result && ExportMeshes(&State, Progress);
+    Result = Result && ExportModels(&State, Progress);
+    Result = Result && ExportAnimations(&State, Progress);
+    Result = Result && ApplyCoordinateSystem(&State, FileSettings);
     // The conversion has used the tool's units and axes either way.
     if (!GetSettingBool(FileSettings, IncludeArtToolDataId)) State.FileInfo.ArtToolInfo = 0;
     if (SourceFileToEmbed && SourceFileToEmbed[0]) {
@@ -365,13 +383,17 @@ bool ExportScene(scene_export_context *Context, char const *SourceFileToEmbed, f
     AssignSectionsByType(&State);
     SetFileWriterFlags(State.Writer, GetSettingBool(FileSettings, IncludeTypeTableId) ? 0u : (uint32)ExcludeTypeTree);
 
-    if (KeepExporting(Progress)) {
+    if (Result && KeepExporting(Progress)) {
         SetProgressStage(Progress, "I/O");
         StepProgress(Progress, "Writing file");
-        WriteDataTreeToFileBuilder(State.Writer, FileBuilder);
+        Result = WriteDataTreeToFileBuilder(State.Writer, FileBuilder);
     }
     EndFileDataTreeWriting(State.Writer);
-    return true;
+    if (GetFailedAllocationCount() != FailedAllocations) {
+        TesselError(LogCategory_Exporter, "Out of memory: the export is incomplete and is not written");
+        Result = false;
+    }
+    return Result;
 }
 
 #pragma pack(push, 4)

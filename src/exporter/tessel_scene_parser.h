@@ -8,7 +8,7 @@
 #include "settings/tessel_requester.h"
 #include "tessel/tessel.h"
 
-struct fbx_tool_interface;
+struct tool_interface;
 struct tool_node_graph;
 struct tool_animation;
 struct settings_node;
@@ -23,7 +23,7 @@ struct scene_export_context
     memory_arena *Arena;     // owns every output record
     settings_pools Pools;    // requesters, settings and tree nodes
     string_table *Strings;
-    fbx_tool_interface *Tool;
+    tool_interface *Tool;
     tool_node_graph *Graph;
 };
 
@@ -34,7 +34,7 @@ struct scene_export_state
     file_data_tree_writer *Writer;
     memory_arena *Arena;
     string_table *Strings;
-    fbx_tool_interface *Tool;
+    tool_interface *Tool;
     tool_node_graph *Graph;
     file_info FileInfo; // the writer holds its address until the end
     int32 MorphTargetLimit;
@@ -47,20 +47,21 @@ extern char const *const ExportStageNames[6];
 extern char const ExporterName[];
 
 // Null when the arena, the string table or the scene graph can't be made.
-scene_export_context *BeginSceneExport(fbx_tool_interface *Tool);
+scene_export_context *BeginSceneExport(tool_interface *Tool);
 // Releases the scene graph, the string table, the settings pools and the
 // arena, in this order, then the context. Accepts null.
 void EndSceneExport(scene_export_context *Context);
 
-// Runs every stage and writes the tree into FileBuilder. True in every case:
-// an abort shows only through KeepExporting(Progress).
+// Runs every stage and writes the tree into FileBuilder. False when a stage
+// failed, memory ran out or the tree could not be written: the file must
+// then not be written. A user's abort shows through KeepExporting(Progress).
 bool ExportScene(scene_export_context *Context, char const *SourceFileToEmbed, file_builder *FileBuilder,
                  export_progress *Progress);
 
 // Morph targets a mesh may have, so that (limit + 1) * MeshCount stays within
 // 262144 vertex data records.
 int32 GetMorphTargetLimit(int32 MeshCount);
-int32 GetAnimationProgressSteps(fbx_tool_interface *Tool, tool_animation *Animation, scene_export_state *State);
+int32 GetAnimationProgressSteps(tool_interface *Tool, tool_animation *Animation, scene_export_state *State);
 
 // Stores the bytes of the file at Path in the ExtendedData of FileInfo.
 bool EmbedSourceFile(char const *Path, file_info *FileInfo, memory_arena *Arena, string_table *Strings);

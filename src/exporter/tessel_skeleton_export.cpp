@@ -3,10 +3,8 @@
 #include <cmath>
 #include <cstring>
 
-#include "exporter/fbx_tessel_tool_extras.h"
-#include "exporter/fbx_tessel_tool_interface.h"
-#include "exporter/fbx_tessel_tool_sampling.h"
 #include "exporter/tessel_scene_graph.h"
+#include "exporter/tessel_tool_interface.h"
 #include "exporter/tessel_scene_parser.h"
 #include "format/tessel_schema.h"
 #include "foundation/tessel_log.h"
@@ -108,7 +106,7 @@ bool IsBoneIncluded(settings_node const *Settings)
     return GetSettingBool(Settings, IncludeDataId);
 }
 
-void GetNodeTransforms(fbx_tool_interface *Tool, tool_node *Node, transform *Local, transform *World)
+void GetNodeTransforms(tool_interface *Tool, tool_node *Node, transform *Local, transform *World)
 {
     CheckPointer(Local, LogCategory_Exporter, TESSEL_NOTHING);
     CheckPointer(World, LogCategory_Exporter, TESSEL_NOTHING);
@@ -122,19 +120,30 @@ void GetNodeTransforms(fbx_tool_interface *Tool, tool_node *Node, transform *Loc
     SetTransform(*World, WorldPosition, WorldOrientation, WorldScaleShear);
 }
 
-tool_node *GetSkeletonParent(fbx_tool_interface *Tool, tool_node *Node)
+tool_node *GetSkeletonParent(tool_interface *Tool, tool_node *Node)
 {
     tool_node *Parent = Node ? GetNodeParent(Tool, Node) : 0;
     if (!Parent || Parent->Model != Node->Model || !IsBoneIncluded(Parent->Settings)) return 0;
     return Parent;
 }
 
-void GetNodeBindTransform(fbx_tool_interface *Tool, tool_node *Node, tool_node *Parent, transform *Result)
+void GetNodeBindTransform(tool_interface *Tool, tool_node *Node, tool_node *Parent, transform *Result)
 {
     CheckPointer(Result, LogCategory_Exporter, TESSEL_NOTHING);
     real32 Position[3] = {0, 0, 0}, Orientation[4] = {0, 0, 0, 1};
     real32 ScaleShear[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
-    SampleNodeBindTransform(Tool, Node, Parent, Position, Orientation, ScaleShear);
+    if (!SampleNodeBindTransform(Tool, Node, Parent, Position, Orientation, ScaleShear)) {
+        // A tool without a bind pose of its own: its transforms at the
+        // current time, local below a parent, world for a root.
+        real32 WorldPosition[3] = {0, 0, 0}, WorldOrientation[4] = {0, 0, 0, 1};
+        real32 WorldScaleShear[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+        SampleNodeTransform(Tool, Node, Position, Orientation, ScaleShear, WorldPosition, WorldOrientation,
+                            WorldScaleShear);
+        if (!Parent) {
+            SetTransform(*Result, WorldPosition, WorldOrientation, WorldScaleShear);
+            return;
+        }
+    }
     SetTransform(*Result, Position, Orientation, ScaleShear);
 }
 
@@ -218,15 +227,15 @@ void MakeInitialPlacement(settings_node const *Settings, real32 const *Position,
     SetTransform(*Result, PlacedPosition, PlacedOrientation, Identity);
 }
 
-void ExportSkeleton(scene_export_state *State, tool_model *Model)
+bool ExportSkeleton(scene_export_state *State, tool_model *Model)
 {
-    CheckPointer(State, LogCategory_Exporter, TESSEL_NOTHING);
-    CheckPointer(Model, LogCategory_Exporter, TESSEL_NOTHING);
-    fbx_tool_interface *Tool = State->Tool;
+    CheckPointer(State, LogCategory_Exporter, false);
+    CheckPointer(Model, LogCategory_Exporter, false);
+    tool_interface *Tool = State->Tool;
 
     // Room for every node; only the included ones are added.
     skeleton_builder *Builder = BeginSkeleton(Model->NodeCount);
-    if (!Builder) return;
+    if (!Builder) return false;
 
     // Rest locals relative to each bone's skeleton parent, then the inverse
     // of the composition of exactly what is stored, so that a runtime that
@@ -244,7 +253,9 @@ void ExportSkeleton(scene_export_state *State, tool_model *Model)
         TesselFree(Worlds);
         TesselFree(Composed);
         AbandonSkeleton(Builder);
-        return;
+        TesselError(LogCategory_Exporter, "Out of memory for the bones of skeleton %s",
+                    GetToolModelName(Tool, Model, State->Strings));
+        return false;
     }
     int32 Count = 0;
     for (tool_node *Node = Model->FirstNode; Node; Node = Node->NextInModel) {
@@ -328,14 +339,15 @@ void ExportSkeleton(scene_export_state *State, tool_model *Model)
         NameBones(State, Model, Skeleton, Remapping);
     }
     if (Remapping) TesselFree(Remapping);
+    return Skeleton != 0;
 }
 
-void ExportModel(scene_export_state *State, tool_model *Model)
+bool ExportModel(scene_export_state *State, tool_model *Model)
 {
-    CheckPointer(State, LogCategory_Exporter, TESSEL_NOTHING);
-    CheckPointer(Model, LogCategory_Exporter, TESSEL_NOTHING);
+    CheckPointer(State, LogCategory_Exporter, false);
+    CheckPointer(Model, LogCategory_Exporter, false);
     model *Result = ArenaPush<model>(State->Arena);
-    if (!Result) return;
+    if (!Result) return false;
     ClearObject(ModelType, Result);
     AddModel(State, Result);
     Result->Name = (char *)GetToolModelName(State->Tool, Model, State->Strings);
@@ -359,7 +371,7 @@ void ExportModel(scene_export_state *State, tool_model *Model)
 
     if (IsDataIncluded(Model->Settings) && Model->MeshCount > 0) {
         model_mesh_binding *Bindings = ArenaPush<model_mesh_binding>(State->Arena, Model->MeshCount);
-        if (!Bindings) return;
+        if (!Bindings) return false;
         int32 Count = 0;
         for (tool_mesh *Mesh = Model->FirstMesh; Mesh; Mesh = Mesh->NextInModel) {
             if (Mesh->FileMesh && Count < Model->MeshCount) Bindings[Count++].Mesh = Mesh->FileMesh;
@@ -367,4 +379,5 @@ void ExportModel(scene_export_state *State, tool_model *Model)
         Result->MeshBindingCount = Count;
         Result->MeshBindings = Count > 0 ? Bindings : 0;
     }
+    return true;
 }

@@ -5,7 +5,7 @@
 
 #include "foundation/tessel_types.h"
 
-struct fbx_tool_interface;
+struct tool_interface;
 struct scene_export_state;
 struct settings_node;
 struct tool_model;
@@ -18,9 +18,9 @@ struct transform;
 // BoneIndex -1, so their children become roots. A bone's local transform is
 // its rest transform relative to its skeleton parent; its inverse world
 // matrix inverts the composition of the stored locals.
-void ExportSkeleton(scene_export_state *State, tool_model *Model);
+bool ExportSkeleton(scene_export_state *State, tool_model *Model);
 // The model record: name, skeleton, placement and mesh bindings.
-void ExportModel(scene_export_state *State, tool_model *Model);
+bool ExportModel(scene_export_state *State, tool_model *Model);
 
 // Is this node a bone of the skeleton? For settings that have "Include
 // reference in export", both inclusion settings must be on; otherwise
@@ -29,13 +29,13 @@ bool IsBoneIncluded(settings_node const *Settings);
 
 // The node's local and world transform at the tool's current time, with
 // their flags set.
-void GetNodeTransforms(fbx_tool_interface *Tool, tool_node *Node, transform *Local, transform *World);
+void GetNodeTransforms(tool_interface *Tool, tool_node *Node, transform *Local, transform *World);
 // The bone's parent in its model's skeleton: the graph parent when that is
 // an included bone of the same model, else null (the bone is a root).
-tool_node *GetSkeletonParent(fbx_tool_interface *Tool, tool_node *Node);
+tool_node *GetSkeletonParent(tool_interface *Tool, tool_node *Node);
 // The node's rest transform relative to Parent (null: its bind world), with
 // its flags set.
-void GetNodeBindTransform(fbx_tool_interface *Tool, tool_node *Node, tool_node *Parent, transform *Result);
+void GetNodeBindTransform(tool_interface *Tool, tool_node *Node, tool_node *Parent, transform *Result);
 // A transform as a row-vector 4x4 matrix in double precision (a point p maps
 // to p M), and the inverse of such an affine matrix (false and the
 // identity for a singular one).

@@ -19,7 +19,7 @@ void KFbxIO::SetError(char const *Format, ...)
 
 KFbxImporter *KFbxImporter::Create(KFbxSdkManager *Manager, char const *Name)
 {
-    return FbxNew(KFbxImporter, Manager, Name);
+    return FbxKeepWhole(FbxNew(KFbxImporter, Manager, Name));
 }
 
 KFbxImporter::KFbxImporter(KFbxSdkManager *Manager, char const *Name)

@@ -218,7 +218,7 @@ void KFbxGeometry::RemoveDeformer(KFbxDeformer *Deformer)
 
 KFbxMesh *KFbxMesh::Create(KFbxSdkManager *Manager, char const *Name)
 {
-    return FbxNew(KFbxMesh, Manager, Name);
+    return FbxKeepWhole(FbxNew(KFbxMesh, Manager, Name));
 }
 
 int32 KFbxMesh::GetPolygonSize(int32 Polygon) const

@@ -4,10 +4,12 @@
 #include "fbx/fbx_tessel_mesh.h"
 #include "fbx/fbx_tessel_scene.h"
 
-KFbxObject::KFbxObject(KFbxSdkManager *Manager, char const *Name) : mManager(Manager), mName(FbxCopyString(Name))
+KFbxObject::KFbxObject(KFbxSdkManager *Manager, char const *Name)
+    : mManager(Manager), mName(FbxCopyString(Name)), mWhole(mName || !Name)
 {
-    if (mManager) {
-        mManager->RegisterObject(this);
+    if (mManager && !mManager->RegisterObject(this)) {
+        mManager = nullptr;
+        mWhole = false;
     }
 }
 
@@ -128,7 +130,7 @@ bool KFbxTakeNodeContainer::CopyTakeNodesFrom(KFbxTakeNodeContainer const &Other
 
 KFbxNodeAttribute *KFbxNodeAttribute::Create(KFbxSdkManager *Manager, char const *Name, int32 Type)
 {
-    return FbxNew(KFbxNodeAttribute, Manager, Name, Type);
+    return FbxKeepWhole(FbxNew(KFbxNodeAttribute, Manager, Name, Type));
 }
 
 // ---------------------------------------------------------------------------
@@ -167,7 +169,7 @@ KFbxNode::~KFbxNode()
 
 KFbxNode *KFbxNode::Create(KFbxSdkManager *Manager, char const *Name)
 {
-    return FbxNew(KFbxNode, Manager, Name);
+    return FbxKeepWhole(FbxNew(KFbxNode, Manager, Name));
 }
 
 int32 KFbxNode::GetChildCount(bool Recursive) const

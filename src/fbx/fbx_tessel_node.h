@@ -28,11 +28,27 @@ public:
     void Destroy();
     // Called by the manager when it goes first.
     void DetachFromManager() { mManager = nullptr; }
+    // False when memory ran out while the object was made: its manager does
+    // not know it or its name is missing.
+    bool IsWhole() const { return mWhole; }
 
 private:
     KFbxSdkManager *mManager;
     char *mName;
+    bool mWhole;
 };
+
+// The creation functions' last step: an object that is not whole would
+// outlive its scene unseen, so it goes and the creation fails.
+template <typename T>
+T *FbxKeepWhole(T *Object)
+{
+    if (Object && !Object->IsWhole()) {
+        Object->Destroy();
+        return nullptr;
+    }
+    return Object;
+}
 
 // Take data: per take name one curve node tree (for a node, the
 // "Transform" channel with "T", "R" and "S" below it).

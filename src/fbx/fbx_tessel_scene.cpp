@@ -42,11 +42,13 @@ void KFbxSdkManager::GetFileFormatVersion(int32 &Major, int32 &Minor, int32 &Rev
     Revision = 0;
 }
 
-void KFbxSdkManager::RegisterObject(KFbxObject *Object)
+bool KFbxSdkManager::RegisterObject(KFbxObject *Object)
 {
     if (!mObjects.Add(Object)) {
         TesselError(LogCategory_FBX, "Out of memory registering object %s", Object->GetName());
+        return false;
     }
+    return true;
 }
 
 void KFbxSdkManager::UnregisterObject(KFbxObject *Object)
@@ -227,12 +229,12 @@ KFbxScene::~KFbxScene()
 KFbxScene *KFbxScene::Create(KFbxSdkManager *Manager, char const *Name)
 {
     CheckPointer(Manager, LogCategory_FBX, nullptr);
-    KFbxScene *Scene = FbxNew(KFbxScene, Manager, Name);
+    KFbxScene *Scene = FbxKeepWhole(FbxNew(KFbxScene, Manager, Name));
     if (!Scene) {
         return nullptr;
     }
     Scene->mRootNode = KFbxNode::Create(Manager, "RootNode");
-    Scene->mGlobalSettings = FbxNew(KFbxGlobalSettings, Manager, "GlobalSettings");
+    Scene->mGlobalSettings = FbxKeepWhole(FbxNew(KFbxGlobalSettings, Manager, "GlobalSettings"));
     if (!Scene->mRootNode || !Scene->mGlobalSettings || !Scene->mCurrentTake) {
         if (Scene->mRootNode) Scene->mRootNode->Destroy();
         if (Scene->mGlobalSettings) Scene->mGlobalSettings->Destroy();

@@ -19,7 +19,7 @@ public:
     static void GetFileFormatVersion(int32 &Major, int32 &Minor, int32 &Revision);
 
     // Bookkeeping of KFbxObject.
-    void RegisterObject(KFbxObject *Object);
+    bool RegisterObject(KFbxObject *Object);
     void UnregisterObject(KFbxObject *Object);
     int32 GetObjectCount() const { return mObjects.Count; }
 

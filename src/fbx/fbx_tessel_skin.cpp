@@ -3,7 +3,7 @@
 
 KFbxSkin *KFbxSkin::Create(KFbxSdkManager *Manager, char const *Name)
 {
-    return FbxNew(KFbxSkin, Manager, Name);
+    return FbxKeepWhole(FbxNew(KFbxSkin, Manager, Name));
 }
 
 bool KFbxSkin::AddCluster(KFbxCluster *Cluster)
@@ -26,7 +26,7 @@ int32 KFbxSkin::RemoveCluster(KFbxCluster *Cluster)
 
 KFbxCluster *KFbxCluster::Create(KFbxSdkManager *Manager, char const *Name)
 {
-    return FbxNew(KFbxCluster, Manager, Name);
+    return FbxKeepWhole(FbxNew(KFbxCluster, Manager, Name));
 }
 
 bool KFbxCluster::AddControlPointIndex(int32 Index, real64 Weight)

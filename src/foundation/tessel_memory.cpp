@@ -47,6 +47,20 @@ void ReleaseListLock()
 allocate_hook AllocateHook = TrackingAllocate;
 free_hook FreeHook = TrackingFree;
 
+static std::atomic<int64> FailedAllocations{0};
+
+void *HookedAllocate(char const *File, int32 Line, intaddrx Alignment, intaddrx Size)
+{
+    void *Memory = AllocateHook(File, Line, Alignment, Size);
+    if (!Memory) FailedAllocations.fetch_add(1, std::memory_order_relaxed);
+    return Memory;
+}
+
+int64 GetFailedAllocationCount()
+{
+    return FailedAllocations.load(std::memory_order_relaxed);
+}
+
 void *TrackingAllocate(char const *File, int32 Line, intaddrx Alignment, intaddrx Size)
 {
     if (Alignment <= 0) Alignment = 4;
@@ -224,7 +238,7 @@ static void ResolvePieces(aggr_allocator &Allocator, uint8 *Memory)
 void *EndAggregateAllocation_(aggr_allocator &Allocator, char const *File, int32 Line)
 {
     intaddrx Total = AlignUp(Allocator.TotalAggregateSize, Allocator.AllocationAlignment);
-    uint8 *Memory = (uint8 *)AllocateHook(File, Line, Allocator.AllocationAlignment, Total);
+    uint8 *Memory = (uint8 *)HookedAllocate(File, Line, Allocator.AllocationAlignment, Total);
     if (!Memory) {
         for (int32 Index = 0; Index < Allocator.Count; ++Index) {
             if (Allocator.Pieces[Index].ResultPointer) *Allocator.Pieces[Index].ResultPointer = 0;

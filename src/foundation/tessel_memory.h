@@ -11,10 +11,17 @@ typedef void (*free_hook)(char const *File, int32 Line, void *Memory);
 extern allocate_hook AllocateHook;
 extern free_hook FreeHook;
 
-#define TesselAllocate(Size) AllocateHook(__FILE__, __LINE__, 4, (intaddrx)(Size))
-#define TesselAllocateAligned(Alignment, Size) AllocateHook(__FILE__, __LINE__, (intaddrx)(Alignment), (intaddrx)(Size))
+// Every allocation goes through the hook by way of HookedAllocate, which
+// counts the ones the hook refuses: an export that met one is incomplete
+// and must not be written, wherever the failure was swallowed.
+void *HookedAllocate(char const *File, int32 Line, intaddrx Alignment, intaddrx Size);
+// Refused allocations since the process started, on every thread.
+int64 GetFailedAllocationCount();
+
+#define TesselAllocate(Size) HookedAllocate(__FILE__, __LINE__, 4, (intaddrx)(Size))
+#define TesselAllocateAligned(Alignment, Size) HookedAllocate(__FILE__, __LINE__, (intaddrx)(Alignment), (intaddrx)(Size))
 #define TesselAllocateArray(Type, Count)                                                                               \
-    ((Type *)AllocateHook(__FILE__, __LINE__, 4, (intaddrx)sizeof(Type) * (intaddrx)(Count)))
+    ((Type *)HookedAllocate(__FILE__, __LINE__, 4, (intaddrx)sizeof(Type) * (intaddrx)(Count)))
 #define TesselFree(Memory) FreeHook(__FILE__, __LINE__, (Memory))
 
 // Tracking allocator: the defaults of the two hooks.

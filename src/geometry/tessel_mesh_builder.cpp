@@ -610,25 +610,32 @@ void BuildTangentSpace(mesh_builder *Builder)
         {Real32Member, "TangentBinormalCross", 0, 3, {0, 0, 0}, 0},
         {EndMember, 0, 0, 0, {0, 0, 0}, 0},
     };
+    // Frames go into every vertex: the members are matched once.
+    conversion_plan *FrameToVertex = NewConversionPlan(FrameLayout, Builder->VertexType);
+    auto MergeFrame = [&](void const *Frame, int32 Vertex) {
+        void *Target = GetStackUnit(Builder->VertexStack, Vertex);
+        if (FrameToVertex) {
+            ConvertWithPlan(FrameToVertex, Frame, Target, false);
+        } else {
+            MergeSingleObject(FrameLayout, Frame, Builder->VertexType, Target);
+        }
+    };
     int32 Count = GetResultingVertexCount(Builder);
     tangent_frame_unit Zero = {};
-    for (int32 Vertex = 0; Vertex < Count; ++Vertex) {
-        MergeSingleObject(FrameLayout, &Zero, Builder->VertexType, GetStackUnit(Builder->VertexStack, Vertex));
-    }
+    for (int32 Vertex = 0; Vertex < Count; ++Vertex) MergeFrame(&Zero, Vertex);
     if (BuildTangentFrames(Builder)) {
         int32 Frames = GetStackUnitCount(Builder->VertexTangentStack);
         Count = GetResultingVertexCount(Builder);
         for (int32 Vertex = 0; Vertex < Count && Vertex < Frames; ++Vertex) {
-            MergeSingleObject(FrameLayout, GetStackUnit(Builder->VertexTangentStack, Vertex), Builder->VertexType,
-                              GetStackUnit(Builder->VertexStack, Vertex));
+            MergeFrame(GetStackUnit(Builder->VertexTangentStack, Vertex), Vertex);
         }
-        return;
+    } else {
+        TesselError(LogCategory_Exporter, "Failed to create the tangent space");
+        Count = GetResultingVertexCount(Builder); // splits made before the failure get the frame too
+        tangent_frame_unit Constant = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
+        for (int32 Vertex = 0; Vertex < Count; ++Vertex) MergeFrame(&Constant, Vertex);
     }
-    TesselError(LogCategory_Exporter, "Failed to create the tangent space");
-    tangent_frame_unit Constant = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
-    for (int32 Vertex = 0; Vertex < Count; ++Vertex) {
-        MergeSingleObject(FrameLayout, &Constant, Builder->VertexType, GetStackUnit(Builder->VertexStack, Vertex));
-    }
+    FreeConversionPlan(FrameToVertex);
 }
 
 int32 GetResultingVertexCount(mesh_builder const *Builder)

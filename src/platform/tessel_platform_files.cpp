@@ -145,15 +145,14 @@ void ReportPlatformError(char const *CallName, char const *File, int32 Line, boo
 file_writer *CreatePlatformFileWriter(char const *FileName, bool Truncate)
 {
     CheckPointer(FileName, LogCategory_FileWriting, 0);
+    // The record first: without memory the file is not even touched.
+    platform_writer *Writer = (platform_writer *)TesselAllocate(sizeof(platform_writer));
+    if (!Writer) return 0;
     int Flags = O_WRONLY | O_CREAT | O_CLOEXEC | (Truncate ? O_TRUNC : 0);
     int Handle = open(FileName, Flags, 0644);
     if (Handle < 0) {
         ReportPlatformError("open", __FILE__, __LINE__, false);
-        return 0;
-    }
-    platform_writer *Writer = (platform_writer *)TesselAllocate(sizeof(platform_writer));
-    if (!Writer) {
-        close(Handle);
+        TesselFree(Writer);
         return 0;
     }
     InitializeFileWriter(Writer->Base, DeletePlatformWriter, SeekPlatformWriter, WritePlatformWriter, DefaultBeginCRC,

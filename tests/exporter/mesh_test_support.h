@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "exporter/fbx_tessel_tool_interface.h"
+#include "fbx_tool/fbx_tessel_tool_interface.h"
 #include "exporter/tessel_mesh_export.h"
 #include "exporter/tessel_scene_graph.h"
 #include "exporter/tessel_scene_parser.h"
@@ -18,6 +18,8 @@
 #include "settings/tessel_export_ui_tunneling.h"
 #include "settings/tessel_requester.h"
 #include "support/fbx_test_writer.h"
+
+using namespace fbx_tool;
 
 struct mesh_fixture
 {

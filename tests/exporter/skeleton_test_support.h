@@ -6,12 +6,14 @@
 #include <string>
 #include <utility>
 
-#include "exporter/fbx_tessel.h"
-#include "exporter/fbx_tessel_tool_interface.h"
+#include "fbx_tool/fbx_tessel.h"
+#include "fbx_tool/fbx_tessel_tool_interface.h"
 #include "exporter/tessel_scene_graph.h"
 #include "exporter/tessel_scene_parser.h"
 #include "foundation/tessel_memory.h"
 #include "support/fbx_test_writer.h"
+
+using namespace fbx_tool;
 
 // Row-vector matrices as the file stores them: a point p maps to p M.
 struct matrix4

@@ -4,7 +4,7 @@
 
 #include <rapidxml/rapidxml.hpp>
 
-#include "exporter/fbx_tessel.h"
+#include "fbx_tool/fbx_tessel.h"
 #include "exporter_test_files.h"
 #include "support/test_log_capture.h"
 

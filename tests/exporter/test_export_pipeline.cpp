@@ -4,11 +4,11 @@
 #include <string>
 #include <vector>
 
-#include "exporter/fbx_tessel.h"
+#include "fbx_tool/fbx_tessel.h"
 #include "exporter/fbx_tessel_export_operations.h"
-#include "exporter/fbx_tessel_progress_window.h"
-#include "exporter/fbx_tessel_scene_loading.h"
-#include "exporter/fbx_tessel_tool_interface.h"
+#include "exporter/tessel_export_progress.h"
+#include "fbx_tool/fbx_tessel_scene_loading.h"
+#include "fbx_tool/fbx_tessel_tool_interface.h"
 #include "exporter/tessel_scene_graph.h"
 #include "exporter/tessel_scene_parser.h"
 #include "exporter_test_files.h"
@@ -20,6 +20,8 @@
 #include "settings/tessel_export_ui_tunneling.h"
 #include "support/fbx_test_writer.h"
 #include "support/test_log_capture.h"
+
+using namespace fbx_tool;
 
 namespace {
 
@@ -161,14 +163,14 @@ TEST(RunExport, SettingsFileSwitchesExporterInfoAndCompression)
     remove(Output.c_str());
 }
 
-TEST(RunExport, UncreatableOutputStillCompletesAndCleansUp)
+TEST(RunExport, UncreatableOutputAbortsAndCleansUp)
 {
     int32 Before = LiveBlocks();
     Reports.clear();
     std::string Output = PrivateTemporaryDirectory() + "/no_such_folder/output.ts2";
     EXPECT_FALSE(ExportEmptyScene(Output));
     ASSERT_FALSE(Reports.empty());
-    EXPECT_EQ(Reports.back().Stage, "Export Complete");
+    EXPECT_EQ(Reports.back().Stage, "Export Aborted");
     EXPECT_TRUE(ListTemporaryFiles().empty());
     EXPECT_EQ(LiveBlocks(), Before);
 }

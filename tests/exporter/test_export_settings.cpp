@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "exporter/fbx_tessel.h"
+#include "fbx_tool/fbx_tessel.h"
 #include "exporter/fbx_tessel_export_operations.h"
 #include "exporter_test_files.h"
 #include "format/tessel_file_format.h"

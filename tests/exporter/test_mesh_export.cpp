@@ -9,11 +9,13 @@
 
 #include <unistd.h>
 
-#include "exporter/fbx_tessel.h"
-#include "exporter/fbx_tessel_tool_geometry.h"
+#include "fbx_tool/fbx_tessel.h"
+#include "fbx_tool/fbx_tessel_tool_geometry.h"
 #include "exporter_test_files.h"
 #include "mesh_test_support.h"
 #include "support/test_log_capture.h"
+
+using namespace fbx_tool;
 
 namespace {
 

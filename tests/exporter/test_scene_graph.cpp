@@ -6,14 +6,16 @@
 #include <utility>
 #include <vector>
 
-#include "exporter/fbx_tessel.h"
-#include "exporter/fbx_tessel_tool_interface.h"
+#include "fbx_tool/fbx_tessel.h"
+#include "fbx_tool/fbx_tessel_tool_interface.h"
 #include "exporter/tessel_scene_graph.h"
 #include "fbx/fbx_tessel_mesh.h"
 #include "fbx/fbx_tessel_skin.h"
 #include "foundation/tessel_memory.h"
 #include "support/fbx_test_writer.h"
 #include "support/test_log_capture.h"
+
+using namespace fbx_tool;
 
 namespace {
 

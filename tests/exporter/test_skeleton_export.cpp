@@ -7,7 +7,7 @@
 #include <iterator>
 #include <unistd.h>
 
-#include "exporter/fbx_tessel_tool_sampling.h"
+#include "fbx_tool/fbx_tessel_tool_sampling.h"
 #include "exporter/tessel_skeleton_export.h"
 #include "geometry/tessel_transform.h"
 #include "exporter_test_files.h"
@@ -17,6 +17,8 @@
 #include "skeleton_test_support.h"
 #include "support/test_command.h"
 #include "support/test_log_capture.h"
+
+using namespace fbx_tool;
 
 namespace {
 
@@ -139,8 +141,8 @@ TEST(ToolSampling, SampleTimesAndFrameCountsOfTakesAndRanges)
     // Newest first: the second def's animation heads the list.
     tool_animation *SliverRange = Fixture.State.Graph->FirstAnimation;
     tool_animation *WholeRange = SliverRange->Next;
-    EXPECT_EQ(GetAnimationFrameCount(WholeRange), 30);
-    EXPECT_EQ(GetAnimationFrameCount(SliverRange), 0);
+    EXPECT_EQ(GetAnimationFrameCount(Fixture.Tool, WholeRange), 30);
+    EXPECT_EQ(GetAnimationFrameCount(Fixture.Tool, SliverRange), 0);
     SetAnimationSampleTime(Fixture.Tool, WholeRange, 3, 4);
     EXPECT_EQ(Fixture.Tool->CurrentTime, (Second / 4) * 3);
 
@@ -149,7 +151,7 @@ TEST(ToolSampling, SampleTimesAndFrameCountsOfTakesAndRanges)
     // files with several).
     tool_animation TakeOnly = *WholeRange;
     TakeOnly.HasRange = false;
-    EXPECT_EQ(GetAnimationFrameCount(&TakeOnly), 300);
+    EXPECT_EQ(GetAnimationFrameCount(Fixture.Tool, &TakeOnly), 300);
     SetAnimationSampleTime(Fixture.Tool, &TakeOnly, 1, 4);
     EXPECT_EQ(Fixture.Tool->CurrentTime, 10 * Second + 10 * Second / 4);
     real32 LP[3], LO[4], LS[9], WP[3], WO[4], WS[9];

@@ -21,6 +21,8 @@
 #include "skeleton_test_support.h"
 #include "support/test_log_capture.h"
 
+using namespace fbx_tool;
+
 namespace {
 
 // The bind world matrix Blender printed for a node: the "bind_world" of its

@@ -1,4 +1,4 @@
-#include "exporter/fbx_tessel.h"
+#include "fbx_tool/fbx_tessel.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -7,7 +7,7 @@
 #include <rapidxml/rapidxml.hpp>
 
 #include "exporter/fbx_tessel_export_operations.h"
-#include "exporter/fbx_tessel_tool_interface.h"
+#include "fbx_tool/fbx_tessel_tool_interface.h"
 #include "foundation/tessel_log.h"
 #include "foundation/tessel_memory.h"
 
@@ -197,12 +197,12 @@ void FreeAnimationDefs(animation_def *AnimationDefs, int32 AnimationDefCount)
 // Releases everything the entry made for one call.
 static void ReleaseExport(fbx_tool_interface *Tool)
 {
-    DestroyFBXScene(Tool->FBX);
+    fbx_tool::DestroyFBXScene(Tool->FBX);
     Tool->FBX = 0;
     FreeAnimationDefs(Tool->AnimationDefs, Tool->AnimationDefCount);
     Tool->AnimationDefs = 0;
     Tool->AnimationDefCount = 0;
-    DestroyToolInterface(Tool);
+    fbx_tool::DestroyToolInterface(Tool);
 }
 
 bool ExportFBXFileWithOptions(char const *FBXPath, char const *OutputPath, char const *AnimationDefPath,
@@ -212,7 +212,7 @@ bool ExportFBXFileWithOptions(char const *FBXPath, char const *OutputPath, char 
     CheckPointer(FBXPath, LogCategory_ExportDriver, false);
     CheckPointer(OutputPath, LogCategory_ExportDriver, false);
 
-    fbx_tool_interface *Tool = CreateToolInterface(FBXPath);
+    fbx_tool_interface *Tool = fbx_tool::CreateToolInterface(FBXPath);
     if (!Tool) return false;
     if (!Tool->FBX) {
         TesselError(LogCategory_ExportDriver, "Unable to load FBX file %s", FBXPath);
@@ -251,7 +251,7 @@ extern "C" TESSEL_API bool ExportFBXFile(char const *fbxPath, char const *output
     Options.SourceFileToEmbed = 0;
     Options.ShowProgress = true;
     Options.SettingsFileName = 0;
-    // The driver's own result is not passed on: a failed export shows as a
-    // missing output file and an "Export Aborted" stage.
-    return ExportFBXFileWithOptions(fbxPath, outputPath, animationDefPath, Options, progressCallback, 0);
+    bool Exported = false;
+    ExportFBXFileWithOptions(fbxPath, outputPath, animationDefPath, Options, progressCallback, &Exported);
+    return Exported;
 }

@@ -4,21 +4,19 @@
 // operations have no answer in FBX and give fixed empty results.
 #pragma once
 
+#include "exporter/tessel_tool_interface.h"
 #include "foundation/tessel_types.h"
 
 struct fbx_tool_interface;
-struct tool_node;
-struct tool_animation;
-struct tool_track;
-struct memory_arena;
-struct string_table;
+
+namespace fbx_tool {
 
 // 1 / frame rate of the scene's time mode.
 real32 GetSecondsPerFrame(fbx_tool_interface *Tool);
 // Whole frames of the animation's range, or of its take's length, counted
 // from 0 and truncated; 0 for a range that ends before it starts. Makes
 // the take current when there is no range.
-int32 GetAnimationFrameCount(tool_animation *Animation);
+int32 GetAnimationFrameCount(fbx_tool_interface *Tool, tool_animation *Animation);
 // Makes the animation's take current and puts the current time at sample
 // SampleIndex of SampleCount equal steps over the range (or over the take's
 // own span, from its start). SampleCount must be at least 1.
@@ -50,20 +48,22 @@ void SampleNodeBindTransform(fbx_tool_interface *Tool, tool_node *Node, tool_nod
 void GetNodeMatrix(fbx_tool_interface *Tool, tool_node *Node, real32 *Matrix);
 
 // Per-corner morph data at the current frame: nothing in FBX.
-void GetMorphVertexPosition(void *Handle, int32 Polygon, int32 Corner, real32 *Position);
-void GetMorphVertexNormal(void *Handle, int32 Polygon, int32 Corner, real32 *Normal);
-void GetMorphCornerColor(void *Handle, int32 Polygon, int32 Corner, int32 Channel, real32 *Color);
-void GetMorphCornerTextureCoordinates(void *Handle, int32 Polygon, int32 Corner, int32 Channel, real32 *Coordinates);
+void GetMorphVertexPosition(fbx_tool_interface *Tool, void *Handle, int32 Polygon, int32 Corner, real32 *Position);
+void GetMorphVertexNormal(fbx_tool_interface *Tool, void *Handle, int32 Polygon, int32 Corner, real32 *Normal);
+void GetMorphCornerColor(fbx_tool_interface *Tool, void *Handle, int32 Polygon, int32 Corner, int32 Channel, real32 *Color);
+void GetMorphCornerTextureCoordinates(fbx_tool_interface *Tool, void *Handle, int32 Polygon, int32 Corner, int32 Channel, real32 *Coordinates);
 
 // Vertex animation and animated extras: FBX has none.
 int32 GetVertexAnimationChannelCount(fbx_tool_interface *Tool, tool_animation *Animation);
-void SampleVertexAnimationFrame(real32 *Values, void *Handle, tool_animation *Animation);
-char const *GetVertexAnimationChannelName();
+void SampleVertexAnimationFrame(fbx_tool_interface *Tool, real32 *Values, void *Handle, tool_animation *Animation);
+char const *GetVertexAnimationChannelName(fbx_tool_interface *Tool);
 char const *GetTrackName(fbx_tool_interface *Tool, tool_track *Track, string_table *Strings);
 int32 GetTrackDimension(fbx_tool_interface *Tool, tool_track *Track);
-void SampleTrack(real32 *Values, tool_track *Track, tool_animation *Animation);
+void SampleTrack(fbx_tool_interface *Tool, real32 *Values, tool_track *Track, tool_animation *Animation);
 bool IsTrackAlwaysKept(fbx_tool_interface *Tool, tool_track *Track);
 int32 GetNodeTextTrackCount(fbx_tool_interface *Tool, tool_node *Node);
 int32 GetNodeTextTrackEntryCount(fbx_tool_interface *Tool, tool_node *Node, int32 Track);
 char const *GetNodeTextTrackEntry(fbx_tool_interface *Tool, tool_node *Node, memory_arena *Arena, string_table *Strings,
                                   int32 Track, int32 Entry, real32 *Time);
+
+} // namespace fbx_tool

@@ -5,15 +5,12 @@
 #pragma once
 
 #include "foundation/tessel_pointer_hash.h"
+#include "exporter/tessel_tool_interface.h"
 #include "foundation/tessel_types.h"
 
 class KFbxSdkManager;
 class KFbxScene;
 struct animation_def;
-struct tool_node_graph;
-struct string_table;
-struct art_tool_info;
-struct memory_arena;
 
 struct fbx_scene_context
 {
@@ -22,7 +19,7 @@ struct fbx_scene_context
     char const *FileName; // the caller's path, not copied
 };
 
-struct fbx_tool_interface
+struct fbx_tool_interface : tool_interface
 {
     fbx_scene_context *FBX;
     pointer_hash *NodeMap; // KFbxNode -> tool_node
@@ -31,6 +28,11 @@ struct fbx_tool_interface
     int32 AnimationDefCount;
     animation_def *AnimationDefs;
 };
+
+// The operations table every FBX tool object points to.
+tool_operations const *GetFBXToolOperations();
+
+namespace fbx_tool {
 
 // Loads the whole FBX file. The tool object's FBX is null when the file
 // could not be loaded.
@@ -55,12 +57,6 @@ void GetCoordinateSystem(fbx_tool_interface *Tool, real32 *UnitsPerMeter, real32
 void ResetToolTime(fbx_tool_interface *Tool);
 
 // Names. Strings are interned in Strings where one is given.
-struct tool_node;
-struct tool_mesh;
-struct tool_model;
-struct tool_texture;
-struct tool_material;
-struct tool_animation;
 char const *GetNodeName(fbx_tool_interface *Tool, tool_node *Node, string_table *Strings);
 char const *GetMeshName(fbx_tool_interface *Tool, tool_mesh *Mesh, string_table *Strings, bool FullName);
 char const *GetAnimationName(fbx_tool_interface *Tool, tool_animation *Animation, string_table *Strings);
@@ -73,3 +69,5 @@ int32 GetNodeDepth(fbx_tool_interface *Tool, tool_node *Node);
 
 // FBX has only bone animation.
 bool IsVertexAnimation(fbx_tool_interface *Tool, tool_animation *Animation);
+
+} // namespace fbx_tool

@@ -1,10 +1,12 @@
-#include "exporter/fbx_tessel_tool_sampling.h"
+#include "fbx_tool/fbx_tessel_tool_sampling.h"
 
-#include "exporter/fbx_tessel_tool_interface.h"
+#include "fbx_tool/fbx_tessel_tool_interface.h"
 #include "exporter/tessel_scene_graph.h"
 #include "fbx/fbx_tessel_node.h"
 #include "fbx/fbx_tessel_scene.h"
 #include "foundation/tessel_log.h"
+
+namespace fbx_tool {
 
 namespace {
 
@@ -53,7 +55,7 @@ real32 GetSecondsPerFrame(fbx_tool_interface *Tool)
     return (real32)(1.0 / KTime::GetFrameRate(KTime::GetGlobalTimeMode()));
 }
 
-int32 GetAnimationFrameCount(tool_animation *Animation)
+int32 GetAnimationFrameCount(fbx_tool_interface *Tool, tool_animation *Animation)
 {
     CheckPointer(Animation, LogCategory_Exporter, 0);
     KTime Span;
@@ -140,17 +142,17 @@ void SampleNodeBindTransform(fbx_tool_interface *Tool, tool_node *Node, tool_nod
 
 void GetNodeMatrix(fbx_tool_interface *Tool, tool_node *Node, real32 *Matrix) {}
 
-void GetMorphVertexPosition(void *Handle, int32 Polygon, int32 Corner, real32 *Position) {}
-void GetMorphVertexNormal(void *Handle, int32 Polygon, int32 Corner, real32 *Normal) {}
-void GetMorphCornerColor(void *Handle, int32 Polygon, int32 Corner, int32 Channel, real32 *Color) {}
-void GetMorphCornerTextureCoordinates(void *Handle, int32 Polygon, int32 Corner, int32 Channel, real32 *Coordinates) {}
+void GetMorphVertexPosition(fbx_tool_interface *Tool, void *Handle, int32 Polygon, int32 Corner, real32 *Position) {}
+void GetMorphVertexNormal(fbx_tool_interface *Tool, void *Handle, int32 Polygon, int32 Corner, real32 *Normal) {}
+void GetMorphCornerColor(fbx_tool_interface *Tool, void *Handle, int32 Polygon, int32 Corner, int32 Channel, real32 *Color) {}
+void GetMorphCornerTextureCoordinates(fbx_tool_interface *Tool, void *Handle, int32 Polygon, int32 Corner, int32 Channel, real32 *Coordinates) {}
 
 int32 GetVertexAnimationChannelCount(fbx_tool_interface *Tool, tool_animation *Animation)
 {
     return 0;
 }
-void SampleVertexAnimationFrame(real32 *Values, void *Handle, tool_animation *Animation) {}
-char const *GetVertexAnimationChannelName()
+void SampleVertexAnimationFrame(fbx_tool_interface *Tool, real32 *Values, void *Handle, tool_animation *Animation) {}
+char const *GetVertexAnimationChannelName(fbx_tool_interface *Tool)
 {
     return 0;
 }
@@ -162,7 +164,7 @@ int32 GetTrackDimension(fbx_tool_interface *Tool, tool_track *Track)
 {
     return 0;
 }
-void SampleTrack(real32 *Values, tool_track *Track, tool_animation *Animation) {}
+void SampleTrack(fbx_tool_interface *Tool, real32 *Values, tool_track *Track, tool_animation *Animation) {}
 bool IsTrackAlwaysKept(fbx_tool_interface *Tool, tool_track *Track)
 {
     return false;
@@ -180,3 +182,5 @@ char const *GetNodeTextTrackEntry(fbx_tool_interface *Tool, tool_node *Node, mem
 {
     return 0;
 }
+
+} // namespace fbx_tool

@@ -1,18 +1,21 @@
-#include "exporter/fbx_tessel_tool_interface.h"
+#include "fbx_tool/fbx_tessel_tool_interface.h"
 
 #include <cstring>
 
-#include "exporter/fbx_tessel_scene_loading.h"
+#include "fbx_tool/fbx_tessel_scene_loading.h"
 #include "exporter/tessel_scene_graph.h"
 #include "format/tessel_string_table.h"
 #include "foundation/tessel_log.h"
 #include "foundation/tessel_memory.h"
+
+namespace fbx_tool {
 
 fbx_tool_interface *CreateToolInterface(char const *FBXPath)
 {
     fbx_tool_interface *Tool = (fbx_tool_interface *)TesselAllocate(sizeof(fbx_tool_interface));
     if (!Tool) return 0;
     memset(Tool, 0, sizeof(*Tool));
+    Tool->Operations = GetFBXToolOperations();
 
     fbx_scene_context *Context = (fbx_scene_context *)TesselAllocate(sizeof(fbx_scene_context));
     if (Context) {
@@ -178,3 +181,5 @@ bool IsVertexAnimation(fbx_tool_interface *Tool, tool_animation *Animation)
 {
     return false;
 }
+
+} // namespace fbx_tool

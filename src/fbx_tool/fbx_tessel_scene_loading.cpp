@@ -1,11 +1,11 @@
 // Bridge to the FBX scene model: loading a file into a scene, the writer
 // registration, and the scene-wide values the tool interface reads.
-#include "exporter/fbx_tessel_scene_loading.h"
+#include "fbx_tool/fbx_tessel_scene_loading.h"
 
 #include <cstring>
 
-#include "exporter/fbx_tessel.h"
-#include "exporter/fbx_tessel_tool_interface.h"
+#include "fbx_tool/fbx_tessel.h"
+#include "fbx_tool/fbx_tessel_tool_interface.h"
 #include "exporter/tessel_scene_graph.h"
 #include "fbx/fbx_tessel_importer.h"
 #include "fbx/fbx_tessel_mesh.h"

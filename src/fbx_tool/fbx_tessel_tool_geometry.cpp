@@ -1,17 +1,19 @@
-#include "exporter/fbx_tessel_tool_geometry.h"
+#include "fbx_tool/fbx_tessel_tool_geometry.h"
 
 #include <new>
 
 #include <cmath>
 #include <cstring>
 
-#include "exporter/fbx_tessel_tool_interface.h"
+#include "fbx_tool/fbx_tessel_tool_interface.h"
 #include "exporter/tessel_scene_graph.h"
 #include "fbx/fbx_tessel_mesh.h"
 #include "fbx/fbx_tessel_skin.h"
 #include "format/tessel_string_table.h"
 #include "foundation/tessel_log.h"
 #include "foundation/tessel_memory.h"
+
+namespace fbx_tool {
 
 namespace {
 
@@ -218,6 +220,7 @@ fbx_mesh_data *BeginMeshData(fbx_tool_interface *Tool, tool_mesh *Mesh)
     CheckPointer(FBXMesh, LogCategory_Exporter, 0);
     fbx_mesh_data *Data = (fbx_mesh_data *)TesselAllocate(sizeof(fbx_mesh_data));
     if (!Data) return 0;
+    Data->Tool = Tool;
     Data->Mesh = FBXMesh;
     Data->PointNormals = 0;
     Data->Mirrored = false;
@@ -371,6 +374,7 @@ fbx_mesh_skin *GetMeshSkin(fbx_tool_interface *Tool, tool_mesh *Mesh)
     fbx_mesh_skin *Skin = (fbx_mesh_skin *)TesselAllocate(sizeof(fbx_mesh_skin));
     if (!Skin) return 0;
     memset(Skin, 0, sizeof(*Skin));
+    Skin->Tool = Tool;
     Skin->Skin = GetFirstSkin(FBXMesh);
     Skin->Mesh = FBXMesh;
     Skin->ExtraBone = -1;
@@ -535,6 +539,7 @@ fbx_triangle_iterator *BeginTriangles(fbx_mesh_data *MeshData)
     CheckPointer(MeshData, LogCategory_Exporter, 0);
     fbx_triangle_iterator *Iterator = (fbx_triangle_iterator *)TesselAllocate(sizeof(fbx_triangle_iterator));
     if (!Iterator) return 0;
+    Iterator->Tool = MeshData->Tool;
     Iterator->MeshData = MeshData;
     Iterator->Triangle = 0;
     return Iterator;
@@ -731,7 +736,7 @@ tool_material_data *GetMeshMaterials(fbx_tool_interface *Tool, tool_mesh *Mesh)
 {
     return 0;
 }
-void ReleaseMeshMaterials(tool_material_data *Materials) {}
+void ReleaseMeshMaterials(fbx_tool_interface *Tool, tool_material_data *Materials) {}
 tool_material *GetMeshMaterial(fbx_tool_interface *Tool, tool_material_data *Materials, int32 Index)
 {
     return 0;
@@ -749,7 +754,9 @@ fbx_mesh_data *GetMorphTargetMeshData(fbx_tool_interface *Tool, tool_mesh *Mesh,
 {
     return 0;
 }
-char const *GetMorphTargetName()
+char const *GetMorphTargetName(fbx_tool_interface *Tool)
 {
     return 0;
 }
+
+} // namespace fbx_tool

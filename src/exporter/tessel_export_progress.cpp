@@ -1,4 +1,4 @@
-#include "exporter/fbx_tessel_progress_window.h"
+#include "exporter/tessel_export_progress.h"
 
 #include <cstring>
 

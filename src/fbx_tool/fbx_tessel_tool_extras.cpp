@@ -1,4 +1,6 @@
-#include "exporter/fbx_tessel_tool_extras.h"
+#include "fbx_tool/fbx_tessel_tool_extras.h"
+
+namespace fbx_tool {
 
 void AddNodeData(fbx_tool_interface *Tool, tool_node *Node, bone *Bone, bool OnlyUserAttributes, memory_arena *Arena,
                  string_table *Strings)
@@ -44,12 +46,14 @@ tool_settings_blob *GetBoneAnimationSettings(fbx_tool_interface *Tool, tool_node
 {
     return 0;
 }
-int32 GetSettingsBlobSize(tool_settings_blob *Blob)
+int32 GetSettingsBlobSize(fbx_tool_interface *Tool, tool_settings_blob *Blob)
 {
     return 0;
 }
-bool ReadSettingsBlob(tool_settings_blob *Blob, uint8 *Buffer)
+bool ReadSettingsBlob(fbx_tool_interface *Tool, tool_settings_blob *Blob, uint8 *Buffer)
 {
     return false;
 }
-void ReleaseSettingsBlob(tool_settings_blob *Blob) {}
+void ReleaseSettingsBlob(fbx_tool_interface *Tool, tool_settings_blob *Blob) {}
+
+} // namespace fbx_tool

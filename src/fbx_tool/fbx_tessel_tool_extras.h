@@ -3,18 +3,12 @@
 // all the same and give fixed empty results.
 #pragma once
 
+#include "exporter/tessel_tool_interface.h"
 #include "foundation/tessel_types.h"
 
 struct fbx_tool_interface;
-struct tool_node;
-struct tool_mesh;
-struct tool_model;
-struct tool_texture;
-struct tool_material;
-struct tool_animation;
-struct bone;
-struct memory_arena;
-struct string_table;
+
+namespace fbx_tool {
 
 // Tool-specific data of a node in its bone record: FBX adds none.
 void AddNodeData(fbx_tool_interface *Tool, tool_node *Node, bone *Bone, bool OnlyUserAttributes, memory_arena *Arena,
@@ -22,7 +16,6 @@ void AddNodeData(fbx_tool_interface *Tool, tool_node *Node, bone *Bone, bool Onl
 
 // Settings blobs a tool may keep with its scene. FBX files keep none: every
 // getter gives null, a blob has size 0 and can't be read.
-struct tool_settings_blob;
 tool_settings_blob *GetRootSettings(fbx_tool_interface *Tool);
 tool_settings_blob *GetFileSettings(fbx_tool_interface *Tool);
 tool_settings_blob *GetTextureSettings(fbx_tool_interface *Tool, tool_texture *Texture);
@@ -33,6 +26,8 @@ tool_settings_blob *GetBoneSettings(fbx_tool_interface *Tool, tool_node *Node);
 tool_settings_blob *GetAnimationSettings(fbx_tool_interface *Tool, tool_animation *Animation);
 tool_settings_blob *GetTrackGroupSettings(fbx_tool_interface *Tool, tool_model *Model);
 tool_settings_blob *GetBoneAnimationSettings(fbx_tool_interface *Tool, tool_node *Node);
-int32 GetSettingsBlobSize(tool_settings_blob *Blob);
-bool ReadSettingsBlob(tool_settings_blob *Blob, uint8 *Buffer);
-void ReleaseSettingsBlob(tool_settings_blob *Blob);
+int32 GetSettingsBlobSize(fbx_tool_interface *Tool, tool_settings_blob *Blob);
+bool ReadSettingsBlob(fbx_tool_interface *Tool, tool_settings_blob *Blob, uint8 *Buffer);
+void ReleaseSettingsBlob(fbx_tool_interface *Tool, tool_settings_blob *Blob);
+
+} // namespace fbx_tool

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "foundation/tessel_types.h"
+#include "exporter/fbx_tessel_export_operations.h"
 #include "tessel/tessel.h"
 
 // One named frame range of the timeline.
@@ -11,13 +12,6 @@ struct animation_def
     char *Name; // heap copy; "Error" (also a heap copy) for a bad entry
     int32 StartFrame;
     int32 EndFrame;
-};
-
-struct export_options
-{
-    char const *SourceFileToEmbed; // bytes stored in the file's ExtendedData
-    bool ShowProgress;
-    char const *SettingsFileName; // settings file applied before the export
 };
 
 // Reads the AnimationDef file: the children named "AnimationDef" (any case)
@@ -41,7 +35,8 @@ void FreeAnimationDefs(animation_def *AnimationDefs, int32 AnimationDefCount);
 // there are none. There are no negative frames.
 int32 ParseFrameNumber(char const *Text, int32 Length);
 
-// ExportFBXFile with the driver's options. Exported, if given, tells whether
-// the output file was written. Same results and exceptions as ExportFBXFile.
+// ExportFBXFile with the driver's options. False when the inputs can't be
+// read and nothing ran; Exported, if given, tells whether the output file
+// was written (ExportFBXFile's own result). Same exceptions as ExportFBXFile.
 bool ExportFBXFileWithOptions(char const *FBXPath, char const *OutputPath, char const *AnimationDefPath,
                               export_options const &Options, ExportProgressCallback ProgressCallback, bool *Exported);

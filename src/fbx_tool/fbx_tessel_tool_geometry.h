@@ -6,6 +6,7 @@
 // no material.
 #pragma once
 
+#include "exporter/tessel_tool_interface.h"
 #include "foundation/tessel_types.h"
 
 class KFbxMesh;
@@ -14,23 +15,13 @@ class AffineMatrix;
 class KFbxVector4;
 
 struct fbx_tool_interface;
-struct tool_mesh;
-struct tool_node;
-struct tool_material;
-struct tool_texture;
-struct mesh;
-struct material;
-struct texture;
-struct memory_arena;
-struct string_table;
-struct data_type_definition;
 
 #pragma pack(push, 4)
 // A mesh and one skin matrix per control point: the point's place at rest
 // in the scene. PointNormals, where the file lacks normals, holds smooth
 // normals per control point in the mesh's own space. A mirroring placement
 // reverses every triangle.
-struct fbx_mesh_data
+struct fbx_mesh_data : tool_mesh_data
 {
     KFbxMesh *Mesh;
     AffineMatrix *SkinMatrices;
@@ -38,7 +29,7 @@ struct fbx_mesh_data
     bool8 Mirrored;
 };
 
-struct fbx_triangle_iterator
+struct fbx_triangle_iterator : tool_triangle_iterator
 {
     fbx_mesh_data *MeshData;
     int32 Triangle;
@@ -47,7 +38,7 @@ struct fbx_triangle_iterator
 // A handle of its own so that a skin can be released like any other. The
 // influences of each control point are gathered once, on first demand, so
 // that asking for them is not a scan of every cluster.
-struct fbx_mesh_skin
+struct fbx_mesh_skin : tool_mesh_skin
 {
     KFbxSkin *Skin;
     KFbxMesh *Mesh;
@@ -62,12 +53,7 @@ struct fbx_mesh_skin
 };
 #pragma pack(pop)
 
-enum tool_mesh_kind
-{
-    ToolMeshKind_Polygons = 1,
-    ToolMeshKind_Patches = 2,
-    ToolMeshKind_Curves = 3,
-};
+namespace fbx_tool {
 
 // Mesh as a whole.
 int32 GetMeshKind(fbx_tool_interface *Tool, tool_mesh *Mesh);
@@ -147,7 +133,6 @@ bool GetTriangleAnnotation(fbx_triangle_iterator *Iterator, int32 SetIndex, memo
                            data_type_definition *Type, void *Bytes);
 
 // Annotations per mesh: none in FBX.
-struct tool_annotation_set;
 int32 GetVertexAnnotationCount(fbx_mesh_data *MeshData);
 tool_annotation_set *GetVertexAnnotationSet(fbx_mesh_data *MeshData, int32 Index);
 void ReleaseVertexAnnotationSet(fbx_mesh_data *MeshData, tool_annotation_set *Set);
@@ -160,13 +145,14 @@ char const *GetTriangleAnnotationName(fbx_mesh_data *MeshData, int32 Index, memo
 data_type_definition *GetTriangleAnnotationType(fbx_mesh_data *MeshData, int32 Index, memory_arena *Arena);
 
 // Materials of a mesh: none in FBX.
-struct tool_material_data;
 tool_material_data *GetMeshMaterials(fbx_tool_interface *Tool, tool_mesh *Mesh);
-void ReleaseMeshMaterials(tool_material_data *Materials);
+void ReleaseMeshMaterials(fbx_tool_interface *Tool, tool_material_data *Materials);
 tool_material *GetMeshMaterial(fbx_tool_interface *Tool, tool_material_data *Materials, int32 Index);
 
 // Morph targets: none in FBX.
 bool HasMorphTargets(fbx_tool_interface *Tool, tool_mesh *Mesh);
 int32 GetMorphTargetCount(fbx_tool_interface *Tool, tool_mesh *Mesh);
 fbx_mesh_data *GetMorphTargetMeshData(fbx_tool_interface *Tool, tool_mesh *Mesh, int32 Index);
-char const *GetMorphTargetName();
+char const *GetMorphTargetName(fbx_tool_interface *Tool);
+
+} // namespace fbx_tool
