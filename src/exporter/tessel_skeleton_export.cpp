@@ -180,8 +180,8 @@ void TransformToMatrix4x4(transform const &Transform, real64 *Matrix)
 
 bool InvertAffine4x4(real64 const *M, real64 *Result)
 {
-    real64 Determinant = M[0] * (M[5] * M[10] - M[6] * M[9]) - M[1] * (M[4] * M[10] - M[6] * M[8]) +
-                         M[2] * (M[4] * M[9] - M[5] * M[8]);
+    real64 Determinant =
+        M[0] * (M[5] * M[10] - M[6] * M[9]) - M[1] * (M[4] * M[10] - M[6] * M[8]) + M[2] * (M[4] * M[9] - M[5] * M[8]);
     for (int32 Index = 0; Index < 16; ++Index) Result[Index] = (Index % 5 == 0) ? 1.0 : 0.0;
     if (Determinant == 0.0 || !std::isfinite(Determinant)) return false;
     real64 Factor = 1.0 / Determinant;

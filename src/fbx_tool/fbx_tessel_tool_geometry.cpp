@@ -156,7 +156,8 @@ static bool ComputeSkinMatrices(fbx_mesh_data *MeshData, int32 Count)
         }
     }
     AffineMatrix Unweighted = GetMeshNodePlacement(MeshData->Mesh);
-    for (int32 Index = 0; Index < Count; ++Index) FinishWeightedSum(MeshData->SkinMatrices[Index], Totals[Index], Unweighted);
+    for (int32 Index = 0; Index < Count; ++Index)
+        FinishWeightedSum(MeshData->SkinMatrices[Index], Totals[Index], Unweighted);
     TesselFree(LastCluster);
     TesselFree(Totals);
     return true;
@@ -480,8 +481,7 @@ int32 GetSkinBoneCount(fbx_mesh_skin *Skin)
 tool_node *GetSkinBoneNode(fbx_tool_interface *Tool, fbx_mesh_skin *Skin, int32 Index)
 {
     if (!Tool || !Skin || Index < 0 || Index >= GetSkinBoneCount(Skin)) return 0;
-    KFbxNode *Link =
-        Index == Skin->ExtraBone ? Skin->Mesh->GetNode() : Skin->Skin->GetCluster(Index)->GetLink();
+    KFbxNode *Link = Index == Skin->ExtraBone ? Skin->Mesh->GetNode() : Skin->Skin->GetCluster(Index)->GetLink();
     tool_node *Node = 0;
     if (Link) GetHashedPointerData(Tool->NodeMap, Link, &Node);
     return Node;
@@ -640,7 +640,8 @@ void GetCornerNormal(fbx_triangle_iterator *Iterator, int32 Corner, real32 *Norm
         KFbxVector4 Corners[3];
         for (int32 Index = 0; Index < 3; ++Index) {
             int32 At = Mesh->GetPolygonVertex(Iterator->Triangle, MapCorner(Iterator, Index));
-            if (At >= 0 && At < Mesh->GetControlPointsCount()) Corners[Index] = Data->SkinMatrices[At].MultT(Positions[At]);
+            if (At >= 0 && At < Mesh->GetControlPointsCount())
+                Corners[Index] = Data->SkinMatrices[At].MultT(Positions[At]);
         }
         KFbxVector4 U = Corners[1] - Corners[0], V = Corners[2] - Corners[0];
         Result.Set(U[1] * V[2] - U[2] * V[1], U[2] * V[0] - U[0] * V[2], U[0] * V[1] - U[1] * V[0]);

@@ -143,8 +143,9 @@ void CheckMeshes(mesh_fixture &Fixture, test_json const &Reference, file_figures
     }
     double Scene = 1e-9;
     if (High[0] >= Low[0])
-        Scene = std::fmax(Scene, std::sqrt((High[0] - Low[0]) * (High[0] - Low[0]) + (High[1] - Low[1]) * (High[1] - Low[1]) +
-                                           (High[2] - Low[2]) * (High[2] - Low[2])));
+        Scene = std::fmax(Scene,
+                          std::sqrt((High[0] - Low[0]) * (High[0] - Low[0]) + (High[1] - Low[1]) * (High[1] - Low[1]) +
+                                    (High[2] - Low[2]) * (High[2] - Low[2])));
 
     for (tool_mesh *ToolMesh = Fixture.FirstMesh(); ToolMesh; ToolMesh = ToolMesh->NextInGraph) {
         mesh const *Mesh = ToolMesh->FileMesh;
@@ -191,7 +192,8 @@ void CheckMeshes(mesh_fixture &Fixture, test_json const &Reference, file_figures
             for (size_t E = 0; E < Weights.size() && E < Indices.size(); ++E) {
                 if (Weights[E] == 0) continue;
                 int32 Binding = (int32)Indices[E];
-                int32 B = Binding < Mesh->BoneBindingCount ? FindBone(Skeleton, Mesh->BoneBindings[Binding].BoneName) : -1;
+                int32 B =
+                    Binding < Mesh->BoneBindingCount ? FindBone(Skeleton, Mesh->BoneBindings[Binding].BoneName) : -1;
                 if (B < 0) {
                     Bound = false;
                     break;
@@ -200,17 +202,20 @@ void CheckMeshes(mesh_fixture &Fixture, test_json const &Reference, file_figures
                 TransformPoint(&Skeleton->Bones[B].InverseWorldTransform[0][0], P.data(), Local);
                 mat const &M = (*World)[(size_t)B];
                 for (int A = 0; A < 3; ++A)
-                    Skinned[A] += Weights[E] * (Local[0] * M.M[A] + Local[1] * M.M[4 + A] + Local[2] * M.M[8 + A] + M.M[12 + A]);
+                    Skinned[A] +=
+                        Weights[E] * (Local[0] * M.M[A] + Local[1] * M.M[4 + A] + Local[2] * M.M[8 + A] + M.M[12 + A]);
                 Total += Weights[E];
             }
             if (!Bound || Total <= 0) continue;
-            for (int A = 0; A < 3; ++A) Figures.Rest = std::fmax(Figures.Rest, std::fabs(Skinned[A] / Total - P[A]) / Scene);
+            for (int A = 0; A < 3; ++A)
+                Figures.Rest = std::fmax(Figures.Rest, std::fabs(Skinned[A] / Total - P[A]) / Scene);
         }
         std::string Name = Mesh->Name ? Mesh->Name : "";
         auto Found = Boxes.find(Name);
         if (Found != Boxes.end() && Count[Name] == 1 && Data->Vertices.Count > 0) {
             ++Figures.MeshesCompared;
-            for (int I = 0; I < 6; ++I) Figures.Box = std::fmax(Figures.Box, std::fabs(Box[I] - Found->second[(size_t)I]) / Scene);
+            for (int I = 0; I < 6; ++I)
+                Figures.Box = std::fmax(Figures.Box, std::fabs(Box[I] - Found->second[(size_t)I]) / Scene);
         }
         // A mirrored placement: the faces' winding and their normals agree.
         KFbxMesh *FBXMesh = (KFbxMesh *)ToolMesh->ToolMesh;
@@ -219,7 +224,8 @@ void CheckMeshes(mesh_fixture &Fixture, test_json const &Reference, file_figures
         int Outward = 0, Faces = 0;
         for (int32 T = 0; T + 2 < IndexCount; T += 3) {
             int32 C[3] = {IndexAt(T), IndexAt(T + 1), IndexAt(T + 2)};
-            std::vector<double> &A = Positions[(size_t)C[0]], &B = Positions[(size_t)C[1]], &D = Positions[(size_t)C[2]];
+            std::vector<double> &A = Positions[(size_t)C[0]], &B = Positions[(size_t)C[1]],
+                                &D = Positions[(size_t)C[2]];
             double U[3] = {B[0] - A[0], B[1] - A[1], B[2] - A[2]}, W[3] = {D[0] - A[0], D[1] - A[1], D[2] - A[2]};
             double Face[3] = {U[1] * W[2] - U[2] * W[1], U[2] * W[0] - U[0] * W[2], U[0] * W[1] - U[1] * W[0]};
             double Dot = 0;

@@ -77,7 +77,9 @@ fbx_test_node MeshAt(char const *Name, int Parent, int Mesh)
 fbx_test_mesh Cube(bool WithNormals)
 {
     fbx_test_mesh Mesh;
-    for (int P = 0; P < 8; ++P) Mesh.ControlPoints.insert(Mesh.ControlPoints.end(), {double(P & 1), double((P >> 1) & 1), double((P >> 2) & 1)});
+    for (int P = 0; P < 8; ++P)
+        Mesh.ControlPoints.insert(Mesh.ControlPoints.end(),
+                                  {double(P & 1), double((P >> 1) & 1), double((P >> 2) & 1)});
     Mesh.Polygons = {{0, 2, 3, 1}, {4, 5, 7, 6}, {0, 1, 5, 4}, {2, 6, 7, 3}, {0, 4, 6, 2}, {1, 3, 7, 5}};
     double const Faces[6][3] = {{0, 0, -1}, {0, 0, 1}, {0, -1, 0}, {0, 1, 0}, {-1, 0, 0}, {1, 0, 0}};
     for (int F = 0; F < 6 && WithNormals; ++F)
@@ -152,7 +154,8 @@ int OutwardTriangles(mesh const *Mesh, double const *Center, int &Triangles)
     int Outward = 0;
     Triangles = Count / 3;
     for (int32 T = 0; T + 2 < Count; T += 3) {
-        std::vector<double> A = Position(Mesh, TriangleIndex(Topology, T)), B = Position(Mesh, TriangleIndex(Topology, T + 1)),
+        std::vector<double> A = Position(Mesh, TriangleIndex(Topology, T)),
+                            B = Position(Mesh, TriangleIndex(Topology, T + 1)),
                             C = Position(Mesh, TriangleIndex(Topology, T + 2));
         double U[3] = {B[0] - A[0], B[1] - A[1], B[2] - A[2]}, V[3] = {C[0] - A[0], C[1] - A[1], C[2] - A[2]};
         double Face[3] = {U[1] * V[2] - U[2] * V[1], U[2] * V[0] - U[0] * V[2], U[0] * V[1] - U[1] * V[0]};
@@ -259,7 +262,8 @@ TEST(Transforms, RigidMeshesFollowTheirNodeWithItsGeometricOffset)
     ASSERT_TRUE(Fixture.Open(Scene));
     Fixture.Run();
     ASSERT_EQ(Fixture.State.FileInfo.SkeletonCount, 1);
-    ExpectBonesAt(Fixture.State.FileInfo.Skeletons[0], {{"Prop", NodeGlobal(Scene, 0)}, {"Tip", NodeGlobal(Scene, 1)}}, 5.0);
+    ExpectBonesAt(Fixture.State.FileInfo.Skeletons[0], {{"Prop", NodeGlobal(Scene, 0)}, {"Tip", NodeGlobal(Scene, 1)}},
+                  5.0);
     mat Geometric = Multiply(Multiply(Scale16(2, 2, 2), Rotate16(1, 90)), Translate16(1, 2, 3));
     mesh const *Mesh = Fixture.FirstFileMesh();
     ASSERT_NE(Mesh, nullptr);
@@ -301,7 +305,8 @@ TEST(Transforms, SkinsAndBonesStandInTheBindPose)
     Scene.Nodes[3].BindPoseKind = 2;
 
     fbx_test_mesh Strip;
-    for (int I = 0; I <= 2; ++I) Strip.ControlPoints.insert(Strip.ControlPoints.end(), {double(I), 0.0, 0.0, double(I), 1.0, 0.0});
+    for (int I = 0; I <= 2; ++I)
+        Strip.ControlPoints.insert(Strip.ControlPoints.end(), {double(I), 0.0, 0.0, double(I), 1.0, 0.0});
     Strip.Polygons = {{0, 2, 3, 1}, {2, 4, 5, 3}};
     Strip.Clusters.resize(2);
     for (int C = 0; C < 2; ++C) {
@@ -390,7 +395,8 @@ TEST(Transforms, NormalsFollowTheInverseTransposeAndFaceOutward)
     ASSERT_TRUE(Fixture.Open(Scene));
     Fixture.Run();
     std::map<std::string, mesh const *> Meshes;
-    for (tool_mesh *Mesh = Fixture.FirstMesh(); Mesh; Mesh = Mesh->NextInGraph) Meshes[Mesh->FileMesh->Name] = Mesh->FileMesh;
+    for (tool_mesh *Mesh = Fixture.FirstMesh(); Mesh; Mesh = Mesh->NextInGraph)
+        Meshes[Mesh->FileMesh->Name] = Mesh->FileMesh;
     ASSERT_EQ(Meshes.size(), 3u);
 
     // n' = n M^-T for a row vector n and the node's linear part M.
