@@ -3,7 +3,7 @@ BUILD_DIR ?= build
 JOBS ?= $(shell nproc)
 PACKAGES = cmake ninja-build g++ libgtest-dev libgmock-dev zlib1g-dev librapidxml-dev
 
-.PHONY: all deps build test demo fuzz sanitize clean
+.PHONY: all deps build test demo fuzz sanitize tsan clean
 
 all: build
 
@@ -34,10 +34,17 @@ sanitize: deps
 	cmake --build build-asan -j $(JOBS)
 	cd build-asan && ctest --output-on-failure -j $(JOBS)
 
+# ThreadSanitizer build of everything, tests included; any race fails the test
+# that ran into it.
+tsan: deps
+	cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTESSEL_TSAN=ON -DTESSEL_BUILD_BENCH=OFF
+	cmake --build build-tsan -j $(JOBS)
+	cd build-tsan && TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" ctest --output-on-failure -j $(JOBS)
+
 # libFuzzer programs (clang); run them by hand, e.g. build-fuzz/fuzz/fuzz_fbx_binary fuzz/corpus/fbx_binary
 fuzz:
 	CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTESSEL_FUZZ=ON -DTESSEL_BUILD_TESTS=ON -DTESSEL_BUILD_BENCH=OFF
 	cmake --build build-fuzz -j $(JOBS) --target $$(cd fuzz && ls fuzz_*.cpp | sed 's/\.cpp//')
 
 clean:
-	rm -rf $(BUILD_DIR) build-asan build-fuzz out
+	rm -rf $(BUILD_DIR) build-asan build-tsan build-fuzz out

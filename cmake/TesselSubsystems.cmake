@@ -21,6 +21,10 @@ function(tessel_subsystem NAME)
   if(NAME STREQUAL "foundation")
     find_package(Threads REQUIRED)
     target_link_libraries(tessel_${NAME} PUBLIC Threads::Threads)
+    # foundation/tessel_version.h, generated from the project version.
+    configure_file(${CMAKE_SOURCE_DIR}/cmake/tessel_version.h.in
+                   ${CMAKE_BINARY_DIR}/generated/foundation/tessel_version.h @ONLY)
+    target_include_directories(tessel_${NAME} PUBLIC ${CMAKE_BINARY_DIR}/generated)
   endif()
 endfunction()
 
@@ -32,7 +36,7 @@ function(tessel_test_suite NAME)
   if(NOT SOURCES)
     return()
   endif()
-  add_executable(test_${NAME} ${SOURCES})
+  add_executable(test_${NAME} ${SOURCES} ${CMAKE_CURRENT_SOURCE_DIR}/support/startup/test_startup.cpp)
   target_link_libraries(test_${NAME} PRIVATE ${ARG_DEPS} tessel_test_support GTest::gtest GTest::gtest_main)
   target_compile_definitions(test_${NAME} PRIVATE
     TESSEL_SOURCE_DIR="${CMAKE_SOURCE_DIR}"

@@ -1,10 +1,13 @@
 // Fuzz target: the TS2 file reader on arbitrary bytes, then a walk of the
-// object tree through the file's own type tables.
+// object tree through the file's own type tables and a conversion to
+// another platform.
 #include <cstdint>
 #include <cstring>
 #include <set>
 
 #include "format/tessel_file_reader.h"
+#include "format/tessel_platform_convert.h"
+#include "foundation/tessel_file_io.h"
 
 namespace {
 
@@ -84,5 +87,10 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const *Data, size_t Size)
     void *RootType = 0;
     GetLoadedFileRootObject(*File, &RootType);
     FreeLoadedFile(File);
+    // Whatever loads is also converted for another platform.
+    uint8 *Converted = 0;
+    int32 ConvertedSize = 0;
+    PlatformConvertMemory((int32)Size, Data, FileMagic32BitBigEndian, &Converted, &ConvertedSize);
+    if (Converted) FreeMemoryWriterBuffer(Converted);
     return 0;
 }

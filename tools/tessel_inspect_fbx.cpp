@@ -380,7 +380,8 @@ int InspectFBXFile(char const *Path, int ArgumentCount, char **Arguments)
     printf("  axes        up %c%s, front %c%s, coord %c%s\n", UpSign < 0 ? '-' : '+', AxisName(UpAxis),
            FrontSign < 0 ? '-' : '+', AxisName(FrontAxis), CoordSign < 0 ? '-' : '+', AxisName(CoordAxis));
     printf("  unit        %g cm\n", Unit);
-    printf("  time mode   %d (%g frames a second)\n", TimeMode, KTime::GetFrameRate(TimeMode));
+    printf("  time mode   %d (%g frames a second)\n", TimeMode,
+           KTime::GetFrameRate(TimeMode, Settings.CustomFrameRate));
     printf("\nNodes (%d):\n%s", Counts.NodeCount, Tree.c_str());
     printf("\nMeshes (%d): %d control points, %d polygons, %d triangles\n", Counts.MeshCount, Counts.ControlPointCount,
            Counts.PolygonCount, Counts.TriangleCount);

@@ -123,7 +123,17 @@ std::string DescribeSkeletonsAndModels(loaded_file const &File)
     // Only a root that really is this exporter's file_info can be read as one.
     file_info const *Info = (file_info const *)GetLoadedFileRootObjectOfType(File, FileInfoType);
     if (!Info) return "";
-    std::string Out = "\nSkeletons: " + std::to_string(Info->SkeletonCount);
+    std::string Out;
+    if (art_tool_info const *Tool = Info->ArtToolInfo) {
+        // The basis the file's coordinates are in, after any conversion.
+        char Units[32];
+        snprintf(Units, sizeof(Units), "%g", (double)Tool->UnitsPerMeter);
+        Out += "\nArt tool: " + Name(Tool->FromArtToolName) + " " + std::to_string(Tool->ArtToolMajorRevision) + "." +
+               std::to_string(Tool->ArtToolMinorRevision) + ", " + Units + " units per meter, right " +
+               Vector3(Tool->RightVector) + ", up " + Vector3(Tool->UpVector) + ", back " + Vector3(Tool->BackVector) +
+               ", origin " + Vector3(Tool->Origin);
+    }
+    Out += "\nSkeletons: " + std::to_string(Info->SkeletonCount);
     for (int32 Index = 0; Index < Info->SkeletonCount; ++Index) {
         if (Info->Skeletons[Index]) DescribeSkeleton(*Info->Skeletons[Index], Out);
     }

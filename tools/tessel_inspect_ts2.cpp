@@ -13,6 +13,7 @@
 
 #include "format/tessel_file_reader.h"
 #include "format/tessel_schema.h"
+#include "foundation/tessel_file_io.h"
 #include "foundation/tessel_log.h"
 #include "foundation/tessel_string.h"
 #include "tessel_commands.h"
@@ -562,7 +563,14 @@ int InspectTS2File(char const *Path, int ArgumentCount, char **Arguments)
     }
 
     SetLogCallback(PrintLogToStderr, 0);
-    loaded_file *File = LoadFileFromDisk(Path);
+    // The header and the tree are shown as stored; the summaries read the
+    // root as this program's records, for which a file with other pointers
+    // is loaded again re-laid for this platform.
+    file_reader *Reader = CreatePlatformFileReader(Path);
+    loaded_file *File = Reader ? LoadStoredFileFromReader(Reader) : 0;
+    loaded_file *Native = File;
+    if (File && File->PointerBits != 64) Native = LoadFileFromReader(Reader);
+    if (Reader) CloseFileReader(Reader);
     if (!File) {
         SetLogCallback(0, 0);
         fprintf(stderr, "tessel inspect: %s is not a readable TS2 file\n", Path);
@@ -583,9 +591,9 @@ int InspectTS2File(char const *Path, int ArgumentCount, char **Arguments)
     PrintHeader(Inspector, Path);
     // The summaries read the root as this program's file_info record, which
     // is safe only when the file's root type is exactly that record.
-    bool StandardRoot = FileTypeMatches(*File, File->Header.RootObjectTypeDefinition, FileInfoType);
-    if (!Json && !HeaderOnly && StandardRoot) Printer.Out += DescribeSkeletonsAndModels(*File);
-    if (!Json && !HeaderOnly && StandardRoot) Printer.Out += DescribeMeshes(*File, (int)Vertices);
+    bool StandardRoot = Native && FileTypeMatches(*Native, Native->Header.RootObjectTypeDefinition, FileInfoType);
+    if (!Json && !HeaderOnly && StandardRoot) Printer.Out += DescribeSkeletonsAndModels(*Native);
+    if (!Json && !HeaderOnly && StandardRoot) Printer.Out += DescribeMeshes(*Native, (int)Vertices);
     if (!HeaderOnly) {
         Printer.Key("Root");
         Inspector.Printed[LocationKey(File->Header.RootObject)] = "/Root";
@@ -595,6 +603,7 @@ int InspectTS2File(char const *Path, int ArgumentCount, char **Arguments)
     Printer.Out += "\n";
     fputs(Json ? Printer.Out.c_str() : Printer.Out.c_str() + 1, stdout);
 
+    if (Native != File) FreeLoadedFile(Native);
     FreeLoadedFile(File);
     SetLogCallback(0, 0);
     return 0;

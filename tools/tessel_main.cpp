@@ -13,6 +13,7 @@ struct command_entry
 
 static command_entry const Commands[] = {
     {"export", RunExportCommand, "convert an FBX file to a TS2 file"},
+    {"convert", RunConvertCommand, "write a TS2 file for another pointer size or byte order"},
     {"inspect", RunInspectCommand, "show what a TS2 or FBX file holds"},
     {"settings", RunSettingsCommand, "list the export settings or write a settings file"},
 };

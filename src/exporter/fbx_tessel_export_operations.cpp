@@ -6,30 +6,12 @@
 #include "exporter/tessel_scene_parser.h"
 #include "format/tessel_file_builder.h"
 #include "foundation/tessel_log.h"
+#include "foundation/tessel_version.h"
+#include "settings/tessel_setting_ids.h"
 #include "platform/tessel_platform.h"
 #include "settings/tessel_export_ui_tunneling.h"
 
-// Setting ids and choice ids the driver reads.
-enum
-{
-    FileSettingsId = 69,
-    FileCompressionId = 70,
-    ObjectAlignmentId = 74,
-    VertexObjectAlignmentId = 87,
-    FilePlatformId = 212,
-
-    CompressionNoneChoice = 72,
-    CompressionTrove1Choice = 73,
-    CompressionTrove1AlternateChoice = 133,
-
-    PlatformNativeChoice = 214,
-    Platform32LittleChoice = 215,
-    Platform32BigChoice = 216,
-    Platform64LittleChoice = 217,
-    Platform64BigChoice = 218,
-};
-
-static char const ExportTitle[] = "Tessel 2.8.21.0 is Exporting a TS2 File";
+static char const ExportTitle[] = "Tessel " TESSEL_VERSION_STRING " is Exporting a TS2 File";
 static char const TemporaryFileRoot[] = "export_buffer";
 
 // Magic value and 16 zero bytes per platform.
@@ -47,18 +29,18 @@ static uint8 const PlatformBlocks[][ExportPlatformBlockSize] = {
 uint8 const *GetExportPlatformBlock(int32 Choice)
 {
     switch (Choice) {
-    case Platform32LittleChoice: return PlatformBlocks[1];
-    case Platform32BigChoice: return PlatformBlocks[2];
-    case Platform64BigChoice: return PlatformBlocks[3];
-    case PlatformNativeChoice:
-    case Platform64LittleChoice:
+    case Choice_32BitLittleEndian: return PlatformBlocks[1];
+    case Choice_32BitBigEndian: return PlatformBlocks[2];
+    case Choice_64BitBigEndian: return PlatformBlocks[3];
+    case Choice_Native:
+    case Choice_64BitLittleEndian:
     default: return PlatformBlocks[0];
     }
 }
 
 int32 GetExportCompression(int32 Choice)
 {
-    if (Choice == CompressionTrove1Choice || Choice == CompressionTrove1AlternateChoice) return 2;
+    if (Choice == Choice_Trove1Compression) return 2;
     return 0;
 }
 
@@ -69,16 +51,16 @@ static bool WriteExportFile(scene_export_context *Context, requester *FileSettin
                             export_options const *Options, export_progress *Progress, file_builder *&Builder)
 {
     file_magic_block Platform;
-    memcpy(&Platform, GetExportPlatformBlock(GetSettingChoice(FileSettings, FilePlatformId)), sizeof(Platform));
+    memcpy(&Platform, GetExportPlatformBlock(GetSettingChoice(FileSettings, SettingId_FilePlatform)), sizeof(Platform));
     Builder =
         BeginFile(ExportSectionCount, (uint32)ExportFileTypeTag, Platform, GetTemporaryDirectory(), TemporaryFileRoot);
     bool Result = false;
     if (!Builder) {
         TesselError(LogCategory_ExportDriver, "Unable to create file writing buffer.");
     } else {
-        int32 Compression = GetExportCompression(GetSettingChoice(FileSettings, FileCompressionId));
-        int32 ObjectAlignment = GetSettingInt(FileSettings, ObjectAlignmentId);
-        int32 VertexAlignment = GetSettingInt(FileSettings, VertexObjectAlignmentId);
+        int32 Compression = GetExportCompression(GetSettingChoice(FileSettings, SettingId_FileCompression));
+        int32 ObjectAlignment = GetSettingInt(FileSettings, SettingId_ObjectAlignment);
+        int32 VertexAlignment = GetSettingInt(FileSettings, SettingId_VertexObjectAlignment);
         // Section 5 holds pixel data and keeps the builder's own format.
         SetFileSectionFormat(Builder, 0, Compression, ObjectAlignment);
         SetFileSectionFormat(Builder, 1, Compression, VertexAlignment);
@@ -120,7 +102,7 @@ bool RunExport(tool_interface *Tool, char const *OutputPath, export_options cons
     scene_export_context *Context = BeginSceneExport(Tool);
     if (Context) {
         if (Options->SettingsFileName) LoadSettingsFile(Context->Settings, Options->SettingsFileName);
-        requester *FileSettings = FindRequesterInTree(Context->Settings, FileSettingsId);
+        requester *FileSettings = FindRequesterInTree(Context->Settings, SettingsCategory_File);
         if (Options->ShowProgress) {
             Progress = BeginProgress(ProgressCallback);
             SetProgressTitle(Progress, ExportTitle);

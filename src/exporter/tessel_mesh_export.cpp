@@ -15,57 +15,9 @@
 #include "geometry/tessel_mesh_builder.h"
 #include "geometry/tessel_transform.h"
 #include "settings/tessel_requester.h"
+#include "settings/tessel_setting_ids.h"
 
 namespace {
-
-enum
-{
-    // Mesh settings.
-    AllowVertexWeightingId = 7,
-    BonesPerVertexId = 8,
-    TruncateIndicesId = 76,
-    IncludeTopologyId = 77,
-    AllowCoordinatesId = 81,
-    CoordinatesPerVertexId = 82,
-    ElementsPerCoordinateId = 83,
-    AllowColorsId = 84,
-    ColorsPerVertexId = 85,
-    ElementsPerColorId = 86,
-    DummyCoordinatesId = 88,
-    DummyColorsId = 89,
-    IncludeVertexAnnotationId = 90,
-    IndexedVertexAnnotationId = 91,
-    IncludeTriangleAnnotationId = 92,
-    IndexedTriangleAnnotationId = 93,
-    IncludeBoneTrianglesId = 98,
-    IncludeTangentsId = 99,
-    IncludeBinormalsId = 100,
-    IncludeCrossVectorsId = 101,
-    SetTotalFrameCountId = 165,
-    FrameCountId = 166,
-    BindToNearestParentId = 174,
-    CreateMorphCurvesId = 188,
-    TangentMergingToleranceId = 211,
-    MorphTargetsId = 237,
-    LookForMorphModifiersChoice = 240,
-    ExtractFrameByFrameChoice = 241,
-    FlipVId = 243,
-    FlipUId = 244,
-    UseFullMeshPathnamesId = 246,
-    PreserveUnusedBonesId = 247,
-    ToolGivesTangentsId = 249,
-    ToolTangentChannelId = 250,
-    BoneWeightFormatId = 255,
-    BoneWeightFloat16Choice = 257,
-    BoneWeightFloat32Choice = 258,
-    DoubleTwoSidedId = 186,
-
-    // File settings.
-    RigidVerticesSectionId = 127,
-    RigidIndicesSectionId = 128,
-    DeformableVerticesSectionId = 129,
-    DeformableIndicesSectionId = 130,
-};
 
 real32 const EmptyBoxMin = 3.4028235e38f;
 real32 const EmptyBoxMax = -3.4028235e38f;
@@ -122,13 +74,13 @@ void MakeEmptyBinding(bone_binding &Binding, char const *Name)
 int32 GetMeshMorphTargetCount(scene_export_state *State, tool_mesh *Mesh)
 {
     settings_node const *Settings = Mesh->Settings;
-    int32 Choice = GetSettingChoice(Settings, MorphTargetsId);
+    int32 Choice = GetSettingChoice(Settings, SettingId_MorphTargets);
     int32 Count = 0;
-    if (Choice == LookForMorphModifiersChoice && HasMorphTargets(State->Tool, Mesh)) {
+    if (Choice == Choice_LookForMorphModifierMeshes && HasMorphTargets(State->Tool, Mesh)) {
         Count = GetMorphTargetCount(State->Tool, Mesh);
-    } else if (Choice == ExtractFrameByFrameChoice) {
-        if (GetSettingBool(Settings, SetTotalFrameCountId)) {
-            Count = (int32)(GetSettingFloat(Settings, FrameCountId) + 0.5f);
+    } else if (Choice == Choice_ExtractMeshFrameByFrame) {
+        if (GetSettingBool(Settings, SettingId_SetTotalFrameCount)) {
+            Count = (int32)(GetSettingFloat(Settings, SettingId_FrameCount) + 0.5f);
         } else {
             Count = GetMorphFrameCount(State->Tool);
         }
@@ -178,7 +130,7 @@ bone_placement *BindBones(scene_export_state *State, tool_mesh *Mesh, tool_mesh_
     }
 
     tool_node *Node = GetMeshNode(Tool, Mesh);
-    if (Node && GetSettingBool(Mesh->Settings, BindToNearestParentId)) {
+    if (Node && GetSettingBool(Mesh->Settings, SettingId_BindMeshesToNearestParent)) {
         tool_node *Walk = Node;
         while (Walk && !IsBoneIncluded(Walk->Settings)) Walk = GetNodeParent(Tool, Walk);
         if (Walk) Node = Walk;
@@ -202,10 +154,11 @@ data_type_definition *BuildVertexType(tool_mesh_data *MeshData, memory_arena *Ar
 {
     CheckPointer(Arena, LogCategory_Exporter, 0);
     bool HasBones = BonesPerVertex >= 1 && BoneCount >= 2;
-    int32 Coordinates = ClampChannelCount(Settings, GetMeshTextureCoordinateChannelCount(MeshData), AllowCoordinatesId,
-                                          CoordinatesPerVertexId, DummyCoordinatesId);
-    int32 Colors = ClampChannelCount(Settings, GetMeshColorChannelCount(MeshData), AllowColorsId, ColorsPerVertexId,
-                                     DummyColorsId);
+    int32 Coordinates =
+        ClampChannelCount(Settings, GetMeshTextureCoordinateChannelCount(MeshData), SettingId_AllowTextureCoordinates,
+                          SettingId_CoordsPerVertex, SettingId_InsertDummyCoordsIfMissing);
+    int32 Colors = ClampChannelCount(Settings, GetMeshColorChannelCount(MeshData), SettingId_AllowVertexColors,
+                                     SettingId_ColorsPerVertex, SettingId_InsertDummyColorsIfMissing);
     int32 Slots = Colors + Coordinates + 8;
     data_type_definition *Layout = ArenaPush<data_type_definition>(Arena, Slots);
     char const **ToolNames = ArenaPush<char const *>(Arena, Slots);
@@ -216,9 +169,9 @@ data_type_definition *BuildVertexType(tool_mesh_data *MeshData, memory_arena *Ar
     int32 Count = 0;
     AppendMember(Layout, ToolNames, Count, Real32Member, "Position", 3, GetPositionComponentName(MeshData, Strings));
     if (HasBones && BonesPerVertex != 1) {
-        member_type WeightType = BoneWeightFormat == BoneWeightFloat16Choice   ? Real16Member
-                                 : BoneWeightFormat == BoneWeightFloat32Choice ? Real32Member
-                                                                               : NormalUInt8Member;
+        member_type WeightType = BoneWeightFormat == Choice_Float16   ? Real16Member
+                                 : BoneWeightFormat == Choice_Float32 ? Real32Member
+                                                                      : NormalUInt8Member;
         AppendMember(Layout, ToolNames, Count, WeightType, "BoneWeights", BonesPerVertex,
                      GetBoneWeightsComponentName(MeshData, Strings));
         AppendMember(Layout, ToolNames, Count, UInt8Member, "BoneIndices", BonesPerVertex,
@@ -229,25 +182,25 @@ data_type_definition *BuildVertexType(tool_mesh_data *MeshData, memory_arena *Ar
                      GetBoneWeightsComponentName(MeshData, Strings));
     }
     AppendMember(Layout, ToolNames, Count, Real32Member, "Normal", 3, GetNormalComponentName(MeshData, Strings));
-    if (GetSettingBool(Settings, IncludeTangentsId)) {
+    if (GetSettingBool(Settings, SettingId_IncludeTangentVectors)) {
         AppendMember(Layout, ToolNames, Count, Real32Member, "Tangent", 3, GetTangentComponentName(MeshData, Strings));
     }
-    if (GetSettingBool(Settings, IncludeBinormalsId)) {
+    if (GetSettingBool(Settings, SettingId_IncludeBinormalVectors)) {
         AppendMember(Layout, ToolNames, Count, Real32Member, "Binormal", 3,
                      GetBinormalComponentName(MeshData, Strings));
     }
-    if (GetSettingBool(Settings, IncludeCrossVectorsId)) {
+    if (GetSettingBool(Settings, SettingId_IncludeCrossVectors)) {
         AppendMember(Layout, ToolNames, Count, Real32Member, "TangentBinormalCross", 3,
                      GetTangentBinormalCrossComponentName(MeshData, Strings));
     }
     char Name[64];
-    int32 ColorWidth = GetSettingInt(Settings, ElementsPerColorId);
+    int32 ColorWidth = GetSettingInt(Settings, SettingId_ElementsPerColor);
     for (int32 Channel = 0; Channel < Colors; ++Channel) {
         ConvertToStringArgs(sizeof(Name), Name, "%s%d", "DiffuseColor", Channel);
         AppendMember(Layout, ToolNames, Count, Real32Member, ArenaCopyString(Arena, Name), ColorWidth,
                      GetColorComponentName(MeshData, Strings, Channel));
     }
-    int32 CoordinateWidth = GetSettingInt(Settings, ElementsPerCoordinateId);
+    int32 CoordinateWidth = GetSettingInt(Settings, SettingId_ElementsPerCoord);
     for (int32 Channel = 0; Channel < Coordinates; ++Channel) {
         ConvertToStringArgs(sizeof(Name), Name, "%s%d", "TextureCoordinates", Channel);
         AppendMember(Layout, ToolNames, Count, Real32Member, ArenaCopyString(Arena, Name), CoordinateWidth,
@@ -317,7 +270,7 @@ void GatherTriangles(scene_export_state *State, settings_node const *Settings, t
                      bool DoubleTwoSided, bool FlipU, bool FlipV, tool_mesh *Mesh)
 {
     if (TriangleCount <= 0) return;
-    bool Indexed = GetSettingBool(Settings, IndexedTriangleAnnotationId);
+    bool Indexed = GetSettingBool(Settings, SettingId_UseIndexedTriangleAnnotation);
     int32 Capacity = DoubleTwoSided ? 2 * TriangleCount : TriangleCount;
     for (int32 Set = 0; Set < AnnotationCount; ++Set) {
         tri_annotation_set &Annotations = AnnotationSets[Set];
@@ -332,14 +285,10 @@ void GatherTriangles(scene_export_state *State, settings_node const *Settings, t
         Annotations.IndicesMapFromTriToAnnotation = 1;
     }
 
-    bool ToolTangents = GetSettingBool(Settings, ToolGivesTangentsId);
-    int32 TangentChannel = GetSettingInt(Settings, ToolTangentChannelId);
-    bool WantTangents = GetSettingBool(Settings, IncludeTangentsId);
-    bool WantBinormals = GetSettingBool(Settings, IncludeBinormalsId);
-    bool WantCross = GetSettingBool(Settings, IncludeCrossVectorsId);
+    // Tangent frames come from the mesh builder, never from the tool: no
+    // setting asks a tool for its own.
     tool_triangle_iterator *Iterator = BeginTriangles(MeshData);
     if (!Iterator) return;
-    if (ToolTangents) SetTangentChannel(Iterator, TangentChannel);
 
     for (; HasTriangle(Iterator); NextTriangle(Iterator)) {
         bool IsDouble = DoubleTwoSided && IsTriangleTwoSided(Iterator, State->Tool, Materials);
@@ -356,21 +305,6 @@ void GatherTriangles(scene_export_state *State, settings_node const *Settings, t
                     for (real32 &Component : Normal) Component = -Component;
                 }
                 SetCornerNormal(Builder, Corner, Normal[0], Normal[1], Normal[2]);
-                if (ToolTangents && (WantTangents || WantBinormals || WantCross)) {
-                    real32 Tangent[3] = {0, 0, 0}, Binormal[3] = {0, 0, 0};
-                    GetCornerTangent(Iterator, Source, Tangent);
-                    GetCornerBinormal(Iterator, Source, Binormal);
-                    real32 Cross[3] = {Tangent[1] * Binormal[2] - Tangent[2] * Binormal[1],
-                                       Tangent[2] * Binormal[0] - Tangent[0] * Binormal[2],
-                                       Tangent[0] * Binormal[1] - Tangent[1] * Binormal[0]};
-                    real32 Length = std::sqrt(Cross[0] * Cross[0] + Cross[1] * Cross[1] + Cross[2] * Cross[2]);
-                    if (Length > 0.0f) {
-                        for (real32 &Component : Cross) Component /= Length;
-                    }
-                    if (WantTangents) SetCornerTangent(Builder, Corner, Tangent[0], Tangent[1], Tangent[2]);
-                    if (WantBinormals) SetCornerBinormal(Builder, Corner, Binormal[0], Binormal[1], Binormal[2]);
-                    if (WantCross) SetCornerTangentBinormalCross(Builder, Corner, Cross[0], Cross[1], Cross[2]);
-                }
                 int32 Channel = 0;
                 for (int32 Color = 0; Color < ColorCount; ++Color) {
                     real32 Values[4];
@@ -399,9 +333,10 @@ void ExportPolygonMesh(scene_export_state *State, tool_mesh *Mesh, tool_mesh_ski
                        mesh *FileMesh, bone_placement *Placements)
 {
     settings_node const *Settings = Mesh->Settings;
-    int32 WeightFormat = GetSettingChoice(Settings, BoneWeightFormatId);
-    int32 BonesPerVertex =
-        (Skin && GetSettingBool(Settings, AllowVertexWeightingId)) ? GetSettingInt(Settings, BonesPerVertexId) : 0;
+    int32 WeightFormat = GetSettingChoice(Settings, SettingId_BoneWeightFormat);
+    int32 BonesPerVertex = (Skin && GetSettingBool(Settings, SettingId_AllowVertexWeighting))
+                               ? GetSettingInt(Settings, SettingId_BonesPerVertex)
+                               : 0;
     tool_mesh_data *MeshData = BeginMeshData(State->Tool, Mesh);
     if (!MeshData) {
         TesselWarning(LogCategory_Exporter, "Unable to parse mesh %s", FileMesh->Name ? FileMesh->Name : "");
@@ -415,11 +350,11 @@ void ExportPolygonMesh(scene_export_state *State, tool_mesh *Mesh, tool_mesh_ski
     // A mesh bound to one cluster is rigid.
     mesh_sections Sections;
     if (BoneCount <= 1) {
-        Sections.Vertices = GetSectionSetting(State->FileSettings, RigidVerticesSectionId, 1);
-        Sections.Indices = GetSectionSetting(State->FileSettings, RigidIndicesSectionId, 2);
+        Sections.Vertices = GetSectionSetting(State->FileSettings, SettingId_RigidVerticesSection, 1);
+        Sections.Indices = GetSectionSetting(State->FileSettings, SettingId_RigidIndicesSection, 2);
     } else {
-        Sections.Vertices = GetSectionSetting(State->FileSettings, DeformableVerticesSectionId, 3);
-        Sections.Indices = GetSectionSetting(State->FileSettings, DeformableIndicesSectionId, 4);
+        Sections.Vertices = GetSectionSetting(State->FileSettings, SettingId_DeformableVerticesSection, 3);
+        Sections.Indices = GetSectionSetting(State->FileSettings, SettingId_DeformableIndicesSection, 4);
     }
 
     int32 ColorCount = 0, CoordinateCount = 0, NameCount = 0;
@@ -427,7 +362,7 @@ void ExportPolygonMesh(scene_export_state *State, tool_mesh *Mesh, tool_mesh_ski
     data_type_definition *Layout =
         BuildVertexType(MeshData, State->Arena, State->Strings, BonesPerVertex, WeightFormat, BoneCount, Settings,
                         &ColorCount, &CoordinateCount, &NameCount, &Names);
-    bool DoubleTwoSided = GetSettingBool(Settings, DoubleTwoSidedId);
+    bool DoubleTwoSided = GetSettingBool(Settings, SettingId_Double2SidedTriangles);
     int32 TriangleCapacity = DoubleTwoSided ? 2 * TriangleCount : TriangleCount;
     mesh_builder *Builder = Layout ? BeginMesh(VertexCount, TriangleCapacity, MaterialCount, BoneCount, Layout) : 0;
     if (!Builder) {
@@ -440,7 +375,7 @@ void ExportPolygonMesh(scene_export_state *State, tool_mesh *Mesh, tool_mesh_ski
 
     int32 AnnotationCount = 0;
     tri_annotation_set *AnnotationSets = 0;
-    if (GetSettingBool(Settings, IncludeTriangleAnnotationId)) {
+    if (GetSettingBool(Settings, SettingId_IncludeTriangleAnnotation)) {
         AnnotationCount = GetTriangleAnnotationCount(MeshData);
         AnnotationSets = AnnotationCount > 0 ? ArenaPush<tri_annotation_set>(State->Arena, AnnotationCount) : 0;
         if (!AnnotationSets) AnnotationCount = 0;
@@ -452,21 +387,22 @@ void ExportPolygonMesh(scene_export_state *State, tool_mesh *Mesh, tool_mesh_ski
     }
 
     GatherTriangles(State, Settings, MeshData, TriangleCount, ColorCount, CoordinateCount, Builder, Materials,
-                    AnnotationCount, AnnotationSets, DoubleTwoSided, GetSettingBool(Settings, FlipUId),
-                    GetSettingBool(Settings, FlipVId), Mesh);
+                    AnnotationCount, AnnotationSets, DoubleTwoSided,
+                    GetSettingBool(Settings, SettingId_FlipUCoordinate),
+                    GetSettingBool(Settings, SettingId_FlipVCoordinate), Mesh);
 
-    bool ToolTangents = GetSettingBool(Settings, ToolGivesTangentsId);
-    if (!ToolTangents && (GetSettingBool(Settings, IncludeTangentsId) || GetSettingBool(Settings, IncludeBinormalsId) ||
-                          GetSettingBool(Settings, IncludeCrossVectorsId))) {
-        real32 Degrees = GetSettingFloat(Settings, TangentMergingToleranceId);
+    if ((GetSettingBool(Settings, SettingId_IncludeTangentVectors) ||
+         GetSettingBool(Settings, SettingId_IncludeBinormalVectors) ||
+         GetSettingBool(Settings, SettingId_IncludeCrossVectors))) {
+        real32 Degrees = GetSettingFloat(Settings, SettingId_TangentMergingTolerance);
         SetTangentMergingTolerance(Builder, std::cos(Degrees * (3.1415927f / 180.0f)));
         BuildTangentSpace(Builder);
     }
 
     // Morph targets come from the tool alone; "Create vertex morph curves"
     // counts only when the mesh is extracted frame by frame.
-    bool WithMorphCurves = GetSettingChoice(Settings, MorphTargetsId) == ExtractFrameByFrameChoice &&
-                           GetSettingBool(Settings, CreateMorphCurvesId);
+    bool WithMorphCurves = GetSettingChoice(Settings, SettingId_MorphTargets) == Choice_ExtractMeshFrameByFrame &&
+                           GetSettingBool(Settings, SettingId_CreateVertexMorphCurves);
 
     int32 VertexSize = GetResultingVertexDataSize(Builder);
     int32 TopologySize = GetResultingTopologySize(Builder);
@@ -493,8 +429,8 @@ bool ExportMesh(scene_export_state *State, tool_mesh *Mesh)
     AddMesh(State, FileMesh);
     Mesh->FileMesh = FileMesh;
     settings_node const *Settings = Mesh->Settings;
-    FileMesh->Name =
-        (char *)GetMeshName(State->Tool, Mesh, State->Strings, GetSettingBool(Settings, UseFullMeshPathnamesId));
+    FileMesh->Name = (char *)GetMeshName(State->Tool, Mesh, State->Strings,
+                                         GetSettingBool(Settings, SettingId_UseFullMeshPathnames));
 
     if (IsDataIncluded(Settings)) {
         int32 MorphTargetCount = GetMeshMorphTargetCount(State, Mesh);
@@ -539,7 +475,7 @@ bool ExportMesh(scene_export_state *State, tool_mesh *Mesh)
             }
         }
         if (Placements) TesselFree(Placements);
-        if (!GetSettingBool(Settings, PreserveUnusedBonesId)) RemoveUnusedBoneBindings(FileMesh);
+        if (!GetSettingBool(Settings, SettingId_PreserveBonesAffectingNoVerts)) RemoveUnusedBoneBindings(FileMesh);
     }
     if (IsArtToolDataIncluded(Settings)) {
         AddMeshData(State->Tool, Mesh, FileMesh, IsOnlyUserAttributes(Settings), State->Arena, State->Strings);

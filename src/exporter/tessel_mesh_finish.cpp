@@ -17,17 +17,12 @@
 #include "geometry/tessel_tri_topology.h"
 #include "geometry/tessel_vertex_data.h"
 #include "settings/tessel_requester.h"
+#include "settings/tessel_setting_ids.h"
 
 namespace {
 
 enum
 {
-    TruncateIndicesId = 76,
-    IncludeTopologyId = 77,
-    IncludeVertexAnnotationId = 90,
-    IndexedVertexAnnotationId = 91,
-    IncludeBoneTrianglesId = 98,
-    ClockwiseTrianglesId = 143,
     BoneStackBlock = 4096,
     FirstWideIndex = 65536,
 };
@@ -164,10 +159,10 @@ void FinishMesh(scene_export_state *State, tool_mesh *Mesh, tool_mesh_data *Mesh
                 mesh_sections Sections, bool WithMorphCurves)
 {
     settings_node const *Settings = Mesh->Settings;
-    bool ToolAnnotations = GetSettingBool(Settings, IncludeVertexAnnotationId);
+    bool ToolAnnotations = GetSettingBool(Settings, SettingId_IncludeVertexAnnotation);
     if (ToolAnnotations || WithMorphCurves) {
         BuildVertexAnnotations(State, Builder, MeshData, VertexData,
-                               GetSettingBool(Settings, IndexedVertexAnnotationId), Mesh, ToolAnnotations,
+                               GetSettingBool(Settings, SettingId_UseIndexedVertexAnnotation), Mesh, ToolAnnotations,
                                WithMorphCurves);
     }
     FileMesh->PrimaryVertexData = VertexData;
@@ -182,12 +177,12 @@ void FinishMesh(scene_export_state *State, tool_mesh *Mesh, tool_mesh_data *Mesh
     FileMesh->PrimaryTopology = Topology;
     AddTriTopology(State, Topology);
 
-    bool IncludeTopology = GetSettingBool(Settings, IncludeTopologyId);
+    bool IncludeTopology = GetSettingBool(Settings, SettingId_IncludeTopologyInformation);
     BuildMeshBounds(State, FileMesh, BindingCount, Placements, IncludeTopology,
-                    GetSettingBool(Settings, IncludeBoneTrianglesId));
+                    GetSettingBool(Settings, SettingId_IncludePerBoneTriangleArrays));
 
-    if (GetSettingBool(Settings, ClockwiseTrianglesId)) InvertTriTopologyWinding(Topology);
-    if (GetSettingBool(Settings, TruncateIndicesId)) TruncateIndices(FileMesh, Topology);
+    if (GetSettingBool(Settings, SettingId_UseClockwiseTriangles)) InvertTriTopologyWinding(Topology);
+    if (GetSettingBool(Settings, SettingId_TruncateVertexIndicesTo16Bit)) TruncateIndices(FileMesh, Topology);
     if (!IncludeTopology) {
         Topology->VertexToVertexCount = 0;
         Topology->VertexToVertexMap = 0;

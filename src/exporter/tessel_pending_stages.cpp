@@ -20,7 +20,3 @@ bool SampleVertexAnimation(scene_export_state *State, tool_animation *Animation,
 {
     return true;
 }
-bool ApplyCoordinateSystem(scene_export_state *State, requester *FileSettings)
-{
-    return true;
-}

@@ -10,28 +10,21 @@
 #include "format/tessel_string_table.h"
 #include "foundation/tessel_file_io.h"
 #include "foundation/tessel_log.h"
+#include "settings/tessel_setting_ids.h"
 #include "foundation/tessel_memory.h"
+#include "foundation/tessel_version.h"
 #include "settings/tessel_export_ui_tunneling.h"
 
 // Setting ids the pipeline reads from the file settings.
 enum
 {
-    FileSettingsId = 69,
-    TypesSectionId = 125,
-    ObjectsSectionId = 126,
-    IncludeTypeTableId = 95,
-    IncludeExporterInfoId = 94,
-    IncludeArtToolDataId = 66,
-    OnlyUserAttributesId = 251,
-    DefaultSectionChoice = 124,
-    FirstStandardSectionChoice = 131072,
 
     DefaultMorphTargetLimit = 65536,
     MaximumVertexDataCount = 262144,
 };
 
 char const *const ExportStageNames[6] = {"Textures", "Materials", "Skeletons", "Meshes", "Models", "Animations"};
-char const ExporterName[] = "Tessel Standard Exporter, SDK version 2.8.21.0";
+char const ExporterName[] = "Tessel Standard Exporter, SDK version " TESSEL_VERSION_STRING;
 
 // The object types whose section a file setting can choose, by the id of
 // that setting.
@@ -299,12 +292,12 @@ static art_tool_info *MakeArtToolInfo(scene_export_state *State)
     if (!Info) return 0;
     memset(Info, 0, sizeof(*Info));
     GetCoordinateSystem(State->Tool, &Info->UnitsPerMeter, Info->RightVector, Info->UpVector, Info->BackVector);
-    if (GetSettingBool(State->FileSettings, IncludeArtToolDataId)) {
+    if (GetSettingBool(State->FileSettings, SettingId_IncludeArtToolSpecificData)) {
         Info->FromArtToolName = (char *)GetArtToolName(State->Tool, State->Strings);
         GetArtToolVersion(State->Tool, &Info->ArtToolMajorRevision, &Info->ArtToolMinorRevision,
                           &Info->ArtToolPointerSize);
-        AddArtToolInfoData(State->Tool, Info, GetSettingBool(State->FileSettings, OnlyUserAttributesId), State->Arena,
-                           State->Strings);
+        AddArtToolInfoData(State->Tool, Info, GetSettingBool(State->FileSettings, SettingId_OnlyUserAttributes),
+                           State->Arena, State->Strings);
     }
     return Info;
 }
@@ -315,10 +308,10 @@ static exporter_info *MakeExporterInfo(scene_export_state *State)
     if (!Info) return 0;
     memset(Info, 0, sizeof(*Info));
     Info->ExporterName = MapString(State->Strings, ExporterName);
-    Info->ExporterMajorRevision = 2;
-    Info->ExporterMinorRevision = 8;
-    Info->ExporterCustomization = 0;
-    Info->ExporterBuildNumber = 21;
+    Info->ExporterMajorRevision = TESSEL_VERSION_MAJOR;
+    Info->ExporterMinorRevision = TESSEL_VERSION_MINOR;
+    Info->ExporterCustomization = TESSEL_VERSION_CUSTOMIZATION;
+    Info->ExporterBuildNumber = TESSEL_VERSION_BUILD;
     return Info;
 }
 
@@ -326,8 +319,8 @@ static void AssignSectionsByType(scene_export_state *State)
 {
     for (object_type_section const &Row : ObjectTypeSections) {
         int32 Choice = GetSettingChoice(State->FileSettings, Row.SettingId);
-        if (Choice != DefaultSectionChoice) {
-            SetFileSectionForObjectsOfType(State->Writer, Row.Type, Choice - FirstStandardSectionChoice);
+        if (Choice != Choice_AllowDefaultPlacement) {
+            SetFileSectionForObjectsOfType(State->Writer, Row.Type, Choice - Choice_FirstStandardSection);
         }
     }
 }
@@ -346,10 +339,10 @@ bool ExportScene(scene_export_context *Context, char const *SourceFileToEmbed, f
     State.Graph = Context->Graph;
     State.MorphTargetLimit = GetMorphTargetLimit(State.Graph->MeshCount);
 
-    requester *FileSettings = FindRequesterInTree(Context->Settings, FileSettingsId);
+    requester *FileSettings = FindRequesterInTree(Context->Settings, SettingsCategory_File);
     State.FileSettings = FileSettings;
-    int32 TypesSection = GetSectionSetting(FileSettings, TypesSectionId, StandardDiscardableSection);
-    int32 ObjectsSection = GetSectionSetting(FileSettings, ObjectsSectionId, StandardMainSection);
+    int32 TypesSection = GetSectionSetting(FileSettings, SettingId_TypesDefaultSection, StandardDiscardableSection);
+    int32 ObjectsSection = GetSectionSetting(FileSettings, SettingId_ObjectsDefaultSection, StandardMainSection);
 
     State.Writer = BeginFileDataTreeWriting(FileInfoType, &State.FileInfo, TypesSection, ObjectsSection);
     if (!State.Writer) {
@@ -360,7 +353,8 @@ bool ExportScene(scene_export_context *Context, char const *SourceFileToEmbed, f
     memset(&State.FileInfo, 0, sizeof(State.FileInfo));
     bool Result = AllocateFileInfoArrays(&State);
     State.FileInfo.ArtToolInfo = MakeArtToolInfo(&State);
-    if (GetSettingBool(FileSettings, IncludeExporterInfoId)) State.FileInfo.ExporterInfo = MakeExporterInfo(&State);
+    if (GetSettingBool(FileSettings, SettingId_IncludeExporterInfo))
+        State.FileInfo.ExporterInfo = MakeExporterInfo(&State);
     State.FileInfo.FromFileName = (char *)GetSourceFileName(State.Tool, State.Strings);
 
     State.ProgressTotal = GetProgressTotal(&State);
@@ -376,12 +370,13 @@ bool ExportScene(scene_export_context *Context, char const *SourceFileToEmbed, f
     Result = Result && ExportAnimations(&State, Progress);
     Result = Result && ApplyCoordinateSystem(&State, FileSettings);
     // The conversion has used the tool's units and axes either way.
-    if (!GetSettingBool(FileSettings, IncludeArtToolDataId)) State.FileInfo.ArtToolInfo = 0;
+    if (!GetSettingBool(FileSettings, SettingId_IncludeArtToolSpecificData)) State.FileInfo.ArtToolInfo = 0;
     if (SourceFileToEmbed && SourceFileToEmbed[0]) {
         EmbedSourceFile(SourceFileToEmbed, &State.FileInfo, State.Arena, State.Strings);
     }
     AssignSectionsByType(&State);
-    SetFileWriterFlags(State.Writer, GetSettingBool(FileSettings, IncludeTypeTableId) ? 0u : (uint32)ExcludeTypeTree);
+    SetFileWriterFlags(State.Writer,
+                       GetSettingBool(FileSettings, SettingId_IncludeTypeTable) ? 0u : (uint32)ExcludeTypeTree);
 
     if (Result && KeepExporting(Progress)) {
         SetProgressStage(Progress, "I/O");

@@ -13,26 +13,9 @@
 #include "geometry/tessel_transform.h"
 #include "settings/tessel_export_ui_tunneling.h"
 #include "settings/tessel_requester.h"
+#include "settings/tessel_setting_ids.h"
 
 namespace {
-
-enum
-{
-    IncludeReferenceId = 75,
-    IncludeDataId = 2,
-    MoveToOriginId = 97,
-    // Masks of the placement's components; no settings tree of this
-    // exporter defines them, so every component is kept.
-    PlacementPositionXId = 167,
-    PlacementOrientationXId = 170,
-};
-
-// 1 for a mask setting that is on or absent, 0 for one that is off.
-real32 GetPlacementFactor(settings_node const *Settings, int32 Id)
-{
-    if (!Settings || !FindSetting(Settings, Id)) return 1.0f;
-    return GetSettingBool(Settings, Id) ? 1.0f : 0.0f;
-}
 
 // Quaternion product A B (B applied first), x, y, z, w.
 void MultiplyQuaternions(real32 const *A, real32 const *B, real32 *Result)
@@ -102,8 +85,8 @@ void NameBones(scene_export_state *State, tool_model *Model, skeleton *Skeleton,
 bool IsBoneIncluded(settings_node const *Settings)
 {
     if (!Settings) return false;
-    if (FindSetting(Settings, IncludeReferenceId)) return IsDataIncluded(Settings);
-    return GetSettingBool(Settings, IncludeDataId);
+    if (FindSetting(Settings, SettingId_IncludeReferenceInExport)) return IsDataIncluded(Settings);
+    return GetSettingBool(Settings, SettingId_IncludeDataInExport);
 }
 
 void GetNodeTransforms(tool_interface *Tool, tool_node *Node, transform *Local, transform *World)
@@ -208,9 +191,11 @@ void MakeInitialPlacement(settings_node const *Settings, real32 const *Position,
     CheckPointer(Result, LogCategory_Exporter, TESSEL_NOTHING);
     real32 PlacedPosition[3];
     real32 PlacedOrientation[4];
+    // Every axis of the position and the orientation goes into the
+    // placement: no setting masks one out.
     for (int32 Axis = 0; Axis < 3; ++Axis) {
-        PlacedPosition[Axis] = Position[Axis] * GetPlacementFactor(Settings, PlacementPositionXId + Axis);
-        PlacedOrientation[Axis] = Orientation[Axis] * GetPlacementFactor(Settings, PlacementOrientationXId + Axis);
+        PlacedPosition[Axis] = Position[Axis];
+        PlacedOrientation[Axis] = Orientation[Axis];
     }
     PlacedOrientation[3] = Orientation[3];
 
@@ -353,7 +338,7 @@ bool ExportModel(scene_export_state *State, tool_model *Model)
     Result->Name = (char *)GetToolModelName(State->Tool, Model, State->Strings);
     Result->Skeleton = Model->Skeleton;
 
-    if (GetSettingBool(Model->Settings, MoveToOriginId)) {
+    if (GetSettingBool(Model->Settings, SettingId_MoveToOrigin)) {
         skeleton *Skeleton = Model->Skeleton;
         if (Skeleton && Skeleton->BoneCount > 0) {
             // The first bone in the skeleton's final order moves to the

@@ -9,11 +9,8 @@ static real64 const RadiansToDegrees = 57.29577951308232;
 // ---------------------------------------------------------------------------
 // Time.
 
-static int32 GlobalTimeMode = FbxTimeMode_30;
-static real64 GlobalCustomFrameRate = 30.0;
-
 static real64 const FrameRates[FbxTimeMode_Count] = {
-    30.0, // default: resolved through the global mode
+    30.0, // default
     120.0,
     100.0,
     60.0,
@@ -27,7 +24,7 @@ static real64 const FrameRates[FbxTimeMode_Count] = {
     24.0,
     1000.0,
     46186158000.0 / 1926347917.5, // film
-    30.0,                         // custom: the global custom rate
+    30.0,                         // custom: the rate given with it
 };
 
 static int64 const TicksPerFrame[FbxTimeMode_Count] = {
@@ -38,40 +35,21 @@ static int64 const TicksPerFrame[FbxTimeMode_Count] = {
 static int32 ResolveMode(int32 TimeMode)
 {
     if (TimeMode <= 0 || TimeMode >= FbxTimeMode_Count) {
-        return (TimeMode == 0) ? GlobalTimeMode : -1;
+        return (TimeMode == 0) ? FbxTimeMode_30 : -1;
     }
     return TimeMode;
 }
 
-real64 KTime::GetFrameRate(int32 TimeMode)
+real64 KTime::GetFrameRate(int32 TimeMode, real64 CustomFrameRate)
 {
     int32 Mode = ResolveMode(TimeMode);
     if (Mode < 0) {
         return 30.0;
     }
     if (Mode == FbxTimeMode_Custom) {
-        return GlobalCustomFrameRate;
+        return (CustomFrameRate > 0.0) ? CustomFrameRate : 30.0;
     }
     return FrameRates[Mode];
-}
-
-int32 KTime::GetGlobalTimeMode()
-{
-    return GlobalTimeMode;
-}
-real64 KTime::GetGlobalCustomFrameRate()
-{
-    return GlobalCustomFrameRate;
-}
-
-void KTime::SetGlobalTimeMode(int32 TimeMode, real64 CustomFrameRate)
-{
-    if (TimeMode > 0 && TimeMode < FbxTimeMode_Count) {
-        GlobalTimeMode = TimeMode;
-    }
-    if (TimeMode == FbxTimeMode_Custom && CustomFrameRate > 0.0) {
-        GlobalCustomFrameRate = CustomFrameRate;
-    }
 }
 
 int64 KTime::GetTicksPerFrame(int32 TimeMode, real64 CustomFrameRate)
@@ -81,10 +59,7 @@ int64 KTime::GetTicksPerFrame(int32 TimeMode, real64 CustomFrameRate)
         return TicksPerFrame[FbxTimeMode_30];
     }
     if (Mode == FbxTimeMode_Custom) {
-        real64 Rate = (CustomFrameRate > 0.0) ? CustomFrameRate : GlobalCustomFrameRate;
-        if (!(Rate > 0.0)) {
-            Rate = 30.0;
-        }
+        real64 Rate = (CustomFrameRate > 0.0) ? CustomFrameRate : 30.0;
         return (int64)((real64)TicksPerSecond / Rate + 0.5);
     }
     return TicksPerFrame[Mode];
@@ -153,7 +128,7 @@ int64 KTime::GetFrame(bool Cumulative, int32 TimeMode, real64 CustomFrameRate) c
         Frame = Ticks / GetTicksPerFrame(Mode, CustomFrameRate);
     }
     if (!Cumulative) {
-        real64 Rate = (Mode == FbxTimeMode_Custom && CustomFrameRate > 0.0) ? CustomFrameRate : GetFrameRate(Mode);
+        real64 Rate = GetFrameRate(Mode, CustomFrameRate);
         int64 PerSecond = (int64)std::floor(Rate + 0.5);
         if (PerSecond > 0) {
             Frame %= PerSecond;

@@ -42,19 +42,18 @@ public:
 
     // Time code setter: Fields counts half frames in the modes whose time
     // code has fields (30, drop frame, NTSC, PAL, film, custom) and is
-    // ignored in the others. Mode 0 is the global mode.
+    // ignored in the others. Mode 0 is 30 frames a second; a scene's own
+    // mode is in its global settings. The custom mode counts CustomFrameRate
+    // frames a second, 30 when it is not positive.
     void SetTime(int32 Hours, int32 Minutes, int32 Seconds, int32 Frames = 0, int32 Fields = 0, int32 Residual = 0,
                  int32 TimeMode = 0, real64 CustomFrameRate = 0.0);
     // Frame count, truncated toward zero. Cumulative counts from time 0;
     // otherwise the frame within the current second.
     int64 GetFrame(bool Cumulative = true, int32 TimeMode = 0, real64 CustomFrameRate = 0.0) const;
 
-    // Frames a second of a mode; 30 for a mode outside the table. Mode 0
-    // asks for the global mode, mode 14 answers the global custom rate.
-    static real64 GetFrameRate(int32 TimeMode);
-    static int32 GetGlobalTimeMode();
-    static real64 GetGlobalCustomFrameRate();
-    static void SetGlobalTimeMode(int32 TimeMode, real64 CustomFrameRate = 0.0);
+    // Frames a second of a mode; 30 for mode 0 and for a mode outside the
+    // table. The custom mode answers CustomFrameRate (30 when not positive).
+    static real64 GetFrameRate(int32 TimeMode, real64 CustomFrameRate = 0.0);
     // Ticks of one frame in a mode (mode 13 answers the even frame length).
     static int64 GetTicksPerFrame(int32 TimeMode, real64 CustomFrameRate = 0.0);
 

@@ -4,6 +4,7 @@
 #include "fbx/fbx_tessel_scene.h"
 #include "fbx/fbx_tessel_skin.h"
 
+#include <atomic>
 #include <cstring>
 
 static char const *const ChannelNames[3] = {"T", "R", "S"};
@@ -11,7 +12,9 @@ static char const *const ChannelNames[3] = {"T", "R", "S"};
 // The cache holds a copy of every input of the last global result: the
 // local values, the transform setup and the parent's result. A hit needs all
 // of them equal, so it answers exactly what a new computation would.
-static uint64 NextGeneration = 0;
+// Generations are unique across the process (scenes may be evaluated on
+// several threads).
+static std::atomic<uint64> NextGeneration{0};
 
 struct KFbxNode::global_cache
 {
@@ -212,7 +215,7 @@ KFbxNode::global_state KFbxNode::ComputeGlobal(KTime Time, bool UseCurves, int32
         Translation.SetT(Position);
         State.Matrix = Translation * State.Rotation * State.Scale;
     }
-    State.Generation = ++NextGeneration;
+    State.Generation = NextGeneration.fetch_add(1, std::memory_order_relaxed) + 1;
     if (CacheUsable) {
         mCache->Parent = HasParent ? mParent : nullptr;
         mCache->ParentGeneration = HasParent ? ParentState.Generation : 0;

@@ -58,5 +58,5 @@ void ReadFbxModelTransformDefaults(KFbx &Fbx, fbx_field const *Model, KFbxNode *
 class KFCurve;
 bool ReadFbxChannelCurve(KFbx &Fbx, fbx_field const *Channel, KFCurve *Curve);
 
-// Applies the scene's time mode to the process-wide default.
+// Sets the mode the scene counts frames in from the file's time mode.
 void ApplyFbxSceneTimeMode(KFbxScene *Scene);

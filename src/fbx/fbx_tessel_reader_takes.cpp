@@ -330,8 +330,10 @@ bool ReadFbxTakes(KFbx &Fbx, fbx_field const *Takes, KFbxScene *Scene, fbx_objec
 void ApplyFbxSceneTimeMode(KFbxScene *Scene)
 {
     KFbxGlobalSettings &Settings = Scene->GetGlobalSettings();
-    // A file without a time mode of its own means 30 frames a second, so
-    // that an earlier import leaves nothing behind.
-    int32 Mode = (Settings.TimeMode > 0 && Settings.TimeMode < FbxTimeMode_Count) ? Settings.TimeMode : FbxTimeMode_30;
-    KTime::SetGlobalTimeMode(Mode, Settings.CustomFrameRate);
+    // A file without a time mode of its own means 30 frames a second.
+    bool Known = Settings.TimeMode > 0 && Settings.TimeMode < FbxTimeMode_Count;
+    Settings.FrameTimeMode = Known ? Settings.TimeMode : FbxTimeMode_30;
+    Settings.FrameCustomRate = (Settings.FrameTimeMode == FbxTimeMode_Custom && Settings.CustomFrameRate > 0.0)
+                                   ? Settings.CustomFrameRate
+                                   : 30.0;
 }

@@ -127,6 +127,13 @@ public:
     KFbxProperty FindProperty(char const *Name) const;
     KFbxSystemUnit GetSystemUnit() const { return KFbxSystemUnit{UnitScaleFactor, 1.0}; }
     int32 GetTimeMode() const { return TimeMode; }
+    // The mode the scene's frames are counted in, set when the file is read:
+    // its own time mode, or 30 frames a second when it names none; the
+    // custom rate goes with the custom mode (30 when the file gives none).
+    // Each scene keeps its own, so scenes loaded on several threads do not
+    // meet.
+    int32 GetFrameTimeMode() const { return FrameTimeMode; }
+    real64 GetFrameCustomRate() const { return FrameCustomRate; }
 
     int32 UpAxis = 1;
     int32 UpAxisSign = 1;
@@ -137,6 +144,8 @@ public:
     real64 UnitScaleFactor = 1.0;
     int32 TimeMode = 0;
     real64 CustomFrameRate = -1.0;
+    int32 FrameTimeMode = FbxTimeMode_30;
+    real64 FrameCustomRate = 30.0;
 };
 
 class KFbxTakeInfo

@@ -302,6 +302,8 @@ static void JoinMeshesWithTheirNodes(fbx_tool_interface *Tool, tool_node_graph *
 static void AddAnimations(fbx_tool_interface *Tool, tool_node_graph *Graph)
 {
     KFbxScene *Scene = Tool->FBX->Scene;
+    int32 TimeMode = Scene->GetGlobalSettings().GetFrameTimeMode();
+    real64 CustomRate = Scene->GetGlobalSettings().GetFrameCustomRate();
     KStringArray TakeNames;
     Scene->FillTakeNameArray(TakeNames);
     for (int32 TakeIndex = 0; TakeIndex < TakeNames.GetCount(); ++TakeIndex) {
@@ -319,8 +321,8 @@ static void AddAnimations(fbx_tool_interface *Tool, tool_node_graph *Graph)
                 // A frame becomes a time through the time code's fields, which
                 // count half frames.
                 KTime Start, End;
-                Start.SetTime(0, 0, 0, 0, 2 * Def.StartFrame);
-                End.SetTime(0, 0, 0, 0, 2 * Def.EndFrame);
+                Start.SetTime(0, 0, 0, 0, 2 * Def.StartFrame, 0, TimeMode, CustomRate);
+                End.SetTime(0, 0, 0, 0, 2 * Def.EndFrame, 0, TimeMode, CustomRate);
                 Animation->Start = Start.Get();
                 Animation->End = End.Get();
             }

@@ -52,7 +52,10 @@ void StoreSplit(AffineMatrix const &Matrix, real32 *Position, real32 *Orientatio
 
 real32 GetSecondsPerFrame(fbx_tool_interface *Tool)
 {
-    return (real32)(1.0 / KTime::GetFrameRate(KTime::GetGlobalTimeMode()));
+    KFbxScene *Scene = (Tool && Tool->FBX) ? Tool->FBX->Scene : 0;
+    if (!Scene) return (real32)(1.0 / KTime::GetFrameRate(FbxTimeMode_30));
+    KFbxGlobalSettings &Settings = Scene->GetGlobalSettings();
+    return (real32)(1.0 / KTime::GetFrameRate(Settings.GetFrameTimeMode(), Settings.GetFrameCustomRate()));
 }
 
 int32 GetAnimationFrameCount(fbx_tool_interface *Tool, tool_animation *Animation)
@@ -66,7 +69,10 @@ int32 GetAnimationFrameCount(fbx_tool_interface *Tool, tool_animation *Animation
         Span.Set(GetTakeDuration(Animation));
     }
     // A range that ends before it starts has no frames.
-    int64 Frames = Span.GetFrame(true, FbxTimeMode_Default);
+    KFbxScene *Scene = GetScene(Animation);
+    int64 Frames = Scene ? Span.GetFrame(true, Scene->GetGlobalSettings().GetFrameTimeMode(),
+                                         Scene->GetGlobalSettings().GetFrameCustomRate())
+                         : Span.GetFrame(true, FbxTimeMode_30);
     return Frames > 0 ? (int32)Frames : 0;
 }
 

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "format/tessel_file_compressor.h"
+#include "format/tessel_platform_convert.h"
 #include "foundation/tessel_file_io.h"
 #include "foundation/tessel_log.h"
 #include "foundation/tessel_memory.h"
@@ -636,6 +637,40 @@ static bool LayOutFile(file_builder &Builder, file_writer *Writer)
     return Result;
 }
 
+// Another platform: the file is built in this platform's layout in memory,
+// its sections left uncompressed, and converted from there; the conversion
+// compresses each section with the format it was given.
+static bool LayOutAndConvertFile(file_builder &Builder, file_writer *Writer)
+{
+    file_writer *Native = CreateMemoryFileWriter(FileCopyBlockSize);
+    uint32 *Formats = TesselAllocateArray(uint32, Builder.SectionCount + 1);
+    if (!Native || !Formats) {
+        DeleteFileWriter(Native);
+        if (Formats) TesselFree(Formats);
+        return false;
+    }
+    for (int32 SectionIndex = 0; SectionIndex < Builder.SectionCount; ++SectionIndex) {
+        Formats[SectionIndex] = Builder.Sections[SectionIndex].Header.Format;
+        Builder.Sections[SectionIndex].Header.Format = NoCompression;
+    }
+    uint8 *Buffer = 0;
+    int32 Size = 0;
+    bool Result = LayOutFile(Builder, Native);
+    if (Result && !StealMemoryWriterBuffer(Native, &Buffer, &Size)) {
+        TesselError(LogCategory_FileWriting, "Failed to steal memorywriter buffer");
+        Result = false;
+    }
+    DeleteFileWriter(Native);
+    file_reader *Reader = Result ? CreateMemoryFileReader(Size, Buffer) : 0;
+    // A converted file keeps its type tree whatever ExcludeTypeTreeInConversion says.
+    Result = Reader && PlatformConvertReaderToWriterWithFormats(Reader, Writer, Builder.PlatformMagicValue,
+                                                                Builder.SectionCount, Formats);
+    if (Reader) CloseFileReader(Reader);
+    if (Buffer) FreeMemoryWriterBuffer(Buffer);
+    TesselFree(Formats);
+    return Result;
+}
+
 bool EndFileToWriter(file_builder *Builder, file_writer *Writer)
 {
     CheckPointer(Builder, LogCategory_FileWriting, false);
@@ -665,8 +700,7 @@ bool EndFileToWriter(file_builder *Builder, file_writer *Writer)
 
     bool Result = false;
     if (!IsNativeFileMagicValue(Builder->PlatformMagicValue)) {
-        TesselError(LogCategory_FileWriting,
-                    "Writing files for another pointer size or byte order is not supported by this build");
+        Result = LayOutAndConvertFile(*Builder, Writer);
     } else {
         Result = LayOutFile(*Builder, Writer);
     }

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "format/tessel_file_compressor.h"
+#include "format/tessel_platform_convert.h"
 #include "foundation/tessel_file_io.h"
 #include "foundation/tessel_log.h"
 #include "foundation/tessel_memory.h"
@@ -673,7 +674,7 @@ static bool CheckFileCRC(file_reader *Reader, loaded_file const &File)
     return Result && EndCRC32(CRC) == File.Header.CRC;
 }
 
-loaded_file *LoadFileFromReader(file_reader *Reader)
+loaded_file *LoadStoredFileFromReader(file_reader *Reader)
 {
     CheckPointer(Reader, LogCategory_FileReading, 0);
     int32 Available = 0;
@@ -762,6 +763,21 @@ loaded_file *LoadFileFromReader(file_reader *Reader)
     if (!Result) {
         FreeLoadedFile(File);
         return 0;
+    }
+    return File;
+}
+
+loaded_file *LoadFileFromReader(file_reader *Reader)
+{
+    loaded_file *File = LoadStoredFileFromReader(Reader);
+    // A file with other pointers is re-laid for this platform, so that its
+    // root can be used in memory; when that fails it stays as stored.
+    if (File && File->PointerBits != 64) {
+        loaded_file *Native = LoadConvertedToNative(Reader, *File);
+        if (Native) {
+            FreeLoadedFile(File);
+            File = Native;
+        }
     }
     return File;
 }

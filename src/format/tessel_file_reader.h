@@ -100,7 +100,11 @@ struct loaded_file
 #pragma pack(pop)
 
 // Pointers are applied only to files with 64-bit pointers.
+// LoadFileFromReader re-lays a file with 32-bit pointers for this platform
+// first (PointerBits then says 64; Magic and IsByteReversed still describe
+// the file as stored); LoadStoredFileFromReader keeps it as stored.
 loaded_file *LoadFileFromReader(file_reader *Reader);
+loaded_file *LoadStoredFileFromReader(file_reader *Reader);
 loaded_file *LoadFileFromDisk(char const *FileName);
 loaded_file *LoadFileFromMemory(int32 Size, void const *Memory);
 void FreeLoadedFile(loaded_file *File);

@@ -58,6 +58,10 @@ typedef void (*log_callback)(int32 Level, int32 Category, char const *File, int3
 // Level is 0, the category is filtered, or no sink is installed.
 void Log(int32 Level, int32 Category, char const *File, int32 Line, char const *Format, ...);
 
+// Any thread may log at any time. The sinks receive one message at a time
+// (a callback need not be reentrant from several threads), on the thread
+// that logged it.
+//
 // Sinks. Passing null removes the sink.
 void SetLogCallback(log_callback Callback, void *UserData);
 void SetLogFileName(char const *FileName);

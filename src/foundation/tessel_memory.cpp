@@ -3,13 +3,18 @@
 
 #include <atomic>
 #include <cstring>
+#include <mutex>
 
 #include "foundation/tessel_log.h"
 #include "platform/tessel_platform.h"
 
 namespace {
 
+// The magic value also tells whether the block is in the live list: only
+// the block's holder reads it, whereas a block's links change when its
+// neighbours come and go.
 uint32 const TrackingMagic = 0xCA5ECA5E;
+uint32 const UnlistedMagic = 0xCA5ECA5F;
 
 #pragma pack(push, 4)
 struct tracking_header
@@ -25,22 +30,25 @@ struct tracking_header
 };
 #pragma pack(pop)
 
-tracking_header Sentinel = {TrackingMagic, 0, 0, 0, "", 0, &Sentinel, &Sentinel};
-std::atomic<int32> ListLock{0};
-int32 LiveBlockCount = 0;
+#ifndef TESSEL_TRACK_ALLOCATIONS_DEFAULT
+#ifdef NDEBUG
+#define TESSEL_TRACK_ALLOCATIONS_DEFAULT false
+#else
+#define TESSEL_TRACK_ALLOCATIONS_DEFAULT true
+#endif
+#endif
 
-void AcquireListLock()
-{
-    int32 Expected = 0;
-    while (!ListLock.compare_exchange_weak(Expected, 1, std::memory_order_acquire)) {
-        Expected = 0;
-    }
-}
-
-void ReleaseListLock()
-{
-    ListLock.store(0, std::memory_order_release);
-}
+// Every block carries a header and counts as live until freed; any thread
+// may allocate and free. The list of live blocks (for leak reports naming
+// the allocating line) is kept only while tracking is on; a block allocated
+// while tracking was off is never listed and is freed without taking the
+// lock.
+tracking_header Sentinel = {TrackingMagic, 0, 0, 0, "", 0, &Sentinel, &Sentinel}; // under ListLock
+std::mutex ListLock;
+std::atomic<int32> LiveBlockCount{0};
+std::atomic<bool> TrackingOn{TESSEL_TRACK_ALLOCATIONS_DEFAULT};
+// Marks a freed block, so that a second free of it is reported.
+uintaddrx const FreedSize = ~(uintaddrx)0;
 
 } // namespace
 
@@ -61,6 +69,16 @@ int64 GetFailedAllocationCount()
     return FailedAllocations.load(std::memory_order_relaxed);
 }
 
+void SetAllocationTracking(bool On)
+{
+    TrackingOn.store(On, std::memory_order_relaxed);
+}
+
+bool IsAllocationTracking()
+{
+    return TrackingOn.load(std::memory_order_relaxed);
+}
+
 void *TrackingAllocate(char const *File, int32 Line, intaddrx Alignment, intaddrx Size)
 {
     if (Alignment <= 0) Alignment = 4;
@@ -78,20 +96,24 @@ void *TrackingAllocate(char const *File, int32 Line, intaddrx Alignment, intaddr
     uintaddrx First = (uintaddrx)(Actual + sizeof(tracking_header));
     uintaddrx User = ((First + (uintaddrx)Alignment - 1) / (uintaddrx)Alignment) * (uintaddrx)Alignment;
     tracking_header *Header = (tracking_header *)(User - sizeof(tracking_header));
-    Header->MagicValue = TrackingMagic;
+    bool Listed = TrackingOn.load(std::memory_order_relaxed);
+    Header->MagicValue = Listed ? TrackingMagic : UnlistedMagic;
     Header->Size = (uintaddrx)Size;
     Header->ActualPointer = Actual;
     Header->ActualSize = (uintaddrx)ActualSize;
     Header->SourceFile = File;
     Header->SourceLine = Line;
+    Header->Previous = 0;
+    Header->Next = 0;
+    LiveBlockCount.fetch_add(1, std::memory_order_relaxed);
 
-    AcquireListLock();
-    Header->Next = &Sentinel;
-    Header->Previous = Sentinel.Previous;
-    Sentinel.Previous->Next = Header;
-    Sentinel.Previous = Header;
-    ++LiveBlockCount;
-    ReleaseListLock();
+    if (Listed) {
+        std::lock_guard<std::mutex> Lock(ListLock);
+        Header->Next = &Sentinel;
+        Header->Previous = Sentinel.Previous;
+        Sentinel.Previous->Next = Header;
+        Sentinel.Previous = Header;
+    }
     return (void *)User;
 }
 
@@ -100,15 +122,21 @@ void TrackingFree(char const *File, int32 Line, void *Memory)
     if (!Memory) return;
     tracking_header *Header = (tracking_header *)((uint8 *)Memory - sizeof(tracking_header));
     void *Actual = 0;
-    AcquireListLock();
-    if (Header->MagicValue == TrackingMagic && Header->Size != ~(uintaddrx)0 && Header != &Sentinel) {
-        Header->Size = ~(uintaddrx)0;
-        Header->Previous->Next = Header->Next;
-        Header->Next->Previous = Header->Previous;
-        --LiveBlockCount;
+    // A block is freed once, by the thread that holds it then, so its header
+    // is read without the lock; only its links, which its neighbours change
+    // too, need the lock. A visit may read a listed block's header: the block
+    // leaves the list before it is marked freed.
+    bool Known = Header->MagicValue == TrackingMagic || Header->MagicValue == UnlistedMagic;
+    if (Known && Header->Size != FreedSize && Header != &Sentinel) {
         Actual = Header->ActualPointer;
+        if (Header->MagicValue == TrackingMagic) {
+            std::lock_guard<std::mutex> Lock(ListLock);
+            Header->Previous->Next = Header->Next;
+            Header->Next->Previous = Header->Previous;
+        }
+        Header->Size = FreedSize;
+        LiveBlockCount.fetch_sub(1, std::memory_order_relaxed);
     }
-    ReleaseListLock();
     if (Actual) {
         PlatformFree(Actual);
     } else {
@@ -120,21 +148,17 @@ void TrackingFree(char const *File, int32 Line, void *Memory)
 
 int32 GetLiveBlockCount()
 {
-    AcquireListLock();
-    int32 Count = LiveBlockCount;
-    ReleaseListLock();
-    return Count;
+    return LiveBlockCount.load(std::memory_order_relaxed);
 }
 
 void VisitLiveBlocks(void (*Visit)(live_block_info const &Block, void *UserData), void *UserData)
 {
-    AcquireListLock();
+    std::lock_guard<std::mutex> Lock(ListLock);
     for (tracking_header *Header = Sentinel.Next; Header != &Sentinel; Header = Header->Next) {
         live_block_info Info = {(uint8 *)Header + sizeof(tracking_header), (intaddrx)Header->Size, Header->SourceFile,
                                 Header->SourceLine};
         Visit(Info, UserData);
     }
-    ReleaseListLock();
 }
 
 // ---------------------------------------------------------------------------

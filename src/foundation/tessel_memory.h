@@ -7,7 +7,8 @@
 typedef void *(*allocate_hook)(char const *File, int32 Line, intaddrx Alignment, intaddrx Size);
 typedef void (*free_hook)(char const *File, int32 Line, void *Memory);
 
-// Replaceable; default to the tracking allocator.
+// Replaceable; default to the tracking allocator. Set them before any
+// other thread allocates.
 extern allocate_hook AllocateHook;
 extern free_hook FreeHook;
 
@@ -28,7 +29,14 @@ int64 GetFailedAllocationCount();
 void *TrackingAllocate(char const *File, int32 Line, intaddrx Alignment, intaddrx Size);
 void TrackingFree(char const *File, int32 Line, void *Memory);
 
-// Live blocks of the tracking allocator (for leak checks).
+// Live blocks of the tracking allocator (for leak checks). Any thread may
+// allocate and free. The count of live blocks is always kept; the list of
+// them (with the line that allocated each) only while tracking is on: off by
+// default in optimised builds (NDEBUG), on in debug builds and in the test
+// programs, which switch it on at start. A block allocated while tracking
+// is off is never listed.
+void SetAllocationTracking(bool On);
+bool IsAllocationTracking();
 struct live_block_info
 {
     void *Memory;
@@ -37,7 +45,8 @@ struct live_block_info
     int32 SourceLine;
 };
 int32 GetLiveBlockCount();
-// Calls Visit for every live block, oldest first.
+// Calls Visit for every listed live block, oldest first, under the list's
+// lock: Visit must not allocate or free.
 void VisitLiveBlocks(void (*Visit)(live_block_info const &Block, void *UserData), void *UserData);
 
 // ---------------------------------------------------------------------------

@@ -1,6 +1,7 @@
 // Bounded formatter, comparisons, number parsing and the wildcard matcher.
 #include "foundation/tessel_string.h"
 
+#include <atomic>
 #include <cmath>
 #include <cstring>
 
@@ -11,7 +12,7 @@ char const *const UpperCaseDigits = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
 
 namespace {
 
-string_comparison_callback ComparisonCallback;
+std::atomic<string_comparison_callback> ComparisonCallback{nullptr};
 
 enum character_flag
 {
@@ -317,7 +318,7 @@ int32 StringLength(char const *String)
 
 bool StringsAreEqual(char const *A, char const *B)
 {
-    if (ComparisonCallback) return ComparisonCallback(A, B);
+    if (string_comparison_callback Compare = ComparisonCallback.load(std::memory_order_relaxed)) return Compare(A, B);
     if (!A || !B) return A == B;
     while (*A && ToLower(*A) == ToLower(*B)) {
         ++A;
@@ -488,7 +489,7 @@ bool IsPlainWildcard(char const *Pattern)
 
 void SetStringComparisonCallback(string_comparison_callback Callback)
 {
-    ComparisonCallback = Callback;
+    ComparisonCallback.store(Callback, std::memory_order_relaxed);
 }
 
 real32 Real32FromReal16(uint16 Value)

@@ -119,8 +119,23 @@ bool GetPlatformReaderSize(file_reader *Base, int32 *Size)
     return true;
 }
 
-char TemporaryDirectory[260];
 std::atomic<int32> UniqueCounter{0};
+
+struct temporary_directory
+{
+    char Path[260];
+    temporary_directory()
+    {
+        char const *Variable = getenv("TMPDIR");
+        if (!Variable || !Variable[0]) Variable = "/tmp";
+        CopyStringMaximum(Path, (int32)sizeof(Path), Variable);
+        int32 Length = StringLength(Path);
+        for (int32 Index = 0; Index < Length; ++Index) {
+            if (Path[Index] == '\\') Path[Index] = '/';
+        }
+        while (Length > 1 && Path[Length - 1] == '/') Path[--Length] = 0;
+    }
+};
 
 } // namespace
 
@@ -187,17 +202,9 @@ file_reader *CreatePlatformFileReader(char const *FileName)
 
 char const *GetTemporaryDirectory()
 {
-    if (!TemporaryDirectory[0]) {
-        char const *Path = getenv("TMPDIR");
-        if (!Path || !Path[0]) Path = "/tmp";
-        CopyStringMaximum(TemporaryDirectory, (int32)sizeof(TemporaryDirectory), Path);
-        int32 Length = StringLength(TemporaryDirectory);
-        for (int32 Index = 0; Index < Length; ++Index) {
-            if (TemporaryDirectory[Index] == '\\') TemporaryDirectory[Index] = '/';
-        }
-        while (Length > 1 && TemporaryDirectory[Length - 1] == '/') TemporaryDirectory[--Length] = 0;
-    }
-    return TemporaryDirectory;
+    // Computed by the first caller; the others wait for it.
+    static temporary_directory const Directory;
+    return Directory.Path;
 }
 
 bool FileExists(char const *FileName)

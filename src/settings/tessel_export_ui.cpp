@@ -12,22 +12,22 @@
 // First in every object category: what of the item reaches the file.
 static void AddInclusionBlock(ui_builder &Builder, requester *Requester)
 {
-    Checkbox(Builder, Requester, 75, "Include reference in export",
+    Checkbox(Builder, Requester, SettingId_IncludeReferenceInExport, "Include reference in export",
              "Any mention of the item in the file at all. Off: neither a record nor its data.", true, false);
-    Checkbox(Builder, Requester, 2, "Include data in export",
+    Checkbox(Builder, Requester, SettingId_IncludeDataInExport, "Include data in export",
              "Store the item's data. Off: a reference that the object existed can stay, without the data.", true, true);
-    Checkbox(Builder, Requester, 66, "Include art tool specific data",
+    Checkbox(Builder, Requester, SettingId_IncludeArtToolSpecificData, "Include art tool specific data",
              "Store extra attributes and properties of the item in the file.", true, true);
-    Checkbox(Builder, Requester, 251, "Only User Attributes",
+    Checkbox(Builder, Requester, SettingId_OnlyUserAttributes, "Only User Attributes",
              "Export only attributes that the user created (through script or the tool interface), as far as "
              "that can be determined.",
              false, true);
-    Spacer(Builder, Requester, 80);
+    Spacer(Builder, Requester, SettingId_SpacerAfterOnlyUserAttributes);
 }
 
 static void AddMoveToOrigin(ui_builder &Builder, requester *Requester)
 {
-    Checkbox(Builder, Requester, 97, "Move to Origin",
+    Checkbox(Builder, Requester, SettingId_MoveToOrigin, "Move to Origin",
              "Move the model's first bone to the origin; the model's initial placement moves it back.", true, true);
 }
 
@@ -37,120 +37,121 @@ static void AddMoveToOrigin(ui_builder &Builder, requester *Requester)
 static void AddCurveBlock(ui_builder &Builder, requester *Requester, bool WithVectorTracks)
 {
     requester *R = Requester;
-    Checkbox(Builder, R, 68, "Reduce curves where possible",
+    Checkbox(Builder, R, SettingId_ReduceCurvesWherePossible, "Reduce curves where possible",
              "Reduce generated curves to lower-degree splines where they can be; recommended on.", true, true);
-    Checkbox(Builder, R, 52, "Compress animation data",
+    Checkbox(Builder, R, SettingId_CompressAnimationData, "Compress animation data",
              "Compress animation data as b-spline curves; off: raw snapshots of the skeleton at every timestep.", true,
              true);
-    Checkbox(Builder, R, 219, "Use quantized curves", "The exporter will use quantized curve format where appropriate.",
-             true, true);
-    Checkbox(Builder, R, 220, "Quant. on missed tolerance",
+    Checkbox(Builder, R, SettingId_UseQuantizedCurves, "Use quantized curves",
+             "The exporter will use quantized curve format where appropriate.", true, true);
+    Checkbox(Builder, R, SettingId_QuantOnMissedTolerance, "Quant. on missed tolerance",
              "The exporter aggressively attempts to reduce the space used by animations that cannot be fit with a "
              "bspline to the specified tolerance.",
              true, true);
-    Checkbox(Builder, R, 227, "Aggressive animation compression",
+    Checkbox(Builder, R, SettingId_AggressiveAnimationCompression, "Aggressive animation compression",
              "The exporter aggressively attempts to eliminate unnecessary knots as a post-process in the "
              "compression step.",
-             false, true, 52);
+             false, true, SettingId_CompressAnimationData);
 
-    Slider(Builder, R, 53, "Position curve type",
+    Slider(Builder, R, SettingId_PositionCurveType, "Position curve type",
            "Degree of the b-spline fitted to the translational movement of the animation: 0 still frames, 3 full "
            "cubic, 2 the usual choice.",
-           0, 3, 2, IdentitySliderMapping, true, 52);
-    Number(Builder, R, 149, "Position curve tolerance",
+           0, 3, 2, IdentitySliderMapping, true, SettingId_CompressAnimationData);
+    Number(Builder, R, SettingId_PositionCurveTolerance, "Position curve tolerance",
            "Fitting tolerance for the translational movement of the animation, expressed in tool units.", 0.00001f,
-           10000.0f, 0.01f, false, 52);
-    Checkbox(Builder, R, 114, "Allow position jumps",
+           10000.0f, 0.01f, false, SettingId_CompressAnimationData);
+    Checkbox(Builder, R, SettingId_AllowPositionJumps, "Allow position jumps",
              "The fitter may use discontinuous jumps in the position of an object if it thinks it matches the "
              "motion best.",
-             false, true, 52);
-    Number(Builder, R, 152, "Position jump tolerance",
+             false, true, SettingId_CompressAnimationData);
+    Number(Builder, R, SettingId_PositionJumpTolerance, "Position jump tolerance",
            "Size of jump of the position of an object above which the fitter treats it as a jump.", 0.00001f, 10000.0f,
-           10.0f, true, 114);
-    Checkbox(Builder, R, 115, "Allow position creasing",
+           10.0f, true, SettingId_AllowPositionJumps);
+    Checkbox(Builder, R, SettingId_AllowPositionCreasing, "Allow position creasing",
              "The fitter may use sharp creases in the position curve of an object if it thinks it matches the "
              "motion best.",
-             false, true, 52);
-    Number(Builder, R, 153, "Position crease tolerance",
+             false, true, SettingId_CompressAnimationData);
+    Number(Builder, R, SettingId_PositionCreaseTolerance, "Position crease tolerance",
            "Sharpness of turn of the position of an object above which the fitter makes a crease.", 0.00001f, 10000.0f,
-           10.0f, true, 115);
-    Spacer(Builder, R, 55, 52);
+           10.0f, true, SettingId_AllowPositionCreasing);
+    Spacer(Builder, R, SettingId_SpacerAfterPositionCreaseTolerance, SettingId_CompressAnimationData);
 
-    Slider(Builder, R, 56, "Orientation curve type",
+    Slider(Builder, R, SettingId_OrientationCurveType, "Orientation curve type",
            "Degree of the b-spline fitted to the rotational movement of the animation: 0 still frames, 3 full "
            "cubic, 2 the usual choice.",
-           0, 3, 2, IdentitySliderMapping, true, 52);
-    Number(Builder, R, 150, "Orientation curve tolerance",
+           0, 3, 2, IdentitySliderMapping, true, SettingId_CompressAnimationData);
+    Number(Builder, R, SettingId_OrientationCurveTolerance, "Orientation curve tolerance",
            "Fitting tolerance for the rotational movement of the animation, expressed in degrees of rotation.",
-           0.00001f, 720.0f, 0.1f, false, 52);
-    Checkbox(Builder, R, 117, "Allow orientation jumps",
+           0.00001f, 720.0f, 0.1f, false, SettingId_CompressAnimationData);
+    Checkbox(Builder, R, SettingId_AllowOrientationJumps, "Allow orientation jumps",
              "The fitter may use discontinuous jumps in the orientation of an object if it thinks it matches the "
              "motion best.",
-             false, true, 52);
-    Number(Builder, R, 154, "Orientation jump tolerance",
+             false, true, SettingId_CompressAnimationData);
+    Number(Builder, R, SettingId_OrientationJumpTolerance, "Orientation jump tolerance",
            "Size of jump of the orientation of an object above which the fitter treats it as a jump.", 0.00001f, 720.0f,
-           10.0f, true, 117);
-    Checkbox(Builder, R, 118, "Allow orientation creasing",
+           10.0f, true, SettingId_AllowOrientationJumps);
+    Checkbox(Builder, R, SettingId_AllowOrientationCreasing, "Allow orientation creasing",
              "The fitter may use sharp creases in the orientation curve of an object if it thinks it matches the "
              "motion best.",
-             false, true, 52);
-    Number(Builder, R, 155, "Orientation crease tolerance",
+             false, true, SettingId_CompressAnimationData);
+    Number(Builder, R, SettingId_OrientationCreaseTolerance, "Orientation crease tolerance",
            "Sharpness of turn of the orientation of an object above which the fitter makes a crease.", 0.00001f, 720.0f,
-           10.0f, true, 118);
-    Spacer(Builder, R, 58, 52);
+           10.0f, true, SettingId_AllowOrientationCreasing);
+    Spacer(Builder, R, SettingId_SpacerAfterOrientationCreaseTolerance, SettingId_CompressAnimationData);
 
-    Slider(Builder, R, 59, "Scale/shear curve type",
+    Slider(Builder, R, SettingId_ScaleShearCurveType, "Scale/shear curve type",
            "Degree of the b-spline fitted to the scaling and shearing of the animation: 0 still frames, 3 full "
            "cubic, 2 the usual choice.",
-           0, 3, 2, IdentitySliderMapping, true, 52);
-    Number(Builder, R, 151, "Scale/shear curve tolerance",
-           "Fitting tolerance for the scaling and shearing of the animation.", 0.00001f, 10000.0f, 0.001f, false, 52);
-    Checkbox(Builder, R, 120, "Allow scale/shear jumps",
+           0, 3, 2, IdentitySliderMapping, true, SettingId_CompressAnimationData);
+    Number(Builder, R, SettingId_ScaleShearCurveTolerance, "Scale/shear curve tolerance",
+           "Fitting tolerance for the scaling and shearing of the animation.", 0.00001f, 10000.0f, 0.001f, false,
+           SettingId_CompressAnimationData);
+    Checkbox(Builder, R, SettingId_AllowScaleShearJumps, "Allow scale/shear jumps",
              "The fitter may use discontinuous jumps in the scaling and shearing of an object if it thinks it "
              "matches the motion best.",
-             false, true, 52);
-    Number(Builder, R, 156, "Scale/shear jump tolerance",
+             false, true, SettingId_CompressAnimationData);
+    Number(Builder, R, SettingId_ScaleShearJumpTolerance, "Scale/shear jump tolerance",
            "Size of jump of the scaling and shearing of an object above which the fitter treats it as a jump.",
-           0.00001f, 10000.0f, 1.0f, true, 120);
-    Checkbox(Builder, R, 121, "Allow scale/shear creasing",
+           0.00001f, 10000.0f, 1.0f, true, SettingId_AllowScaleShearJumps);
+    Checkbox(Builder, R, SettingId_AllowScaleShearCreasing, "Allow scale/shear creasing",
              "The fitter may use sharp creases in the scaling and shearing curve of an object if it thinks it "
              "matches the motion best.",
-             false, true, 52);
-    Number(Builder, R, 157, "Scale/shear crease tolerance",
+             false, true, SettingId_CompressAnimationData);
+    Number(Builder, R, SettingId_ScaleShearCreaseTolerance, "Scale/shear crease tolerance",
            "This value determines how sharp a scale an object must make before the motion fitter decides that it "
            "should scale stiffly instead of smoothly.",
-           0.00001f, 10000.0f, 1.0f, true, 121);
-    Spacer(Builder, R, 61, 52);
+           0.00001f, 10000.0f, 1.0f, true, SettingId_AllowScaleShearCreasing);
+    Spacer(Builder, R, SettingId_SpacerAfterScaleShearCreaseTolerance, SettingId_CompressAnimationData);
 
     if (WithVectorTracks) {
-        Checkbox(Builder, R, 245, "Don't oversample vector tracks",
+        Checkbox(Builder, R, SettingId_DontOversampleVectorTracks, "Don't oversample vector tracks",
                  "Sample vector tracks on frame boundaries only, whatever the overall oversampling.", false, true);
-        Checkbox(Builder, R, 252, "Protect constant tracks",
+        Checkbox(Builder, R, SettingId_ProtectConstantTracks, "Protect constant tracks",
                  "Keep vector tracks as curves even if the value never changes.", false, true);
-        Slider(Builder, R, 221, "VectorTrack Curve type",
+        Slider(Builder, R, SettingId_VectorTrackCurveType, "VectorTrack Curve type",
                "Degree of the b-spline fitted to the source curve: 0 still frames, 3 full cubic, 2 the usual "
                "choice.",
                0, 3, 2, IdentitySliderMapping, true);
-        Number(Builder, R, 222, "VectorTrack Curve tolerance",
+        Number(Builder, R, SettingId_VectorTrackCurveTolerance, "VectorTrack Curve tolerance",
                "Fitting tolerance for the translational movement of the animation, expressed in tool units.", 0.00001f,
                10000.0f, 0.001f, false);
-        Checkbox(Builder, R, 225, "Allow VectorTrack jumps",
+        Checkbox(Builder, R, SettingId_AllowVectorTrackJumps, "Allow VectorTrack jumps",
                  "The fitter may use discontinuous jumps in the position of an object if it thinks it matches the "
                  "motion best.",
                  false, true);
-        Number(Builder, R, 223, "VectorTrack jump tolerance",
+        Number(Builder, R, SettingId_VectorTrackJumpTolerance, "VectorTrack jump tolerance",
                "Size of jump of the position of an object above which the fitter treats it as a jump.", 0.00001f,
                10000.0f, 10.0f, true);
-        Checkbox(Builder, R, 226, "Allow VectorTrack creasing",
+        Checkbox(Builder, R, SettingId_AllowVectorTrackCreasing, "Allow VectorTrack creasing",
                  "The fitter may use sharp creases in the position curve of an object if it thinks it matches the "
                  "motion best.",
                  false, true);
-        Number(Builder, R, 224, "VectorTrack crease tolerance",
+        Number(Builder, R, SettingId_VectorTrackCreaseTolerance, "VectorTrack crease tolerance",
                "Sharpness of turn of the position of an object above which the fitter makes a crease.", 0.00001f,
                10000.0f, 10.0f, true);
     }
 
-    Checkbox(Builder, R, 229, "Use Accumulator Neighborhood",
+    Checkbox(Builder, R, SettingId_UseAccumulatorNeighborhood, "Use Accumulator Neighborhood",
              "A slightly altered blending mode is used when the track is neighbourhooded to the rest pose.", false,
              true);
 }
@@ -162,15 +163,16 @@ requester *BuildRootSettings(settings_pools &Pools)
 {
     ui_builder Builder = {&Pools, false};
     requester *R = Category(Builder, 1, "Root settings", "All the export settings.");
-    Number(Builder, R, 147, "Main window width",
+    Number(Builder, R, SettingId_MainWindowWidth, "Main window width",
            "Width of the settings window (kept for the settings file; nothing in the exporter reads it).", 600.0f,
            4096.0f, 640.0f, true);
-    Number(Builder, R, 148, "Main window height",
+    Number(Builder, R, SettingId_MainWindowHeight, "Main window height",
            "Height of the settings window (kept for the settings file; nothing in the exporter reads it).", 300.0f,
            4096.0f, 480.0f, true);
-    Checkbox(Builder, R, 67, "Auto close on exit", "The progress window closes itself when the export is complete.",
-             false, false);
-    Checkbox(Builder, R, 228, "Detailed Settings", "The settings user interface shows every setting.", true, false);
+    Checkbox(Builder, R, SettingId_AutoCloseOnExit, "Auto close on exit",
+             "The progress window closes itself when the export is complete.", false, false);
+    Checkbox(Builder, R, SettingId_DetailedSettings, "Detailed Settings",
+             "The settings user interface shows every setting.", true, false);
     return Finish(Builder, R);
 }
 
@@ -207,27 +209,37 @@ requester *BuildAnimationSettings(settings_pools &Pools)
     ui_builder Builder = {&Pools, false};
     requester *R = Category(Builder, 4, "Animation settings", "How the entire animation of the scene is exported.");
     AddInclusionBlock(Builder, R);
-    Slider(Builder, R, 173, "Oversampling", "Samples per frame of the animation; 2x is recommended.", 1, 8, 2,
-           IdentitySliderMapping, true);
-    Spacer(Builder, R, 254);
+    Slider(Builder, R, SettingId_Oversampling, "Oversampling", "Samples per frame of the animation; 2x is recommended.",
+           1, 8, 2, IdentitySliderMapping, true);
+    Spacer(Builder, R, SettingId_SpacerAfterOversampling);
 
-    requester *RootMotion = List(Builder, 175, "Root Motion Types", "How root motion is stored.");
-    Choice(Builder, RootMotion, 176, "No root motion accumulation", "The animation stays as it is.");
-    requester *Extraction = Choice(Builder, RootMotion, 177, "Constant Motion Extraction (CME)",
-                                   "Root motion is stored as a constant movement plus a non-constant offset.");
+    requester *RootMotion =
+        List(Builder, ChoiceList_RootMotionTypes, "Root Motion Types", "How root motion is stored.");
+    Choice(Builder, RootMotion, Choice_NoRootMotionAccumulation, "No root motion accumulation",
+           "The animation stays as it is.");
+    requester *Extraction =
+        Choice(Builder, RootMotion, Choice_ConstantMotionExtractionCME, "Constant Motion Extraction (CME)",
+               "Root motion is stored as a constant movement plus a non-constant offset.");
     static char const *const ToleranceHelp = "Threshold that decides whether a root bone has been displaced for "
                                              "accumulation or has effectively stayed in place.";
-    Number(Builder, Extraction, 158, "X Position Tolerance", ToleranceHelp, 0.00001f, 10000.0f, 10.0f, true);
-    Number(Builder, Extraction, 159, "Y Position Tolerance", ToleranceHelp, 0.00001f, 10000.0f, 10.0f, true);
-    Number(Builder, Extraction, 160, "Z Position Tolerance", ToleranceHelp, 0.00001f, 10000.0f, 10.0f, true);
-    Number(Builder, Extraction, 161, "X Rotation Tolerance", ToleranceHelp, 0.00001f, 360.0f, 10.0f, true);
-    Number(Builder, Extraction, 162, "Y Rotation Tolerance", ToleranceHelp, 0.00001f, 360.0f, 10.0f, true);
-    Number(Builder, Extraction, 163, "Z Rotation Tolerance", ToleranceHelp, 0.00001f, 360.0f, 10.0f, true);
-    Choice(Builder, RootMotion, 178, "Variable Delta Accumulation (VDA)",
+    Number(Builder, Extraction, SettingId_XPositionTolerance, "X Position Tolerance", ToleranceHelp, 0.00001f, 10000.0f,
+           10.0f, true);
+    Number(Builder, Extraction, SettingId_YPositionTolerance, "Y Position Tolerance", ToleranceHelp, 0.00001f, 10000.0f,
+           10.0f, true);
+    Number(Builder, Extraction, SettingId_ZPositionTolerance, "Z Position Tolerance", ToleranceHelp, 0.00001f, 10000.0f,
+           10.0f, true);
+    Number(Builder, Extraction, SettingId_XRotationTolerance, "X Rotation Tolerance", ToleranceHelp, 0.00001f, 360.0f,
+           10.0f, true);
+    Number(Builder, Extraction, SettingId_YRotationTolerance, "Y Rotation Tolerance", ToleranceHelp, 0.00001f, 360.0f,
+           10.0f, true);
+    Number(Builder, Extraction, SettingId_ZRotationTolerance, "Z Rotation Tolerance", ToleranceHelp, 0.00001f, 360.0f,
+           10.0f, true);
+    Choice(Builder, RootMotion, Choice_VariableDeltaAccumulationVDA, "Variable Delta Accumulation (VDA)",
            "Root motion is stored as a regular curve and accumulation is calculated at run-time.");
-    Combobox(Builder, R, 185, "Root Motion Type", "How looping animations that move the model are played back.",
-             RootMotion, 176, true, true);
-    Spacer(Builder, R, 62);
+    Combobox(Builder, R, SettingId_RootMotionType, "Root Motion Type",
+             "How looping animations that move the model are played back.", RootMotion, Choice_NoRootMotionAccumulation,
+             true, true);
+    Spacer(Builder, R, SettingId_SpacerAfterRootMotionType);
 
     AddMoveToOrigin(Builder, R);
     AddCurveBlock(Builder, R, true);

@@ -7,6 +7,7 @@
 
 #include "foundation/tessel_log.h"
 #include "settings/tessel_export_ui_tunneling.h"
+#include "settings/tessel_setting_ids.h"
 
 int32 IdentitySliderMapping(int32 Position)
 {
@@ -256,10 +257,18 @@ static int32 ChoiceOf(setting const *Setting)
     return Setting->Value.Combobox.Current->Id;
 }
 
+// The setting a getter reads; an id that no definition has is logged (once).
+static setting *FindForGetter(requester const *Requester, int32 Id)
+{
+    setting *Setting = FindSettingInRequester(Requester, Id);
+    if (!Setting) ReportUndefinedSettingId(Id);
+    return Setting;
+}
+
 static int32 ChoiceIntOf(setting const *Combobox, int32 Id)
 {
     if (!Combobox || Combobox->Kind != SettingKind_Combobox) return 0;
-    return GetSettingValueInt(FindSettingInRequester(Combobox->Value.Combobox.Current, Id));
+    return GetSettingValueInt(FindForGetter(Combobox->Value.Combobox.Current, Id));
 }
 
 bool GetSettingBool(requester const *Requester, int32 Id)
@@ -269,22 +278,22 @@ bool GetSettingBool(requester const *Requester, int32 Id)
 
 int32 GetSettingInt(requester const *Requester, int32 Id)
 {
-    return GetSettingValueInt(FindSettingInRequester(Requester, Id));
+    return GetSettingValueInt(FindForGetter(Requester, Id));
 }
 
 real32 GetSettingFloat(requester const *Requester, int32 Id)
 {
-    return GetSettingValueFloat(FindSettingInRequester(Requester, Id));
+    return GetSettingValueFloat(FindForGetter(Requester, Id));
 }
 
 int32 GetSettingChoice(requester const *Requester, int32 Id)
 {
-    return ChoiceOf(FindSettingInRequester(Requester, Id));
+    return ChoiceOf(FindForGetter(Requester, Id));
 }
 
 int32 GetSettingChoiceInt(requester const *Requester, int32 ComboboxId, int32 Id)
 {
-    return ChoiceIntOf(FindSettingInRequester(Requester, ComboboxId), Id);
+    return ChoiceIntOf(FindForGetter(Requester, ComboboxId), Id);
 }
 
 bool GetSettingChoiceBool(requester const *Requester, int32 ComboboxId, int32 Id)
@@ -324,28 +333,26 @@ bool GetSettingChoiceBool(settings_node const *Node, int32 ComboboxId, int32 Id)
 
 bool IsReferenceIncluded(settings_node const *Node)
 {
-    return Node && GetSettingBool(Node, 75);
+    return Node && GetSettingBool(Node, SettingId_IncludeReferenceInExport);
 }
 
 bool IsDataIncluded(settings_node const *Node)
 {
-    return IsReferenceIncluded(Node) && GetSettingBool(Node, 2);
+    return IsReferenceIncluded(Node) && GetSettingBool(Node, SettingId_IncludeDataInExport);
 }
 
 bool IsArtToolDataIncluded(settings_node const *Node)
 {
-    return Node && GetSettingBool(Node, 66);
+    return Node && GetSettingBool(Node, SettingId_IncludeArtToolSpecificData);
 }
 
 bool IsOnlyUserAttributes(settings_node const *Node)
 {
-    return Node && GetSettingBool(Node, 251);
+    return Node && GetSettingBool(Node, SettingId_OnlyUserAttributes);
 }
 
 enum
 {
-    DefaultPlacementChoice = 124,
-    FirstSectionChoice = 131072,
     StandardSectionCount = 8,
 };
 
@@ -353,11 +360,11 @@ int32 GetSectionSetting(requester const *Requester, int32 Id, int32 BuiltInSecti
 {
     int32 Choice = GetSettingChoice(Requester, Id);
     // A missing combobox or an unknown choice places the data by default too.
-    if (Choice == DefaultPlacementChoice || Choice < FirstSectionChoice ||
-        Choice >= FirstSectionChoice + StandardSectionCount) {
+    if (Choice == Choice_AllowDefaultPlacement || Choice < Choice_FirstStandardSection ||
+        Choice >= Choice_FirstStandardSection + StandardSectionCount) {
         return BuiltInSection;
     }
-    return Choice - FirstSectionChoice;
+    return Choice - Choice_FirstStandardSection;
 }
 
 int32 GetSectionSetting(settings_node const *Node, int32 Id, int32 BuiltInSection)

@@ -162,7 +162,7 @@ static int32 FindByParsedPath(settings_node *Root, label_path const &Path, setti
 
 int32 FindSettingsByLabelPath(settings_node *Root, char const *Path, setting_match *Matches, int32 MaxMatches)
 {
-    static label_path Parsed; // large; tools are single-threaded
+    label_path Parsed;
     if (!Root || !Path || !ParseLabelPath(Path, (int32)strlen(Path), Parsed)) return 0;
     return FindByParsedPath(Root, Parsed, Matches, MaxMatches);
 }
@@ -324,7 +324,7 @@ bool ApplySettingAssignment(settings_node *Root, char const *Assignment, char *E
         Fail(Error, ErrorSize, "\"%s\" is not of the form Label=value", Assignment ? Assignment : "");
         return false;
     }
-    static label_path Path;
+    label_path Path;
     if (!ParseLabelPath(Assignment, (int32)(Equals - Assignment), Path)) {
         Fail(Error, ErrorSize, "\"%s\" names no setting", Assignment);
         return false;

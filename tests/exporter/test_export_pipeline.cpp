@@ -16,10 +16,12 @@
 #include "format/tessel_file_reader.h"
 #include "format/tessel_schema.h"
 #include "foundation/tessel_memory.h"
+#include "foundation/tessel_version.h"
 #include "platform/tessel_platform.h"
 #include "settings/tessel_export_ui_tunneling.h"
 #include "support/fbx_test_writer.h"
 #include "support/test_log_capture.h"
+#include "settings/tessel_setting_ids.h"
 
 using namespace fbx_tool;
 
@@ -81,7 +83,7 @@ TEST(RunExport, EmptySceneRunsEveryStageInOrderAndLeavesNothingBehind)
     DestroyToolInterface(Tool);
 
     ASSERT_FALSE(Reports.empty());
-    EXPECT_EQ(Reports.front().Title, "Tessel 2.8.21.0 is Exporting a TS2 File");
+    EXPECT_EQ(Reports.front().Title, "Tessel " TESSEL_VERSION_STRING " is Exporting a TS2 File");
     std::vector<std::string> Expected = {"Textures",   "Materials", "Skeletons",      "Meshes",         "Models",
                                          "Animations", "I/O",       "Packaging file", "Export Complete"};
     EXPECT_EQ(StagesSeen(), Expected);
@@ -117,10 +119,10 @@ TEST(RunExport, WrittenFileCarriesFileAndExporterInfo)
     file_info const *Info = (file_info const *)GetLoadedFileRootObject(*File, &RootType);
     ASSERT_NE(Info, nullptr);
     ASSERT_NE(Info->ExporterInfo, nullptr);
-    EXPECT_STREQ(Info->ExporterInfo->ExporterName, "Tessel Standard Exporter, SDK version 2.8.21.0");
-    EXPECT_EQ(Info->ExporterInfo->ExporterMajorRevision, 2);
-    EXPECT_EQ(Info->ExporterInfo->ExporterMinorRevision, 8);
-    EXPECT_EQ(Info->ExporterInfo->ExporterBuildNumber, 21);
+    EXPECT_STREQ(Info->ExporterInfo->ExporterName, "Tessel Standard Exporter, SDK version " TESSEL_VERSION_STRING);
+    EXPECT_EQ(Info->ExporterInfo->ExporterMajorRevision, TESSEL_VERSION_MAJOR);
+    EXPECT_EQ(Info->ExporterInfo->ExporterMinorRevision, TESSEL_VERSION_MINOR);
+    EXPECT_EQ(Info->ExporterInfo->ExporterBuildNumber, TESSEL_VERSION_BUILD);
     ASSERT_NE(Info->ArtToolInfo, nullptr);
     EXPECT_STREQ(Info->ArtToolInfo->FromArtToolName, "FBX");
     EXPECT_EQ(Info->ArtToolInfo->ArtToolPointerSize, 64);
@@ -142,8 +144,8 @@ TEST(RunExport, SettingsFileSwitchesExporterInfoAndCompression)
     settings_node *Root = BuildDefaultSettingsTree(Pools);
     settings_node *File = FindSettingsNode(Root, 69);
     ASSERT_NE(File, nullptr);
-    ASSERT_TRUE(SetSettingBool(FindSetting(File, 94), false));
-    ASSERT_TRUE(SetSettingChoice(FindSetting(File, 70), 72));
+    ASSERT_TRUE(SetSettingBool(FindSetting(File, SettingId_IncludeExporterInfo), false));
+    ASSERT_TRUE(SetSettingChoice(FindSetting(File, SettingId_FileCompression), Choice_NoCompression));
     std::string SettingsPath = PrivateTemporaryDirectory() + "/input_settings.bin";
     ASSERT_TRUE(WriteSettingsFile(Root, SettingsPath.c_str()));
     FreeSettingsPools(Pools);
@@ -272,8 +274,7 @@ TEST(ScenePipeline, MorphTargetLimitKeepsVertexDataBounded)
 
 TEST(ExportFBXFile, ReleasesEverythingItMadeOnEveryPath)
 {
-    std::string Scene = SharedFBXFile("ufbx/data/blender_282_suzanne_7400_binary.fbx");
-    if (Scene.empty()) GTEST_SKIP() << "shared FBX files not found in " << TESSEL_SHARED_FBX_DIR;
+    std::string Scene = std::string(TESSEL_SOURCE_DIR) + "/examples/rigged_arm.fbx";
     int32 Before = LiveBlocks();
     std::string Output = PrivateTemporaryDirectory() + "/output_in_process.ts2";
     std::string Defs = WriteTestFile("defs.xml", "<Defs><AnimationDef name=\"a\" start=\"0\" end=\"1\"/></Defs>");
@@ -304,7 +305,8 @@ TEST(ExportFBXFile, VariedRealScenesExportWithoutLeaks)
         SCOPED_TRACE(File);
         int32 Before = LiveBlocks();
         std::string Output = PrivateTemporaryDirectory() + "/output_corpus.ts2";
-        ExportFBXFile(Scene.c_str(), Output.c_str(), nullptr, nullptr);
+        EXPECT_TRUE(ExportFBXFile(Scene.c_str(), Output.c_str(), nullptr, nullptr));
+        EXPECT_TRUE(FileExists(Output.c_str()));
         EXPECT_EQ(LiveBlocks(), Before);
         EXPECT_TRUE(ListTemporaryFiles().empty());
         remove(Output.c_str());

@@ -10,9 +10,12 @@
 #include <rapidxml/rapidxml.hpp>
 
 #include "exporter_test_files.h"
+#include "foundation/tessel_version.h"
 #include "tessel/tessel.h"
 
 namespace {
+
+char const ExportTitle[] = "Tessel " TESSEL_VERSION_STRING " is Exporting a TS2 File";
 
 typedef bool (*export_fbx_file)(char const *, char const *, char const *, ExportProgressCallback);
 
@@ -39,7 +42,7 @@ protected:
 
     static void CountTitles(export_progress const *Progress)
     {
-        if (Progress->Title && std::string(Progress->Title) == "Tessel 2.8.21.0 is Exporting a TS2 File") ++Titles;
+        if (Progress->Title && std::string(Progress->Title) == ExportTitle) ++Titles;
     }
 
     std::string Output(char const *Name) { return PrivateTemporaryDirectory() + "/output_" + Name; }
@@ -51,14 +54,14 @@ protected:
 
 int SharedLibrary::Titles = 0;
 
-char const SceneFile[] = "ufbx/data/blender_282_suzanne_7400_binary.fbx";
+// The scene that ships with the sources, so these tests always run.
+std::string const SceneFile = std::string(TESSEL_SOURCE_DIR) + "/examples/rigged_arm.fbx";
 
 } // namespace
 
 TEST_F(SharedLibrary, RefusesMissingOrEmptyAnimationDefsAndUnloadableScenes)
 {
-    std::string Scene = SharedFBXFile(SceneFile);
-    if (Scene.empty()) GTEST_SKIP() << "shared FBX files not found in " << TESSEL_SHARED_FBX_DIR;
+    std::string const &Scene = SceneFile;
     std::string Out = Output("refused.ts2");
 
     std::string Missing = PrivateTemporaryDirectory() + "/no_such_defs.xml";
@@ -80,12 +83,13 @@ TEST_F(SharedLibrary, RefusesMissingOrEmptyAnimationDefsAndUnloadableScenes)
 
 TEST_F(SharedLibrary, ExportsWithAnimationDefsAndProgress)
 {
-    std::string Scene = SharedFBXFile(SceneFile);
-    if (Scene.empty()) GTEST_SKIP() << "shared FBX files not found in " << TESSEL_SHARED_FBX_DIR;
+    std::string const &Scene = SceneFile;
     std::string Out = Output("suzanne.ts2");
     std::string Defs = WriteTestFile("defs.xml", "<Defs><AnimationDef name=\"a\" start=\"0\" end=\"1\"/></Defs>");
     EXPECT_TRUE(Export(Scene.c_str(), Out.c_str(), Defs.c_str(), CountTitles));
     EXPECT_GE(Titles, 1);
+    EXPECT_EQ(access(Out.c_str(), F_OK), 0);
+    remove(Out.c_str());
     EXPECT_TRUE(Export(Scene.c_str(), Out.c_str(), nullptr, nullptr));
     EXPECT_TRUE(ListTemporaryFiles().empty());
     remove(Out.c_str());
@@ -93,8 +97,7 @@ TEST_F(SharedLibrary, ExportsWithAnimationDefsAndProgress)
 
 TEST_F(SharedLibrary, MalformedAnimationDefsThrowTheParserError)
 {
-    std::string Scene = SharedFBXFile(SceneFile);
-    if (Scene.empty()) GTEST_SKIP() << "shared FBX files not found in " << TESSEL_SHARED_FBX_DIR;
+    std::string const &Scene = SceneFile;
     std::string Bad = WriteTestFile("bad.xml", "<Defs><AnimationDef name=\"a\" start=\"0\" end=\"1\"></Defs>");
     bool Caught = false;
     try {

@@ -17,6 +17,7 @@
 #include "skeleton_test_support.h"
 #include "support/test_command.h"
 #include "support/test_log_capture.h"
+#include "settings/tessel_setting_ids.h"
 
 using namespace fbx_tool;
 
@@ -231,7 +232,7 @@ TEST(SkeletonExport, LeftOutBonesCutTheirChainAndSkinnedMeshNodesAreNoBones)
     EXPECT_EQ(Fixture.NodeNamed("Arm"), nullptr);
 
     tool_node *Upper = Fixture.NodeNamed("Upper");
-    ASSERT_TRUE(SetSettingBool(FindSetting(Upper->Settings, 2), false));
+    ASSERT_TRUE(SetSettingBool(FindSetting(Upper->Settings, SettingId_IncludeDataInExport), false));
     EXPECT_FALSE(IsBoneIncluded(Upper->Settings));
     ExportSkeleton(&Fixture.State, Model);
     skeleton *Skeleton = Model->Skeleton;

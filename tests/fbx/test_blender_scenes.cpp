@@ -154,7 +154,7 @@ void CheckAgainstBlender(std::string const &Base)
         Owner.Manager = Manager;
         Owner.Scene = Scene;
         KFbxNode *Root = Scene->GetRootNode();
-        EXPECT_EQ(KTime::GetGlobalTimeMode(), FbxTimeMode_30);
+        EXPECT_EQ(Scene->GetGlobalSettings().GetFrameTimeMode(), FbxTimeMode_30);
 
         for (json const &Node : Reference["nodes"].Items) {
             KFbxNode *Found = FindFbxNode(Root, Node["name"].Text.c_str());

@@ -309,18 +309,44 @@ TEST(FbxFields, TruncationAtEveryLengthFailsCleanly)
         KFbx Whole;
         EXPECT_TRUE(Open(Whole, Bytes)) << Whole.GetErrorText();
     }
+    // Text: a cut after a top-level field's closing brace, or after the
+    // colon of its name (a field without values), with only blanks or
+    // comments after it, leaves a valid, shorter file of the fields before
+    // the cut; every other cut fails with a reason.
     std::string Ascii = WriteFbxTestAscii(Root, FbxTestAscii(7400));
-    for (size_t Length = 0; Length < Ascii.size(); ++Length) {
+    int32 Depth = 0, Fields = 0;
+    bool Between = false, InComment = false;
+    int32 Valid = 0;
+    for (size_t Length = 0; Length <= Ascii.size(); ++Length) {
         KFbx Fbx;
-        // A cut between two top-level fields leaves a valid (shorter) file;
-        // everything else must fail. Neither may crash or leak.
-        if (Open(Fbx, Text(Ascii.substr(0, Length)))) {
-            fbx_field const *Last = Fbx.GetFirstChild(0);
-            while (Fbx.GetNextSibling(Last)) Last = Fbx.GetNextSibling(Last);
-            for (fbx_field const *Field = Fbx.GetFirstChild(Last); Field; Field = Fbx.GetNextSibling(Field))
-                Fbx.GetNumberCount(Field);
+        bool Opened = Open(Fbx, Text(Ascii.substr(0, Length)));
+        EXPECT_EQ(Opened, Between) << "text cut at " << Length;
+        if (Opened) {
+            ++Valid;
+            EXPECT_EQ(Fbx.GetChildCount(0), Fields) << "text cut at " << Length;
+        } else {
+            EXPECT_STRNE(Fbx.GetErrorText(), "") << "text cut at " << Length;
         }
+        if (Length == Ascii.size()) break;
+        char Character = Ascii[Length];
+        bool Blank = Character == ' ' || Character == '\t' || Character == '\r' || Character == '\n';
+        if (InComment) {
+            InComment = Character != '\n';
+        } else if (Character == ';') {
+            InComment = true;
+        } else if (Character == ':' && Depth == 0) {
+            ++Fields; // counted from its name on; whole once the block closes
+            Between = true;
+            continue;
+        } else if (Character == '{') {
+            ++Depth;
+        } else if (Character == '}') {
+            Between = --Depth == 0;
+            continue;
+        }
+        Between = Between && Depth == 0 && (Blank || InComment);
     }
+    EXPECT_GE(Valid, 4) << "each top-level field, with and without its block";
     EXPECT_EQ(LiveBlocks(), LiveBefore);
 }
 

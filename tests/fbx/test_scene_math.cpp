@@ -44,6 +44,24 @@ TEST(SceneMath, TimeModesFramesAndFields)
     EXPECT_EQ(Span.GetDuration().Get(), -300);
 }
 
+TEST(SceneMath, EachSceneKeepsItsOwnTimeMode)
+{
+    EXPECT_EQ(KTime::GetFrameRate(FbxTimeMode_Custom, 12.5), 12.5);
+    EXPECT_EQ(KTime::GetFrameRate(FbxTimeMode_Custom), 30.0);
+    EXPECT_EQ(KTime::GetFrameRate(FbxTimeMode_Default), 30.0);
+
+    fbx_test_scene Film, Unnamed;
+    Film.TimeMode = FbxTimeMode_24;
+    Unnamed.TimeMode = 0; // the file names no mode of its own
+    loaded_scene A, B;
+    ASSERT_TRUE(LoadFbxBytes(WriteFbxTestScene(Film, FbxTestBinary(7400)), A)) << A.Error;
+    ASSERT_TRUE(LoadFbxBytes(WriteFbxTestScene(Unnamed, FbxTestAscii(6100)), B)) << B.Error;
+    // Loading B changes nothing of A.
+    EXPECT_EQ(A.Scene->GetGlobalSettings().GetFrameTimeMode(), FbxTimeMode_24);
+    EXPECT_EQ(B.Scene->GetGlobalSettings().GetFrameTimeMode(), FbxTimeMode_30);
+    EXPECT_EQ(B.Scene->GetGlobalSettings().GetFrameCustomRate(), 30.0);
+}
+
 TEST(SceneMath, LimitsClampOnlyEnabledBounds)
 {
     fbx_test_scene Scene;

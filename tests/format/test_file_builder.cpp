@@ -570,7 +570,15 @@ static std::vector<uint8_t> MakePointer32File(uint32 Version)
 TEST(FileReader, ReadsFilesWithOtherPointerSizesAndOlderVersions)
 {
     std::vector<uint8_t> Bytes = MakePointer32File(7);
+    // Loaded for use, the file is re-laid with this platform's pointers.
     loaded_file *File = LoadFileFromMemory((int32)Bytes.size(), Bytes.data());
+    ASSERT_NE(nullptr, File);
+    EXPECT_EQ(64, File->PointerBits);
+    EXPECT_NE(nullptr, GetLoadedFileRootObject(*File, 0));
+    FreeLoadedFile(File);
+    file_reader *StoredReader = CreateMemoryFileReader((int32)Bytes.size(), Bytes.data());
+    File = LoadStoredFileFromReader(StoredReader);
+    CloseFileReader(StoredReader);
     ASSERT_NE(nullptr, File);
     EXPECT_EQ(32, File->PointerBits);
     EXPECT_EQ(nullptr, GetLoadedFileRootObject(*File, 0));

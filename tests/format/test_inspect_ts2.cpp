@@ -13,6 +13,7 @@
 #include "format/tessel_file_reader.h"
 #include "foundation/tessel_file_io.h"
 #include "foundation/tessel_memory.h"
+#include "foundation/tessel_version.h"
 #include "platform/tessel_platform.h"
 #include "support/fbx_test_writer.h"
 #include "support/test_command.h"
@@ -170,7 +171,8 @@ TEST_F(InspectTS2, ExportsAreRepeatableAndCarryExporterInfo)
     FreeLoadedFile(File);
 
     ASSERT_EQ(0, RunTessel("inspect --json '" + OutputA + "'", &Output));
-    EXPECT_NE(std::string::npos, Output.find("\"ExporterName\": \"Tessel Standard Exporter, SDK version 2.8.21.0\""));
+    EXPECT_NE(std::string::npos,
+              Output.find("\"ExporterName\": \"Tessel Standard Exporter, SDK version " TESSEL_VERSION_STRING "\""));
     EXPECT_NE(std::string::npos, Output.find("\"ArtToolInfo\": {"));
     EXPECT_NE(std::string::npos, Output.find("\"FromArtToolName\": "));
     remove(OutputA.c_str());

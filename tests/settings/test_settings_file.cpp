@@ -7,12 +7,14 @@
 
 #include "settings/tessel_settings_text.h"
 #include "settings_test_fixture.h"
+#include "settings/tessel_setting_ids.h"
 
 namespace {
 
 std::string TempPath(char const *Name)
 {
-    return std::string(::testing::TempDir()) + "/tessel_settings_" + Name;
+    // The process id keeps test runs of several checkouts apart.
+    return std::string(::testing::TempDir()) + "/tessel_settings_" + std::to_string(getpid()) + "_" + Name;
 }
 
 void WriteBytes(std::string const &Path, std::vector<uint8> const &Bytes)
@@ -162,12 +164,12 @@ TEST_F(settings_test, FileFromAnotherReleaseLoadsWhatItKnows)
     log_capture Log;
     ASSERT_TRUE(LoadSettingsFile(Root, Path.c_str()));
     EXPECT_TRUE(Log.Entries.empty());
-    EXPECT_TRUE(GetSettingBool(Root, 67));
+    EXPECT_TRUE(GetSettingBool(Root, SettingId_AutoCloseOnExit));
     settings_node *File = Child(Root, "File");
-    EXPECT_EQ(GetSettingChoice(File, 70), 72);
-    EXPECT_EQ(GetSettingChoice(File, 212), 214); // unknown choice: keeps the current one
-    EXPECT_EQ(GetSettingInt(File, 74), 4);       // absent from the file: default
-    EXPECT_TRUE(GetSettingBool(File, 94));
+    EXPECT_EQ(GetSettingChoice(File, SettingId_FileCompression), 72);
+    EXPECT_EQ(GetSettingChoice(File, SettingId_FilePlatform), 214); // unknown choice: keeps the current one
+    EXPECT_EQ(GetSettingInt(File, SettingId_ObjectAlignment), 4);   // absent from the file: default
+    EXPECT_TRUE(GetSettingBool(File, SettingId_IncludeExporterInfo));
     std::remove(Path.c_str());
 }
 
@@ -221,8 +223,8 @@ TEST_F(settings_test, PropagationRespectsOverriddenSettings)
     // has its own value for one of them.
     settings_node *Source = Tree();
     settings_node *SourceAnimations = Child(Source, "Animations");
-    ASSERT_TRUE(SetSettingNumber(FindSetting(SourceAnimations, 149), 0.5f));
-    ASSERT_TRUE(SetSettingNumber(FindSetting(SourceAnimations, 150), 2.0f));
+    ASSERT_TRUE(SetSettingNumber(FindSetting(SourceAnimations, SettingId_PositionCurveTolerance), 0.5f));
+    ASSERT_TRUE(SetSettingNumber(FindSetting(SourceAnimations, SettingId_OrientationCurveTolerance), 2.0f));
     std::string Path = TempPath("propagate.tss");
     WriteBytes(Path, Serialize(Source));
 
@@ -233,15 +235,15 @@ TEST_F(settings_test, PropagationRespectsOverriddenSettings)
     ASSERT_TRUE(AttachSettings(Walk, nullptr, 0));
     ASSERT_TRUE(AttachSettings(Run, nullptr, 0));
     EXPECT_NE(Walk->Requester, Animations->Requester);
-    ASSERT_TRUE(SetSettingNumber(FindSetting(Walk, 150), 1.0f));
+    ASSERT_TRUE(SetSettingNumber(FindSetting(Walk, SettingId_OrientationCurveTolerance), 1.0f));
 
     ASSERT_TRUE(LoadSettingsFile(Root, Path.c_str()));
-    EXPECT_FLOAT_EQ(GetSettingFloat(Walk, 149), 0.5f);
-    EXPECT_FLOAT_EQ(GetSettingFloat(Walk, 150), 1.0f);
-    EXPECT_FLOAT_EQ(GetSettingFloat(Run, 150), 2.0f);
+    EXPECT_FLOAT_EQ(GetSettingFloat(Walk, SettingId_PositionCurveTolerance), 0.5f);
+    EXPECT_FLOAT_EQ(GetSettingFloat(Walk, SettingId_OrientationCurveTolerance), 1.0f);
+    EXPECT_FLOAT_EQ(GetSettingFloat(Run, SettingId_OrientationCurveTolerance), 2.0f);
 
     SpreadSettings(Walk, Animations->Requester, true, true);
-    EXPECT_FLOAT_EQ(GetSettingFloat(Walk, 150), 2.0f);
+    EXPECT_FLOAT_EQ(GetSettingFloat(Walk, SettingId_OrientationCurveTolerance), 2.0f);
     std::remove(Path.c_str());
 }
 
@@ -250,21 +252,21 @@ TEST_F(settings_test, AttachedBlocksOverrideTheCategoryCopy)
     settings_node *Root = Tree();
     settings_node *Meshes = Child(Root, "Meshes");
     requester *Stored = DuplicateRequester(Meshes->Requester);
-    ASSERT_TRUE(SetSettingSliderPosition(FindSettingInRequester(Stored, 8), 2));
+    ASSERT_TRUE(SetSettingSliderPosition(FindSettingInRequester(Stored, SettingId_BonesPerVertex), 2));
     std::vector<uint8> Block((size_t)SizeOfRequesterBlock(Stored));
     WriteRequesterBlock(Stored, Block.data(), (int32)Block.size());
 
     settings_node *Body = NewSettingsNode(Pools, Meshes, "Body", nullptr);
     ASSERT_TRUE(AttachSettings(Body, Block.data(), (int32)Block.size()));
-    EXPECT_EQ(GetSettingInt(Body, 8), 2);
-    EXPECT_EQ(GetSettingInt(Meshes, 8), 4);
+    EXPECT_EQ(GetSettingInt(Body, SettingId_BonesPerVertex), 2);
+    EXPECT_EQ(GetSettingInt(Meshes, SettingId_BonesPerVertex), 4);
 
     // An unreadable block leaves the object on its category's values.
     settings_node *Head = NewSettingsNode(Pools, Meshes, "Head", nullptr);
     log_capture Log;
     EXPECT_FALSE(AttachSettings(Head, Block.data(), 7));
     ASSERT_NE(Head->Requester, nullptr);
-    EXPECT_EQ(GetSettingInt(Head, 8), 4);
+    EXPECT_EQ(GetSettingInt(Head, SettingId_BonesPerVertex), 4);
 }
 
 TEST_F(settings_test, LabelAssignmentsCheckKindAndRange)
@@ -273,9 +275,9 @@ TEST_F(settings_test, LabelAssignmentsCheckKindAndRange)
     settings_node *File = Child(Root, "File");
     char Error[1024];
     EXPECT_TRUE(ApplySettingAssignment(Root, "File compression=No compression", Error, sizeof(Error)));
-    EXPECT_EQ(GetSettingChoice(File, 70), 72);
+    EXPECT_EQ(GetSettingChoice(File, SettingId_FileCompression), 72);
     EXPECT_TRUE(ApplySettingAssignment(Root, "file platform = 32-bit, BIG endian", Error, sizeof(Error)));
-    EXPECT_EQ(GetSettingChoice(File, 212), 216);
+    EXPECT_EQ(GetSettingChoice(File, SettingId_FilePlatform), 216);
     EXPECT_TRUE(ApplySettingAssignment(Root, "Meshes:Include data in export=off", Error, sizeof(Error)));
     EXPECT_FALSE(GetSettingBool(Child(Root, "Meshes"), 2));
     EXPECT_TRUE(GetSettingBool(Child(Root, "Textures"), 2));

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "settings_test_fixture.h"
+#include "settings/tessel_setting_ids.h"
 
 namespace {
 
@@ -267,7 +268,7 @@ TEST_F(settings_test, CategoriesKeepTheirIdsAndOrder)
     EXPECT_EQ(SettingIds(Mesh),
               (std::vector<int32>{75,  2,   66, 251, 80, 246, 247, 174, 76,  143, 186, 7,  8,  255, 81, 82, 88, 83,
                                   244, 243, 84, 85,  89, 86,  99,  100, 101, 211, 98,  77, 90, 91,  92, 93, 237}));
-    requester *FrameByFrame = FindChoice(FindSettingInRequester(Mesh, 237), 241);
+    requester *FrameByFrame = FindChoice(FindSettingInRequester(Mesh, SettingId_MorphTargets), 241);
     ASSERT_NE(FrameByFrame, nullptr);
     EXPECT_EQ(SettingIds(FrameByFrame),
               (std::vector<int32>{165, 166, 210, 188, 230, 231, 232, 189, 190, 191, 192, 193, 194,
@@ -328,8 +329,8 @@ TEST_F(settings_test, ChoiceListsHoldTheirChoices)
         EXPECT_EQ(ChoiceIds(Combobox), Case.Choices);
         EXPECT_EQ(Combobox->Value.Combobox.Plain, 1);
     }
-    EXPECT_STREQ(FindChoice(FindSettingInRequester(File, 212), 216)->Label, "32-bit, big endian");
-    EXPECT_STREQ(FindChoice(FindSettingInRequester(File, 70), 72)->Label, "No compression");
+    EXPECT_STREQ(FindChoice(FindSettingInRequester(File, SettingId_FilePlatform), 216)->Label, "32-bit, big endian");
+    EXPECT_STREQ(FindChoice(FindSettingInRequester(File, SettingId_FileCompression), 72)->Label, "No compression");
 
     // Seven fixed section comboboxes and one per object type, each with its
     // own list: default placement, then the eight standard sections.
@@ -349,7 +350,8 @@ TEST_F(settings_test, ChoiceListsHoldTheirChoices)
                   (std::vector<int32>{124, 131072, 131073, 131074, 131075, 131076, 131077, 131078, 131079}));
         EXPECT_EQ(GetSettingChoice(File, Id), 124);
     }
-    EXPECT_STREQ(FindChoice(FindSettingInRequester(File, 65546), 131075)->Label, "3 - StandardDeformableVertexSection");
+    EXPECT_STREQ(FindChoice(FindSettingInRequester(File, SettingId_MeshSection), 131075)->Label,
+                 "3 - StandardDeformableVertexSection");
     EXPECT_EQ(FindSettingInRequester(File, 65551), nullptr);
 
     requester *Texture = BuildTextureSettings(Pools);

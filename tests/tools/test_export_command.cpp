@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "support/test_command.h"
+#include "foundation/tessel_version.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -19,7 +20,7 @@ protected:
         char Template[] = "/tmp/tessel_cli_test_XXXXXX";
         ASSERT_NE(mkdtemp(Template), nullptr);
         Folder = Template;
-        Scene = std::string(TESSEL_SHARED_FBX_DIR) + "/ufbx/data/blender_282_suzanne_7400_binary.fbx";
+        Scene = std::string(TESSEL_SOURCE_DIR) + "/examples/rigged_arm.fbx";
     }
     void TearDown() override { system(("rm -rf '" + Folder + "'").c_str()); }
 
@@ -32,7 +33,6 @@ protected:
         return Path;
     }
     bool Exists(std::string const &Path) { return access(Path.c_str(), F_OK) == 0; }
-    bool HaveScene() { return Exists(Scene); }
 
     std::string Folder, Scene;
 };
@@ -57,7 +57,6 @@ TEST_F(ExportCommand, FailsWithoutOutputForBadInputs)
     EXPECT_NE(Missing.Status, 0);
     EXPECT_NE(Missing.Output.find("missing.fbx"), std::string::npos);
 
-    if (!HaveScene()) GTEST_SKIP() << "shared FBX files not found in " << TESSEL_SHARED_FBX_DIR;
     command_result NoSettings = RunTessel("export '" + Scene + "' '" + Out + "' --settings '" + Folder + "/none.bin'");
     EXPECT_NE(NoSettings.Status, 0);
     EXPECT_NE(NoSettings.Output.find("none.bin"), std::string::npos);
@@ -69,7 +68,6 @@ TEST_F(ExportCommand, FailsWithoutOutputForBadInputs)
 
 TEST_F(ExportCommand, MalformedAnimationDefsReportTheParserMessage)
 {
-    if (!HaveScene()) GTEST_SKIP() << "shared FBX files not found in " << TESSEL_SHARED_FBX_DIR;
     std::string Bad = Write("bad.xml", "<Defs>\n<AnimationDef name=\"a\" start=\"1\" end=\"2\"\n</Defs>\n");
     std::string Out = Folder + "/out.ts2";
     command_result Result = RunTessel("export '" + Scene + "' '" + Out + "' --animdefs '" + Bad + "'");
@@ -81,12 +79,20 @@ TEST_F(ExportCommand, MalformedAnimationDefsReportTheParserMessage)
 
 TEST_F(ExportCommand, StatusTellsWhetherTheFileWasWritten)
 {
-    if (!HaveScene()) GTEST_SKIP() << "shared FBX files not found in " << TESSEL_SHARED_FBX_DIR;
+    ASSERT_FALSE(TesselProgramPath().empty()) << "the tessel program is not built";
     std::string Defs = Write("defs.xml", "<Defs><AnimationDef name=\"idle\" start=\"0\" end=\"10\"/></Defs>");
     std::string Out = Folder + "/out.ts2";
     command_result Result = RunTessel("export '" + Scene + "' '" + Out + "' --animdefs '" + Defs + "'");
     // Not a terminal: plain progress lines.
-    EXPECT_NE(Result.Output.find("Tessel 2.8.21.0 is Exporting a TS2 File"), std::string::npos) << Result.Output;
+    EXPECT_NE(Result.Output.find("Tessel " TESSEL_VERSION_STRING " is Exporting a TS2 File"), std::string::npos)
+        << Result.Output;
     EXPECT_NE(Result.Output.find("Animations"), std::string::npos);
-    EXPECT_EQ(Result.Status == 0, Exists(Out)) << Result.Output;
+    EXPECT_EQ(Result.Status, 0) << Result.Output;
+    EXPECT_TRUE(Exists(Out)) << Result.Output;
+
+    // An output that can't be created: a failure, and no file.
+    std::string Nowhere = Folder + "/no/such/folder/out.ts2";
+    command_result Failed = RunTessel("export '" + Scene + "' '" + Nowhere + "'");
+    EXPECT_NE(Failed.Status, 0) << Failed.Output;
+    EXPECT_FALSE(Exists(Nowhere));
 }

@@ -1,8 +1,11 @@
 // `tessel inspect` on FBX files as scripts use it, and on files it can't read.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "support/test_command.h"
 
@@ -63,4 +66,65 @@ TEST(InspectCommand, RefusesWhatItCannotRead)
     EXPECT_NE(Missing.Status, 0);
     EXPECT_NE(Missing.Output.find("scene.fbx"), std::string::npos) << Missing.Output;
     EXPECT_EQ(RunTessel("inspect --help").Status, 0);
+}
+
+namespace {
+
+// Every "[N] ... M more" line of a text listing, as N + M (the array's
+// length) by N (how many were shown).
+std::vector<std::pair<int, int>> CutArrays(std::string const &Listing)
+{
+    std::vector<std::pair<int, int>> Cuts;
+    size_t At = 0;
+    while ((At = Listing.find("] ... ", At)) != std::string::npos) {
+        size_t Open = Listing.rfind('[', At);
+        int Shown = atoi(Listing.c_str() + Open + 1), More = atoi(Listing.c_str() + At + 6);
+        Cuts.push_back({Shown, Shown + More});
+        At += 6;
+    }
+    return Cuts;
+}
+
+} // namespace
+
+TEST(InspectCommand, HeaderOnlyAndArrayLimitsOfTS2Files)
+{
+    ASSERT_FALSE(TesselProgramPath().empty()) << "the tessel program is not built";
+    std::string Out = std::string(TESSEL_BINARY_DIR) + "/inspect_arm.ts2";
+    command_result Export = RunTessel("export '" + Example("examples/rigged_arm.fbx") + "' '" + Out + "'");
+    ASSERT_EQ(Export.Status, 0) << Export.Output;
+
+    command_result Header = RunTessel("inspect --header '" + Out + "'", false);
+    command_result Full = RunTessel("inspect '" + Out + "'", false);
+    ASSERT_EQ(Header.Status, 0) << Header.Output;
+    ASSERT_EQ(Full.Status, 0) << Full.Output;
+    EXPECT_NE(Header.Output.find("Sections: 8"), std::string::npos) << Header.Output;
+    EXPECT_NE(Header.Output.find("[7] 7 - StandardUnloadedSection"), std::string::npos) << Header.Output;
+    EXPECT_EQ(Full.Output.compare(0, Header.Output.size(), Header.Output), 0) << "the listing starts with the header";
+    EXPECT_EQ(Header.Output.find("Bones"), std::string::npos) << "no object tree";
+    EXPECT_NE(Full.Output.find("Bones"), std::string::npos);
+
+    // Text shows 16 elements of an array by default, N with --max-elements N,
+    // all with 0; the arrays are the same whatever the limit.
+    command_result Two = RunTessel("inspect --max-elements 2 '" + Out + "'", false);
+    command_result All = RunTessel("inspect --max-elements 0 '" + Out + "'", false);
+    ASSERT_EQ(Two.Status, 0);
+    ASSERT_EQ(All.Status, 0);
+    std::vector<std::pair<int, int>> Default = CutArrays(Full.Output), Short = CutArrays(Two.Output);
+    ASSERT_FALSE(Default.empty());
+    for (auto const &Cut : Default) EXPECT_EQ(Cut.first, 16);
+    ASSERT_GT(Short.size(), Default.size());
+    for (auto const &Cut : Short) EXPECT_EQ(Cut.first, 2);
+    for (auto const &Cut : Default) {
+        EXPECT_NE(std::find(Short.begin(), Short.end(), std::make_pair(2, Cut.second)), Short.end()) << Cut.second;
+    }
+    EXPECT_TRUE(CutArrays(All.Output).empty());
+    EXPECT_GT(All.Output.size(), Full.Output.size());
+
+    // JSON prints every element unless told otherwise.
+    command_result Json = RunTessel("inspect --json '" + Out + "'", false);
+    command_result JsonTwo = RunTessel("inspect --json --max-elements 2 '" + Out + "'", false);
+    EXPECT_EQ(Json.Output.find("\"$more\""), std::string::npos);
+    EXPECT_NE(JsonTwo.Output.find("\"$more\": 238"), std::string::npos) << "240 vertices, 2 shown";
+    remove(Out.c_str());
 }
