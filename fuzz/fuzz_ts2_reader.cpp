@@ -80,6 +80,8 @@ void WalkObject(walk_state &State, file_section_reference Type, file_section_ref
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const *Data, size_t Size)
 {
     if (Size > (1u << 24)) return 0;
+    // What a tool that opens untrusted files would allow one of them.
+    SetFileReaderMemoryLimit(64 << 20);
     loaded_file *File = LoadFileFromMemory((int32)Size, Data);
     if (!File) return 0;
     walk_state State = {File, {}, 10000};

@@ -10,6 +10,7 @@
 #include "fbx_tool/fbx_tessel.h"
 #include "foundation/tessel_log.h"
 #include "platform/tessel_platform.h"
+#include "settings/tessel_export_ui_tunneling.h"
 #include "tessel_commands.h"
 
 static void PrintExportUsage(FILE *Stream)
@@ -92,11 +93,55 @@ static void ShowLogMessage(int32 Level, int32 Category, char const *File, int32 
     fprintf(stderr, "tessel export: %s: %s\n", Level >= LogLevel_Error ? "error" : "warning", Message);
 }
 
+// A regular file that can be opened; FIFOs and devices are refused before
+// anything would wait on them.
 static bool IsReadableFile(char const *Path)
 {
-    FILE *File = fopen(Path, "rb");
-    if (!File) return false;
-    fclose(File);
+    return FileExists(Path) && access(Path, R_OK) == 0;
+}
+
+// Everything that can be judged before the scene is read: inputs that are
+// regular files, an output that is none of them, a settings file that is
+// whole. False when the export must not start (the reason printed).
+static bool CheckExportPaths(char const *InputPath, char const *OutputPath, char const *AnimationDefPath,
+                             char const *SettingsPath)
+{
+    struct
+    {
+        char const *Path;
+        char const *What;
+    } const Inputs[] = {
+        {InputPath, "input file"}, {AnimationDefPath, "AnimationDef file"}, {SettingsPath, "settings file"}};
+    for (auto const &Input : Inputs) {
+        if (!Input.Path) continue;
+        if (!IsReadableFile(Input.Path)) {
+            fprintf(stderr, "tessel export: cannot read %s %s%s\n", Input.What, Input.Path,
+                    access(Input.Path, F_OK) == 0 ? " (not a regular file)" : "");
+            return false;
+        }
+        if (IsSameFile(Input.Path, OutputPath)) {
+            fprintf(stderr, "tessel export: the output %s is the %s itself; refusing to overwrite it\n", OutputPath,
+                    Input.What);
+            return false;
+        }
+    }
+    if (!CheckOutputPath(OutputPath)) return false;
+    if (SettingsPath) {
+        // The library falls back to defaults on a damaged file; the command
+        // line refuses it, so that a half-applied file never goes unnoticed.
+        settings_pools Pools;
+        bool Whole = false;
+        if (InitializeSettingsPools(Pools)) {
+            settings_node *Root = BuildDefaultSettingsTree(Pools);
+            Whole = Root && LoadSettingsFileStrictly(Root, SettingsPath);
+            FreeSettingsPools(Pools);
+        }
+        if (!Whole) {
+            fprintf(stderr, "tessel export: settings file %s is damaged or unreadable; nothing exported\n",
+                    SettingsPath);
+            return false;
+        }
+    }
     return true;
 }
 
@@ -145,18 +190,14 @@ int RunExportCommand(int ArgumentCount, char **Arguments)
     }
     char const *InputPath = Paths[0];
     char const *OutputPath = Paths[1];
-    if (!IsReadableFile(InputPath)) {
-        fprintf(stderr, "tessel export: cannot read input file %s\n", InputPath);
-        return 1;
-    }
-    if (SettingsPath && !IsReadableFile(SettingsPath)) {
-        fprintf(stderr, "tessel export: cannot read settings file %s\n", SettingsPath);
-        return 1;
-    }
 
     memset(&Display, 0, sizeof(Display));
     Display.Terminal = isatty(fileno(stderr)) != 0;
     SetLogCallback(ShowLogMessage, 0);
+    if (!CheckExportPaths(InputPath, OutputPath, AnimationDefPath, SettingsPath)) {
+        SetLogCallback(0, 0);
+        return 1;
+    }
 
     export_options Options;
     Options.SourceFileToEmbed = 0;

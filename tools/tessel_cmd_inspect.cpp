@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "format/tessel_file_format.h"
+#include "platform/tessel_platform.h"
 #include "tessel_commands.h"
 
 static void PrintInspectHelp(FILE *Stream)
@@ -64,7 +65,8 @@ int RunInspectCommand(int ArgumentCount, char **Arguments)
         return 2;
     }
 
-    FILE *File = fopen(Path, "rb");
+    // Only regular files: a FIFO would be waited on forever.
+    FILE *File = FileExists(Path) ? fopen(Path, "rb") : 0;
     if (!File) {
         fprintf(stderr, "tessel inspect: can't open %s\n", Path);
         return 1;

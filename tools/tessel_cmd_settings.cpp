@@ -127,8 +127,8 @@ int RunSettingsCommand(int ArgumentCount, char **Arguments)
         fprintf(stderr, "tessel settings: unable to build the settings tree\n");
         Status = 1;
     }
-    if (Status == 0 && ReadPath && !LoadSettingsFile(Root, ReadPath)) {
-        fprintf(stderr, "tessel settings: unable to read settings file %s\n", ReadPath);
+    if (Status == 0 && ReadPath && !LoadSettingsFileStrictly(Root, ReadPath)) {
+        fprintf(stderr, "tessel settings: settings file %s is damaged or unreadable\n", ReadPath);
         Status = 1;
     }
     for (size_t Index = 0; Status == 0 && Index < Assignments.size(); ++Index) {

@@ -706,10 +706,10 @@ void OpSetAllKnotValues(void *Record, int32 KnotCount, int32 Dimension, real32 c
     constexpr format_family Family = FamilyOf<Row>();
     if constexpr (Family == Family_Keyframes) {
         R.Dimension = (int16)Dimension;
-        if (Controls) memcpy(R.Controls, Controls, sizeof(real32) * KnotCount * Dimension);
+        if (Controls && KnotCount > 0) memcpy(R.Controls, Controls, sizeof(real32) * KnotCount * Dimension);
     } else if constexpr (Family == Family_Float) {
-        if (Knots) memcpy(R.Knots, Knots, sizeof(real32) * KnotCount);
-        if (Controls) memcpy(R.Controls, Controls, sizeof(real32) * KnotCount * Dimension);
+        if (Knots && KnotCount > 0) memcpy(R.Knots, Knots, sizeof(real32) * KnotCount);
+        if (Controls && KnotCount > 0) memcpy(R.Controls, Controls, sizeof(real32) * KnotCount * Dimension);
     } else if constexpr (Family == Family_Identity) {
         R.Dimension = (int16)Dimension;
     } else if constexpr (Family == Family_ConstantArray || Family == Family_ConstantInline) {

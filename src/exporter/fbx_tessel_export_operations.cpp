@@ -44,6 +44,18 @@ int32 GetExportCompression(int32 Choice)
     return 0;
 }
 
+struct packaging_progress
+{
+    export_progress *Progress;
+    int32 Start;
+};
+
+static void ReportPackaging(void *Data, int32 Done, int32 Total)
+{
+    packaging_progress *Packaging = (packaging_progress *)Data;
+    AdvanceProgressTo(Packaging->Progress, (uint32)(Packaging->Start + Done));
+}
+
 // Opens the builder, runs the scene export and packages the file. Builder
 // holds the open builder, so that the caller can abandon it after an
 // exception; it is null again when this returns.
@@ -80,6 +92,13 @@ static bool WriteExportFile(scene_export_context *Context, requester *FileSettin
         StepProgress(Progress, "");
         file_builder *Ending = Builder;
         Builder = 0;
+        // Section compression is most of the packaging: its steps join the
+        // total and the bar follows the coded bytes.
+        packaging_progress Packaging = {Progress, GetProgressPosition(Progress)};
+        if (Progress) {
+            AddProgressTotal(Progress, GetFileBuilderPackagingSteps(Ending));
+            SetFileBuilderProgress(Ending, ReportPackaging, &Packaging);
+        }
         Result = EndFile(Ending, OutputPath);
     } else if (Builder) {
         AbortFile(Builder);

@@ -70,6 +70,20 @@ void StepProgress(export_progress *Progress, char const *Item)
     ReportProgress(Progress);
 }
 
+void AddProgressTotal(export_progress *Progress, int32 More)
+{
+    if (!Progress || More <= 0) return;
+    Progress->Total += (uint32)More;
+    ReportProgress(Progress);
+}
+
+void AdvanceProgressTo(export_progress *Progress, uint32 Position)
+{
+    if (!Progress || Position <= Progress->Position) return;
+    Progress->Position = Position;
+    ReportProgress(Progress);
+}
+
 bool KeepExporting(export_progress *Progress)
 {
     if (!Progress) return true;

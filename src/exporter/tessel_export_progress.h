@@ -18,6 +18,10 @@ void SetProgressStage(export_progress *Progress, char const *Stage);
 void SetProgressTotal(export_progress *Progress, int32 Total);
 // Advances Position by one; a null Item reads "(unnamed)".
 void StepProgress(export_progress *Progress, char const *Item);
+// Raises Total by More, keeping Position.
+void AddProgressTotal(export_progress *Progress, int32 More);
+// Moves Position forward to Position (never back), reporting only a change.
+void AdvanceProgressTo(export_progress *Progress, uint32 Position);
 // Reports, then tells whether Abort is still 0. True for a null record.
 bool KeepExporting(export_progress *Progress);
 // -1 for a null record.

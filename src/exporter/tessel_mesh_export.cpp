@@ -43,14 +43,21 @@ void AppendMember(data_type_definition *Layout, char const **Names, int32 &Count
     ++Count;
 }
 
+// Into the bone's space at rest: the stored inverse world of the bone, or
+// for a node without one the inverse of its bind world.
 void MakePlacement(tool_interface *Tool, tool_node *Node, bone_placement &Placement)
 {
-    transform Local, World;
-    GetNodeTransforms(Tool, Node, &Local, &World);
-    real32 WorldMatrix[16];
-    BuildCompositeTransform4x4(World, WorldMatrix);
-    if (!MatrixInvert4x4(WorldMatrix, Placement.Matrix)) MatrixIdentity4x4(Placement.Matrix);
     Placement.IsSet = true;
+    if (Node->FileBone) {
+        memcpy(Placement.Matrix, &Node->FileBone->InverseWorldTransform[0][0], sizeof(Placement.Matrix));
+        return;
+    }
+    transform World;
+    GetNodeBindTransform(Tool, Node, 0, &World);
+    real64 WorldMatrix[16], Inverse[16];
+    TransformToMatrix4x4(World, WorldMatrix);
+    InvertAffine4x4(WorldMatrix, Inverse);
+    for (int32 Element = 0; Element < 16; ++Element) Placement.Matrix[Element] = (real32)Inverse[Element];
 }
 
 void MakeEmptyBinding(bone_binding &Binding, char const *Name)
@@ -101,8 +108,16 @@ bone_placement *BindBones(scene_export_state *State, tool_mesh *Mesh, tool_mesh_
         FileMesh->BoneBindings = ArenaPush<bone_binding>(State->Arena, Count > 0 ? Count : 1);
         if (!FileMesh->BoneBindings) return Placements;
         FileMesh->BoneBindingCount = Count;
+        tool_node *MeshNode = GetMeshNode(Tool, Mesh);
         for (int32 Index = 0; Index < Count; ++Index) {
             tool_node *Node = GetSkinBoneNode(Tool, Skin, Index);
+            // Points no cluster weighs follow the mesh's node, or the nearest
+            // bone above it when the node is no bone.
+            if (Node && Node == MeshNode && !IsBoneIncluded(Node->Settings)) {
+                tool_node *Walk = GetNodeParent(Tool, Node);
+                while (Walk && !IsBoneIncluded(Walk->Settings)) Walk = GetNodeParent(Tool, Walk);
+                if (Walk) Node = Walk;
+            }
             MakeEmptyBinding(FileMesh->BoneBindings[Index], Node ? GetNodeName(Tool, Node, State->Strings) : 0);
             if (Node) {
                 MakePlacement(Tool, Node, Placements[Index]);

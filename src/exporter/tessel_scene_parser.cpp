@@ -137,10 +137,9 @@ static int32 GetProgressTotal(scene_export_state *State)
     // The three are "Writing file", "Packaging file" and "Export Complete".
     int32 Total =
         Graph->TextureCount + Graph->ModelCount + Graph->MaterialCount + Graph->MeshCount + Graph->ModelCount + 3;
-    for (tool_animation *Animation = Graph->FirstAnimation; Animation; Animation = Animation->Next) {
-        ++Total;
-        if (IsReferenceIncluded(Animation->Settings)) Total += GetAnimationProgressSteps(State->Tool, Animation, State);
-    }
+    // The total counts only steps that will be taken: a sampler adds its
+    // own (GetAnimationProgressSteps) with AddProgressTotal as it begins.
+    for (tool_animation *Animation = Graph->FirstAnimation; Animation; Animation = Animation->Next) ++Total;
     return Total;
 }
 

@@ -103,6 +103,86 @@ void GetNodeTransforms(tool_interface *Tool, tool_node *Node, transform *Local, 
     SetTransform(*World, WorldPosition, WorldOrientation, WorldScaleShear);
 }
 
+tool_node *GetSkeletonParent(tool_interface *Tool, tool_node *Node)
+{
+    tool_node *Parent = Node ? GetNodeParent(Tool, Node) : 0;
+    if (!Parent || Parent->Model != Node->Model || !IsBoneIncluded(Parent->Settings)) return 0;
+    return Parent;
+}
+
+void GetNodeBindTransform(tool_interface *Tool, tool_node *Node, tool_node *Parent, transform *Result)
+{
+    CheckPointer(Result, LogCategory_Exporter, TESSEL_NOTHING);
+    real32 Position[3] = {0, 0, 0}, Orientation[4] = {0, 0, 0, 1};
+    real32 ScaleShear[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+    if (!SampleNodeBindTransform(Tool, Node, Parent, Position, Orientation, ScaleShear)) {
+        // A tool without a bind pose of its own: its transforms at the
+        // current time, local below a parent, world for a root.
+        real32 WorldPosition[3] = {0, 0, 0}, WorldOrientation[4] = {0, 0, 0, 1};
+        real32 WorldScaleShear[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+        SampleNodeTransform(Tool, Node, Position, Orientation, ScaleShear, WorldPosition, WorldOrientation,
+                            WorldScaleShear);
+        if (!Parent) {
+            SetTransform(*Result, WorldPosition, WorldOrientation, WorldScaleShear);
+            return;
+        }
+    }
+    SetTransform(*Result, Position, Orientation, ScaleShear);
+}
+
+void TransformToMatrix4x4(transform const &Transform, real64 *Matrix)
+{
+    real64 X = Transform.Orientation[0], Y = Transform.Orientation[1], Z = Transform.Orientation[2],
+           W = Transform.Orientation[3];
+    real64 Length = std::sqrt(X * X + Y * Y + Z * Z + W * W);
+    if (Length > 0.0) {
+        X /= Length;
+        Y /= Length;
+        Z /= Length;
+        W /= Length;
+    } else {
+        W = 1.0;
+    }
+    real64 const Rotation[3][3] = {{1 - 2 * (Y * Y + Z * Z), 2 * (X * Y - Z * W), 2 * (X * Z + Y * W)},
+                                   {2 * (X * Y + Z * W), 1 - 2 * (X * X + Z * Z), 2 * (Y * Z - X * W)},
+                                   {2 * (X * Z - Y * W), 2 * (Y * Z + X * W), 1 - 2 * (X * X + Y * Y)}};
+    // Column-vector linear part R S, stored transposed for row vectors.
+    for (int32 Row = 0; Row < 3; ++Row) {
+        for (int32 Column = 0; Column < 3; ++Column) {
+            real64 Sum = 0.0;
+            for (int32 K = 0; K < 3; ++K) Sum += Rotation[Row][K] * (real64)Transform.ScaleShear[K][Column];
+            Matrix[Column * 4 + Row] = Sum;
+        }
+    }
+    for (int32 Axis = 0; Axis < 3; ++Axis) {
+        Matrix[Axis * 4 + 3] = 0.0;
+        Matrix[12 + Axis] = Transform.Position[Axis];
+    }
+    Matrix[15] = 1.0;
+}
+
+bool InvertAffine4x4(real64 const *M, real64 *Result)
+{
+    real64 Determinant =
+        M[0] * (M[5] * M[10] - M[6] * M[9]) - M[1] * (M[4] * M[10] - M[6] * M[8]) + M[2] * (M[4] * M[9] - M[5] * M[8]);
+    for (int32 Index = 0; Index < 16; ++Index) Result[Index] = (Index % 5 == 0) ? 1.0 : 0.0;
+    if (Determinant == 0.0 || !std::isfinite(Determinant)) return false;
+    real64 Factor = 1.0 / Determinant;
+    Result[0] = (M[5] * M[10] - M[6] * M[9]) * Factor;
+    Result[1] = (M[2] * M[9] - M[1] * M[10]) * Factor;
+    Result[2] = (M[1] * M[6] - M[2] * M[5]) * Factor;
+    Result[4] = (M[6] * M[8] - M[4] * M[10]) * Factor;
+    Result[5] = (M[0] * M[10] - M[2] * M[8]) * Factor;
+    Result[6] = (M[2] * M[4] - M[0] * M[6]) * Factor;
+    Result[8] = (M[4] * M[9] - M[5] * M[8]) * Factor;
+    Result[9] = (M[1] * M[8] - M[0] * M[9]) * Factor;
+    Result[10] = (M[0] * M[5] - M[1] * M[4]) * Factor;
+    for (int32 Column = 0; Column < 3; ++Column) {
+        Result[12 + Column] = -(M[12] * Result[Column] + M[13] * Result[4 + Column] + M[14] * Result[8 + Column]);
+    }
+    return true;
+}
+
 void MakeInitialPlacement(settings_node const *Settings, real32 const *Position, real32 const *Orientation,
                           transform *Result)
 {
@@ -142,21 +222,85 @@ bool ExportSkeleton(scene_export_state *State, tool_model *Model)
     skeleton_builder *Builder = BeginSkeleton(Model->NodeCount);
     if (!Builder) return false;
 
-    int32 Index = 0;
+    // Rest locals relative to each bone's skeleton parent, then the inverse
+    // of the composition of exactly what is stored, so that a runtime that
+    // composes the locals finds the identity at rest.
+    int32 Capacity = Model->NodeCount > 0 ? Model->NodeCount : 1;
+    transform *Locals = TesselAllocateArray(transform, Capacity);
+    int32 *Parents = TesselAllocateArray(int32, Capacity);
+    real64 *Worlds = TesselAllocateArray(real64, 16 * Capacity);
+    int8 *Composed = TesselAllocateArray(int8, Capacity);
+    int32 *Chain = TesselAllocateArray(int32, Capacity);
+    if (!Locals || !Parents || !Worlds || !Composed || !Chain) {
+        TesselFree(Chain);
+        TesselFree(Locals);
+        TesselFree(Parents);
+        TesselFree(Worlds);
+        TesselFree(Composed);
+        AbandonSkeleton(Builder);
+        TesselError(LogCategory_Exporter, "Out of memory for the bones of skeleton %s",
+                    GetToolModelName(Tool, Model, State->Strings));
+        return false;
+    }
+    int32 Count = 0;
     for (tool_node *Node = Model->FirstNode; Node; Node = Node->NextInModel) {
-        if (!IsBoneIncluded(Node->Settings)) continue;
-        Node->BoneIndex = Index++;
-        transform Local, World;
-        GetNodeTransforms(Tool, Node, &Local, &World);
-        AddBoneWithInverse(Builder, Local.Position, Local.Orientation, &Local.ScaleShear[0][0], World.Position,
-                           World.Orientation, &World.ScaleShear[0][0]);
+        if (!IsBoneIncluded(Node->Settings) || Count >= Capacity) continue;
+        Node->BoneIndex = Count++;
+    }
+    for (tool_node *Node = Model->FirstNode; Node; Node = Node->NextInModel) {
+        if (!IsBoneIncluded(Node->Settings) || Node->BoneIndex < 0) continue;
+        tool_node *Parent = GetSkeletonParent(Tool, Node);
+        Parents[Node->BoneIndex] = Parent ? Parent->BoneIndex : -1;
+        GetNodeBindTransform(Tool, Node, Parent, &Locals[Node->BoneIndex]);
+        Composed[Node->BoneIndex] = 0;
+    }
+    for (int32 Bone = 0; Bone < Count; ++Bone) {
+        // The chain of ancestors not composed yet, then compose it from the
+        // top down. The
+        // scene tree has no cycles; the count bounds the walk all the same.
+        int32 Length = 0;
+        for (int32 Walk = Bone; Walk >= 0 && !Composed[Walk] && Length < Count; Walk = Parents[Walk]) {
+            Chain[Length++] = Walk;
+        }
+        while (Length > 0) {
+            int32 Top = Chain[--Length];
+            real64 Matrix[16];
+            TransformToMatrix4x4(Locals[Top], Matrix);
+            real64 *World = &Worlds[16 * Top];
+            int32 Parent = Parents[Top];
+            if (Parent >= 0 && Composed[Parent]) {
+                real64 const *ParentWorld = &Worlds[16 * Parent];
+                for (int32 Row = 0; Row < 4; ++Row) {
+                    for (int32 Column = 0; Column < 4; ++Column) {
+                        real64 Sum = 0.0;
+                        for (int32 K = 0; K < 4; ++K) Sum += Matrix[Row * 4 + K] * ParentWorld[K * 4 + Column];
+                        World[Row * 4 + Column] = Sum;
+                    }
+                }
+            } else {
+                memcpy(World, Matrix, sizeof(Matrix));
+            }
+            Composed[Top] = 1;
+        }
+    }
+    for (int32 Bone = 0; Bone < Count; ++Bone) {
+        real64 Inverse[16];
+        if (!InvertAffine4x4(&Worlds[16 * Bone], Inverse)) {
+            TesselWarning(LogCategory_Exporter, "Bone %d of skeleton %s has a singular world matrix", Bone,
+                          GetToolModelName(Tool, Model, State->Strings));
+        }
+        real32 Stored[16];
+        for (int32 Element = 0; Element < 16; ++Element) Stored[Element] = (real32)Inverse[Element];
+        transform const &Local = Locals[Bone];
+        AddBone(Builder, Local.Position, Local.Orientation, &Local.ScaleShear[0][0], Stored);
     }
     // A left-out parent still has BoneIndex -1: its children become roots.
-    for (tool_node *Node = Model->FirstNode; Node; Node = Node->NextInModel) {
-        if (!IsBoneIncluded(Node->Settings)) continue;
-        tool_node *Parent = GetNodeParent(Tool, Node);
-        SetBoneParent(Builder, Node->BoneIndex, Parent ? Parent->BoneIndex : -1);
-    }
+    for (int32 Bone = 0; Bone < Count; ++Bone) SetBoneParent(Builder, Bone, Parents[Bone]);
+    TesselFree(Locals);
+    TesselFree(Parents);
+    TesselFree(Worlds);
+    TesselFree(Composed);
+    TesselFree(Chain);
 
     int32 RemappingCount = Model->NodeCount > 0 ? Model->NodeCount : 1;
     int32 *Remapping = TesselAllocateArray(int32, RemappingCount);

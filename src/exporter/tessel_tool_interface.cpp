@@ -547,6 +547,23 @@ void GetNodeMatrix(tool_interface *Tool, tool_node *Node, real32 *Matrix)
     if (Operations && Operations->GetNodeMatrix) Operations->GetNodeMatrix(Tool, Node, Matrix);
 }
 
+void SampleNodeRelativeTransform(tool_interface *Tool, tool_node *Node, tool_node *Parent, real32 *Position,
+                                 real32 *Orientation, real32 *ScaleShear)
+{
+    tool_operations const *Operations = OperationsOf(Tool);
+    if (Operations && Operations->SampleNodeRelativeTransform)
+        Operations->SampleNodeRelativeTransform(Tool, Node, Parent, Position, Orientation, ScaleShear);
+}
+
+bool SampleNodeBindTransform(tool_interface *Tool, tool_node *Node, tool_node *Parent, real32 *Position,
+                             real32 *Orientation, real32 *ScaleShear)
+{
+    tool_operations const *Operations = OperationsOf(Tool);
+    if (!Operations || !Operations->SampleNodeBindTransform) return false;
+    Operations->SampleNodeBindTransform(Tool, Node, Parent, Position, Orientation, ScaleShear);
+    return true;
+}
+
 void GetMorphVertexPosition(tool_interface *Tool, void *Handle, int32 Polygon, int32 Corner, real32 *Position)
 {
     tool_operations const *Operations = OperationsOf(Tool);

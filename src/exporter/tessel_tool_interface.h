@@ -171,6 +171,10 @@ struct tool_operations
                                 real32 *LocalOrientation, real32 *LocalScaleShear, real32 *WorldPosition,
                                 real32 *WorldOrientation, real32 *WorldScaleShear);
     void (*GetNodeMatrix)(tool_interface *Tool, tool_node *Node, real32 *Matrix);
+    void (*SampleNodeRelativeTransform)(tool_interface *Tool, tool_node *Node, tool_node *Parent, real32 *Position,
+                                        real32 *Orientation, real32 *ScaleShear);
+    void (*SampleNodeBindTransform)(tool_interface *Tool, tool_node *Node, tool_node *Parent, real32 *Position,
+                                    real32 *Orientation, real32 *ScaleShear);
     void (*GetMorphVertexPosition)(tool_interface *Tool, void *Handle, int32 Polygon, int32 Corner,
                                    real32 *Position);
     void (*GetMorphVertexNormal)(tool_interface *Tool, void *Handle, int32 Polygon, int32 Corner, real32 *Normal);
@@ -308,6 +312,16 @@ void SampleNodeTransform(tool_interface *Tool, tool_node *Node, real32 *LocalPos
                          real32 *LocalScaleShear, real32 *WorldPosition, real32 *WorldOrientation,
                          real32 *WorldScaleShear);
 void GetNodeMatrix(tool_interface *Tool, tool_node *Node, real32 *Matrix);
+// The node's transform relative to Parent (null: its world) at the current
+// time: W(Parent)^-1 W(Node), split into position, orientation (x, y, z, w)
+// and scale/shear (3x3 row by row, applied first). Outputs stay untouched
+// where the tool has no answer.
+void SampleNodeRelativeTransform(tool_interface *Tool, tool_node *Node, tool_node *Parent, real32 *Position,
+                                 real32 *Orientation, real32 *ScaleShear);
+// The same for the bind pose: B(Parent)^-1 B(Node), with B the world the
+// node's skins were bound at. False when the tool has no answer.
+bool SampleNodeBindTransform(tool_interface *Tool, tool_node *Node, tool_node *Parent, real32 *Position,
+                             real32 *Orientation, real32 *ScaleShear);
 void GetMorphVertexPosition(tool_interface *Tool, void *Handle, int32 Polygon, int32 Corner, real32 *Position);
 void GetMorphVertexNormal(tool_interface *Tool, void *Handle, int32 Polygon, int32 Corner, real32 *Normal);
 void GetMorphCornerColor(tool_interface *Tool, void *Handle, int32 Polygon, int32 Corner, int32 Channel,

@@ -21,11 +21,22 @@ static inline bool IsLineEnd(char Character)
     return Character == '\n' || Character == '\r';
 }
 
-// Characters that end a bare word or a field name.
+// Characters that end a bare word or a field name, as a table: the word
+// loops are most of the reading.
+struct word_end_table
+{
+    bool Ends[256];
+    constexpr word_end_table() : Ends()
+    {
+        char const Enders[] = {0, ' ', '\t', '\f', '\v', '\n', '\r', ',', ':', '{', '}', '"', ';'};
+        for (char Character : Enders) Ends[(unsigned char)Character] = true;
+    }
+};
+static constexpr word_end_table WordEnds;
+
 static inline bool EndsWord(char Character)
 {
-    return Character == 0 || IsBlank(Character) || IsLineEnd(Character) || Character == ',' || Character == ':' ||
-           Character == '{' || Character == '}' || Character == '"' || Character == ';';
+    return WordEnds.Ends[(unsigned char)Character];
 }
 
 struct fbx_ascii_parser

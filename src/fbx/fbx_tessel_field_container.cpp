@@ -13,6 +13,7 @@
 #include "foundation/tessel_log.h"
 #include "foundation/tessel_memory.h"
 #include "foundation/tessel_string.h"
+#include "platform/tessel_platform.h"
 
 // Files must be addressable with the 32-bit offsets of the value table.
 static int64 const MaximumFileSize = (int64)0xFFFFFFF0u;
@@ -104,6 +105,15 @@ void KFbx::Fail(char const *Format, ...)
     TesselError(LogCategory_FBX, "%s", ErrorText);
 }
 
+// A binary FBX header, or text (no zero byte) at the start of the file.
+static bool LooksLikeFbx(file_reader *Reader, int32 Size)
+{
+    uint8 Start[4096];
+    int32 Count = Size < (int32)sizeof(Start) ? Size : (int32)sizeof(Start);
+    if (ReadAtMost(Reader, 0, Count, Start) != Count) return false;
+    return ReadFbxBinaryHeader(Start, Count, 0, 0) || !memchr(Start, 0, (size_t)Count);
+}
+
 bool KFbx::ProjectOpenFile(char const *FileName)
 {
     ProjectClose();
@@ -115,7 +125,13 @@ bool KFbx::ProjectOpenFile(char const *FileName)
     // Read straight into the container's block, hinted before the first write.
     file_reader *Reader = CreatePlatformFileReader(FileName);
     int32 Size = 0;
-    if (Reader && GetReaderSize(Reader, &Size) && Size >= 0) {
+    if (Reader && GetReaderSize(Reader, &Size) && Size >= 0 && !LooksLikeFbx(Reader, Size)) {
+        // Judged by its first bytes before the whole file is read.
+        CloseFileReader(Reader);
+        Fail("%s is neither a binary FBX file nor text", GetBaseFileName(FileName));
+        return false;
+    }
+    if (Reader && Size >= 0) {
         Bytes = (uint8 *)TesselAllocate((intaddrx)Size + 1);
         AdviseLargeBlock(Bytes, (int64)Size + 1);
         if (Bytes && Size > 0 && !ReadExactly(Reader, 0, Size, Bytes)) {
@@ -252,7 +268,8 @@ int32 KFbx::AddField(int32 Parent, int32 PreviousSibling, uint32 FileOffset, cha
 
 bool KFbx::AddValue(int32 Type, uint32 Offset, uint32 Size)
 {
-    if (!GrowTable((void **)&Values, &ValueCapacity, ValueCount + 1, (int32)sizeof(fbx_value))) {
+    if (ValueCount >= ValueCapacity &&
+        !GrowTable((void **)&Values, &ValueCapacity, ValueCount + 1, (int32)sizeof(fbx_value))) {
         Fail("Out of memory for FBX values");
         return false;
     }

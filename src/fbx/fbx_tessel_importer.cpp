@@ -8,6 +8,7 @@
 #include "fbx/fbx_tessel_mesh.h"
 #include "fbx/fbx_tessel_reader.h"
 #include "fbx/fbx_tessel_skin.h"
+#include "platform/tessel_platform.h"
 
 void KFbxIO::SetError(char const *Format, ...)
 {
@@ -53,6 +54,17 @@ bool KFbxImporter::Initialize(char const *FileName, int32 FileFormat)
 bool KFbxImporter::InitializeFromMemory(void const *Data, int64 Size)
 {
     return Open(nullptr, Data, Size);
+}
+
+// The top-level block that every file of this version has and this one
+// lacks, or null. FBX 6 and 7 keep their objects in "Objects" and the links
+// between them in "Connections"; FBX 5 puts each "Model" at the top.
+static char const *FindMissingSection(KFbx const &Fbx, int32 Version)
+{
+    if (Version < 6000) return Fbx.FindChild(nullptr, "Model") ? nullptr : "Model";
+    if (!Fbx.FindChild(nullptr, "Objects")) return "Objects";
+    if (!Fbx.FindChild(nullptr, "Connections")) return "Connections";
+    return nullptr;
 }
 
 bool KFbxImporter::Open(char const *FileName, void const *Data, int64 Size)
@@ -110,6 +122,13 @@ bool KFbxImporter::Open(char const *FileName, void const *Data, int64 Size)
         Ok = false;
     } else if (mVersion / 1000 > 7 || mVersion < 5000) {
         SetError("FBX File version %d is not supported in this product", mVersion);
+        Ok = false;
+    } else if (char const *Missing = FindMissingSection(*mFbx, mVersion)) {
+        // A file cut short at the end of a top-level block still parses;
+        // without its objects or their connections it would read as an
+        // empty scene.
+        SetError("The file ends early: its %s section is missing", Missing);
+        TesselWarning(LogCategory_FBX, "%s: %s", FileName ? GetBaseFileName(FileName) : "memory", GetLastErrorString());
         Ok = false;
     }
     if (!Ok) {

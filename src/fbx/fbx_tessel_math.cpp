@@ -522,3 +522,169 @@ KFbxQuaternion QuaternionSlerp(KFbxQuaternion const &A, KFbxQuaternion const &B,
     }
     return Result;
 }
+
+// ---------------------------------------------------------------------------
+// Polar decomposition.
+
+static real64 Determinant3x3(real64 const A[3][3])
+{
+    return A[0][0] * (A[1][1] * A[2][2] - A[1][2] * A[2][1]) - A[0][1] * (A[1][0] * A[2][2] - A[1][2] * A[2][0]) +
+           A[0][2] * (A[1][0] * A[2][1] - A[1][1] * A[2][0]);
+}
+
+// The inverse transpose of A; false when A is (nearly) singular.
+static bool InverseTranspose3x3(real64 const A[3][3], real64 Result[3][3])
+{
+    real64 Determinant = Determinant3x3(A);
+    real64 Size = 0.0;
+    for (int32 Row = 0; Row < 3; ++Row) {
+        for (int32 Column = 0; Column < 3; ++Column) Size = std::fmax(Size, std::fabs(A[Row][Column]));
+    }
+    if (!(std::fabs(Determinant) > 1e-12 * Size * Size * Size) || Size == 0.0) {
+        return false;
+    }
+    for (int32 Row = 0; Row < 3; ++Row) {
+        for (int32 Column = 0; Column < 3; ++Column) {
+            int32 R1 = (Row + 1) % 3, R2 = (Row + 2) % 3, C1 = (Column + 1) % 3, C2 = (Column + 2) % 3;
+            // Cofactor of (Row, Column): the transpose of the inverse's entry.
+            Result[Row][Column] = (A[R1][C1] * A[R2][C2] - A[R1][C2] * A[R2][C1]) / Determinant;
+        }
+    }
+    return true;
+}
+
+// Orthonormal axes from the columns of A by Gram-Schmidt, right-handed.
+static void OrthonormaliseColumns(real64 const A[3][3], real64 Q[3][3])
+{
+    real64 Axes[3][3];
+    for (int32 Axis = 0; Axis < 3; ++Axis) {
+        for (int32 Row = 0; Row < 3; ++Row) Axes[Axis][Row] = A[Row][Axis];
+    }
+    real64 const Fallback[3][3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
+    for (int32 Axis = 0; Axis < 3; ++Axis) {
+        for (int32 Attempt = 0; Attempt < 4; ++Attempt) {
+            for (int32 Earlier = 0; Earlier < Axis; ++Earlier) {
+                real64 Dot = 0.0;
+                for (int32 K = 0; K < 3; ++K) Dot += Axes[Axis][K] * Axes[Earlier][K];
+                for (int32 K = 0; K < 3; ++K) Axes[Axis][K] -= Dot * Axes[Earlier][K];
+            }
+            real64 Length = std::sqrt(Axes[Axis][0] * Axes[Axis][0] + Axes[Axis][1] * Axes[Axis][1] +
+                                      Axes[Axis][2] * Axes[Axis][2]);
+            if (Length > 1e-12) {
+                for (int32 K = 0; K < 3; ++K) Axes[Axis][K] /= Length;
+                break;
+            }
+            // A collapsed axis: try the unit axes in turn.
+            for (int32 K = 0; K < 3; ++K) Axes[Axis][K] = Fallback[(Axis + Attempt) % 3][K];
+        }
+    }
+    // Right-handed: the third axis is the cross product of the first two.
+    Axes[2][0] = Axes[0][1] * Axes[1][2] - Axes[0][2] * Axes[1][1];
+    Axes[2][1] = Axes[0][2] * Axes[1][0] - Axes[0][0] * Axes[1][2];
+    Axes[2][2] = Axes[0][0] * Axes[1][1] - Axes[0][1] * Axes[1][0];
+    for (int32 Axis = 0; Axis < 3; ++Axis) {
+        for (int32 Row = 0; Row < 3; ++Row) Q[Row][Axis] = Axes[Axis][Row];
+    }
+}
+
+// Column-vector rotation matrix to a quaternion x, y, z, w with w >= 0.
+static void RotationToQuaternion(real64 const R[3][3], real64 *Q)
+{
+    real64 Trace = R[0][0] + R[1][1] + R[2][2];
+    if (Trace > 0.0) {
+        real64 S = std::sqrt(Trace + 1.0) * 2.0;
+        Q[3] = 0.25 * S;
+        Q[0] = (R[2][1] - R[1][2]) / S;
+        Q[1] = (R[0][2] - R[2][0]) / S;
+        Q[2] = (R[1][0] - R[0][1]) / S;
+    } else if (R[0][0] > R[1][1] && R[0][0] > R[2][2]) {
+        real64 S = std::sqrt(1.0 + R[0][0] - R[1][1] - R[2][2]) * 2.0;
+        Q[3] = (R[2][1] - R[1][2]) / S;
+        Q[0] = 0.25 * S;
+        Q[1] = (R[0][1] + R[1][0]) / S;
+        Q[2] = (R[0][2] + R[2][0]) / S;
+    } else if (R[1][1] > R[2][2]) {
+        real64 S = std::sqrt(1.0 + R[1][1] - R[0][0] - R[2][2]) * 2.0;
+        Q[3] = (R[0][2] - R[2][0]) / S;
+        Q[0] = (R[0][1] + R[1][0]) / S;
+        Q[1] = 0.25 * S;
+        Q[2] = (R[1][2] + R[2][1]) / S;
+    } else {
+        real64 S = std::sqrt(1.0 + R[2][2] - R[0][0] - R[1][1]) * 2.0;
+        Q[3] = (R[1][0] - R[0][1]) / S;
+        Q[0] = (R[0][2] + R[2][0]) / S;
+        Q[1] = (R[1][2] + R[2][1]) / S;
+        Q[2] = 0.25 * S;
+    }
+    real64 Length = std::sqrt(Q[0] * Q[0] + Q[1] * Q[1] + Q[2] * Q[2] + Q[3] * Q[3]);
+    real64 Sign = Q[3] < 0.0 ? -1.0 : 1.0;
+    for (int32 Component = 0; Component < 4; ++Component) Q[Component] *= Sign / Length;
+}
+
+void SplitAffineMatrix(AffineMatrix const &Matrix, real64 *Position, real64 *Orientation, real64 *ScaleShear)
+{
+    for (int32 Axis = 0; Axis < 3; ++Axis) Position[Axis] = Matrix.mData[3][Axis];
+    // Column-vector linear part: the transpose of the row form.
+    real64 A[3][3];
+    for (int32 Row = 0; Row < 3; ++Row) {
+        for (int32 Column = 0; Column < 3; ++Column) A[Row][Column] = Matrix.mData[Column][Row];
+    }
+    real64 Sign = Determinant3x3(A) < 0.0 ? -1.0 : 1.0;
+    // Polar decomposition of Sign x A (a proper rotation then): Newton's
+    // iteration Q <- (Q + Q^-T) / 2, which converges for a regular matrix.
+    real64 Q[3][3];
+    for (int32 Row = 0; Row < 3; ++Row) {
+        for (int32 Column = 0; Column < 3; ++Column) Q[Row][Column] = Sign * A[Row][Column];
+    }
+    bool Regular = true;
+    for (int32 Iteration = 0; Iteration < 64; ++Iteration) {
+        real64 InverseT[3][3];
+        if (!InverseTranspose3x3(Q, InverseT)) {
+            Regular = false;
+            break;
+        }
+        real64 Change = 0.0;
+        for (int32 Row = 0; Row < 3; ++Row) {
+            for (int32 Column = 0; Column < 3; ++Column) {
+                real64 Next = 0.5 * (Q[Row][Column] + InverseT[Row][Column]);
+                Change = std::fmax(Change, std::fabs(Next - Q[Row][Column]));
+                Q[Row][Column] = Next;
+            }
+        }
+        if (Change < 1e-15) {
+            break;
+        }
+    }
+    if (!Regular) {
+        real64 Signed[3][3];
+        for (int32 Row = 0; Row < 3; ++Row) {
+            for (int32 Column = 0; Column < 3; ++Column) Signed[Row][Column] = Sign * A[Row][Column];
+        }
+        OrthonormaliseColumns(Signed, Q);
+    } else {
+        // Clean the converged rotation of rounding.
+        real64 Clean[3][3];
+        OrthonormaliseColumns(Q, Clean);
+        for (int32 Row = 0; Row < 3; ++Row) {
+            for (int32 Column = 0; Column < 3; ++Column) Q[Row][Column] = Clean[Row][Column];
+        }
+    }
+    RotationToQuaternion(Q, Orientation);
+    // ScaleShear = Q^T A, symmetric for a regular matrix; kept as computed so
+    // that R x ScaleShear rebuilds A.
+    for (int32 Row = 0; Row < 3; ++Row) {
+        for (int32 Column = 0; Column < 3; ++Column) {
+            real64 Sum = 0.0;
+            for (int32 K = 0; K < 3; ++K) Sum += Q[K][Row] * A[K][Column];
+            ScaleShear[Row * 3 + Column] = Sum;
+        }
+    }
+    if (Regular) {
+        for (int32 Row = 0; Row < 3; ++Row) {
+            for (int32 Column = Row + 1; Column < 3; ++Column) {
+                real64 Mean = 0.5 * (ScaleShear[Row * 3 + Column] + ScaleShear[Column * 3 + Row]);
+                ScaleShear[Row * 3 + Column] = ScaleShear[Column * 3 + Row] = Mean;
+            }
+        }
+    }
+}

@@ -240,3 +240,12 @@ KFbxVector4 MatrixToEuler(AffineMatrix const &Matrix, int32 Order = FbxRotationO
 AffineMatrix QuaternionToMatrix(KFbxQuaternion const &Q);
 KFbxQuaternion MatrixToQuaternion(AffineMatrix const &Matrix);
 KFbxQuaternion QuaternionSlerp(KFbxQuaternion const &A, KFbxQuaternion const &B, real64 Fraction);
+
+// Splits an affine matrix for a transform that applies scale/shear, then
+// rotation, then translation: Position (3 values), Orientation (x, y, z, w,
+// unit length with w >= 0) and ScaleShear (3x3 row by row, for column
+// vectors), so that the column-vector linear part is R(Orientation) x
+// ScaleShear. The rotation is that of the polar decomposition and ScaleShear
+// is symmetric; a mirroring matrix keeps its negative determinant in
+// ScaleShear. A singular linear part falls back to orthonormalised axes.
+void SplitAffineMatrix(AffineMatrix const &Matrix, real64 *Position, real64 *Orientation, real64 *ScaleShear);

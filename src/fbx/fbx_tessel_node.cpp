@@ -1,6 +1,8 @@
 // Objects, take data, node attributes and the node hierarchy.
 #include "fbx/fbx_tessel_node.h"
 
+#include <cstring>
+
 #include "fbx/fbx_tessel_mesh.h"
 #include "fbx/fbx_tessel_scene.h"
 
@@ -169,7 +171,13 @@ KFbxNode::~KFbxNode()
 
 KFbxNode *KFbxNode::Create(KFbxSdkManager *Manager, char const *Name)
 {
-    return FbxKeepWhole(FbxNew(KFbxNode, Manager, Name));
+    // The transform cache compares the setup members as raw bytes, padding
+    // included: a node starts from zeroed memory so that its padding is
+    // defined and equal setups compare equal.
+    size_t Alignment = alignof(KFbxNode) < 8 ? 8 : alignof(KFbxNode);
+    void *Memory = TesselAllocateAligned(Alignment, sizeof(KFbxNode));
+    if (Memory) memset(Memory, 0, sizeof(KFbxNode));
+    return FbxKeepWhole(FbxConstruct_<KFbxNode>(Memory, Manager, Name));
 }
 
 int32 KFbxNode::GetChildCount(bool Recursive) const

@@ -111,6 +111,13 @@ private:
     KFbxNode *mNode;
 };
 
+enum fbx_bind_source
+{
+    FbxBind_Static = 0,
+    FbxBind_Pose = 1,
+    FbxBind_Cluster = 2,
+};
+
 enum fbx_inherit_type
 {
     FbxInherit_RrSs = 0,
@@ -202,6 +209,22 @@ public:
     fbx_limits ScalingLimits;
     // Rotation curves interpolate as quaternions between their keys.
     bool QuaternionInterpolate = false;
+    // Offset of the node's own geometry, which its children do not inherit.
+    KFbxVector4 GeometricTranslation;
+    KFbxVector4 GeometricRotation; // Euler XYZ degrees
+    KFbxVector4 GeometricScaling = KFbxVector4(1.0, 1.0, 1.0);
+    // The node's world matrix in the file's bind pose, where it has an entry.
+    bool HasBindPoseMatrix = false;
+    AffineMatrix BindPoseMatrix;
+
+    // Translation x rotation x scaling of the geometric properties.
+    AffineMatrix GetGeometricTransform() const;
+    // The world matrix the node's skins were bound at: the TransformLink of
+    // the first cluster (in scene order) that links the node, else its bind
+    // pose entry, else its global transform without animation.
+    AffineMatrix GetBindWorld();
+    // Where GetBindWorld takes the matrix from.
+    int32 GetBindSource();
 
     // The plain rotation matrix of a local rotation (step one of the global
     // transform).

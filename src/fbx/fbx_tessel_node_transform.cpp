@@ -2,6 +2,7 @@
 // pre and post rotation, rotation orders, inherit types and limits.
 #include "fbx/fbx_tessel_node.h"
 #include "fbx/fbx_tessel_scene.h"
+#include "fbx/fbx_tessel_skin.h"
 
 #include <atomic>
 #include <cstring>
@@ -236,4 +237,44 @@ AffineMatrix KFbxNode::GetGlobalTransformAtTime(KTime Time)
 AffineMatrix KFbxNode::GetGlobalTransformDefault()
 {
     return ComputeGlobal(KTime(), false, 0).Matrix;
+}
+
+AffineMatrix KFbxNode::GetGeometricTransform() const
+{
+    AffineMatrix Translation, Scale;
+    Translation.SetT(GeometricTranslation);
+    Scale = DiagonalMatrix(GeometricScaling);
+    return Translation * EulerToMatrix(GeometricRotation, FbxRotationOrder_XYZ) * Scale;
+}
+
+// The first cluster of the scene, in member order, that links Node.
+static KFbxCluster *FindLinkingCluster(KFbxNode *Node)
+{
+    KFbxScene *Scene = Node->GetScene();
+    if (!Scene) {
+        return nullptr;
+    }
+    for (int32 Index = 0; Index < Scene->GetMemberCount(); ++Index) {
+        KFbxCluster *Cluster = dynamic_cast<KFbxCluster *>(Scene->GetMember(Index));
+        if (Cluster && Cluster->GetLink() == Node) {
+            return Cluster;
+        }
+    }
+    return nullptr;
+}
+
+int32 KFbxNode::GetBindSource()
+{
+    if (FindLinkingCluster(this)) {
+        return FbxBind_Cluster;
+    }
+    return HasBindPoseMatrix ? FbxBind_Pose : FbxBind_Static;
+}
+
+AffineMatrix KFbxNode::GetBindWorld()
+{
+    if (KFbxCluster *Cluster = FindLinkingCluster(this)) {
+        return Cluster->GetStoredTransformLink();
+    }
+    return HasBindPoseMatrix ? BindPoseMatrix : GetGlobalTransformDefault();
 }

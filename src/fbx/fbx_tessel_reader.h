@@ -51,6 +51,9 @@ public:
 // property values (FBX 5 keeps no other).
 class fbx_object_table;
 bool ReadFbxTakes(KFbx &Fbx, fbx_field const *Takes, KFbxScene *Scene, fbx_object_table &Objects, bool SetDefaults);
+// FBX 5: the defaults of a "Transform" channel tree kept directly under a
+// Model field become the node's local properties.
+void ReadFbxModelTransformDefaults(KFbx &Fbx, fbx_field const *Model, KFbxNode *Node);
 // Keys of one Channel field in the Key list form.
 class KFCurve;
 bool ReadFbxChannelCurve(KFbx &Fbx, fbx_field const *Channel, KFCurve *Curve);

@@ -112,6 +112,18 @@ void ApplyFbxNodeProperty(KFbx &Fbx, fbx_field const *Property, int32 ValueIndex
         Node->LclScaling = ReadVector3(Fbx, Property, ValueIndex, Node->LclScaling);
         return;
     }
+    if (strcmp(Name, "GeometricTranslation") == 0) {
+        Node->GeometricTranslation = ReadVector3(Fbx, Property, ValueIndex, KFbxVector4());
+        return;
+    }
+    if (strcmp(Name, "GeometricRotation") == 0) {
+        Node->GeometricRotation = ReadVector3(Fbx, Property, ValueIndex, KFbxVector4());
+        return;
+    }
+    if (strcmp(Name, "GeometricScaling") == 0) {
+        Node->GeometricScaling = ReadVector3(Fbx, Property, ValueIndex, KFbxVector4(1.0, 1.0, 1.0));
+        return;
+    }
     for (optional_entry const &Entry : Optionals) {
         if (strcmp(Name, Entry.Name) == 0) {
             Entry.Member->Value = ReadVector3(Fbx, Property, ValueIndex, KFbxVector4());
@@ -423,6 +435,44 @@ static void PlaceLayerElement(KFbxMesh *Mesh, int32 LayerIndex, KFbxLayerElement
     }
 }
 
+void ReadFbxModelNormals(KFbx &Fbx, fbx_field const *Object, KFbxMesh *Mesh)
+{
+    fbx_field const *Field = Fbx.FindChild(Object, "Normals");
+    if (!Field || Fbx.GetFirstChild(Field) || Mesh->GetLayerCount(FbxLayerElement_Normal) > 0) {
+        return;
+    }
+    number_list Values;
+    ReadNumberList<real64>(Fbx, Field, FbxValue_ArrayReal64, Values);
+    int32 Items = Values.Count / 3;
+    int32 Mapping = FbxMapping_None;
+    if (Items > 0 && Items == Mesh->GetControlPointsCount()) {
+        Mapping = FbxMapping_ByControlPoint;
+    } else if (Items > 0 && Items == Mesh->GetPolygonVertexCount()) {
+        Mapping = FbxMapping_ByPolygonVertex;
+    } else {
+        return;
+    }
+    KFbxLayerElementNormal *Element = FbxNew(KFbxLayerElementNormal, "");
+    if (!Element) {
+        return;
+    }
+    Element->SetMappingMode(Mapping);
+    Element->SetReferenceMode(FbxReference_Direct);
+    fbx_array<KFbxVector4> &Array = Element->GetDirectArray();
+    if (!Array.ResizeUninitialised(Items)) {
+        FbxDelete(Element);
+        return;
+    }
+    for (int32 Index = 0; Index < Items; ++Index) {
+        Array[Index] = KFbxVector4(NumberAt<real64>(Values, 3 * Index), NumberAt<real64>(Values, 3 * Index + 1),
+                                   NumberAt<real64>(Values, 3 * Index + 2), 0.0);
+    }
+    if (!Mesh->AdoptLayerElement(Element)) {
+        return;
+    }
+    PlaceLayerElement(Mesh, 0, Element);
+}
+
 bool ReadFbxMeshGeometry(KFbx &Fbx, fbx_field const *Object, KFbxMesh *Mesh)
 {
     number_list Points;
@@ -618,6 +668,52 @@ bool ReadFbxClusterData(KFbx &Fbx, fbx_field const *Object, KFbxCluster *Cluster
         Cluster->SetTransformLinkMatrix(Matrix);
     }
     return Ok;
+}
+
+void ReadFbxSkinData(KFbx &Fbx, fbx_field const *Object, KFbxSkin *Skin)
+{
+    char Type[32];
+    ReadFbxString(Fbx, Fbx.FindChild(Object, "SkinningType"), 0, Type, sizeof(Type));
+    if (strcmp(Type, "Rigid") == 0) {
+        Skin->SkinningType = FbxSkinning_Rigid;
+    } else if (strcmp(Type, "DualQuaternion") == 0) {
+        Skin->SkinningType = FbxSkinning_DualQuaternion;
+    } else if (strcmp(Type, "Blend") == 0) {
+        Skin->SkinningType = FbxSkinning_Blend;
+    }
+}
+
+void ReadFbxBindPose(KFbx &Fbx, fbx_field const *Pose, fbx_object_table &Objects, bool ById)
+{
+    char Type[32];
+    ReadFbxString(Fbx, Fbx.FindChild(Pose, "Type"), 0, Type, sizeof(Type));
+    if (strcmp(Type, "BindPose") != 0) {
+        return;
+    }
+    for (fbx_field const *Entry = Fbx.FindChild(Pose, "PoseNode"); Entry;
+         Entry = Fbx.FindNextSibling(Entry, "PoseNode")) {
+        fbx_field const *NodeField = Fbx.FindChild(Entry, "Node");
+        fbx_object_entry *Object = nullptr;
+        if (ById) {
+            int64 Id = 0;
+            if (NodeField && Fbx.GetValueInt64(NodeField, 0, &Id)) {
+                Object = Objects.FindById(Id);
+            }
+        } else {
+            char Key[512];
+            Object = Objects.FindByKey(ReadFbxString(Fbx, NodeField, 0, Key, sizeof(Key)));
+        }
+        AffineMatrix Matrix;
+        if (!Object || Object->Kind != FbxObjectKind_Node || !ReadMatrix(Fbx, Fbx.FindChild(Entry, "Matrix"), Matrix)) {
+            continue;
+        }
+        // The first bind pose that names a node holds for it.
+        KFbxNode *Node = (KFbxNode *)Object->Object;
+        if (!Node->HasBindPoseMatrix) {
+            Node->HasBindPoseMatrix = true;
+            Node->BindPoseMatrix = Matrix;
+        }
+    }
 }
 
 // ---------------------------------------------------------------------------

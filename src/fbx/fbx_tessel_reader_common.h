@@ -30,8 +30,21 @@ void ReadFbxGlobalSettings(KFbx &Fbx, fbx_field const *Object, KFbxGlobalSetting
 // Vertices, polygons and layer elements of a mesh field.
 bool ReadFbxMeshGeometry(KFbx &Fbx, fbx_field const *Object, KFbxMesh *Mesh);
 
+// The plain "Normals" list of an FBX 5 model, by control point or by
+// polygon vertex as its length says, when the mesh has no normal layer.
+void ReadFbxModelNormals(KFbx &Fbx, fbx_field const *Object, KFbxMesh *Mesh);
+
 // Indexes, Weights, Transform and TransformLink of a cluster field.
 bool ReadFbxClusterData(KFbx &Fbx, fbx_field const *Object, KFbxCluster *Cluster);
+
+// SkinningType of a skin deformer field.
+void ReadFbxSkinData(KFbx &Fbx, fbx_field const *Object, KFbxSkin *Skin);
+
+// The node matrices of a Pose field of type "BindPose". Nodes are named by
+// id (FBX 7) or by their full name (FBX 6). A node keeps the first matrix
+// any bind pose gives it.
+class fbx_object_table;
+void ReadFbxBindPose(KFbx &Fbx, fbx_field const *Pose, fbx_object_table &Objects, bool ById);
 
 // Automatic tangents whose slopes the file does not store (FBX 7 keeps
 // automatic-tangent bias values in their place; FBX 6 may leave them out):

@@ -127,6 +127,7 @@ bool KFbxReaderFbx6::Read(KFbxScene *Scene)
             if (!Skin) {
                 return false;
             }
+            ReadFbxSkinData(mFbx, Object, Skin);
             Scene->AddMember(Skin);
             Objects.Add(0, FullName, Skin, FbxObjectKind_Skin, Object);
         } else if (mFbx.FieldNameIs(Object, "Deformer") && strcmp(SubType, "Cluster") == 0) {
@@ -157,6 +158,10 @@ bool KFbxReaderFbx6::Read(KFbxScene *Scene)
         ConnectObjects(Scene, Objects.FindByKey(Source), Objects.FindByKey(Destination));
     }
     ParentOrphans(Scene, Objects);
+    for (fbx_field const *Object = mFbx.FindChild(ObjectsField, "Pose"); Object;
+         Object = mFbx.FindNextSibling(Object, "Pose")) {
+        ReadFbxBindPose(mFbx, Object, Objects, false);
+    }
     DropFbxSkinIndicesOutsideMeshes(Scene);
 
     for (fbx_field const *Takes = mFbx.FindChild(nullptr, "Takes"); Takes;
@@ -186,6 +191,10 @@ bool KFbxReaderFbx::Read(KFbxScene *Scene)
         if (!Node) {
             snprintf(mError, sizeof(mError), "Could not read the model %.200s", FullName);
             return false;
+        }
+        ReadFbxModelTransformDefaults(mFbx, Object, Node);
+        if (KFbxMesh *Mesh = Node->GetMesh()) {
+            ReadFbxModelNormals(mFbx, Object, Mesh);
         }
         Objects.Add(0, FullName, Node, FbxObjectKind_Node, Object);
     }

@@ -293,6 +293,7 @@ bool KFbxReaderFbx7::Read(KFbxScene *Scene)
             if (!Skin) {
                 return false;
             }
+            ReadFbxSkinData(mFbx, Object, Skin);
             Scene->AddMember(Skin);
             Objects.Add(Id, nullptr, Skin, FbxObjectKind_Skin, Object);
         } else if (mFbx.FieldNameIs(Object, "Deformer") && strcmp(SubType, "Cluster") == 0) {
@@ -432,6 +433,10 @@ bool KFbxReaderFbx7::Read(KFbxScene *Scene)
         }
     }
 
+    for (fbx_field const *Object = mFbx.FindChild(ObjectsField, "Pose"); Object;
+         Object = mFbx.FindNextSibling(Object, "Pose")) {
+        ReadFbxBindPose(mFbx, Object, Objects, true);
+    }
     DropFbxSkinIndicesOutsideMeshes(Scene);
     link_index BySource, ByDestination;
     if (!BuildLinkIndex(Links, true, BySource) || !BuildLinkIndex(Links, false, ByDestination)) {

@@ -242,6 +242,27 @@ static real64 ChannelDefault(KFCurveNode *Transform, char const *Channel, int32 
     return (Node && Node->FCurveGet()) ? Node->FCurveGet()->GetValue() : Fallback;
 }
 
+void ReadFbxModelTransformDefaults(KFbx &Fbx, fbx_field const *Model, KFbxNode *Node)
+{
+    for (fbx_field const *Channel = Fbx.FindChild(Model, "Channel"); Channel;
+         Channel = Fbx.FindNextSibling(Channel, "Channel")) {
+        if (!Fbx.ValueStringIs(Channel, 0, "Transform")) {
+            continue;
+        }
+        KFCurveNode *Transform = ReadChannel(Fbx, Channel, 0);
+        if (!Transform) {
+            return;
+        }
+        for (int32 Axis = 0; Axis < 3; ++Axis) {
+            Node->LclTranslation[Axis] = ChannelDefault(Transform, "T", Axis, Node->LclTranslation[Axis]);
+            Node->LclRotation[Axis] = ChannelDefault(Transform, "R", Axis, Node->LclRotation[Axis]);
+            Node->LclScaling[Axis] = ChannelDefault(Transform, "S", Axis, Node->LclScaling[Axis]);
+        }
+        FbxDelete(Transform);
+        return;
+    }
+}
+
 static KTimeSpan ReadSpan(KFbx &Fbx, fbx_field const *Field)
 {
     if (!Field) {

@@ -33,6 +33,15 @@ public:
 
 class KFbxCluster;
 
+// How the file's skin blends its clusters.
+enum fbx_skinning_type
+{
+    FbxSkinning_Linear = 0,
+    FbxSkinning_Rigid = 1,
+    FbxSkinning_DualQuaternion = 2,
+    FbxSkinning_Blend = 3,
+};
+
 class KFbxSkin : public KFbxDeformer
 {
 public:
@@ -45,6 +54,8 @@ public:
     bool AddCluster(KFbxCluster *Cluster);
     // Takes the cluster out of the list (it stays alive); returns its former index or -1.
     int32 RemoveCluster(KFbxCluster *Cluster);
+
+    int32 SkinningType = FbxSkinning_Linear;
 
 private:
     fbx_array<KFbxCluster *> mClusters;

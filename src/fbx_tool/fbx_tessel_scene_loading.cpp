@@ -246,6 +246,27 @@ static void SortClustersByHierarchy(KFbxSkin *Skin)
     DeletePointerHash(Numbers);
 }
 
+// Does some control point have no weight in any cluster of the skin?
+static bool HasUnweightedPoints(KFbxMesh *Mesh, KFbxSkin *Skin)
+{
+    int32 Count = Mesh->GetControlPointsCount();
+    if (Count <= 0) return false;
+    real64 *Sums = TesselAllocateArray(real64, Count);
+    if (!Sums) return false;
+    for (int32 Point = 0; Point < Count; ++Point) Sums[Point] = 0.0;
+    for (int32 Index = 0; Index < Skin->GetClusterCount(); ++Index) {
+        KFbxCluster *Cluster = Skin->GetCluster(Index);
+        for (int32 Entry = 0; Entry < Cluster->GetControlPointIndicesCount(); ++Entry) {
+            int32 Point = Cluster->GetControlPointIndices()[Entry];
+            if (Point >= 0 && Point < Count) Sums[Point] += Cluster->GetControlPointWeights()[Entry];
+        }
+    }
+    bool Found = false;
+    for (int32 Point = 0; Point < Count && !Found; ++Point) Found = !(Sums[Point] > 0.0);
+    TesselFree(Sums);
+    return Found;
+}
+
 static void JoinMeshesWithTheirNodes(fbx_tool_interface *Tool, tool_node_graph *Graph)
 {
     for (tool_mesh *ToolMesh = Graph->FirstMesh; ToolMesh; ToolMesh = ToolMesh->NextInGraph) {
@@ -260,10 +281,15 @@ static void JoinMeshesWithTheirNodes(fbx_tool_interface *Tool, tool_node_graph *
                 tool_node *Bone = Link ? (tool_node *)FindMapped(Tool->NodeMap, Link) : 0;
                 if (Bone) MergeToolModels(Graph, ToolMesh->Model, Bone->Model);
             }
-            // A skinned mesh's own node that nothing else joined is no bone.
+            // A skinned mesh's own node that nothing else joined is no bone,
+            // unless points that no cluster weighs follow it.
             if (MeshNode && MeshNode->Model->MeshCount == 0 && MeshNode->Model->NodeCount == 1) {
-                SetMapped(Tool->NodeMap, Mesh->GetNode(), 0);
-                DeleteToolModel(Graph, MeshNode->Model);
+                if (HasUnweightedPoints(Mesh, Skin)) {
+                    MergeToolModels(Graph, ToolMesh->Model, MeshNode->Model);
+                } else {
+                    SetMapped(Tool->NodeMap, Mesh->GetNode(), 0);
+                    DeleteToolModel(Graph, MeshNode->Model);
+                }
             }
         } else if (MeshNode) {
             MergeToolModels(Graph, ToolMesh->Model, MeshNode->Model);

@@ -2,6 +2,7 @@
 
 #include <new>
 
+#include <cmath>
 #include <cstring>
 
 #include "fbx_tool/fbx_tessel_tool_interface.h"
@@ -52,36 +53,71 @@ int32 GetMeshKind(fbx_tool_interface *Tool, tool_mesh *Mesh)
     return ToolMeshKind_Polygons;
 }
 
+namespace {
+
+// B(node) x G: where a rigid mesh's points, and a skinned mesh's unweighted
+// ones, stand at rest.
+AffineMatrix GetMeshNodePlacement(KFbxMesh *Mesh)
+{
+    KFbxNode *Node = Mesh->GetNode();
+    return Node ? Node->GetBindWorld() * Node->GetGeometricTransform() : AffineMatrix();
+}
+
+// TransformLink x Transform x G: a cluster's point placement at rest, the
+// mesh as it was modelled. The cluster's own TransformLink counts here even
+// where another skin bound the same bone elsewhere (the skeleton's rest
+// pose then follows the first).
+AffineMatrix GetClusterPlacement(KFbxCluster *Cluster, AffineMatrix const &Geometric)
+{
+    return Cluster->GetStoredTransformLink() * Cluster->GetStoredTransform() * Geometric;
+}
+
+void AddWeighted(AffineMatrix &Sum, AffineMatrix const &Matrix, real64 Weight)
+{
+    for (int32 Row = 0; Row < 4; ++Row) {
+        for (int32 Column = 0; Column < 4; ++Column) Sum.mData[Row][Column] += Weight * Matrix.mData[Row][Column];
+    }
+}
+
+void FinishWeightedSum(AffineMatrix &Sum, real64 Total, AffineMatrix const &Unweighted)
+{
+    if (!(Total > 0.0)) {
+        Sum = Unweighted;
+        return;
+    }
+    for (int32 Row = 0; Row < 4; ++Row) {
+        for (int32 Column = 0; Column < 4; ++Column) Sum.mData[Row][Column] /= Total;
+    }
+}
+
+AffineMatrix GetGeometric(KFbxMesh *Mesh)
+{
+    KFbxNode *Node = Mesh->GetNode();
+    return Node ? Node->GetGeometricTransform() : AffineMatrix();
+}
+
+} // namespace
+
 void ComputeSkinMatrix(fbx_mesh_data *MeshData, int32 Index, AffineMatrix &Result)
 {
     KFbxMesh *Mesh = MeshData->Mesh;
     KFbxSkin *Skin = GetFirstSkin(Mesh);
     if (!Skin) {
-        KFbxNode *Node = Mesh->GetNode();
-        if (Node) {
-            Result = Node->GetGlobalTransformDefault();
-        } else {
-            Result.SetIdentity();
-        }
+        Result = GetMeshNodePlacement(Mesh);
         return;
     }
+    AffineMatrix Geometric = GetGeometric(Mesh);
     memset(Result.mData, 0, sizeof(Result.mData));
+    real64 Total = 0.0;
     for (int32 ClusterIndex = 0; ClusterIndex < Skin->GetClusterCount(); ++ClusterIndex) {
         KFbxCluster *Cluster = Skin->GetCluster(ClusterIndex);
         int32 Entry = Cluster ? FindClusterEntry(Cluster, Index) : -1;
         if (Entry < 0) continue;
-        AffineMatrix LinkGlobal;
-        if (KFbxNode *Link = Cluster->GetLink()) LinkGlobal = Link->GetGlobalTransformDefault();
-        AffineMatrix Bind;
-        Cluster->GetTransformMatrix(Bind);
-        AffineMatrix Matrix = LinkGlobal * Bind.Inverse();
-        real64 Weight = (real64)(real32)Cluster->GetControlPointWeights()[Entry];
-        for (int32 Row = 0; Row < 4; ++Row) {
-            for (int32 Column = 0; Column < 4; ++Column) {
-                Result.mData[Row][Column] += Weight * Matrix.mData[Row][Column];
-            }
-        }
+        real64 Weight = Cluster->GetControlPointWeights()[Entry];
+        AddWeighted(Result, GetClusterPlacement(Cluster, Geometric), Weight);
+        Total += Weight;
     }
+    FinishWeightedSum(Result, Total, GetMeshNodePlacement(Mesh));
 }
 
 // All skin matrices in one pass over the clusters, with the same sums as
@@ -93,35 +129,90 @@ static bool ComputeSkinMatrices(fbx_mesh_data *MeshData, int32 Count)
     KFbxSkin *Skin = GetFirstSkin(MeshData->Mesh);
     if (!Skin || Count <= 0) return false;
     int32 *LastCluster = TesselAllocateArray(int32, Count);
-    if (!LastCluster) return false;
+    real64 *Totals = TesselAllocateArray(real64, Count);
+    if (!LastCluster || !Totals) {
+        TesselFree(LastCluster);
+        TesselFree(Totals);
+        return false;
+    }
     for (int32 Index = 0; Index < Count; ++Index) {
         LastCluster[Index] = -1;
+        Totals[Index] = 0.0;
         memset(MeshData->SkinMatrices[Index].mData, 0, sizeof(MeshData->SkinMatrices[Index].mData));
     }
+    AffineMatrix Geometric = GetGeometric(MeshData->Mesh);
     for (int32 ClusterIndex = 0; ClusterIndex < Skin->GetClusterCount(); ++ClusterIndex) {
         KFbxCluster *Cluster = Skin->GetCluster(ClusterIndex);
         if (!Cluster || Cluster->GetControlPointIndicesCount() == 0) continue;
-        AffineMatrix LinkGlobal;
-        if (KFbxNode *Link = Cluster->GetLink()) LinkGlobal = Link->GetGlobalTransformDefault();
-        AffineMatrix Bind;
-        Cluster->GetTransformMatrix(Bind);
-        AffineMatrix Matrix = LinkGlobal * Bind.Inverse();
+        AffineMatrix Matrix = GetClusterPlacement(Cluster, Geometric);
         int32 const *Indices = Cluster->GetControlPointIndices();
         real64 const *Weights = Cluster->GetControlPointWeights();
         for (int32 Entry = 0; Entry < Cluster->GetControlPointIndicesCount(); ++Entry) {
             int32 Point = Indices[Entry];
             if (Point < 0 || Point >= Count || LastCluster[Point] == ClusterIndex) continue;
             LastCluster[Point] = ClusterIndex;
-            real64 Weight = (real64)(real32)Weights[Entry];
-            AffineMatrix &Result = MeshData->SkinMatrices[Point];
-            for (int32 Row = 0; Row < 4; ++Row) {
-                for (int32 Column = 0; Column < 4; ++Column)
-                    Result.mData[Row][Column] += Weight * Matrix.mData[Row][Column];
-            }
+            AddWeighted(MeshData->SkinMatrices[Point], Matrix, Weights[Entry]);
+            Totals[Point] += Weights[Entry];
         }
     }
+    AffineMatrix Unweighted = GetMeshNodePlacement(MeshData->Mesh);
+    for (int32 Index = 0; Index < Count; ++Index)
+        FinishWeightedSum(MeshData->SkinMatrices[Index], Totals[Index], Unweighted);
     TesselFree(LastCluster);
+    TesselFree(Totals);
     return true;
+}
+
+// Area-weighted normals per control point in the mesh's own space, for a
+// mesh whose file gives no normals or zero ones; null when every corner has
+// one. Says so in a warning.
+static KFbxVector4 *ComputeMissingNormals(KFbxMesh *Mesh)
+{
+    int32 Points = Mesh->GetControlPointsCount();
+    KFbxVector4 const *Positions = Mesh->GetControlPoints();
+    if (Points <= 0 || !Positions) return 0;
+    int32 Missing = 0, Corners = 0;
+    for (int32 Polygon = 0; Polygon < Mesh->GetPolygonCount(); ++Polygon) {
+        for (int32 Corner = 0; Corner < Mesh->GetPolygonSize(Polygon); ++Corner) {
+            KFbxVector4 Normal;
+            ++Corners;
+            bool Found = Mesh->GetPolygonVertexNormal(Polygon, Corner, Normal);
+            if (!Found || Normal[0] * Normal[0] + Normal[1] * Normal[1] + Normal[2] * Normal[2] == 0.0) ++Missing;
+        }
+    }
+    if (Missing == 0) return 0;
+    KFbxVector4 *Normals = TesselAllocateArray(KFbxVector4, Points);
+    if (!Normals) return 0;
+    for (int32 Point = 0; Point < Points; ++Point) new (&Normals[Point]) KFbxVector4();
+    for (int32 Polygon = 0; Polygon < Mesh->GetPolygonCount(); ++Polygon) {
+        int32 Size = Mesh->GetPolygonSize(Polygon);
+        int32 First = Mesh->GetPolygonVertex(Polygon, 0);
+        if (First < 0 || First >= Points) continue;
+        // Fan triangles: each cross product is twice the triangle's area
+        // along its normal.
+        KFbxVector4 Face;
+        for (int32 Corner = 1; Corner + 1 < Size; ++Corner) {
+            int32 B = Mesh->GetPolygonVertex(Polygon, Corner), C = Mesh->GetPolygonVertex(Polygon, Corner + 1);
+            if (B < 0 || B >= Points || C < 0 || C >= Points) continue;
+            KFbxVector4 U = Positions[B] - Positions[First], V = Positions[C] - Positions[First];
+            Face[0] += U[1] * V[2] - U[2] * V[1];
+            Face[1] += U[2] * V[0] - U[0] * V[2];
+            Face[2] += U[0] * V[1] - U[1] * V[0];
+        }
+        for (int32 Corner = 0; Corner < Size; ++Corner) {
+            int32 Point = Mesh->GetPolygonVertex(Polygon, Corner);
+            if (Point >= 0 && Point < Points) Normals[Point] = Normals[Point] + Face;
+        }
+    }
+    if (Missing == Corners) {
+        TesselWarning(LogCategory_Exporter, "Mesh %s has no normals: smooth normals were computed from its faces",
+                      Mesh->GetName());
+    } else {
+        TesselWarning(LogCategory_Exporter,
+                      "Mesh %s has %d zero normals of %d: smooth normals computed from its faces stand in for them",
+                      Mesh->GetName(), Missing, Corners);
+    }
+    return Normals;
 }
 
 fbx_mesh_data *BeginMeshData(fbx_tool_interface *Tool, tool_mesh *Mesh)
@@ -132,6 +223,8 @@ fbx_mesh_data *BeginMeshData(fbx_tool_interface *Tool, tool_mesh *Mesh)
     if (!Data) return 0;
     Data->Tool = Tool;
     Data->Mesh = FBXMesh;
+    Data->PointNormals = 0;
+    Data->Mirrored = false;
     int32 Count = FBXMesh->GetControlPointsCount();
     Data->SkinMatrices = TesselAllocateArray(AffineMatrix, Count > 0 ? Count : 1);
     if (!Data->SkinMatrices) {
@@ -142,12 +235,31 @@ fbx_mesh_data *BeginMeshData(fbx_tool_interface *Tool, tool_mesh *Mesh)
     if (!ComputeSkinMatrices(Data, Count)) {
         for (int32 Index = 0; Index < Count; ++Index) ComputeSkinMatrix(Data, Index, Data->SkinMatrices[Index]);
     }
+    // The mesh's placement at rest decides whether it is mirrored: its
+    // node's for a rigid mesh, the first cluster's for a skinned one.
+    KFbxSkin *Skin = GetFirstSkin(FBXMesh);
+    AffineMatrix Placement = GetMeshNodePlacement(FBXMesh);
+    for (int32 Index = 0; Skin && Index < Skin->GetClusterCount(); ++Index) {
+        KFbxCluster *Cluster = Skin->GetCluster(Index);
+        if (Cluster && Cluster->GetControlPointIndicesCount() > 0) {
+            Placement = GetClusterPlacement(Cluster, GetGeometric(FBXMesh));
+            break;
+        }
+    }
+    Data->Mirrored = Placement.Determinant3() < 0.0;
+    if (Skin && (Skin->SkinningType == FbxSkinning_DualQuaternion || Skin->SkinningType == FbxSkinning_Blend)) {
+        TesselWarning(LogCategory_Exporter,
+                      "Mesh %s: the file skins it with dual quaternions, the export with linear blending",
+                      FBXMesh->GetName());
+    }
+    Data->PointNormals = ComputeMissingNormals(FBXMesh);
     return Data;
 }
 
 void EndMeshData(fbx_mesh_data *MeshData)
 {
     if (!MeshData) return;
+    TesselFree(MeshData->PointNormals);
     TesselFree(MeshData->SkinMatrices);
     TesselFree(MeshData);
 }
@@ -254,6 +366,8 @@ char const *GetTextureCoordinateComponentName(fbx_mesh_data *, string_table *Str
 // ---------------------------------------------------------------------------
 // Skin.
 
+static bool BuildInfluenceTable(fbx_mesh_skin *Skin);
+
 fbx_mesh_skin *GetMeshSkin(fbx_tool_interface *Tool, tool_mesh *Mesh)
 {
     KFbxMesh *FBXMesh = ToFBXMesh(Mesh);
@@ -263,6 +377,9 @@ fbx_mesh_skin *GetMeshSkin(fbx_tool_interface *Tool, tool_mesh *Mesh)
     memset(Skin, 0, sizeof(*Skin));
     Skin->Tool = Tool;
     Skin->Skin = GetFirstSkin(FBXMesh);
+    Skin->Mesh = FBXMesh;
+    Skin->ExtraBone = -1;
+    BuildInfluenceTable(Skin);
     return Skin;
 }
 
@@ -272,17 +389,19 @@ void ReleaseMeshSkin(fbx_mesh_skin *Skin)
     TesselFree(Skin->FirstInfluence);
     TesselFree(Skin->InfluenceCluster);
     TesselFree(Skin->InfluenceWeight);
+    TesselFree(Skin->Unweighted);
     TesselFree(Skin);
 }
 
 // Per control point, in cluster order, the clusters that hold it and the
-// weight of its first entry in each. False when memory runs out; the
-// answers then come from scanning the clusters.
+// weight of its first entry in each, divided by the point's sum; points
+// without weight are marked for the extra bone of the mesh's node. False
+// when memory runs out; the answers then come from scanning the clusters.
 static bool BuildInfluenceTable(fbx_mesh_skin *Skin)
 {
     if (Skin->FirstInfluence) return true;
     KFbxSkin *FBXSkin = Skin->Skin;
-    int32 Points = 0;
+    int32 Points = Skin->Mesh ? Skin->Mesh->GetControlPointsCount() : 0;
     int32 Total = 0;
     for (int32 Index = 0; Index < FBXSkin->GetClusterCount(); ++Index) {
         KFbxCluster *Cluster = FBXSkin->GetCluster(Index);
@@ -296,11 +415,13 @@ static bool BuildInfluenceTable(fbx_mesh_skin *Skin)
     int32 *LastCluster = TesselAllocateArray(int32, Points > 0 ? Points : 1);
     int32 *Clusters = TesselAllocateArray(int32, Total > 0 ? Total : 1);
     real32 *Weights = TesselAllocateArray(real32, Total > 0 ? Total : 1);
-    if (!First || !LastCluster || !Clusters || !Weights) {
+    uint8 *Unweighted = TesselAllocateArray(uint8, Points > 0 ? Points : 1);
+    if (!First || !LastCluster || !Clusters || !Weights || !Unweighted) {
         TesselFree(First);
         TesselFree(LastCluster);
         TesselFree(Clusters);
         TesselFree(Weights);
+        TesselFree(Unweighted);
         return false;
     }
     // Count, then place: a point's influences stand together in cluster order.
@@ -332,23 +453,35 @@ static bool BuildInfluenceTable(fbx_mesh_skin *Skin)
         }
     }
     TesselFree(LastCluster);
+    bool AnyUnweighted = false;
+    for (int32 Point = 0; Point < Points; ++Point) {
+        real64 Sum = 0.0;
+        for (int32 Slot = First[Point]; Slot < First[Point + 1]; ++Slot) Sum += Weights[Slot];
+        Unweighted[Point] = !(Sum > 0.0);
+        AnyUnweighted = AnyUnweighted || Unweighted[Point];
+        for (int32 Slot = First[Point]; Sum > 0.0 && Slot < First[Point + 1]; ++Slot) {
+            Weights[Slot] = (real32)(Weights[Slot] / Sum);
+        }
+    }
     Skin->PointCount = Points;
     Skin->FirstInfluence = First;
     Skin->InfluenceCluster = Clusters;
     Skin->InfluenceWeight = Weights;
+    Skin->Unweighted = Unweighted;
+    Skin->ExtraBone = (AnyUnweighted && Skin->Mesh && Skin->Mesh->GetNode()) ? FBXSkin->GetClusterCount() : -1;
     return true;
 }
 
 int32 GetSkinBoneCount(fbx_mesh_skin *Skin)
 {
     CheckPointer(Skin, LogCategory_Exporter, 0);
-    return Skin->Skin->GetClusterCount();
+    return Skin->Skin->GetClusterCount() + (Skin->ExtraBone >= 0 ? 1 : 0);
 }
 
 tool_node *GetSkinBoneNode(fbx_tool_interface *Tool, fbx_mesh_skin *Skin, int32 Index)
 {
-    if (!Tool || !Skin || Index < 0 || Index >= Skin->Skin->GetClusterCount()) return 0;
-    KFbxNode *Link = Skin->Skin->GetCluster(Index)->GetLink();
+    if (!Tool || !Skin || Index < 0 || Index >= GetSkinBoneCount(Skin)) return 0;
+    KFbxNode *Link = Index == Skin->ExtraBone ? Skin->Mesh->GetNode() : Skin->Skin->GetCluster(Index)->GetLink();
     tool_node *Node = 0;
     if (Link) GetHashedPointerData(Tool->NodeMap, Link, &Node);
     return Node;
@@ -359,6 +492,7 @@ int32 GetVertexBoneCount(fbx_mesh_skin *Skin, int32 Vertex)
     CheckPointer(Skin, LogCategory_Exporter, 0);
     if (BuildInfluenceTable(Skin)) {
         if (Vertex < 0 || Vertex >= Skin->PointCount) return 0;
+        if (Skin->Unweighted[Vertex]) return Skin->ExtraBone >= 0 ? 1 : 0;
         return Skin->FirstInfluence[Vertex + 1] - Skin->FirstInfluence[Vertex];
     }
     int32 Count = 0;
@@ -374,6 +508,12 @@ bool GetVertexBoneWeight(fbx_tool_interface *Tool, fbx_mesh_skin *Skin, int32 Ve
     CheckPointer(Skin, LogCategory_Exporter, false);
     if (BuildInfluenceTable(Skin)) {
         if (Vertex < 0 || Vertex >= Skin->PointCount || N < 0) return false;
+        if (Skin->Unweighted[Vertex]) {
+            if (N > 0 || Skin->ExtraBone < 0) return false;
+            if (BoneIndex) *BoneIndex = Skin->ExtraBone;
+            if (Weight) *Weight = 1.0f;
+            return true;
+        }
         int32 Slot = Skin->FirstInfluence[Vertex] + N;
         if (Slot >= Skin->FirstInfluence[Vertex + 1]) return false;
         if (BoneIndex) *BoneIndex = Skin->InfluenceCluster[Slot];
@@ -434,14 +574,49 @@ bool IsTriangleTwoSided(fbx_triangle_iterator *Iterator, fbx_tool_interface *Too
 }
 void SetTangentChannel(fbx_triangle_iterator *Iterator, int32 Channel) {}
 
+// A mirrored mesh's triangles run the other way round: corners 1 and 2
+// trade places, so that the front stays outside.
+static int32 MapCorner(fbx_triangle_iterator *Iterator, int32 Corner)
+{
+    return (Iterator->MeshData->Mirrored && Corner > 0) ? 3 - Corner : Corner;
+}
+
 int32 GetCornerVertex(fbx_triangle_iterator *Iterator, int32 Corner)
 {
-    return Iterator->MeshData->Mesh->GetPolygonVertex(Iterator->Triangle, Corner);
+    return Iterator->MeshData->Mesh->GetPolygonVertex(Iterator->Triangle, MapCorner(Iterator, Corner));
 }
 
 int32 GetCornerSource(fbx_triangle_iterator *Iterator, int32 Corner)
 {
-    return Corner;
+    return MapCorner(Iterator, Corner);
+}
+
+// Normal' = (M^-1)^T Normal for the column-vector linear part M of the
+// point's skin matrix, with the adjugate standing in for a singular M.
+static KFbxVector4 TransformNormal(AffineMatrix const &Matrix, KFbxVector4 const &Normal)
+{
+    real64 const(*R)[4] = Matrix.mData; // row form: a point maps to p R
+    real64 Determinant = Matrix.Determinant3();
+    real64 Sign = Determinant < 0.0 ? -1.0 : 1.0;
+    KFbxVector4 Result;
+    for (int32 Row = 0; Row < 3; ++Row) {
+        real64 Sum = 0.0;
+        for (int32 Column = 0; Column < 3; ++Column) {
+            // Adjugate of R at (Row, Column): the cofactor of (Column, Row).
+            int32 R1 = (Column + 1) % 3, R2 = (Column + 2) % 3, C1 = (Row + 1) % 3, C2 = (Row + 2) % 3;
+            Sum += (R[R1][C1] * R[R2][C2] - R[R1][C2] * R[R2][C1]) * Normal[Column];
+        }
+        Result[Row] = Sign * Sum;
+    }
+    return Result;
+}
+
+static bool NormaliseVector(KFbxVector4 &Vector)
+{
+    real64 Length = std::sqrt(Vector[0] * Vector[0] + Vector[1] * Vector[1] + Vector[2] * Vector[2]);
+    if (!(Length > 1e-30) || !std::isfinite(Length)) return false;
+    for (int32 Axis = 0; Axis < 3; ++Axis) Vector[Axis] /= Length;
+    return true;
 }
 
 void GetCornerNormal(fbx_triangle_iterator *Iterator, int32 Corner, real32 *Normal)
@@ -449,17 +624,30 @@ void GetCornerNormal(fbx_triangle_iterator *Iterator, int32 Corner, real32 *Norm
     Normal[0] = Normal[1] = Normal[2] = 0.0f;
     fbx_mesh_data *Data = Iterator->MeshData;
     KFbxMesh *Mesh = Data->Mesh;
-    KFbxVector4 Stored;
-    Mesh->GetPolygonVertexNormal(Iterator->Triangle, Corner, Stored);
-    int32 Point = Mesh->GetPolygonVertex(Iterator->Triangle, Corner);
+    int32 Source = MapCorner(Iterator, Corner);
+    int32 Point = Mesh->GetPolygonVertex(Iterator->Triangle, Source);
     if (Point < 0 || Point >= Mesh->GetControlPointsCount()) return;
-    // All four components take part, as the normal was stored.
-    AffineMatrix const &Matrix = Data->SkinMatrices[Point];
-    for (int32 Column = 0; Column < 3; ++Column) {
-        real64 Sum = 0.0;
-        for (int32 Row = 0; Row < 4; ++Row) Sum += Stored[Row] * Matrix.mData[Row][Column];
-        Normal[Column] = (real32)Sum;
+    KFbxVector4 Stored;
+    bool Found = Mesh->GetPolygonVertexNormal(Iterator->Triangle, Source, Stored);
+    if (!Found || Stored[0] * Stored[0] + Stored[1] * Stored[1] + Stored[2] * Stored[2] == 0.0) {
+        if (Data->PointNormals) Stored = Data->PointNormals[Point];
     }
+    AffineMatrix const &Matrix = Data->SkinMatrices[Point];
+    KFbxVector4 Result = TransformNormal(Matrix, Stored);
+    if (!NormaliseVector(Result)) {
+        // Nothing to go by at the point: the triangle's own face.
+        KFbxVector4 const *Positions = Mesh->GetControlPoints();
+        KFbxVector4 Corners[3];
+        for (int32 Index = 0; Index < 3; ++Index) {
+            int32 At = Mesh->GetPolygonVertex(Iterator->Triangle, MapCorner(Iterator, Index));
+            if (At >= 0 && At < Mesh->GetControlPointsCount())
+                Corners[Index] = Data->SkinMatrices[At].MultT(Positions[At]);
+        }
+        KFbxVector4 U = Corners[1] - Corners[0], V = Corners[2] - Corners[0];
+        Result.Set(U[1] * V[2] - U[2] * V[1], U[2] * V[0] - U[0] * V[2], U[0] * V[1] - U[1] * V[0]);
+        if (!NormaliseVector(Result)) Result.Set(0.0, 0.0, 1.0);
+    }
+    for (int32 Axis = 0; Axis < 3; ++Axis) Normal[Axis] = (real32)Result[Axis];
 }
 
 void GetCornerColor(fbx_triangle_iterator *Iterator, int32 Corner, int32 Layer, real32 *Color)
@@ -470,7 +658,7 @@ void GetCornerColor(fbx_triangle_iterator *Iterator, int32 Corner, int32 Layer, 
     KFbxLayerElementVertexColor *Element = ColorLayer ? ColorLayer->GetVertexColors() : 0;
     if (!Element) return;
     // Color layers are taken to be in control point order.
-    int32 Point = Mesh->GetPolygonVertex(Iterator->Triangle, Corner);
+    int32 Point = Mesh->GetPolygonVertex(Iterator->Triangle, MapCorner(Iterator, Corner));
     fbx_array<KFbxColor> const &Colors = Element->GetDirectArray();
     if (Point < 0 || Point >= Colors.Count) return;
     KFbxColor const &Value = Colors[Point];
@@ -485,7 +673,8 @@ void GetCornerTextureCoordinates(fbx_triangle_iterator *Iterator, int32 Corner, 
     Coordinates[0] = Coordinates[1] = Coordinates[2] = Coordinates[3] = 0.0f;
     KFbxMesh *Mesh = Iterator->MeshData->Mesh;
     // Layer 0's diffuse channel gives the index for every layer.
-    int32 Index = Mesh->GetTextureUVIndex(Iterator->Triangle, Corner, FbxLayerElement_TextureDiffuse);
+    int32 Index =
+        Mesh->GetTextureUVIndex(Iterator->Triangle, MapCorner(Iterator, Corner), FbxLayerElement_TextureDiffuse);
     KFbxLayer *UVLayer = Mesh->GetLayer(Layer, FbxLayerElement_UV);
     if (!UVLayer) return;
     KFbxLayerElementUV *Element = (KFbxLayerElementUV *)UVLayer->GetLayerElementOfType(FbxLayerElement_TextureDiffuse);

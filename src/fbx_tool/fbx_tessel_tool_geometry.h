@@ -12,15 +12,21 @@
 class KFbxMesh;
 class KFbxSkin;
 class AffineMatrix;
+class KFbxVector4;
 
 struct fbx_tool_interface;
 
 #pragma pack(push, 4)
-// A mesh and one skin matrix per control point.
+// A mesh and one skin matrix per control point: the point's place at rest
+// in the scene. PointNormals, where the file lacks normals, holds smooth
+// normals per control point in the mesh's own space. A mirroring placement
+// reverses every triangle.
 struct fbx_mesh_data : tool_mesh_data
 {
     KFbxMesh *Mesh;
     AffineMatrix *SkinMatrices;
+    KFbxVector4 *PointNormals;
+    bool8 Mirrored;
 };
 
 struct fbx_triangle_iterator : tool_triangle_iterator
@@ -35,10 +41,15 @@ struct fbx_triangle_iterator : tool_triangle_iterator
 struct fbx_mesh_skin : tool_mesh_skin
 {
     KFbxSkin *Skin;
+    KFbxMesh *Mesh;
     int32 PointCount;
     int32 *FirstInfluence; // PointCount + 1 offsets into the two arrays below
     int32 *InfluenceCluster;
-    real32 *InfluenceWeight;
+    real32 *InfluenceWeight; // divided by the point's sum
+    // Bone index (one past the clusters) that stands for the mesh's node,
+    // for the points no cluster weighs; -1 when every point has weight.
+    int32 ExtraBone;
+    uint8 *Unweighted; // per point: no weight, bound to ExtraBone
 };
 #pragma pack(pop)
 
@@ -61,10 +72,11 @@ tool_node *GetMeshNode(fbx_tool_interface *Tool, tool_mesh *Mesh);
 void AddMeshData(fbx_tool_interface *Tool, tool_mesh *Mesh, mesh *FileMesh, bool OnlyUserAttributes,
                  memory_arena *Arena, string_table *Strings);
 
-// The skin matrix of one control point: the default global transform of
-// the mesh's node without a skin; otherwise the sum over the clusters that
-// hold the point (first entry of each) of weight x link global x the bind
-// matrix. A point in no cluster gets the zero matrix.
+// The skin matrix of one control point, with G the node's geometric
+// transform: B(node) x G without a skin (B the bind world); otherwise the
+// sum over the clusters that hold the point (first entry of each) of
+// weight x the cluster's TransformLink x Transform x G, with the weights divided
+// by their sum. A point no cluster weighs gets B(node) x G.
 void ComputeSkinMatrix(fbx_mesh_data *MeshData, int32 Index, AffineMatrix &Result);
 
 // Vertex component names.
@@ -83,12 +95,16 @@ char const *GetTextureCoordinateComponentName(fbx_mesh_data *MeshData, string_ta
 // Skin.
 fbx_mesh_skin *GetMeshSkin(fbx_tool_interface *Tool, tool_mesh *Mesh);
 void ReleaseMeshSkin(fbx_mesh_skin *Skin);
-int32 GetSkinBoneCount(fbx_mesh_skin *Skin);
 tool_node *GetSkinBoneNode(fbx_tool_interface *Tool, fbx_mesh_skin *Skin, int32 Index);
-// Clusters that hold the control point, each counted once.
+// The clusters, and one more bone for the mesh's own node when some point
+// has no weight.
+int32 GetSkinBoneCount(fbx_mesh_skin *Skin);
+// Clusters that hold the control point, each counted once; 1 for a point
+// without weight (bound to the mesh's node).
 int32 GetVertexBoneCount(fbx_mesh_skin *Skin, int32 Vertex);
 // The N-th cluster that holds the vertex: its index and the weight of the
-// vertex's first entry in it. False when there is no N-th.
+// vertex's first entry in it, divided by the point's sum. False when there
+// is no N-th.
 bool GetVertexBoneWeight(fbx_tool_interface *Tool, fbx_mesh_skin *Skin, int32 Vertex, int32 N, int32 *BoneIndex,
                          real32 *Weight);
 

@@ -135,6 +135,8 @@ tool_operations MakeFBXToolOperations()
     Operations.GetMorphDuration = FBX_OPERATION(GetMorphDuration);
     Operations.SampleNodeTransform = FBX_OPERATION(SampleNodeTransform);
     Operations.GetNodeMatrix = FBX_OPERATION(GetNodeMatrix);
+    Operations.SampleNodeRelativeTransform = FBX_OPERATION(SampleNodeRelativeTransform);
+    Operations.SampleNodeBindTransform = FBX_OPERATION(SampleNodeBindTransform);
     Operations.GetMorphVertexPosition = FBX_OPERATION(GetMorphVertexPosition);
     Operations.GetMorphVertexNormal = FBX_OPERATION(GetMorphVertexNormal);
     Operations.GetMorphCornerColor = FBX_OPERATION(GetMorphCornerColor);

@@ -34,20 +34,18 @@ int64 GetTakeDuration(tool_animation *Animation)
     return Take ? Take->mLocalTimeSpan.GetDuration().Get() : 0;
 }
 
-void StoreVector3(KFbxVector4 const &Value, real32 *Result)
+KFbxNode *ToFBXNode(tool_node *Node)
 {
-    for (int32 Axis = 0; Axis < 3; ++Axis) Result[Axis] = (real32)Value[Axis];
+    return Node ? (KFbxNode *)Node->ToolNode : 0;
 }
 
-void StoreQuaternion(KFbxQuaternion const &Value, real32 *Result)
+void StoreSplit(AffineMatrix const &Matrix, real32 *Position, real32 *Orientation, real32 *ScaleShear)
 {
-    for (int32 Component = 0; Component < 4; ++Component) Result[Component] = (real32)Value[Component];
-}
-
-void StoreDiagonal(KFbxVector4 const &Scale, real32 *ScaleShear)
-{
-    for (int32 Element = 0; Element < 9; ++Element) ScaleShear[Element] = 0.0f;
-    for (int32 Axis = 0; Axis < 3; ++Axis) ScaleShear[Axis * 4] = (real32)Scale[Axis];
+    real64 SplitPosition[3], SplitOrientation[4], SplitScaleShear[9];
+    SplitAffineMatrix(Matrix, SplitPosition, SplitOrientation, SplitScaleShear);
+    for (int32 Axis = 0; Axis < 3; ++Axis) Position[Axis] = (real32)SplitPosition[Axis];
+    for (int32 Component = 0; Component < 4; ++Component) Orientation[Component] = (real32)SplitOrientation[Component];
+    for (int32 Element = 0; Element < 9; ++Element) ScaleShear[Element] = (real32)SplitScaleShear[Element];
 }
 
 } // namespace
@@ -89,9 +87,11 @@ void SetAnimationSampleTime(fbx_tool_interface *Tool, tool_animation *Animation,
         int64 Step = (Animation->End - Animation->Start) / SampleCount;
         Tool->CurrentTime = Animation->Start + Step * SampleIndex;
     } else {
-        // A take is read from time 0 for its length, wherever its span starts.
+        // A take is read over its own span, from its start.
+        KFbxTakeInfo *Take = GetTake(Animation);
+        int64 Start = Take ? Take->mLocalTimeSpan.GetStart().Get() : 0;
         int64 Step = GetTakeDuration(Animation) / SampleCount;
-        Tool->CurrentTime = Step * SampleIndex;
+        Tool->CurrentTime = Start + Step * SampleIndex;
     }
 }
 
@@ -111,38 +111,39 @@ void SampleNodeTransform(fbx_tool_interface *Tool, tool_node *Node, real32 *Loca
 {
     CheckPointer(Tool, LogCategory_Exporter, TESSEL_NOTHING);
     CheckPointer(Node, LogCategory_Exporter, TESSEL_NOTHING);
-    KFbxNode *FBXNode = (KFbxNode *)Node->ToolNode;
+    KFbxNode *FBXNode = ToFBXNode(Node);
     if (!FBXNode) return;
-
     KTime Time(Tool->CurrentTime);
-    KFbxVector4 Scaling = FBXNode->GetLocalScaling(Time, false);
-    KFbxVector4 Rotation = FBXNode->GetLocalRotation(Time, false);
-    KFbxVector4 Translation = FBXNode->GetLocalTranslation(Time, false);
-
-    // The raw properties: pivots, offsets and pre/post-rotation show only in
-    // the world values.
-    real32 Position[3], Orientation[4], ScaleShear[9];
-    StoreVector3(Translation, Position);
-    AffineMatrix RotationMatrix;
-    RotationMatrix.SetR(Rotation);
-    StoreQuaternion(RotationMatrix.GetQuaternion(), Orientation);
-    StoreDiagonal(Scaling, ScaleShear);
-    for (int32 Index = 0; Index < 3; ++Index) LocalPosition[Index] = Position[Index];
-    for (int32 Index = 0; Index < 4; ++Index) LocalOrientation[Index] = Orientation[Index];
-    for (int32 Index = 0; Index < 9; ++Index) LocalScaleShear[Index] = ScaleShear[Index];
-
-    if (GetNodeParent(Tool, Node)) {
-        AffineMatrix Global = FBXNode->GetGlobalTransformAtTime(Time);
-        StoreVector3(Global.GetTranslation(), WorldPosition);
-        StoreQuaternion(Global.GetQuaternion(), WorldOrientation);
-        StoreDiagonal(Global.GetScaling(), WorldScaleShear);
-    } else {
-        // A top-level node, or one whose parent left the graph: what it has
-        // above it in the scene is not seen.
-        for (int32 Index = 0; Index < 3; ++Index) WorldPosition[Index] = Position[Index];
-        for (int32 Index = 0; Index < 4; ++Index) WorldOrientation[Index] = Orientation[Index];
-        for (int32 Index = 0; Index < 9; ++Index) WorldScaleShear[Index] = ScaleShear[Index];
+    AffineMatrix World = FBXNode->GetGlobalTransformAtTime(Time);
+    AffineMatrix Local = World;
+    if (KFbxNode *Parent = ToFBXNode(GetNodeParent(Tool, Node))) {
+        Local = Parent->GetGlobalTransformAtTime(Time).Inverse() * World;
     }
+    StoreSplit(Local, LocalPosition, LocalOrientation, LocalScaleShear);
+    StoreSplit(World, WorldPosition, WorldOrientation, WorldScaleShear);
+}
+
+void SampleNodeRelativeTransform(fbx_tool_interface *Tool, tool_node *Node, tool_node *Parent, real32 *Position,
+                                 real32 *Orientation, real32 *ScaleShear)
+{
+    CheckPointer(Tool, LogCategory_Exporter, TESSEL_NOTHING);
+    KFbxNode *FBXNode = ToFBXNode(Node);
+    if (!FBXNode) return;
+    KTime Time(Tool->CurrentTime);
+    AffineMatrix Matrix = FBXNode->GetGlobalTransformAtTime(Time);
+    if (KFbxNode *FBXParent = ToFBXNode(Parent)) Matrix = FBXParent->GetGlobalTransformAtTime(Time).Inverse() * Matrix;
+    StoreSplit(Matrix, Position, Orientation, ScaleShear);
+}
+
+void SampleNodeBindTransform(fbx_tool_interface *Tool, tool_node *Node, tool_node *Parent, real32 *Position,
+                             real32 *Orientation, real32 *ScaleShear)
+{
+    CheckPointer(Tool, LogCategory_Exporter, TESSEL_NOTHING);
+    KFbxNode *FBXNode = ToFBXNode(Node);
+    if (!FBXNode) return;
+    AffineMatrix Matrix = FBXNode->GetBindWorld();
+    if (KFbxNode *FBXParent = ToFBXNode(Parent)) Matrix = FBXParent->GetBindWorld().Inverse() * Matrix;
+    StoreSplit(Matrix, Position, Orientation, ScaleShear);
 }
 
 void GetNodeMatrix(fbx_tool_interface *Tool, tool_node *Node, real32 *Matrix) {}

@@ -19,20 +19,31 @@ real32 GetSecondsPerFrame(fbx_tool_interface *Tool);
 int32 GetAnimationFrameCount(fbx_tool_interface *Tool, tool_animation *Animation);
 // Makes the animation's take current and puts the current time at sample
 // SampleIndex of SampleCount equal steps over the range (or over the take's
-// length from time 0). SampleCount must be at least 1.
+// own span, from its start). SampleCount must be at least 1.
 void SetAnimationSampleTime(fbx_tool_interface *Tool, tool_animation *Animation, int32 SampleIndex, int32 SampleCount);
 void SetMorphFrame(fbx_tool_interface *Tool, int32 Frame, int32 FrameCount);
 int32 GetMorphFrameCount(fbx_tool_interface *Tool);
 real32 GetMorphDuration(fbx_tool_interface *Tool);
 
-// The node's transform at the current time. Local values are the raw
-// translation, rotation (as a quaternion x, y, z, w) and scale; world values
-// come from the node's global transform, or copy the local ones for a node
-// without a parent in the graph. A node without a scene node leaves every
-// output untouched.
+// The node's transform at the current time. World values split the node's
+// full global transform W(node) from the scene root; local values split
+// W(parent)^-1 W(node) for the node's parent in the graph, or W(node) for a
+// node without one. Orientation is a quaternion x, y, z, w; scale/shear a
+// 3x3 row by row, applied before the orientation. A node without a scene
+// node leaves every output untouched.
 void SampleNodeTransform(fbx_tool_interface *Tool, tool_node *Node, real32 *LocalPosition, real32 *LocalOrientation,
                          real32 *LocalScaleShear, real32 *WorldPosition, real32 *WorldOrientation,
                          real32 *WorldScaleShear);
+// W(Parent)^-1 W(Node) at the current time, split as above; Parent null
+// gives W(Node). The animation of a bone relative to its skeleton parent.
+void SampleNodeRelativeTransform(fbx_tool_interface *Tool, tool_node *Node, tool_node *Parent, real32 *Position,
+                                 real32 *Orientation, real32 *ScaleShear);
+// The rest transform B(Parent)^-1 B(Node) from the bind worlds (the
+// TransformLink of a cluster that links the node, else its bind pose
+// entry, else its global transform without animation), split as above;
+// Parent null gives B(Node).
+void SampleNodeBindTransform(fbx_tool_interface *Tool, tool_node *Node, tool_node *Parent, real32 *Position,
+                             real32 *Orientation, real32 *ScaleShear);
 // FBX gives no separate node matrix: Matrix stays as it was.
 void GetNodeMatrix(fbx_tool_interface *Tool, tool_node *Node, real32 *Matrix);
 

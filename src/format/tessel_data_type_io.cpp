@@ -252,6 +252,9 @@ struct conversion_plan
     // Layouts with inline members, strings or trailing curves take the
     // general path; the plan then only remembers the two types.
     bool General;
+    // Every member clears to zero bytes: one clear of the whole object.
+    bool PlainClear;
+    int32 DestinationSize;
     int32 StepCount;
     struct step
     {
@@ -261,6 +264,18 @@ struct conversion_plan
         int32 DestinationOffset;
         int32 DestinationSize;
         bool PlainClear;
+        // How the value converts, worked out once (as ConvertValue would):
+        // copied (CopySize bytes), left cleared, or element by element.
+        enum
+        {
+            CopyValue,
+            LeaveValue,
+            ConvertElements
+        } Mode;
+        int32 CopySize;
+        int32 ElementCount;
+        int32 SourceUnit;
+        int32 DestinationUnit;
     } * Steps;
 };
 
@@ -274,6 +289,7 @@ conversion_plan *NewConversionPlan(data_type_definition const *SourceType, data_
     Plan->SourceType = SourceType;
     Plan->DestinationType = DestinationType;
     Plan->General = false;
+    Plan->PlainClear = true;
     Plan->StepCount = Count;
     Plan->Steps =
         Count > 0 ? (conversion_plan::step *)TesselAllocate((intaddrx)sizeof(conversion_plan::step) * Count) : 0;
@@ -303,8 +319,24 @@ conversion_plan *NewConversionPlan(data_type_definition const *SourceType, data_
                             (Step.SourceMember->Type == InlineMember || Step.SourceMember->Type == StringMember)) ||
                            (!Step.SourceMember && DataTypesAreEqual(&Member, Curve2Type));
         if (Complicated) Plan->General = true;
+        if (!Step.PlainClear) Plan->PlainClear = false;
+        Step.Mode = conversion_plan::step::LeaveValue;
+        Step.CopySize = Step.ElementCount = Step.SourceUnit = Step.DestinationUnit = 0;
+        if (Step.SourceMember && Step.SourceMember->Type == Member.Type) {
+            int32 SourceSize = GetMemberTypeSize(*Step.SourceMember);
+            Step.Mode = conversion_plan::step::CopyValue;
+            Step.CopySize = SourceSize < Step.DestinationSize ? SourceSize : Step.DestinationSize;
+        } else if (Step.SourceMember && !KindCanOnlyCopy(Member.Type)) {
+            int32 SourceWidth = GetMemberArrayWidth(*Step.SourceMember);
+            int32 DestinationWidth = GetMemberArrayWidth(Member);
+            Step.Mode = conversion_plan::step::ConvertElements;
+            Step.ElementCount = SourceWidth < DestinationWidth ? SourceWidth : DestinationWidth;
+            Step.SourceUnit = GetMemberUnitSize(*Step.SourceMember);
+            Step.DestinationUnit = GetMemberUnitSize(Member);
+        }
         Offset += Step.DestinationSize;
     }
+    Plan->DestinationSize = Offset;
     return Plan;
 }
 
@@ -322,9 +354,12 @@ void ConvertWithPlan(conversion_plan const *Plan, void const *Source, void *Dest
         ConvertObject(ClearUnmatched, Plan->SourceType, Source, Plan->DestinationType, Destination);
         return;
     }
-    conversion_state State = {ClearUnmatched, (uint8 *)Destination};
     uint8 const *From = (uint8 const *)Source;
     uint8 *To = (uint8 *)Destination;
+    if (ClearUnmatched && Plan->PlainClear) {
+        memset(To, 0, (size_t)Plan->DestinationSize);
+        ClearUnmatched = false;
+    }
     for (int32 Index = 0; Index < Plan->StepCount; ++Index) {
         conversion_plan::step const &Step = Plan->Steps[Index];
         uint8 *Address = To + Step.DestinationOffset;
@@ -334,7 +369,18 @@ void ConvertWithPlan(conversion_plan const *Plan, void const *Source, void *Dest
             else
                 ClearObject(Step.Destination, Address);
         }
-        if (Step.SourceMember)
-            ConvertValue(State, *Step.SourceMember, From + Step.SourceOffset, Step.Destination[0], Address);
+        switch (Step.Mode) {
+        case conversion_plan::step::CopyValue:
+            std::memcpy(Address, From + Step.SourceOffset, (size_t)Step.CopySize);
+            break;
+        case conversion_plan::step::ConvertElements:
+            for (int32 Element = 0; Element < Step.ElementCount; ++Element) {
+                StoreElement(Step.Destination[0].Type, Step.SourceMember->Type,
+                             From + Step.SourceOffset + Element * Step.SourceUnit,
+                             Address + Element * Step.DestinationUnit);
+            }
+            break;
+        case conversion_plan::step::LeaveValue: break;
+        }
     }
 }

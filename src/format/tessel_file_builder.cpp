@@ -2,11 +2,13 @@
 // marshallings in stack allocators, and the layout of the finished file.
 #include "format/tessel_file_builder.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 
 #include "format/tessel_file_compressor.h"
 #include "format/tessel_platform_convert.h"
+#include "format/tessel_work_queue.h"
 #include "foundation/tessel_file_io.h"
 #include "foundation/tessel_log.h"
 #include "foundation/tessel_memory.h"
@@ -67,7 +69,10 @@ static void DeleteTemporaryFiles(file_builder &Builder)
 static void FreeFileBuilder(file_builder *Builder)
 {
     CloseStreamWriters(*Builder);
-    if (Builder->UseTemporaryFiles) DeleteTemporaryFiles(*Builder);
+    if (Builder->UseTemporaryFiles && Builder->TemporaryDirectory[0]) {
+        DeleteTemporaryFiles(*Builder);
+        RemoveDirectory(Builder->TemporaryDirectory);
+    }
     StackCleanUp(Builder->FixupAllocator);
     StackCleanUp(Builder->MarshallingAllocator);
     TesselFree(Builder);
@@ -92,12 +97,16 @@ file_builder *BeginFile(int32 SectionCount, uint32 FileTypeTag, file_magic_block
 
     Builder->PlatformMagicValue = MagicBlock;
     Builder->FileTypeTag = FileTypeTag;
-    CopyStringMaximum(Builder->TemporaryDirectory, FileBuilderPathSize, TemporaryDirectory);
-    // Every builder gets names of its own: two exports, in one process or in
-    // several, never write to the same temporary file.
-    ConvertToStringArgs(FileBuilderPathSize, Builder->FileNameRoot, "%s_%d_%d", FileNameRoot, GetProcessIdentifier(),
-                        NextUniqueCounter());
+    // Every builder gets a folder of its own, made with an unguessable name
+    // and open to this user alone; its files are created exclusively, so
+    // that no one can plant a link where they go.
+    CopyStringMaximum(Builder->FileNameRoot, FileBuilderPathSize, FileNameRoot);
     Builder->UseTemporaryFiles = true;
+    if (!CreatePrivateDirectory(TemporaryDirectory, FileNameRoot, Builder->TemporaryDirectory, FileBuilderPathSize)) {
+        Builder->TemporaryDirectory[0] = 0;
+        FreeFileBuilder(Builder);
+        return 0;
+    }
     StackInitialize(Builder->FixupAllocator, sizeof(file_builder_fixup), FileBuilderUnitsPerBlock);
     StackInitialize(Builder->MarshallingAllocator, sizeof(file_builder_marshalling), FileBuilderUnitsPerBlock);
 
@@ -109,7 +118,7 @@ file_builder *BeginFile(int32 SectionCount, uint32 FileTypeTag, file_magic_block
     for (int32 SectionIndex = 0; SectionIndex < SectionCount; ++SectionIndex) {
         for (int32 StreamIndex = 0; StreamIndex < StreamCount; ++StreamIndex) {
             GetStreamFileName(*Builder, SectionIndex, StreamIndex, Name);
-            file_writer *Writer = CreatePlatformFileWriter(Name, true);
+            file_writer *Writer = CreateExclusiveFileWriter(Name);
             if (!Writer) {
                 TesselError(LogCategory_FileWriting, "Unable to create temporary file %s", Name);
                 FreeFileBuilder(Builder);
@@ -417,8 +426,15 @@ static bool CopySectionStreams(file_builder &Builder, int32 SectionIndex, file_w
     return Result;
 }
 
-// Codes the three streams, in order, into one Trove1 output.
-static bool CompressSectionStreams(file_builder &Builder, int32 SectionIndex, file_writer *Writer)
+static void CountCodedBytes(void *Data, uint32 Bytes)
+{
+    ((std::atomic<uint64> *)Data)->fetch_add(Bytes, std::memory_order_relaxed);
+}
+
+// Codes the three streams, in order, into one Trove1 output, adding the
+// bytes coded to BytesCoded as it goes.
+static bool CompressSectionStreams(file_builder &Builder, int32 SectionIndex, file_writer *Writer,
+                                   std::atomic<uint64> *BytesCoded)
 {
     file_builder_section &Section = Builder.Sections[SectionIndex];
     file_compressor *Compressor =
@@ -427,6 +443,7 @@ static bool CompressSectionStreams(file_builder &Builder, int32 SectionIndex, fi
         TesselError(LogCategory_FileWriting, "Unable to begin compression of section %d", SectionIndex);
         return false;
     }
+    if (BytesCoded) SetFileCompressionProgress(Compressor, CountCodedBytes, BytesCoded);
     bool Result = true;
     for (int32 StreamIndex = 0; Result && StreamIndex < StreamCount; ++StreamIndex) {
         slot_zeroing_reader Reader;
@@ -444,7 +461,7 @@ static bool CompressSectionStreams(file_builder &Builder, int32 SectionIndex, fi
 // Compressed sections are coded into the section's temporary file, whose
 // size becomes DataSize; stored sections are copied straight into the
 // output later.
-static bool StoreSection(file_builder &Builder, int32 SectionIndex)
+static bool StoreSection(file_builder &Builder, int32 SectionIndex, std::atomic<uint64> *BytesCoded)
 {
     file_builder_section &Section = Builder.Sections[SectionIndex];
     file_section_header &Header = Section.Header;
@@ -463,13 +480,120 @@ static bool StoreSection(file_builder &Builder, int32 SectionIndex)
 
     char Name[TemporaryNameSize];
     GetCompressedFileName(Builder, SectionIndex, Name);
-    file_writer *Writer = CreatePlatformFileWriter(Name, true);
+    file_writer *Writer = CreateExclusiveFileWriter(Name);
     if (!Writer) {
         TesselError(LogCategory_FileWriting, "Unable to create temporary file %s", Name);
         return false;
     }
-    bool Result = CompressSectionStreams(Builder, SectionIndex, Writer);
+    bool Result = CompressSectionStreams(Builder, SectionIndex, Writer, BytesCoded);
     DeleteFileWriter(Writer);
+    return Result;
+}
+
+static bool IsCodedSection(file_builder_section const &Section, uint64 ExpandedSize)
+{
+    return Section.Header.Format == Trove1Compression && ExpandedSize != 0;
+}
+
+static uint64 GetSectionSize(file_builder_section const &Section)
+{
+    return (uint64)Section.StreamSize[0] + Section.StreamSize[1] + Section.StreamSize[2];
+}
+
+void SetFileBuilderProgress(file_builder *Builder, void (*Callback)(void *Data, int32 Done, int32 Total), void *Data)
+{
+    CheckPointer(Builder, LogCategory_FileWriting, );
+    Builder->PackagingProgress = Callback;
+    Builder->PackagingProgressData = Data;
+}
+
+static uint64 GetCodedBytes(file_builder const &Builder)
+{
+    uint64 Bytes = 0;
+    for (int32 SectionIndex = 0; SectionIndex < Builder.SectionCount; ++SectionIndex) {
+        uint64 Size = GetSectionSize(Builder.Sections[SectionIndex]);
+        if (IsCodedSection(Builder.Sections[SectionIndex], Size)) Bytes += Size;
+    }
+    return Bytes;
+}
+
+static int32 GetPackagingSteps(uint64 CodedBytes)
+{
+    return (int32)((CodedBytes + FileBuilderPackagingStepBytes - 1) / FileBuilderPackagingStepBytes);
+}
+
+int32 GetFileBuilderPackagingSteps(file_builder const *Builder)
+{
+    CheckPointer(Builder, LogCategory_FileWriting, 0);
+    return GetPackagingSteps(GetCodedBytes(*Builder));
+}
+
+struct section_storing
+{
+    file_builder *Builder;
+    bool8 *Results;
+    std::atomic<uint64> BytesCoded;
+    uint64 BytesTotal;
+    int32 Steps;
+};
+
+static void StoreSectionJob(void *Data, int32 SectionIndex)
+{
+    section_storing *Storing = (section_storing *)Data;
+    Storing->Results[SectionIndex] = StoreSection(*Storing->Builder, SectionIndex, &Storing->BytesCoded);
+}
+
+static void ReportPackaging(void *Data)
+{
+    section_storing *Storing = (section_storing *)Data;
+    file_builder &Builder = *Storing->Builder;
+    if (!Builder.PackagingProgress || Storing->BytesTotal == 0) return;
+    uint64 Done = Storing->BytesCoded.load(std::memory_order_relaxed);
+    if (Done > Storing->BytesTotal) Done = Storing->BytesTotal;
+    Builder.PackagingProgress(Builder.PackagingProgressData,
+                              (int32)(Done * (uint64)Storing->Steps / Storing->BytesTotal), Storing->Steps);
+}
+
+static int CompareJobs(void const *A, void const *B)
+{
+    uint64 const *JobA = (uint64 const *)A, *JobB = (uint64 const *)B;
+    return JobA[0] > JobB[0] ? -1 : (JobA[0] < JobB[0] ? 1 : (JobA[1] < JobB[1] ? -1 : 1));
+}
+
+// Stores every section: the coded ones on worker threads, largest first.
+static bool StoreSections(file_builder &Builder)
+{
+    int32 const SectionCount = Builder.SectionCount;
+    bool8 *Results = TesselAllocateArray(bool8, SectionCount);
+    uint64 *Jobs = TesselAllocateArray(uint64, 2 * SectionCount);
+    int32 *Order = TesselAllocateArray(int32, SectionCount);
+    bool Result = Results && Jobs && Order;
+    int32 JobCount = 0;
+    for (int32 SectionIndex = 0; Result && SectionIndex < SectionCount; ++SectionIndex) {
+        file_builder_section const &Section = Builder.Sections[SectionIndex];
+        if (IsCodedSection(Section, Section.Header.ExpandedDataSize)) {
+            Jobs[2 * JobCount] = Section.Header.ExpandedDataSize;
+            Jobs[2 * JobCount + 1] = (uint64)SectionIndex;
+            ++JobCount;
+        } else {
+            Result = StoreSection(Builder, SectionIndex, 0);
+        }
+    }
+    if (Result) {
+        qsort(Jobs, (size_t)JobCount, 2 * sizeof(uint64), CompareJobs);
+        for (int32 Job = 0; Job < JobCount; ++Job) Order[Job] = (int32)Jobs[2 * Job + 1];
+        section_storing Storing;
+        Storing.Builder = &Builder;
+        Storing.Results = Results;
+        Storing.BytesCoded.store(0);
+        Storing.BytesTotal = GetCodedBytes(Builder);
+        Storing.Steps = GetPackagingSteps(Storing.BytesTotal);
+        RunJobs(JobCount, Order, StoreSectionJob, &Storing, ReportPackaging, &Storing);
+        for (int32 Job = 0; Job < JobCount; ++Job) Result = Result && Results[Order[Job]];
+    }
+    if (Results) TesselFree(Results);
+    if (Jobs) TesselFree(Jobs);
+    if (Order) TesselFree(Order);
     return Result;
 }
 
@@ -550,9 +674,7 @@ static bool LayOutFile(file_builder &Builder, file_writer *Writer)
             }
         }
     }
-    for (int32 SectionIndex = 0; Result && SectionIndex < SectionCount; ++SectionIndex) {
-        Result = StoreSection(Builder, SectionIndex);
-    }
+    Result = Result && StoreSections(Builder);
     if (!Result) return false;
 
     // Offsets of everything after the section table.
@@ -716,18 +838,19 @@ bool EndFile(file_builder *Builder, char const *FileName)
         AbortFile(Builder);
         return false;
     }
-    file_writer *Writer = CreatePlatformFileWriter(FileName, true);
+    // The file is built under a temporary name beside FileName and put in
+    // place only when whole: a failure at any point leaves what was at
+    // FileName untouched, and nothing else behind.
+    file_writer *Writer = CreateOutputFileWriter(FileName);
     if (!Writer) {
         TesselError(LogCategory_FileWriting, "Unable to open %s for writing", FileName);
         AbortFile(Builder);
         return false;
     }
     bool Result = EndFileToWriter(Builder, Writer);
+    if (Result) return CommitOutputFileWriter(Writer);
     DeleteFileWriter(Writer);
-    // A failed export leaves no file behind: its absence is how a host
-    // learns of the failure.
-    if (!Result) DeleteFile(FileName);
-    return Result;
+    return false;
 }
 
 void AbortFile(file_builder *Builder)

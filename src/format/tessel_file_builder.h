@@ -17,7 +17,8 @@ struct file_writer;
 
 enum
 {
-    FileBuilderPathSize = 512,
+    // Room for the whole temporary directory and the builder's own folder.
+    FileBuilderPathSize = 4096 + 64,
     // Fixup and marshalling units per block of their stack allocators.
     FileBuilderUnitsPerBlock = 256,
 };
@@ -79,9 +80,9 @@ struct file_builder
     uint32 StringDatabaseCRC;
     uint32 ExtraTags[4];
 
+    // The builder's private folder (Root_XXXXXX in the directory given to
+    // BeginFile), which holds its temporary files; removed at the end.
     char TemporaryDirectory[FileBuilderPathSize];
-    // The root given to BeginFile made unique for this builder (process id
-    // and a counter), so that concurrent exports never share a name.
     char FileNameRoot[FileBuilderPathSize];
     bool8 UseTemporaryFiles;
 
@@ -92,6 +93,10 @@ struct file_builder
     file_builder_section *Sections;
 
     bool8 Healthy;
+
+    // Packaging progress (see SetFileBuilderProgress).
+    void (*PackagingProgress)(void *Data, int32 Done, int32 Total);
+    void *PackagingProgressData;
 };
 
 #pragma pack(pop)
@@ -121,11 +126,28 @@ void AddMarshalling(file_builder *Builder, file_location const &Type, file_locat
 
 void SetFileRoots(file_builder *Builder, file_location const &TypeLocation, file_location const &ObjectLocation);
 
-// Finishes to FileName (created or truncated). The builder is freed in every
-// case; an unopenable file aborts it. True on success.
+// Finishes to FileName. The file is written whole under a temporary name in
+// FileName's folder and renamed over FileName only when complete and flushed;
+// on failure what was at FileName stays as it was. A FileName that is not a
+// regular file (or a link to one) is refused. The builder is freed in every
+// case. True on success.
 bool EndFile(file_builder *Builder, char const *FileName);
 // Finishes to Writer, which must be seekable. Frees the builder.
 bool EndFileToWriter(file_builder *Builder, file_writer *Writer);
+// Compressed sections are coded on worker threads (see SetWorkerThreadCount);
+// the file's bytes are the same whatever their count. While they code, the
+// thread that ends the file calls Callback with the packaging steps done out
+// of Total: one step per FileBuilderPackagingStepBytes of expanded data in
+// compressed sections, rounded up. A successful end reports Done == Total.
+void SetFileBuilderProgress(file_builder *Builder, void (*Callback)(void *Data, int32 Done, int32 Total), void *Data);
+// The Total that ending the file now would report.
+int32 GetFileBuilderPackagingSteps(file_builder const *Builder);
+
+enum
+{
+    FileBuilderPackagingStepBytes = 1 << 16,
+};
+
 // Frees everything and deletes the temporary files.
 void AbortFile(file_builder *Builder);
 

@@ -153,6 +153,13 @@ file_compressor *BeginFileCompression(uint32 ExpandedSize, int32 StreamCount, in
     return Compressor;
 }
 
+void SetFileCompressionProgress(file_compressor *Compressor, void (*Callback)(void *Data, uint32 Bytes), void *Data)
+{
+    if (!Compressor || !Compressor->Trove) return;
+    Compressor->Trove->ProgressCallback = Callback;
+    Compressor->Trove->ProgressData = Data;
+}
+
 bool CompressContentsOfMemory(file_compressor *Compressor, int32 Size, void const *Data)
 {
     if (!AcceptStream(Compressor, Size)) return false;

@@ -47,6 +47,11 @@ bool CompressContentsOfFile(file_compressor *Compressor, int32 Size, char const 
 bool CompressContentsOfReader(file_compressor *Compressor, int32 Size, file_reader *Reader);
 bool CompressContentsOfMemory(file_compressor *Compressor, int32 Size, void const *Data);
 
+// Progress of a Trove1 section: Callback is told the expanded bytes coded
+// since its last call, as the coding goes, on the thread that codes.
+// Stored sections report nothing.
+void SetFileCompressionProgress(file_compressor *Compressor, void (*Callback)(void *Data, uint32 Bytes), void *Data);
+
 // Finishes the coder, writes the stored bytes to the writer, reports their
 // count in ResultSize (may be null) and frees the compressor, also when it
 // fails. Streams never added are stored as empty streams.

@@ -1,6 +1,7 @@
 // Reading TS2 files: the section reader and the loaded file.
 #include "format/tessel_file_reader.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 
@@ -101,12 +102,12 @@ file *ReadFileFromReader(file_reader *Reader)
     if (!Header) return 0;
 
     if (Header->Version != TesselFileFormatVersion) {
-        TesselWarning(LogCategory_FileReading, "File is file format revision %d (current version is %d)",
+        TesselWarning(LogCategory_FileReading, "File is file format revision %u (current version is %d)",
                       Header->Version, (int32)TesselFileFormatVersion);
     }
     uint64 TableEnd = (uint64)Header->SectionArrayOffset + (uint64)Header->SectionCount * FileSectionHeaderSize;
     if (TableEnd > BlockSize || Header->SectionArrayOffset % 4 != 0) {
-        TesselError(LogCategory_FileReading, "Section table (%d sections at %d) lies outside the header (%d bytes)",
+        TesselError(LogCategory_FileReading, "Section table (%u sections at %u) lies outside the header (%u bytes)",
                     Header->SectionCount, Header->SectionArrayOffset, BlockSize);
         TesselFree(Header);
         return 0;
@@ -145,7 +146,7 @@ static bool CheckSectionRecord(file_section_header const &Section, int32 Section
 {
     bool StreamsInOrder = Section.First16Bit <= Section.First8Bit && Section.First8Bit <= Section.ExpandedDataSize;
     if (!StreamsInOrder) {
-        TesselError(LogCategory_FileReading, "Section %d has streams out of order (%d, %d, %d)", SectionIndex,
+        TesselError(LogCategory_FileReading, "Section %d has streams out of order (%u, %u, %u)", SectionIndex,
                     Section.First16Bit, Section.First8Bit, Section.ExpandedDataSize);
         return false;
     }
@@ -155,17 +156,39 @@ static bool CheckSectionRecord(file_section_header const &Section, int32 Section
         return false;
     }
     if (Section.Format == NoCompression && Section.DataSize != Section.ExpandedDataSize) {
-        TesselError(LogCategory_FileReading, "Section %d stores %d bytes but expands to %d", SectionIndex,
+        TesselError(LogCategory_FileReading, "Section %d stores %u bytes but expands to %u", SectionIndex,
                     Section.DataSize, Section.ExpandedDataSize);
         return false;
     }
     if (Section.Format != NoCompression &&
         (uint64)Section.ExpandedDataSize > (uint64)Section.DataSize * MaxExpansionRatio + 65536) {
-        TesselError(LogCategory_FileReading, "Section %d claims to expand %d bytes to %d", SectionIndex,
+        TesselError(LogCategory_FileReading, "Section %d claims to expand %u bytes to %u", SectionIndex,
                     Section.DataSize, Section.ExpandedDataSize);
         return false;
     }
     return true;
+}
+
+static std::atomic<int64> FileReaderMemoryLimit{(int64)MaxSectionSize};
+
+void SetFileReaderMemoryLimit(int64 Bytes)
+{
+    FileReaderMemoryLimit = Bytes > 0 ? Bytes : (int64)MaxSectionSize;
+}
+
+int64 GetFileReaderMemoryLimit()
+{
+    return FileReaderMemoryLimit;
+}
+
+// Bytes of the sections already read into the reader's own blocks.
+static uint64 GetFileSectionMemory(file const &File, file_section_header const *Sections)
+{
+    uint64 Total = 0;
+    for (int32 Index = 0; Index < File.SectionCount; ++Index) {
+        if (File.Sections[Index] && !File.IsUserMemory[Index]) Total += AlignUp4(Sections[Index].ExpandedDataSize);
+    }
+    return Total;
 }
 
 static bool DecompressSection(file_section_header const &Section, bool IsByteReversed, uint8 const *Stored,
@@ -202,6 +225,13 @@ bool ReadFileSectionInPlace(file_reader *Reader, file &File, int32 SectionIndex,
 
     uint32 AllocatedSize = AlignUp4(Section.ExpandedDataSize);
     bool UserMemory = (Destination != 0);
+    uint64 Needed = (UserMemory ? 0 : AllocatedSize + GetFileSectionMemory(File, Sections)) +
+                    (Section.Format == NoCompression ? 0 : (uint64)Section.DataSize);
+    if (Needed > (uint64)GetFileReaderMemoryLimit()) {
+        TesselError(LogCategory_FileReading, "Section %d needs %u bytes, more than the reader's limit of %I64d allows",
+                    SectionIndex, AllocatedSize, GetFileReaderMemoryLimit());
+        return false;
+    }
     if (!UserMemory) {
         uint32 Alignment = Section.InternalAlignment;
         if (Alignment == 0 || (Alignment & (Alignment - 1)) != 0 || Alignment > 4096) Alignment = 16;
@@ -279,18 +309,18 @@ static bool LoadRecordArray(file_reader *Reader, uint32 Offset, uint32 Count, ui
     if (Count == 0) return true;
     uint64 Size = (uint64)Count * RecordSize;
     if (Offset > (uint32)INT32_MAX || Size > (uint64)MaxSectionSize) {
-        TesselError(LogCategory_FileReading, "Array of %d records at %d lies outside the file", Count, Offset);
+        TesselError(LogCategory_FileReading, "Array of %u records at %u lies outside the file", Count, Offset);
         return false;
     }
     int32 Available = 0;
     if (GetReaderSize(Reader, &Available) && (uint64)Offset + Size > (uint64)Available) {
-        TesselError(LogCategory_FileReading, "Array of %d records at %d lies outside the file", Count, Offset);
+        TesselError(LogCategory_FileReading, "Array of %u records at %u lies outside the file", Count, Offset);
         return false;
     }
     void *Memory = TesselAllocate(Size);
     if (!Memory) return false;
     if (!ReadExactly(Reader, (int32)Offset, (int32)Size, Memory)) {
-        TesselError(LogCategory_FileReading, "Unable to read %d records at %d", Count, Offset);
+        TesselError(LogCategory_FileReading, "Unable to read %u records at %u", Count, Offset);
         TesselFree(Memory);
         return false;
     }
@@ -571,7 +601,7 @@ static bool CheckFixups(loaded_file &File, int32 SectionIndex)
                         Fixup.To.Offset <= File.Sections[Fixup.To.SectionIndex].Header.ExpandedDataSize;
         if (!FromInside || !ToInside) {
             TesselError(LogCategory_FileReading,
-                        "Pointer fixup %d of section %d (from %d to section %d offset %d) points outside the file",
+                        "Pointer fixup %u of section %d (from %u to section %u offset %u) points outside the file",
                         Index, SectionIndex, Fixup.FromOffset, Fixup.To.SectionIndex, Fixup.To.Offset);
             return false;
         }
@@ -706,7 +736,7 @@ loaded_file *LoadStoredFileFromReader(file_reader *Reader)
 
     bool Result = true;
     if (File->Header.TotalSize > File->FileSize || File->Header.TotalSize < File->Magic.TotalHeaderSize) {
-        TesselError(LogCategory_FileReading, "File claims %d bytes but %d are there", File->Header.TotalSize,
+        TesselError(LogCategory_FileReading, "File claims %u bytes but %u are there", File->Header.TotalSize,
                     File->FileSize);
         Result = false;
     }
@@ -740,7 +770,7 @@ loaded_file *LoadStoredFileFromReader(file_reader *Reader)
         file_section_reference Roots[2] = {File->Header.RootObjectTypeDefinition, File->Header.RootObject};
         for (file_section_reference const &Root : Roots) {
             if (!GetLoadedFileBytes(*File, Root, 1)) {
-                TesselError(LogCategory_FileReading, "Root at section %d offset %d lies outside the file",
+                TesselError(LogCategory_FileReading, "Root at section %u offset %u lies outside the file",
                             Root.SectionIndex, Root.Offset);
                 Result = false;
                 break;

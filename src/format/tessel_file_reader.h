@@ -53,6 +53,12 @@ file *ReadFileFromReader(file_reader *Reader);
 // The section table; null when the header has none that fits its block.
 file_section_header *GetFileSectionHeaders(file const &File);
 
+// The most memory that the sections of one file may take when read into
+// blocks of the reader's own (1 GiB unless set; 0 restores that). A file whose
+// sections claim more is refused before anything is allocated. Process-wide.
+void SetFileReaderMemoryLimit(int64 Bytes);
+int64 GetFileReaderMemoryLimit();
+
 bool ReadFileSection(file_reader *Reader, file &File, int32 SectionIndex);
 // The same into Destination, which the caller owns (ExpandedDataSize rounded
 // up to 4 bytes).

@@ -130,7 +130,7 @@ file_section_reference Advance(file_section_reference Location, uint64 Delta)
 bool Fail(tree_check &Check, char const *What, file_section_reference Where)
 {
     if (!Check.Failed) {
-        TesselError(LogCategory_FileReading, "%s at section %d offset %d lies outside the file", What,
+        TesselError(LogCategory_FileReading, "%s at section %u offset %u lies outside the file", What,
                     Where.SectionIndex, Where.Offset);
     }
     Check.Failed = true;

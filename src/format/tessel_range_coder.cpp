@@ -34,6 +34,7 @@ void BeginRangeDecoder(range_decoder &Decoder, uint8 const *Input, uint8 const *
 {
     Decoder.Input = Input;
     Decoder.InputEnd = InputEnd;
+    Decoder.Overrun = 0;
     uint32 First = NextDecoderByte(Decoder);
     Decoder.Code = First >> 1;
     Decoder.SavedBit = First & 1;

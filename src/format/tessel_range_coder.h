@@ -40,6 +40,9 @@ struct range_decoder
     uint32 Scale; // R of the value being read
     uint8 const *Input;
     uint8 const *InputEnd;
+    // Bytes asked for past InputEnd. A sound stream needs only the few of
+    // the encoder's flush; many more mean the data claims more than it holds.
+    uint32 Overrun;
 };
 
 // Output must have room for one scratch byte before OutputStart; bytes land
@@ -121,7 +124,9 @@ inline void EncodeUniform(range_encoder &Encoder, uint32 Value, uint32 Count)
 inline uint32 NextDecoderByte(range_decoder &Decoder)
 {
     // Past the end the input reads as zero bytes.
-    return Decoder.Input < Decoder.InputEnd ? *Decoder.Input++ : 0;
+    if (Decoder.Input < Decoder.InputEnd) return *Decoder.Input++;
+    ++Decoder.Overrun;
+    return 0;
 }
 
 inline void NormaliseRangeDecoder(range_decoder &Decoder)

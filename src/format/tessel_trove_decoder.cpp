@@ -97,11 +97,19 @@ void ResetDecoder(trove_decoder &Decoder, trove_model_sizes const &Sizes)
     }
 }
 
+enum
+{
+    TroveDecoderOverrunLimit = 16,
+};
+
 bool DecodeStream(trove_decoder &Decoder, range_decoder &Coder, uint32 WindowLimit, uint8 *Output, uint32 Size)
 {
     uint32 Context = 0;
     uint32 Position = 0;
     while (Position < Size) {
+        // Decoding on from zeros past the stored bytes would fill any size
+        // the section claims: a stream that runs out is corrupt.
+        if (Coder.Overrun > TroveDecoderOverrunLimit) return false;
         uint32 Symbol;
         if (!DecodeModelSymbol(Coder, Decoder.Length[Context], TroveLengthAlphabet, &Symbol)) return false;
         Context = Symbol;

@@ -9,6 +9,7 @@ int32 GetModelArrayUnits(uint32 MaxSymbols, uint32 Alphabet, bool Encoder)
         Units += (int32)Alphabet + (int32)(MaxSymbols + 1);
     } else {
         Units += (int32)(MaxSymbols + 1);
+        if (MaxSymbols >= TroveLookupMinimum) Units += TroveLookupBuckets;
     }
     // Keeps every model's arrays on a 4-byte boundary.
     return (Units + 1) & ~1;
@@ -22,11 +23,14 @@ void PlaceModel(trove_model &Model, uint16 *Memory, uint32 MaxSymbols, uint32 Al
     Model.Counts = Memory;
     Memory += MaxSymbols + 1;
     Model.RankMap = Memory;
+    Model.Lookup = 0;
     if (Encoder) {
         Memory += Alphabet;
         Model.SymbolMap = Memory;
     } else {
         Model.SymbolMap = 0;
+        Memory += MaxSymbols + 1;
+        if (MaxSymbols >= TroveLookupMinimum) Model.Lookup = Memory;
     }
 }
 
@@ -127,6 +131,16 @@ void RebuildModel(trove_model &Model, bool Encoder)
     }
     Model.CodedCount = Model.SymbolCount;
     Cumulative[Model.CodedCount + 1] = TroveCumulativeTop;
+    if (!Encoder && Model.CodedCount >= TroveLookupMinimum) {
+        // Every interval of a rank at or below CodedCount ends above the
+        // bucket's start, or the rank isn't the last to start at or below it.
+        uint32 Rank = 0;
+        for (uint32 Bucket = 0; Bucket < TroveLookupBuckets; ++Bucket) {
+            uint32 Start = TroveCumulativeBase + (Bucket << TroveLookupShift);
+            while (Cumulative[Rank + 1] <= Start) ++Rank;
+            Model.Lookup[Bucket] = (uint16)Rank;
+        }
+    }
 
     if ((uint32)Model.Increment * 2 <= Model.MaxIncrement) {
         Model.Increment = (uint16)(Model.Increment * 2);
@@ -173,31 +187,8 @@ void EncodeModelSymbol(range_encoder &Encoder, trove_model &Model, uint32 Symbol
     Model.Total = (uint16)(Model.Total + 2);
 }
 
-bool DecodeModelSymbol(range_decoder &Decoder, trove_model &Model, uint32 RawAlphabet, uint32 *Symbol)
+bool DecodeEscapedSymbol(range_decoder &Decoder, trove_model &Model, uint32 RawAlphabet, uint32 *Symbol)
 {
-    RebuildModelIfDue(Model, false);
-    uint32 Value = DecodeRangeShift(Decoder, TroveModelBits) + TroveCumulativeBase;
-    uint16 const *Cumulative = Model.Cumulative;
-    // The last rank whose interval starts at or below Value (rank 0 always
-    // does), without branches.
-    uint32 Low = 0;
-    uint32 Count = (uint32)Model.CodedCount + 1;
-    while (Count > 1) {
-        uint32 Half = Count >> 1;
-        Low = Cumulative[Low + Half] <= Value ? Low + Half : Low;
-        Count -= Half;
-    }
-    uint32 Coded = Low;
-    uint32 Size = (uint32)Cumulative[Coded + 1] - Cumulative[Coded];
-    if (Size == 0) return false;
-    DecodeRangeDone(Decoder, Cumulative[Coded] - TroveCumulativeBase, Size, 1u << TroveModelBits);
-    ++Model.Counts[Coded];
-    ++Model.Total;
-    if (Coded != 0) {
-        *Symbol = Model.RankMap[Coded];
-        return true;
-    }
-
     uint32 Rank;
     bool Known = false;
     if (Model.SymbolCount != Model.CodedCount) {

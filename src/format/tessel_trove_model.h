@@ -45,6 +45,17 @@ struct trove_model
     // Decoder: symbol of a rank (MaxSymbols + 1 entries).
     uint16 *RankMap;
     uint16 *SymbolMap; // Encoder only: symbol of a rank.
+    // Decoder of a model that may hold TroveLookupMinimum symbols or more:
+    // by each 1/TroveLookupBuckets of the coded interval, the rank whose
+    // interval holds its start (valid while CodedCount >= TroveLookupMinimum).
+    uint16 *Lookup;
+};
+
+enum
+{
+    TroveLookupBuckets = 64,
+    TroveLookupShift = TroveModelBits - 6,
+    TroveLookupMinimum = 12,
 };
 
 // Entries of the uint16 arrays one model needs.
@@ -67,8 +78,45 @@ inline void RebuildModelIfDue(trove_model &Model, bool Encoder)
 // Codes Symbol; a symbol the model has never held goes out raw, uniform in
 // [0, RawAlphabet).
 void EncodeModelSymbol(range_encoder &Encoder, trove_model &Model, uint32 Symbol, uint32 RawAlphabet);
+// The rest of DecodeModelSymbol after the escape was read.
+bool DecodeEscapedSymbol(range_decoder &Decoder, trove_model &Model, uint32 RawAlphabet, uint32 *Symbol);
+
 // False when the data asks for more distinct symbols than the model allows.
-bool DecodeModelSymbol(range_decoder &Decoder, trove_model &Model, uint32 RawAlphabet, uint32 *Symbol);
+// Inlined: the decoder loop is a chain of these, one after another.
+__attribute__((always_inline)) inline bool DecodeModelSymbol(range_decoder &Decoder, trove_model &Model,
+                                                             uint32 RawAlphabet, uint32 *Symbol)
+{
+    RebuildModelIfDue(Model, false);
+    uint32 Value = DecodeRangeShift(Decoder, TroveModelBits) + TroveCumulativeBase;
+    uint16 const *Cumulative = Model.Cumulative;
+    // The last rank whose interval starts at or below Value (rank 0 always
+    // does): from the lookup and a short walk in a large model, by halving
+    // without branches in a small one.
+    uint32 Coded;
+    if (Model.CodedCount >= TroveLookupMinimum) {
+        Coded = Model.Lookup[(Value - TroveCumulativeBase) >> TroveLookupShift];
+        while (Cumulative[Coded + 1] <= Value) ++Coded;
+    } else {
+        uint32 Low = 0;
+        uint32 Count = (uint32)Model.CodedCount + 1;
+        while (Count > 1) {
+            uint32 Half = Count >> 1;
+            Low = Cumulative[Low + Half] <= Value ? Low + Half : Low;
+            Count -= Half;
+        }
+        Coded = Low;
+    }
+    uint32 Size = (uint32)Cumulative[Coded + 1] - Cumulative[Coded];
+    if (Size == 0) return false;
+    DecodeRangeDone(Decoder, Cumulative[Coded] - TroveCumulativeBase, Size, 1u << TroveModelBits);
+    ++Model.Counts[Coded];
+    ++Model.Total;
+    if (Coded != 0) {
+        *Symbol = Model.RankMap[Coded];
+        return true;
+    }
+    return DecodeEscapedSymbol(Decoder, Model, RawAlphabet, Symbol);
+}
 
 // The inverse probability the parser prices a symbol with: Total / count,
 // or Alphabet * Total / escape count for a symbol not held.

@@ -32,9 +32,17 @@ inline uint32 HashLongKey(uint32 Key)
     return ((Key & 0x0FFFFFFFu) * 2654435761u) >> (32 - LongKeyHashBits);
 }
 
-inline uint32 FoldKey(uint32 Key, uint32 TableSize)
+// The chain table entry of a key: folded (remainder plus quotient) until it
+// fits, each division done as a multiplication by the table's reciprocal,
+// which is exact for any 32-bit key.
+inline uint32 GetBucket(trove_encoder const &Encoder, int32 Chain, uint32 Key)
 {
-    while (Key >= TableSize) Key = (Key % TableSize) + (Key / TableSize);
+    uint32 const TableSize = Encoder.HeadCount[Chain];
+    uint64 const Reciprocal = Encoder.HeadReciprocal[Chain];
+    while (Key >= TableSize) {
+        uint32 Quotient = (uint32)(((unsigned __int128)Key * Reciprocal) >> 64);
+        Key = (Key - Quotient * TableSize) + Quotient;
+    }
     return Key;
 }
 
@@ -136,6 +144,12 @@ inline void LinkShortKey(trove_encoder &Encoder, uint32 Bucket, uint32 Index, ui
 
 void ClearMatchFinder(trove_encoder &Encoder)
 {
+    Encoder.Run = 0;
+    Encoder.RunValid = false;
+    Encoder.Skip = 0;
+    // An unused match finder is still clear.
+    if (!Encoder.MatchFinderUsed) return;
+    Encoder.MatchFinderUsed = false;
     uint32 Count = Encoder.RingMask + 1;
     for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
         memset(Encoder.Heads[Chain], 0xFF, sizeof(uint32) * Encoder.HeadCount[Chain]);
@@ -146,9 +160,6 @@ void ClearMatchFinder(trove_encoder &Encoder)
     memset(Encoder.Runs, 0, sizeof(uint32) * Count);
     memset(Encoder.ShortKeySlots, 0xFF, sizeof(uint32) * 65536);
     memset(Encoder.LongKeyCounts, 0, sizeof(uint16) << LongKeyHashBits);
-    Encoder.Run = 0;
-    Encoder.RunValid = false;
-    Encoder.Skip = 0;
 }
 
 // Retires the oldest node of the ring and enters Position in the chains.
@@ -187,7 +198,7 @@ void InsertPosition(trove_encoder &Encoder, stream_state const &Stream, uint32 P
         uint32 Key = Load32(Data + Position);
         Encoder.Runs[Slot] = Encoder.Run;
         for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
-            uint32 Bucket = FoldKey(Key & KeyMasks[Chain], Encoder.HeadCount[Chain]);
+            uint32 Bucket = GetBucket(Encoder, Chain, Key & KeyMasks[Chain]);
             if (Chain == 0) {
                 LinkShortKey(Encoder, Bucket, Slot, Key);
                 continue;
@@ -281,7 +292,33 @@ struct match_search
 {
     trove_match Best;
     double BestCost; // log2 per byte
+    // The least cost per byte any match of a length symbol can have, by
+    // symbol, whatever its distance (filled as symbols come up).
+    double LowestCost[TroveLengthAlphabet];
+    uint8 LowestCostKnown[TroveLengthAlphabet];
+    double DistanceBound;
 };
+
+// Candidates whose least possible cost is this much above the best so far
+// are passed over unpriced; the margin is far above any rounding of log2.
+double const PriceMargin = 1e-9;
+
+inline double GetLowestCost(trove_encoder const &Encoder, uint32 Context, uint32 Symbol, uint32 Snapped,
+                            match_search &Search)
+{
+    if (!Search.LowestCostKnown[Symbol]) {
+        Search.LowestCost[Symbol] =
+            std::log2(PriceLength(Encoder, Context, Symbol) * Search.DistanceBound) / (double)Snapped;
+        Search.LowestCostKnown[Symbol] = 1;
+    }
+    return Search.LowestCost[Symbol];
+}
+
+inline bool MayBeatBest(trove_encoder const &Encoder, uint32 Context, uint32 Symbol, uint32 Snapped,
+                        match_search &Search)
+{
+    return GetLowestCost(Encoder, Context, Symbol, Snapped, Search) <= Search.BestCost + PriceMargin;
+}
 
 // Searches one chain; true when it was walked to its end.
 bool SearchChain(trove_encoder const &Encoder, stream_state const &Stream, uint32 Position, uint32 Context, int32 Chain,
@@ -289,7 +326,7 @@ bool SearchChain(trove_encoder const &Encoder, stream_state const &Stream, uint3
 {
     uint8 const *Data = Stream.Data;
     uint32 Word = Load32(Data + Position);
-    uint32 Index = Encoder.Heads[Chain][FoldKey(Word & KeyMasks[Chain], Encoder.HeadCount[Chain])];
+    uint32 Index = Encoder.Heads[Chain][GetBucket(Encoder, Chain, Word & KeyMasks[Chain])];
     trove_chain_link const *Links = Encoder.Links[Chain];
     uint32 const Mask = Encoder.RingMask;
     // The whole chain is searched: every candidate in the window is priced.
@@ -310,7 +347,7 @@ bool SearchChain(trove_encoder const &Encoder, stream_state const &Stream, uint3
             Length = MaxLength <= 4 ? MaxLength : 4 + GetMatchLength(Data, Position + 4, Candidate + 4, MaxLength - 4);
         }
         uint32 Snapped = SnapTroveMatchLength(Length);
-        if (Snapped >= 2) {
+        if (Snapped >= 2 && MayBeatBest(Encoder, Context, GetTroveLengthSymbol(Snapped), Snapped, Search)) {
             double Product = PriceLength(Encoder, Context, GetTroveLengthSymbol(Snapped)) *
                              PriceDistance(Encoder, Distance, Alphabets);
             double Cost = std::log2(Product) / (double)Snapped;
@@ -358,13 +395,13 @@ double GetDistanceBound(trove_encoder &Encoder, distance_alphabets const &Alphab
 // Whether no match of the lengths 2 and 3 (those up to MaxLength) can cost
 // less per byte than the best so far, whatever its distance. The margin
 // keeps rounding from ever dropping a candidate that would have won.
-bool ShortMatchesCannotWin(trove_encoder &Encoder, uint32 Context, uint32 MaxLength,
-                           distance_alphabets const &Alphabets, double BestCost)
+// (The search's distance bound is this search's GetDistanceBound, so the
+// least costs it keeps are the ones this would compute.)
+bool ShortMatchesCannotWin(trove_encoder const &Encoder, uint32 Context, uint32 MaxLength, match_search &Search)
 {
-    double Bound = GetDistanceBound(Encoder, Alphabets);
     for (uint32 Length = 2; Length <= 3 && Length <= MaxLength; ++Length) {
-        double Cheapest = std::log2(PriceLength(Encoder, Context, Length - 1) * Bound) / (double)Length;
-        if (Cheapest < BestCost + 1e-9) return false;
+        double Cheapest = GetLowestCost(Encoder, Context, Length - 1, Length, Search);
+        if (Cheapest < Search.BestCost + 1e-9) return false;
     }
     return true;
 }
@@ -378,6 +415,8 @@ trove_match FindMatch(trove_encoder &Encoder, stream_state const &Stream, uint32
     distance_alphabets Alphabets = GetDistanceAlphabets(Position);
     if (Left < 2 || Alphabets.Window == 0) return Search.Best;
     Search.BestCost = std::log2(PriceLiteral(Encoder, Context, Position, Stream.Data[Position]));
+    Search.DistanceBound = GetDistanceBound(Encoder, Alphabets);
+    memset(Search.LowestCostKnown, 0, sizeof(Search.LowestCostKnown));
     uint32 MaxLength = Smaller(TroveMaxMatchLength, Left);
     // Every node of the shorter chains is also in the 4-byte chain, so when
     // that chain was walked to its end, the shorter ones can only add matches
@@ -388,12 +427,12 @@ trove_match FindMatch(trove_encoder &Encoder, stream_state const &Stream, uint32
             SearchChain(Encoder, Stream, Position, Context, 2, MaxLength, MaxLength, Alphabets, Search) || LongOnesSeen;
     }
     if (Search.Best.Length < 4 && Left >= 3) {
-        if (!LongOnesSeen || !ShortMatchesCannotWin(Encoder, Context, MaxLength, Alphabets, Search.BestCost)) {
+        if (!LongOnesSeen || !ShortMatchesCannotWin(Encoder, Context, MaxLength, Search)) {
             SearchChain(Encoder, Stream, Position, Context, 1, MaxLength, 3, Alphabets, Search);
         }
     }
     if (Search.Best.Length < 3 && Left >= 2) {
-        if (!LongOnesSeen || !ShortMatchesCannotWin(Encoder, Context, MaxLength, Alphabets, Search.BestCost)) {
+        if (!LongOnesSeen || !ShortMatchesCannotWin(Encoder, Context, MaxLength, Search)) {
             SearchChain(Encoder, Stream, Position, Context, 0, MaxLength, 2, Alphabets, Search);
         }
     }
@@ -412,9 +451,13 @@ void ResetModels(trove_encoder &Encoder)
     }
     ResetModel(Encoder.Low, TroveLowAlphabet, true);
     ResetModel(Encoder.High, GetHighAlphabet(TroveWindowLimit), true);
+    // A middle model no match has coded with is still as reset.
     for (int32 Index = 0; Index < TroveMiddleModelCount; ++Index) {
+        if (!Encoder.AllMiddlesUsed && !Encoder.MiddleUsed[Index]) continue;
         ResetModel(Encoder.Middle[Index], GetMiddleAlphabet(TroveWindowLimit), true);
+        Encoder.MiddleUsed[Index] = 0;
     }
+    Encoder.AllMiddlesUsed = false;
 }
 
 trove_parameters GetStreamParameters(trove_encoder const &Encoder)
@@ -450,6 +493,7 @@ void EmitMatch(trove_encoder &Encoder, uint32 &Context, uint32 Position, trove_m
     EncodeModelSymbol(Encoder.Coder, Encoder.Low, Value & 3, TroveLowAlphabet);
     EncodeModelSymbol(Encoder.Coder, Encoder.High, High, Alphabets.High);
     EncodeModelSymbol(Encoder.Coder, Encoder.Middle[High], (Value >> 2) & 0xFF, Alphabets.Middle);
+    Encoder.MiddleUsed[High] = 1;
     Encoder.MiddleBounds[High] = GetSmallestInverseProbability(Encoder.Middle[High], 256);
     double Smallest = Encoder.MiddleBounds[0];
     for (int32 Index = 1; Index < TroveMiddleModelCount; ++Index) {
@@ -579,6 +623,7 @@ void BeginTroveEncoder(trove_encoder &Encoder, void *Memory, uint32 MaxStreamSiz
     for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
         Encoder.Heads[Chain] = (uint32 *)Cursor;
         Encoder.HeadCount[Chain] = GetChainTableSize(Chain);
+        Encoder.HeadReciprocal[Chain] = ~(uint64)0 / Encoder.HeadCount[Chain] + 1;
         Cursor += sizeof(uint32) * Encoder.HeadCount[Chain];
     }
     uint16 *Units = (uint16 *)Cursor;
@@ -594,13 +639,27 @@ void BeginTroveEncoder(trove_encoder &Encoder, void *Memory, uint32 MaxStreamSiz
         Units = PlaceEncoderModel(Encoder.Middle[Index], Units, GetMiddleAlphabet(TroveWindowLimit));
     }
     Encoder.StreamsCoded = 0;
+    Encoder.MatchFinderUsed = true;
+    Encoder.AllMiddlesUsed = true;
+    memset(Encoder.MiddleUsed, 0, sizeof(Encoder.MiddleUsed));
+    Encoder.ProgressCallback = 0;
+    Encoder.ProgressData = 0;
     BeginRangeEncoder(Encoder.Coder, OutputStart, OutputLimit);
 }
 
 void EncodeTroveStream(trove_encoder &Encoder, uint8 const *Data, uint32 Size)
 {
+    if (Size == 0) {
+        // An empty stream codes nothing: its record is that of models as
+        // reset, and the models and match finder are left for the next.
+        uint32 const NoGroups[4] = {0, 0, 0, 0};
+        if (Encoder.StreamsCoded < 3) Encoder.Parameters[Encoder.StreamsCoded] = MakeTroveParameters(0, 0, NoGroups);
+        ++Encoder.StreamsCoded;
+        return;
+    }
     ResetModels(Encoder);
     ClearMatchFinder(Encoder);
+    Encoder.MatchFinderUsed = true;
     Encoder.DistanceBoundValid = false;
     for (int32 Index = 0; Index < TroveMiddleModelCount; ++Index) {
         Encoder.MiddleBounds[Index] = GetSmallestInverseProbability(Encoder.Middle[Index], 256);
@@ -614,7 +673,12 @@ void EncodeTroveStream(trove_encoder &Encoder, uint8 const *Data, uint32 Size)
     uint32 Position = 0;
     bool HaveLazy = false;
     trove_match Lazy = {0, 0};
+    uint32 Reported = 0;
     while (Position < Size) {
+        if (Position - Reported >= TroveProgressInterval && Encoder.ProgressCallback) {
+            Encoder.ProgressCallback(Encoder.ProgressData, Position - Reported);
+            Reported = Position;
+        }
         trove_match Match = HaveLazy ? Lazy : FindMatch(Encoder, Stream, Position, Context);
         HaveLazy = false;
         InsertPosition(Encoder, Stream, Position);
@@ -654,6 +718,7 @@ void EncodeTroveStream(trove_encoder &Encoder, uint8 const *Data, uint32 Size)
         }
     }
 
+    if (Size > Reported && Encoder.ProgressCallback) Encoder.ProgressCallback(Encoder.ProgressData, Size - Reported);
     if (Encoder.StreamsCoded < 3) Encoder.Parameters[Encoder.StreamsCoded] = GetStreamParameters(Encoder);
     ++Encoder.StreamsCoded;
 }

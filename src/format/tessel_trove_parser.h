@@ -47,6 +47,8 @@ struct trove_encoder
     uint32 RingMask;
     uint32 *Heads[TroveChainCount];
     uint32 HeadCount[TroveChainCount];
+    // floor(2^64 / HeadCount) + 1: bucket folding by multiplication.
+    uint64 HeadReciprocal[TroveChainCount];
     uint32 Run;
     bool8 RunValid;
     uint32 Skip;
@@ -62,6 +64,23 @@ struct trove_encoder
 
     int32 StreamsCoded;
     trove_parameters Parameters[3];
+
+    // What a stream start must put back: the match finder once a stream has
+    // used it, and the middle models a match has coded with (all of them at
+    // first, when the memory is new).
+    bool8 MatchFinderUsed;
+    bool8 AllMiddlesUsed;
+    uint8 MiddleUsed[TroveMiddleModelCount];
+
+    // Told the bytes of a stream parsed since its last call, every
+    // TroveProgressInterval bytes and at the stream's end (may be null).
+    void (*ProgressCallback)(void *Data, uint32 Bytes);
+    void *ProgressData;
+};
+
+enum
+{
+    TroveProgressInterval = 1 << 16,
 };
 
 // Work memory of an encoder whose largest stream is MaxStreamSize bytes:

@@ -1,5 +1,6 @@
 #include "geometry/tessel_mesh_builder.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "foundation/tessel_log.h"
@@ -12,28 +13,7 @@
 namespace {
 
 int32 const UnitsPerBlock = 8192;
-// At least 2^18 edge buckets, more for big meshes so that bucket chains stay
-// short: neighbours depend only on the order of sides per edge, never on the
-// bucket layout.
-int32 const MinimumEdgeBucketCount = 262144;
-
-int32 EdgeBucketCountFor(int32 TriangleCount)
-{
-    int64 Sides = 3 * (int64)TriangleCount;
-    int64 Count = MinimumEdgeBucketCount;
-    while (Count < Sides && Count < (1 << 28)) Count *= 2;
-    return (int32)Count;
-}
 int32 const ToolFrameGroups = 4;
-
-struct edge_record
-{
-    int32 A;
-    int32 B;
-    int32 Side;
-    int32 NextInBucket;
-    int32 NextOfEdge;
-};
 
 struct tangent_frame_unit
 {
@@ -42,9 +22,21 @@ struct tangent_frame_unit
     real32 TangentBinormalCross[3];
 };
 
+// Every stack here has a block directory: a unit is found without a call.
+// Indices outside the stack still go through the checked lookup.
+inline uint8 *StackUnit(stack_allocator &Stack, int32 Index)
+{
+    if ((uint32)Index < (uint32)Stack.TotalUsedUnitCount && Stack.BlockDirectory &&
+        Stack.UnitsPerBlock == UnitsPerBlock) {
+        stack_block const *Block = Stack.BlockDirectory[(uint32)Index / (uint32)UnitsPerBlock];
+        return Block->Base + (intaddrx)(Index - Block->FirstIndex) * Stack.UnitSize;
+    }
+    return (uint8 *)GetStackUnit(Stack, Index);
+}
+
 inline int32 &StackInt(stack_allocator &Stack, int32 Index)
 {
-    return *(int32 *)GetStackUnit(Stack, Index);
+    return *(int32 *)StackUnit(Stack, Index);
 }
 
 bool InitIntStack(stack_allocator &Stack, int64 MaxUnits)
@@ -156,7 +148,7 @@ bool WithinTolerance(real32 const *A, real32 const *B, int32 Count, real32 Toler
 bool SameVertex(mesh_builder *Builder, int32 Corner, int32 Vertex)
 {
     uint8 *Stored = Builder->ScratchToolVertex;
-    ConvertWithPlan(Builder->VertexToTool, GetStackUnit(Builder->VertexStack, Vertex), Stored, true);
+    ConvertWithPlan(Builder->VertexToTool, StackUnit(Builder->VertexStack, Vertex), Stored, true);
     uint8 *Wanted = Builder->CornerVertex[Corner];
     bool Same = true;
     for (int32 Group = 0; Group < ToolFrameGroups; ++Group) {
@@ -200,12 +192,13 @@ int32 WeldCorner(mesh_builder *Builder, int32 Corner, int32 Triangle)
         int32 *Source = (int32 *)NewStackUnit(Builder->SourceCorner, 0);
         if (!NewVertex || !Next || !From || !Polygon || !Source) {
             TesselError(LogCategory_MeshBuilder, "Unable to add a split vertex for control point %d", Point);
+            Builder->OutOfMemory = true;
             return Point;
         }
-        memcpy(NewVertex, GetStackUnit(Builder->VertexStack, Point), (size_t)Builder->VertexSize);
+        memcpy(NewVertex, StackUnit(Builder->VertexStack, Point), (size_t)Builder->VertexSize);
         Vertex = NewIndex;
     }
-    ConvertWithPlan(Builder->ToolToVertex, CornerValues, GetStackUnit(Builder->VertexStack, Vertex), false);
+    ConvertWithPlan(Builder->ToolToVertex, CornerValues, StackUnit(Builder->VertexStack, Vertex), false);
     StackInt(Builder->NextCoincidentVertex, Previous) = Vertex;
     StackInt(Builder->NextCoincidentVertex, Vertex) = Point;
     StackInt(Builder->FromTriangle, Vertex) = Triangle;
@@ -270,92 +263,91 @@ intaddrx AggregateTopology(mesh_builder *Builder, aggr_allocator &Aggregate, tri
     return Root;
 }
 
-uint32 EdgeBucket(mesh_builder const *Builder, int32 A, int32 B)
+struct side_entry
 {
-    return ((uint32)B * 7499u + (uint32)A) & (uint32)(Builder->EdgeBucketCount - 1);
+    int32 Other; // the side's larger end
+    int32 Side;  // Triangle * 4 + Corner
+};
+
+bool SideComesFirst(side_entry const &A, side_entry const &B)
+{
+    return A.Other < B.Other;
 }
 
-edge_record &Edge(mesh_builder *Builder, int32 Index)
+// The neighbour of a side is the next side over the same edge in triangle
+// order, the last one's the first, a lone side's itself. Sides are bucketed
+// by their smaller end (stably, so each bucket keeps triangle order) and
+// matched on their larger end within the bucket.
+bool BuildNeighbors(mesh_builder *Builder, tri_topology *Topology)
 {
-    return *(edge_record *)GetStackUnit(Builder->EdgeStack, Index);
-}
-
-int32 FindFirstOfEdge(mesh_builder *Builder, int32 A, int32 B)
-{
-    for (int32 Record = Builder->EdgeHash[EdgeBucket(Builder, A, B)]; Record != -1;
-         Record = Edge(Builder, Record).NextInBucket) {
-        edge_record &Found = Edge(Builder, Record);
-        if (Found.A == A && Found.B == B) return Record;
-    }
-    return -1;
-}
-
-void AddSide(mesh_builder *Builder, int32 X, int32 Y, int32 Side)
-{
-    int32 A = X < Y ? X : Y;
-    int32 B = X < Y ? Y : X;
-    int32 Index = -1;
-    edge_record *Record = (edge_record *)NewStackUnit(Builder->EdgeStack, &Index);
-    if (!Record) return;
-    Record->A = A;
-    Record->B = B;
-    Record->Side = Side;
-    Record->NextInBucket = -1;
-    Record->NextOfEdge = -1;
-    int32 &Head = Builder->EdgeHash[EdgeBucket(Builder, A, B)];
-    int32 FirstOfEdge = -1;
-    if (Head == -1) {
-        Head = Index;
-    } else {
-        int32 Last = Head;
-        for (;;) {
-            edge_record &Walk = Edge(Builder, Last);
-            if (FirstOfEdge == -1 && Walk.A == A && Walk.B == B) FirstOfEdge = Last;
-            if (Walk.NextInBucket == -1) break;
-            Last = Walk.NextInBucket;
-        }
-        Edge(Builder, Last).NextInBucket = Index;
-    }
-    if (FirstOfEdge != -1) {
-        int32 Last = FirstOfEdge;
-        while (Edge(Builder, Last).NextOfEdge != -1) Last = Edge(Builder, Last).NextOfEdge;
-        Edge(Builder, Last).NextOfEdge = Index;
-    }
-}
-
-int32 NeighborOf(mesh_builder *Builder, int32 X, int32 Y, int32 Side)
-{
-    int32 A = X < Y ? X : Y;
-    int32 B = X < Y ? Y : X;
-    int32 First = FindFirstOfEdge(Builder, A, B);
-    if (First == -1) return Side;
-    for (int32 Record = First; Record != -1; Record = Edge(Builder, Record).NextOfEdge) {
-        edge_record &Found = Edge(Builder, Record);
-        if (Found.Side == Side)
-            return Found.NextOfEdge != -1 ? Edge(Builder, Found.NextOfEdge).Side : Edge(Builder, First).Side;
-    }
-    return Side;
-}
-
-void BuildNeighbors(mesh_builder *Builder, tri_topology *Topology)
-{
-    int32 Triangles = Topology->IndexCount / 3;
+    int32 const Triangles = Topology->IndexCount / 3;
+    int32 const SideCount = Triangles * 3;
+    int32 const VertexCount = GetResultingVertexCount(Builder);
+    int32 const Points = Builder->ControlPointCount;
     int32 const *Indices = Topology->Indices;
-    int32 Corners[3];
-    for (int32 Pass = 0; Pass < 2; ++Pass) {
-        for (int32 Triangle = 0; Triangle < Triangles; ++Triangle) {
-            for (int32 Corner = 0; Corner < 3; ++Corner)
-                Corners[Corner] = GetOriginalVertex(Builder, Indices[Triangle * 3 + Corner]);
-            for (int32 Corner = 0; Corner < 3; ++Corner) {
-                int32 X = Corners[Corner], Y = Corners[(Corner + 1) % 3];
-                int32 Side = Triangle * 4 + Corner;
-                if (Pass == 0)
-                    AddSide(Builder, X, Y, Side);
-                else
-                    Topology->SideToNeighborMap[Triangle * 3 + Corner] = NeighborOf(Builder, X, Y, Side);
-            }
+    // Control point of each output vertex; -1 (bucket 0) for a broken ring.
+    int32 *Original = TesselAllocateArray(int32, VertexCount > 0 ? VertexCount : 1);
+    int32 *Start = TesselAllocateArray(int32, Points + 2);
+    side_entry *Entries = TesselAllocateArray(side_entry, SideCount > 0 ? SideCount : 1);
+    bool Result = Original && Start && Entries;
+    if (Result) {
+        for (int32 Vertex = 0; Vertex < VertexCount; ++Vertex) Original[Vertex] = GetOriginalVertex(Builder, Vertex);
+        memset(Start, 0, sizeof(int32) * (size_t)(Points + 2));
+        auto Ends = [&](int32 Index, int32 &Low, int32 &High) {
+            int32 Triangle = Index / 3, Corner = Index % 3;
+            int32 X = Original[Indices[Index]], Y = Original[Indices[Triangle * 3 + (Corner + 1) % 3]];
+            Low = (X < Y ? X : Y) + 1;
+            High = X < Y ? Y : X;
+        };
+        int32 Low, High;
+        for (int32 Index = 0; Index < SideCount; ++Index) {
+            Ends(Index, Low, High);
+            ++Start[Low + 1];
         }
+        for (int32 Bucket = 0; Bucket <= Points; ++Bucket) Start[Bucket + 1] += Start[Bucket];
+        for (int32 Index = 0; Index < SideCount; ++Index) {
+            Ends(Index, Low, High);
+            side_entry &Entry = Entries[Start[Low]++];
+            Entry.Other = High;
+            Entry.Side = (Index / 3) * 4 + Index % 3;
+        }
+        // Start[Bucket] is now the end of the bucket.
+        int32 Begin = 0;
+        for (int32 Bucket = 0; Bucket <= Points; ++Bucket) {
+            int32 End = Start[Bucket];
+            side_entry *List = Entries + Begin;
+            int32 Count = End - Begin;
+            if (Count > 32) std::stable_sort(List, List + Count, SideComesFirst);
+            for (int32 Index = 0; Index < Count; ++Index) {
+                int32 Match = -1;
+                if (Count > 32) {
+                    // Sorted: the group of equal ends is contiguous.
+                    if (Index + 1 < Count && List[Index + 1].Other == List[Index].Other) {
+                        Match = Index + 1;
+                    } else {
+                        Match = Index;
+                        while (Match > 0 && List[Match - 1].Other == List[Index].Other) --Match;
+                    }
+                } else {
+                    for (int32 Scan = Index + 1; Scan < Count && Match < 0; ++Scan) {
+                        if (List[Scan].Other == List[Index].Other) Match = Scan;
+                    }
+                    for (int32 Scan = 0; Scan <= Index && Match < 0; ++Scan) {
+                        if (List[Scan].Other == List[Index].Other) Match = Scan;
+                    }
+                }
+                int32 Side = List[Index].Side;
+                Topology->SideToNeighborMap[(Side >> 2) * 3 + (Side & 3)] = List[Match].Side;
+            }
+            Begin = End;
+        }
+    } else {
+        TesselError(LogCategory_MeshBuilder, "Unable to allocate the side table of %d triangles", Triangles);
     }
+    if (Original) TesselFree(Original);
+    if (Start) TesselFree(Start);
+    if (Entries) TesselFree(Entries);
+    return Result;
 }
 
 } // namespace
@@ -395,8 +387,6 @@ mesh_builder *BeginMesh(int32 VertexCount, int32 TriangleCount, int32 MaterialCo
          InitIntStack(Builder->SourceCorner, VertexMax);
     Ok = Ok && InitIntStack(Builder->TriangleVertices, 3 * (int64)TriangleCount + 3) &&
          InitIntStack(Builder->NextInMaterial, (int64)TriangleCount + 1);
-    Ok = Ok && StackInitializeWithDirectory(Builder->EdgeStack, sizeof(edge_record), UnitsPerBlock,
-                                            (int32)(3 * (int64)TriangleCount + 3));
     Ok = Ok && StackInitializeWithDirectory(Builder->VertexTangentStack, sizeof(tangent_frame_unit), UnitsPerBlock,
                                             (int32)(VertexMax > INT32_MAX ? INT32_MAX : VertexMax));
     Ok = Ok && StackInitializeWithDirectory(Builder->TriangleTangentStack, sizeof(tangent_frame_unit), UnitsPerBlock,
@@ -404,8 +394,6 @@ mesh_builder *BeginMesh(int32 VertexCount, int32 TriangleCount, int32 MaterialCo
     if (Ok) {
         Builder->BoneWeightAccumulator = TesselAllocateArray(real32, BoneCount > 0 ? BoneCount : 1);
         Builder->MaterialHead = TesselAllocateArray(int32, MaterialCount > 0 ? MaterialCount : 1);
-        Builder->EdgeBucketCount = EdgeBucketCountFor(TriangleCount);
-        Builder->EdgeHash = TesselAllocateArray(int32, Builder->EdgeBucketCount);
         Builder->TriangleOutputIndex = TesselAllocateArray(int32, TriangleCount > 0 ? TriangleCount : 1);
         for (int32 Corner = 0; Corner < 3; ++Corner)
             Builder->CornerVertex[Corner] = (uint8 *)TesselAllocate(Builder->ToolVertexSize);
@@ -415,10 +403,9 @@ mesh_builder *BeginMesh(int32 VertexCount, int32 TriangleCount, int32 MaterialCo
         Builder->ChannelNameCount = GetVertexComponentCount(VertexType);
         Builder->ChannelNames =
             TesselAllocateArray(char const *, Builder->ChannelNameCount > 0 ? Builder->ChannelNameCount : 1);
-        Ok = Builder->BoneWeightAccumulator && Builder->MaterialHead && Builder->EdgeHash &&
-             Builder->TriangleOutputIndex && Builder->CornerVertex[0] && Builder->CornerVertex[1] &&
-             Builder->CornerVertex[2] && Builder->ScratchVertex && Builder->ScratchToolVertex && Builder->PushRecord &&
-             Builder->ChannelNames;
+        Ok = Builder->BoneWeightAccumulator && Builder->MaterialHead && Builder->TriangleOutputIndex &&
+             Builder->CornerVertex[0] && Builder->CornerVertex[1] && Builder->CornerVertex[2] &&
+             Builder->ScratchVertex && Builder->ScratchToolVertex && Builder->PushRecord && Builder->ChannelNames;
     }
     if (Ok) {
         int32 MinusOne = -1;
@@ -434,7 +421,11 @@ mesh_builder *BeginMesh(int32 VertexCount, int32 TriangleCount, int32 MaterialCo
     memset(Builder->BoneWeightAccumulator, 0, sizeof(real32) * (size_t)(BoneCount > 0 ? BoneCount : 1));
     for (int32 Material = 0; Material < (MaterialCount > 0 ? MaterialCount : 1); ++Material)
         Builder->MaterialHead[Material] = -1;
-    memset(Builder->EdgeHash, 0xFF, sizeof(int32) * (size_t)Builder->EdgeBucketCount);
+    Builder->WeightMember = FindVertexMember(VertexType, "BoneWeights");
+    for (data_type_definition const *Member = VertexType; Builder->WeightMember && Member != Builder->WeightMember;
+         ++Member) {
+        Builder->WeightOffset += GetMemberTypeSize(*Member);
+    }
     memset(Builder->ChannelNames, 0,
            sizeof(char const *) * (size_t)(Builder->ChannelNameCount > 0 ? Builder->ChannelNameCount : 1));
     ClearCurrentTriangle(Builder);
@@ -459,10 +450,12 @@ void AddWeight(mesh_builder *Builder, int32 BoneIndex, real32 Weight)
 void PushVertex(mesh_builder *Builder)
 {
     CheckPointer(Builder, LogCategory_MeshBuilder, TESSEL_NOTHING);
+    if (Builder->OutOfMemory) return;
     int32 Index = -1;
     void *Vertex = NewStackUnit(Builder->VertexStack, &Index);
     if (!Vertex) {
         TesselError(LogCategory_MeshBuilder, "Unable to add vertex %d", GetStackUnitCount(Builder->VertexStack));
+        Builder->OutOfMemory = true;
         return;
     }
     ComputeVertexBoneWeights(Builder);
@@ -474,12 +467,7 @@ void PushVertex(mesh_builder *Builder)
         memcpy(Record + 12 + 4 * Weights, Builder->VertexBoneIndices, sizeof(int32) * (size_t)Weights);
     }
     ConvertWithPlan(Builder->PushToVertex, Record, Vertex, true);
-    data_type_definition const *WeightMember = FindVertexMember(Builder->VertexType, "BoneWeights");
-    if (WeightMember) {
-        matched_member Match;
-        if (FindMatchingMember(Builder->VertexType, Vertex, "BoneWeights", Match))
-            EnsureExactOneNorm(*WeightMember, Match.Address);
-    }
+    if (Builder->WeightMember) EnsureExactOneNorm(*Builder->WeightMember, (uint8 *)Vertex + Builder->WeightOffset);
     memset(Builder->CurrentPosition, 0, sizeof(Builder->CurrentPosition));
     memset(Builder->BoneWeightAccumulator, 0,
            sizeof(real32) * (size_t)(Builder->BoneCount > 0 ? Builder->BoneCount : 1));
@@ -581,22 +569,21 @@ void PushTriangle(mesh_builder *Builder)
         TesselWarning(LogCategory_MeshBuilder, "%s %d is out of range [0, %d)", "Material", Material, Materials);
         Material = 0;
     }
-    int32 Triangle = Builder->TriangleCount;
+    if (Builder->OutOfMemory) {
+        ClearCurrentTriangle(Builder);
+        return;
+    }
+    int32 Triangle = Builder->TriangleCount++;
     int32 First = -1;
-    // Out of memory: the triangle is dropped (the refused allocation
-    // already fails the export).
-    if (!NewStackUnits(Builder->TriangleVertices, 3, &First, 0)) {
-        ClearCurrentTriangle(Builder);
-        return;
-    }
-    int32 *Next = (int32 *)NewStackUnit(Builder->NextInMaterial, 0);
+    int32 *Next = 0;
+    if (NewStackUnits(Builder->TriangleVertices, 3, &First, 0)) Next = (int32 *)NewStackUnit(Builder->NextInMaterial, 0);
     if (!Next) {
-        PopStackUnits(Builder->TriangleVertices, 3);
+        TesselError(LogCategory_MeshBuilder, "Unable to add triangle %d", Triangle);
+        Builder->OutOfMemory = true;
         ClearCurrentTriangle(Builder);
         return;
     }
-    ++Builder->TriangleCount;
-    for (int32 Corner = 0; Corner < 3; ++Corner) {
+    for (int32 Corner = 0; Corner < 3 && !Builder->OutOfMemory; ++Corner) {
         StackInt(Builder->TriangleVertices, First + Corner) = WeldCorner(Builder, Corner, Triangle);
     }
     if (Builder->MaterialHead[Material] == -1) ++Builder->UsedMaterialCount;
@@ -686,6 +673,10 @@ void EndMesh(mesh_builder *Builder, void *VertexMemory, void *TopologyMemory, ve
     if (VertexDataResult) *VertexDataResult = 0;
     if (TopologyResult) *TopologyResult = 0;
     if (!Builder || !VertexMemory || !TopologyMemory) return;
+    if (Builder->OutOfMemory) {
+        TesselError(LogCategory_MeshBuilder, "The mesh ran out of memory while it was built: it has no result");
+        return;
+    }
 
     aggr_allocator Aggregate;
     vertex_data *VertexData = 0;
@@ -733,9 +724,6 @@ void EndMesh(mesh_builder *Builder, void *VertexMemory, void *TopologyMemory, ve
         SerializeStack(Builder->FromTriangle, Topology->VertexToTriangleMap);
     }
     // Neighbours are found afresh on every call.
-    if (GetStackUnitCount(Builder->EdgeStack) > 0)
-        PopStackUnits(Builder->EdgeStack, GetStackUnitCount(Builder->EdgeStack));
-    memset(Builder->EdgeHash, 0xFF, sizeof(int32) * (size_t)Builder->EdgeBucketCount);
     BuildNeighbors(Builder, Topology);
 
     if (VertexDataResult) *VertexDataResult = VertexData;
@@ -789,7 +777,6 @@ void FreeBuilder(mesh_builder *Builder)
     StackCleanUp(Builder->SourceCorner);
     StackCleanUp(Builder->TriangleVertices);
     StackCleanUp(Builder->NextInMaterial);
-    StackCleanUp(Builder->EdgeStack);
     StackCleanUp(Builder->VertexTangentStack);
     StackCleanUp(Builder->TriangleTangentStack);
     FreeConversionPlan(Builder->ToolToVertex);
@@ -799,7 +786,6 @@ void FreeBuilder(mesh_builder *Builder)
     TesselFree(Builder->PushVertexType);
     TesselFree(Builder->BoneWeightAccumulator);
     TesselFree(Builder->MaterialHead);
-    TesselFree(Builder->EdgeHash);
     TesselFree(Builder->TriangleOutputIndex);
     for (int32 Corner = 0; Corner < 3; ++Corner) TesselFree(Builder->CornerVertex[Corner]);
     TesselFree(Builder->ScratchVertex);

@@ -64,10 +64,6 @@ struct mesh_builder
     int32 MaterialCount;
     int32 UsedMaterialCount;
 
-    stack_allocator EdgeStack;
-    int32 *EdgeHash;
-    int32 EdgeBucketCount; // a power of two
-
     int32 TriangleCount;
     int32 TriangleCapacity;
     int32 CurrentMaterial;
@@ -84,6 +80,13 @@ struct mesh_builder
 
     stack_allocator VertexTangentStack;
     stack_allocator TriangleTangentStack;
+
+    // The output layout's bone weights and their offset, found once.
+    data_type_definition const *WeightMember;
+    int32 WeightOffset;
+    // Set when memory ran out on the way: later pushes do nothing and the
+    // mesh gives no result.
+    bool8 OutOfMemory;
 };
 
 mesh_builder *BeginMesh(int32 VertexCount, int32 TriangleCount, int32 MaterialCount, int32 BoneCount,

@@ -121,13 +121,20 @@ bool GetPlatformReaderSize(file_reader *Base, int32 *Size)
 
 std::atomic<int32> UniqueCounter{0};
 
+// The whole of $TMPDIR is kept; a longer one is refused, never cut.
 struct temporary_directory
 {
-    char Path[260];
+    char Path[TemporaryDirectorySize];
+    bool Valid;
     temporary_directory()
     {
         char const *Variable = getenv("TMPDIR");
         if (!Variable || !Variable[0]) Variable = "/tmp";
+        Valid = strlen(Variable) < sizeof(Path);
+        if (!Valid) {
+            Path[0] = 0;
+            return;
+        }
         CopyStringMaximum(Path, (int32)sizeof(Path), Variable);
         int32 Length = StringLength(Path);
         for (int32 Index = 0; Index < Length; ++Index) {
@@ -154,20 +161,37 @@ void ReportPlatformError(char const *CallName, char const *File, int32 Line, boo
     int Error = errno;
     char const *Text = Error ? strerror(Error) : "unknown platform error";
     Log(Fatal ? LogLevel_Error : LogLevel_Warning, LogCategory_Platform, File, Line,
-        "%s failed with error \"%s\" at %s(%d)", CallName, Text, File, Line);
+        "%s failed with error \"%s\" at %s(%d)", CallName, Text, GetBaseFileName(File), Line);
 }
 
 file_writer *CreatePlatformFileWriter(char const *FileName, bool Truncate)
 {
     CheckPointer(FileName, LogCategory_FileWriting, 0);
-    // The record first: without memory the file is not even touched.
-    platform_writer *Writer = (platform_writer *)TesselAllocate(sizeof(platform_writer));
-    if (!Writer) return 0;
     int Flags = O_WRONLY | O_CREAT | O_CLOEXEC | (Truncate ? O_TRUNC : 0);
     int Handle = open(FileName, Flags, 0644);
     if (Handle < 0) {
         ReportPlatformError("open", __FILE__, __LINE__, false);
-        TesselFree(Writer);
+        return 0;
+    }
+    return CreatePlatformFileWriterForHandle(Handle);
+}
+
+file_writer *CreateExclusiveFileWriter(char const *FileName)
+{
+    CheckPointer(FileName, LogCategory_FileWriting, 0);
+    int Handle = open(FileName, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (Handle < 0) {
+        ReportPlatformError("open", __FILE__, __LINE__, false);
+        return 0;
+    }
+    return CreatePlatformFileWriterForHandle(Handle);
+}
+
+file_writer *CreatePlatformFileWriterForHandle(int Handle)
+{
+    platform_writer *Writer = (platform_writer *)TesselAllocate(sizeof(platform_writer));
+    if (!Writer) {
+        close(Handle);
         return 0;
     }
     InitializeFileWriter(Writer->Base, DeletePlatformWriter, SeekPlatformWriter, WritePlatformWriter, DefaultBeginCRC,
@@ -179,17 +203,20 @@ file_writer *CreatePlatformFileWriter(char const *FileName, bool Truncate)
 file_reader *CreatePlatformFileReader(char const *FileName)
 {
     CheckPointer(FileName, LogCategory_FileReading, 0);
-    int Handle = open(FileName, O_RDONLY | O_CLOEXEC);
+    // Opened without blocking, so that a FIFO with no writer is refused
+    // rather than waited for; only regular files are read.
+    int Handle = open(FileName, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (Handle < 0) {
         ReportPlatformError("open", __FILE__, __LINE__, false);
         return 0;
     }
     struct stat Info;
-    if (fstat(Handle, &Info) != 0 || S_ISDIR(Info.st_mode)) {
-        TesselError(LogCategory_FileReading, "%s is not a readable file", FileName);
+    if (fstat(Handle, &Info) != 0 || !S_ISREG(Info.st_mode)) {
+        TesselError(LogCategory_FileReading, "%s is not a regular file", GetBaseFileName(FileName));
         close(Handle);
         return 0;
     }
+    fcntl(Handle, F_SETFL, fcntl(Handle, F_GETFL) & ~O_NONBLOCK);
     platform_reader *Reader = (platform_reader *)TesselAllocate(sizeof(platform_reader));
     if (!Reader) {
         close(Handle);
@@ -204,7 +231,19 @@ char const *GetTemporaryDirectory()
 {
     // Computed by the first caller; the others wait for it.
     static temporary_directory const Directory;
+    if (!Directory.Valid) {
+        TesselError(LogCategory_Platform, "The temporary directory ($TMPDIR) is longer than %d characters",
+                    (int32)sizeof(Directory.Path) - 1);
+        return 0;
+    }
     return Directory.Path;
+}
+
+char const *GetBaseFileName(char const *Path)
+{
+    if (!Path) return Path;
+    char const *Slash = strrchr(Path, '/');
+    return Slash ? Slash + 1 : Path;
 }
 
 bool FileExists(char const *FileName)

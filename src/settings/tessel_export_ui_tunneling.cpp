@@ -7,6 +7,7 @@
 #include "foundation/tessel_file_io.h"
 #include "foundation/tessel_log.h"
 #include "foundation/tessel_memory.h"
+#include "platform/tessel_platform.h"
 #include "settings/tessel_export_ui.h"
 #include "settings/tessel_settings_words.h"
 
@@ -178,12 +179,17 @@ int32 ReadNodeBlock(settings_node *Node, uint8 const *Data, int32 Size)
     for (uint32 Index = 0; Index < Count; ++Index) {
         GetWord(Reader, &Id);
         GetWord(Reader, &EntrySize);
+        bool Found = false;
         for (settings_node *Child = Node ? Node->FirstChild : nullptr; Child; Child = Child->NextSibling) {
             if (Child->Requester && Child->Requester->Id == (int32)Id) {
-                ReadNodeBlock(Child, Reader.At, (int32)EntrySize);
+                if (ReadNodeBlock(Child, Reader.At, (int32)EntrySize) != (int32)EntrySize) {
+                    NoteSettingsFlaw("a damaged block of an object's settings", (int32)Id);
+                }
+                Found = true;
                 break;
             }
         }
+        if (!Found && Node) NoteSettingsFlaw("settings of an unknown object", (int32)Id);
         SkipBytes(Reader, EntrySize);
     }
     return Length;
@@ -284,6 +290,33 @@ bool LoadSettingsFile(settings_node *Root, char const *FileName)
     return Result;
 }
 
+bool LoadSettingsFileStrictly(settings_node *Root, char const *FileName)
+{
+    CheckPointer(Root, LogCategory_Exporter, false);
+    CheckPointer(FileName, LogCategory_Exporter, false);
+    uint8 *Buffer = 0;
+    int32 Size = 0;
+    file_reader *Reader = CreatePlatformFileReader(FileName);
+    bool Read = Reader && GetReaderSize(Reader, &Size) && Size >= 0 &&
+                (Buffer = (uint8 *)TesselAllocate(Size > 0 ? Size : 1)) != 0 && ReadExactly(Reader, 0, Size, Buffer);
+    if (Reader) CloseFileReader(Reader);
+    if (!Read) {
+        if (Buffer) TesselFree(Buffer);
+        TesselError(LogCategory_Exporter, "Unable to read settings from file");
+        return false;
+    }
+    BeginStrictSettingsRead();
+    int32 Length = ReadNodeBlock(Root, Buffer, Size);
+    if (Length >= 0 && Length != Size) NoteSettingsFlaw("bytes after the end of the settings", Size - Length);
+    int32 Flaws = EndStrictSettingsRead();
+    TesselFree(Buffer);
+    if (Length < 0 || Flaws > 0) return false;
+    for (settings_node *Child = Root->FirstChild; Child; Child = Child->NextSibling) {
+        SpreadSettings(Child, Root->Requester, false, false);
+    }
+    return true;
+}
+
 uint8 *WriteSettingsToMemory(settings_node const *Root, int32 *Size)
 {
     CheckPointer(Root, LogCategory_Exporter, nullptr);
@@ -301,9 +334,14 @@ bool WriteSettingsFile(settings_node const *Root, char const *FileName)
     int32 Size = 0;
     uint8 *Buffer = WriteSettingsToMemory(Root, &Size);
     if (!Buffer) return false;
-    file_writer *Writer = CreatePlatformFileWriter(FileName, true);
+    // Replaced whole or not at all, like an exported file.
+    file_writer *Writer = CreateOutputFileWriter(FileName);
     bool Result = Writer && Write(Writer, Size, Buffer);
-    DeleteFileWriter(Writer);
+    if (Result) {
+        Result = CommitOutputFileWriter(Writer);
+    } else {
+        DeleteFileWriter(Writer);
+    }
     TesselFree(Buffer);
     if (!Result) TesselError(LogCategory_Exporter, "Unable to write settings file %s", FileName);
     return Result;

@@ -61,6 +61,11 @@ int32 ReadNodeBlock(settings_node *Node, uint8 const *Data, int32 Size);
 // and spreads the root's values down without force. False (defaults kept)
 // when the file can't be opened or read, or is malformed.
 bool LoadSettingsFile(settings_node *Root, char const *FileName);
+// The same, for a caller that must not act on a damaged file: false (with
+// the reasons logged) unless the whole file is well-formed and every id,
+// size and value in it is one this release knows. The tree may be partly
+// changed when the result is false; load into a scratch tree to check first.
+bool LoadSettingsFileStrictly(settings_node *Root, char const *FileName);
 // Writes the root's node block with all levels below it.
 bool WriteSettingsFile(settings_node const *Root, char const *FileName);
 // The same into a block from the allocation hook (free with TesselFree).

@@ -243,3 +243,12 @@ int32 MeasureRequesterBlock(uint8 const *Data, int32 Size);
 // block). Unknown ids are skipped by their size. Returns the bytes the block
 // took, or -1 when it is malformed ("Corrupted settings data encountered").
 int32 ReadRequesterBlock(requester *Requester, uint8 const *Data, int32 Size);
+
+// Strict reading. Between Begin and End, everything that a lenient read
+// passes over (an unknown id, a value of the wrong size or out of range, a
+// damaged nested block, bytes left over) is logged as an error and counted;
+// End returns the count. Reading itself is unchanged. Per thread.
+void BeginStrictSettingsRead();
+int32 EndStrictSettingsRead();
+// Counts (and, while strict, logs) one flaw of the data being read.
+void NoteSettingsFlaw(char const *What, int32 Id);

@@ -146,6 +146,32 @@ static requester *FindOwnChild(requester *Requester, int32 Id)
     return nullptr;
 }
 
+static thread_local bool StrictRead = false;
+static thread_local int32 FlawCount = 0;
+
+void BeginStrictSettingsRead()
+{
+    StrictRead = true;
+    FlawCount = 0;
+}
+
+int32 EndStrictSettingsRead()
+{
+    StrictRead = false;
+    return FlawCount;
+}
+
+void NoteSettingsFlaw(char const *What, int32 Id)
+{
+    ++FlawCount;
+    if (StrictRead) TesselError(LogCategory_Exporter, "Damaged settings data: %s (id %d)", What, Id);
+}
+
+static bool IsFlag(uint32 Word)
+{
+    return Word == 0 || Word == 1;
+}
+
 // Reads one stored value into Setting. A value too short for the setting's
 // kind (a kind that changed between releases) is ignored; values outside the
 // setting's range are brought into it.
@@ -155,17 +181,25 @@ static void ReadValue(setting *Setting, uint8 const *Data, int32 Size)
     uint32 Overridden, Current;
     switch (Setting->Kind) {
     case SettingKind_Checkbox:
+        if (Size != 8) NoteSettingsFlaw("a value of the wrong size", Setting->Id);
         if (Size < 8) return;
         GetWord(Reader, &Overridden);
         GetWord(Reader, &Current);
+        if (!IsFlag(Overridden) || !IsFlag(Current))
+            NoteSettingsFlaw("a checkbox that is neither 0 nor 1", Setting->Id);
         Setting->Overridden = Overridden ? 1 : 0;
         Setting->Value.Checkbox.Current = Current ? 1 : 0;
         break;
     case SettingKind_Number: {
+        if (Size != 8) NoteSettingsFlaw("a value of the wrong size", Setting->Id);
         if (Size < 8) return;
         real32 FloatOverridden, Value;
         GetFloat(Reader, &FloatOverridden);
         GetFloat(Reader, &Value);
+        if ((FloatOverridden != 0.0f && FloatOverridden != 1.0f) || Value != Value ||
+            Value < Setting->Value.Number.LowerBound || Value > Setting->Value.Number.UpperBound) {
+            NoteSettingsFlaw("a number out of its range", Setting->Id);
+        }
         // NaN counts as set, like any value that is not 0.0.
         Setting->Overridden = (FloatOverridden != 0.0f) ? 1 : 0;
         number_value &Number = Setting->Value.Number;
@@ -177,9 +211,14 @@ static void ReadValue(setting *Setting, uint8 const *Data, int32 Size)
         break;
     }
     case SettingKind_Slider: {
+        if (Size != 8) NoteSettingsFlaw("a value of the wrong size", Setting->Id);
         if (Size < 8) return;
         GetWord(Reader, &Overridden);
         GetWord(Reader, &Current);
+        if (!IsFlag(Overridden) || (int32)Current < Setting->Value.Slider.LowerBound ||
+            (int32)Current > Setting->Value.Slider.UpperBound) {
+            NoteSettingsFlaw("a slider out of its range", Setting->Id);
+        }
         Setting->Overridden = Overridden ? 1 : 0;
         slider_value &Slider = Setting->Value.Slider;
         int32 Position = (int32)Current;
@@ -189,18 +228,25 @@ static void ReadValue(setting *Setting, uint8 const *Data, int32 Size)
         break;
     }
     case SettingKind_Combobox: {
+        combobox_value &Combobox = Setting->Value.Combobox;
+        if (Combobox.List ? Size < 8 : Size != 4) NoteSettingsFlaw("a value of the wrong size", Setting->Id);
         if (Size < 4) return;
         GetWord(Reader, &Overridden);
+        if (!IsFlag(Overridden)) NoteSettingsFlaw("a choice flag that is neither 0 nor 1", Setting->Id);
         Setting->Overridden = Overridden ? 1 : 0;
-        combobox_value &Combobox = Setting->Value.Combobox;
         if (!Combobox.List || Size < 8) break;
         GetWord(Reader, &Current);
         if (Current == 0) {
             Combobox.Current = nullptr;
         } else if (requester *Choice = FindChoice(Setting, (int32)Current)) {
             Combobox.Current = Choice;
-        } // a choice this release doesn't know keeps the current one
-        if (Size > 8) ReadRequesterBlock(Combobox.List, Data + 8, Size - 8);
+        } else {
+            // a choice this release doesn't know keeps the current one
+            NoteSettingsFlaw("an unknown choice", Setting->Id);
+        }
+        if (Size > 8 && ReadRequesterBlock(Combobox.List, Data + 8, Size - 8) != Size - 8) {
+            NoteSettingsFlaw("a damaged list of choices", Setting->Id);
+        }
         break;
     }
     default: break;
@@ -225,6 +271,8 @@ int32 ReadRequesterBlock(requester *Requester, uint8 const *Data, int32 Size)
         GetWord(Reader, &EntrySize);
         if (setting *Setting = FindOwnSetting(Requester, (int32)Id)) {
             ReadValue(Setting, Reader.At, (int32)EntrySize);
+        } else if (Requester) {
+            NoteSettingsFlaw("an unknown setting", (int32)Id);
         }
         SkipBytes(Reader, EntrySize);
     }
@@ -234,7 +282,11 @@ int32 ReadRequesterBlock(requester *Requester, uint8 const *Data, int32 Size)
         GetWord(Reader, &EntrySize);
         if (requester *Child = FindOwnChild(Requester, (int32)Id)) {
             // A broken child is logged and skipped by its size.
-            ReadRequesterBlock(Child, Reader.At, (int32)EntrySize);
+            if (ReadRequesterBlock(Child, Reader.At, (int32)EntrySize) != (int32)EntrySize) {
+                NoteSettingsFlaw("a damaged group of settings", (int32)Id);
+            }
+        } else if (Requester) {
+            NoteSettingsFlaw("an unknown group of settings", (int32)Id);
         }
         SkipBytes(Reader, EntrySize);
     }

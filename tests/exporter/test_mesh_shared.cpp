@@ -151,26 +151,36 @@ struct mesh_checks
     }
 };
 
-// Where the skin puts a control point in the scene's current pose, from the
-// matrices as the file stores them: the sum over the clusters that hold it
-// of weight x point x Transform x link global.
+// Where the skin puts a control point at rest, from the matrices as the
+// file stores them: the sum over the clusters that hold it of weight x point
+// x geometric x Transform x TransformLink, divided by the weights' sum (the
+// modelled mesh). A point without weight follows its node's bind world.
+// (This used to take the links' static globals and raw weights: vertices
+// stood in the static pose and shrank where weights fell short of 1.)
 KFbxVector4 DeformedPoint(KFbxMesh *Mesh, int32 Point, double &WeightSum)
 {
     WeightSum = 0;
     KFbxSkin *Skin = (KFbxSkin *)Mesh->GetDeformer(0, FbxDeformer_Skin);
+    AffineMatrix Geometric = Mesh->GetNode()->GetGeometricTransform();
     KFbxVector4 Result;
     for (int32 C = 0; C < Skin->GetClusterCount(); ++C) {
         KFbxCluster *Cluster = Skin->GetCluster(C);
         for (int32 E = 0; E < Cluster->GetControlPointIndicesCount(); ++E) {
             if (Cluster->GetControlPointIndices()[E] != Point) continue;
-            AffineMatrix Link = Cluster->GetLink() ? Cluster->GetLink()->GetGlobalTransformDefault() : AffineMatrix();
-            KFbxVector4 Moved = (Link * Cluster->GetStoredTransform()).MultT(Mesh->GetControlPoints()[Point]);
-            double Weight = (real32)Cluster->GetControlPointWeights()[E];
+            AffineMatrix Placement = Cluster->GetStoredTransformLink() * Cluster->GetStoredTransform() * Geometric;
+            KFbxVector4 Moved = Placement.MultT(Mesh->GetControlPoints()[Point]);
+            double Weight = Cluster->GetControlPointWeights()[E];
             for (int A = 0; A < 3; ++A) Result[A] += Weight * Moved[A];
             WeightSum += Weight;
             break;
         }
     }
+    if (!(WeightSum > 0)) {
+        WeightSum = 1;
+        return (Mesh->GetNode()->GetBindWorld() * Geometric).MultT(Mesh->GetControlPoints()[Point]);
+    }
+    for (int A = 0; A < 3; ++A) Result[A] /= WeightSum;
+    WeightSum = 1;
     return Result;
 }
 
@@ -232,7 +242,7 @@ void CheckSkinnedVertices(mesh_fixture &Fixture, pose_counts &Counts)
         mesh const *Mesh = ToolMesh->FileMesh;
         if (!FBXMesh->GetDeformerCount(FbxDeformer_Skin) || !Mesh || !Mesh->PrimaryVertexData) continue;
         skeleton const *Skeleton = ToolMesh->Model->Skeleton;
-        AffineMatrix Global = FBXMesh->GetNode()->GetGlobalTransformDefault();
+        AffineMatrix Global = FBXMesh->GetNode()->GetBindWorld() * FBXMesh->GetNode()->GetGeometricTransform();
         bool BindPose = RestsInBindPose(FBXMesh);
         bool Sheared = HasShearedBindMatrices(FBXMesh);
         vertex_data const *Data = Mesh->PrimaryVertexData;
@@ -249,8 +259,6 @@ void CheckSkinnedVertices(mesh_fixture &Fixture, pose_counts &Counts)
             int32 Point = ControlPointOf(Mesh->PrimaryTopology, V, Points);
             double WeightSum = 0;
             KFbxVector4 Expected = DeformedPoint(FBXMesh, Point, WeightSum);
-            // Weights are not normalised in the skin: a point whose weights
-            // fall short of 1 moves toward the origin.
             bool Whole = std::fabs(WeightSum - 1.0) < 1e-3;
             KFbxVector4 Placed = Global.MultT(FBXMesh->GetControlPoints()[Point]);
             std::vector<double> P = VertexMember(Data, V, "Position");

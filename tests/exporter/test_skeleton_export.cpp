@@ -9,6 +9,7 @@
 
 #include "fbx_tool/fbx_tessel_tool_sampling.h"
 #include "exporter/tessel_skeleton_export.h"
+#include "geometry/tessel_transform.h"
 #include "exporter_test_files.h"
 #include "format/tessel_file_reader.h"
 #include "settings/tessel_export_ui_tunneling.h"
@@ -53,34 +54,69 @@ void ExpectWorldMatchesScene(bone const &Bone, fbx_test_scene const &Scene, int3
 
 } // namespace
 
-TEST(ToolSampling, LocalValuesAreRawPropertiesAndWorldValuesTheGlobalTransform)
+// Row-vector matrix of sampled values, through the stored transform record.
+void ComposeSampled(real32 const *Position, real32 const *Orientation, real32 const *ScaleShear, double *Matrix)
+{
+    transform Transform;
+    SetTransform(Transform, Position, Orientation, ScaleShear);
+    TransformToMatrix4x4(Transform, Matrix);
+}
+
+void ExpectNear16(double const *Actual, double const *Expected, double Tolerance, char const *What)
+{
+    for (int I = 0; I < 16; ++I) EXPECT_NEAR(Actual[I], Expected[I], Tolerance) << What << " element " << I;
+}
+
+// Locals used to be the raw properties (pre-rotation and pivots only in the
+// world values) and a top-level node's world its raw local. Now a local is
+// W(parent)^-1 W(node) and a world the full global, both split so that they
+// compose back to the scene's matrices.
+TEST(ToolSampling, LocalValuesAreRelativeToTheParentAndWorldValuesTheFullGlobal)
 {
     fbx_test_scene Scene = MakeChainScene();
+    Scene.Nodes[0].RotationPivot[0] = 0.5; // a top-level node with a pivot
+    Scene.Nodes[0].Rotation[2] = 90;
     stage_fixture Fixture;
     ASSERT_TRUE(Fixture.Begin(Scene));
-
+    char const *Names[3] = {"Hip", "Spine", "Neck"};
+    double Globals[3][16];
+    for (int N = 0; N < 3; ++N) {
+        FbxTestNodeGlobal(Scene, N, Globals[N]);
+        real32 LP[3], LO[4], LS[9], WP[3], WO[4], WS[9];
+        SampleNodeTransform(Fixture.Tool, Fixture.NodeNamed(Names[N]), LP, LO, LS, WP, WO, WS);
+        double World[16], Local[16], Expected[16];
+        ComposeSampled(WP, WO, WS, World);
+        ComposeSampled(LP, LO, LS, Local);
+        ExpectNear16(World, Globals[N], 1e-5, Names[N]);
+        if (N == 0) {
+            ExpectNear16(Local, Globals[0], 1e-5, Names[N]);
+            continue;
+        }
+        // Local x parent's global = global.
+        for (int R = 0; R < 4; ++R)
+            for (int C = 0; C < 4; ++C) {
+                Expected[R * 4 + C] = 0;
+                for (int K = 0; K < 4; ++K) Expected[R * 4 + C] += Local[R * 4 + K] * Globals[N - 1][K * 4 + C];
+            }
+        ExpectNear16(Expected, Globals[N], 1e-5, Names[N]);
+    }
+    // The spine's local rotation carries its pre-rotation: 30 about X, then 20 about Y.
     real32 LP[3], LO[4], LS[9], WP[3], WO[4], WS[9];
-    SampleNodeTransform(Fixture.Tool, Fixture.NodeNamed("Hip"), LP, LO, LS, WP, WO, WS);
-    EXPECT_NEAR(LO[2], 0.70710678f, 1e-6f);
-    EXPECT_NEAR(LO[3], 0.70710678f, 1e-6f);
-    EXPECT_EQ(LP[0], 1.0f);
-    // Top level: the world values are the local ones.
-    EXPECT_EQ(0, memcmp(LP, WP, sizeof(LP)));
-    EXPECT_EQ(0, memcmp(LO, WO, sizeof(LO)));
-    EXPECT_EQ(0, memcmp(LS, WS, sizeof(LS)));
-
-    // The pre-rotation is in the world value only.
     SampleNodeTransform(Fixture.Tool, Fixture.NodeNamed("Spine"), LP, LO, LS, WP, WO, WS);
-    EXPECT_NEAR(LO[0], 0.0f, 1e-6f);
-    EXPECT_NEAR(LO[1], std::sin(10.0 * M_PI / 180.0), 1e-6);
-    double Global[16];
-    FbxTestNodeGlobal(Scene, 1, Global);
-    for (int Axis = 0; Axis < 3; ++Axis) EXPECT_NEAR(WP[Axis], Global[12 + Axis], 1e-5) << Axis;
-
+    double Half30 = 15.0 * M_PI / 180.0, Half20 = 10.0 * M_PI / 180.0;
+    EXPECT_NEAR(LO[0], std::sin(Half30) * std::cos(Half20), 1e-6);
+    EXPECT_NEAR(LO[1], std::cos(Half30) * std::sin(Half20), 1e-6);
+    EXPECT_NEAR(LO[2], std::sin(Half30) * std::sin(Half20), 1e-6);
+    EXPECT_NEAR(LO[3], std::cos(Half30) * std::cos(Half20), 1e-6);
+    // The animation local against an explicit parent is the same split.
+    real32 RP[3], RO[4], RS[9];
+    SampleNodeRelativeTransform(Fixture.Tool, Fixture.NodeNamed("Spine"), Fixture.NodeNamed("Hip"), RP, RO, RS);
+    EXPECT_EQ(0, memcmp(RP, LP, sizeof(RP)));
+    EXPECT_EQ(0, memcmp(RO, LO, sizeof(RO)));
+    EXPECT_EQ(0, memcmp(RS, LS, sizeof(RS)));
     SampleNodeTransform(Fixture.Tool, Fixture.NodeNamed("Neck"), LP, LO, LS, WP, WO, WS);
-    EXPECT_EQ(LS[0], 0.5f);
-    EXPECT_EQ(LS[1], 0.0f);
-    EXPECT_NEAR(WS[4], 0.5f, 1e-6f);
+    EXPECT_NEAR(LS[0], 0.5f, 1e-6f);
+    EXPECT_NEAR(LS[1], 0.0f, 1e-6f);
 }
 
 TEST(ToolSampling, SampleTimesAndFrameCountsOfTakesAndRanges)
@@ -111,15 +147,19 @@ TEST(ToolSampling, SampleTimesAndFrameCountsOfTakesAndRanges)
     SetAnimationSampleTime(Fixture.Tool, WholeRange, 3, 4);
     EXPECT_EQ(Fixture.Tool->CurrentTime, (Second / 4) * 3);
 
-    // Without ranges the take is read from 0 for its length.
+    // Without ranges the take is read over its own span, 10 to 20 seconds
+    // (it used to be read from 0 for its length, another take's motion in
+    // files with several).
     tool_animation TakeOnly = *WholeRange;
     TakeOnly.HasRange = false;
     EXPECT_EQ(GetAnimationFrameCount(Fixture.Tool, &TakeOnly), 300);
     SetAnimationSampleTime(Fixture.Tool, &TakeOnly, 1, 4);
-    EXPECT_EQ(Fixture.Tool->CurrentTime, 10 * Second / 4);
+    EXPECT_EQ(Fixture.Tool->CurrentTime, 10 * Second + 10 * Second / 4);
     real32 LP[3], LO[4], LS[9], WP[3], WO[4], WS[9];
     SampleNodeTransform(Fixture.Tool, Fixture.NodeNamed("Hip"), LP, LO, LS, WP, WO, WS);
-    EXPECT_NEAR(LP[0], 2.5f, 1e-4f);
+    EXPECT_NEAR(LP[0], 12.5f, 1e-4f);
+    SampleNodeRelativeTransform(Fixture.Tool, Fixture.NodeNamed("Hip"), nullptr, LP, LO, LS);
+    EXPECT_NEAR(LP[0], 12.5f, 1e-4f);
     ResetToolTime(Fixture.Tool);
     SampleNodeTransform(Fixture.Tool, Fixture.NodeNamed("Hip"), LP, LO, LS, WP, WO, WS);
     EXPECT_EQ(LP[0], 1.0f);

@@ -1,7 +1,9 @@
-// Bone world matrices of exported files against values computed elsewhere:
-// the matrices Blender printed for the scenes it made, and for every file of
-// the shared FBX folder a composition of each node's local properties with
-// plain matrix math. Every exported file is read back with the TS2 reader.
+// Bone world matrices of exported files against the bind matrices Blender
+// printed for the scenes it made, and every file of the shared FBX folder
+// through a whole export and back through the TS2 reader. (The shared files
+// were compared here with a composition of each node's static properties;
+// bones now stand in the bind pose, which test_corpus_transforms checks
+// against the independent reader's bind worlds.)
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -23,15 +25,14 @@ using namespace fbx_tool;
 
 namespace {
 
-// The world matrix Blender printed for a node at the first sample of the
-// first take: the node's entry after the first "samples", then its "world".
-bool ReadBlenderWorld(std::string const &Json, std::string const &Node, double World[16])
+// The bind world matrix Blender printed for a node: the "bind_world" of its
+// entry in "nodes" (rows are axis images, as files store matrices).
+bool ReadBlenderBindWorld(std::string const &Json, std::string const &Node, double World[16])
 {
-    size_t At = Json.find("\"samples\"", Json.find("\"takes\""));
-    At = At == std::string::npos ? At : Json.find("\"" + Node + "\": {", At);
-    At = At == std::string::npos ? At : Json.find("\"world\"", At);
+    size_t At = Json.find("\"name\": \"" + Node + "\"", Json.find("\"nodes\""));
+    At = At == std::string::npos ? At : Json.find("\"bind_world\"", At);
     if (At == std::string::npos) return false;
-    char const *Text = Json.c_str() + At + 8;
+    char const *Text = Json.c_str() + At + 13;
     for (int I = 0; I < 16; ++I) {
         while (*Text && !strchr("-0123456789", *Text)) ++Text;
         char *End = nullptr;
@@ -61,98 +62,6 @@ bool RunOneExport(fbx_tool_interface *Tool, std::string const &Output)
     return RunExport(Tool, Output.c_str(), &Options, nullptr);
 }
 
-// Expected world matrices of the nodes whose exported world is the scene's
-// global transform: the node's local matrix with offsets, pivots and
-// pre/post-rotation, composed up the chain of parents. Nodes that the
-// composition can't stand for (inherit types other than the default, the
-// spheric order, sheared or collapsed results) and top-level nodes with more than
-// translation, rotation and scale are left out: top-level bones carry their
-// raw local values.
-struct expected_worlds
-{
-    std::map<std::string, std::vector<double>> Worlds; // row-vector, as files store them
-    std::map<std::string, int> NameCounts;
-};
-
-mat4 ComposeLocal(KFbxNode *Node)
-{
-    KFbxVector4 T = Node->GetLocalTranslation(KTime(0)), R = Node->GetLocalRotation(KTime(0)),
-                S = Node->GetLocalScaling(KTime(0));
-    double Angles[3] = {R[0], R[1], R[2]};
-    mat4 Rotation = Euler4(Angles, 0);
-    if (Node->RotationActive && !Node->RotationSpaceForLimitOnly) {
-        Rotation = Euler4(Angles, Node->RotationOrder);
-        if (Node->PreRotation.InUse) {
-            double Pre[3] = {Node->PreRotation.Value[0], Node->PreRotation.Value[1], Node->PreRotation.Value[2]};
-            Rotation = Euler4(Pre, 0) * Rotation;
-        }
-        if (Node->PostRotation.InUse) {
-            double Post[3] = {Node->PostRotation.Value[0], Node->PostRotation.Value[1], Node->PostRotation.Value[2]};
-            Rotation = Rotation * Transpose4(Euler4(Post, 0));
-        }
-    }
-    auto Offset = [](fbx_optional_vector const &V, double Sign) {
-        return V.InUse ? Translate4(Sign * V.Value[0], Sign * V.Value[1], Sign * V.Value[2]) : Identity4();
-    };
-    return Translate4(T[0], T[1], T[2]) * Offset(Node->RotationOffset, 1) * Offset(Node->RotationPivot, 1) * Rotation *
-           Offset(Node->RotationPivot, -1) * Offset(Node->ScalingOffset, 1) * Offset(Node->ScalingPivot, 1) *
-           Scale4(S[0], S[1], S[2]) * Offset(Node->ScalingPivot, -1);
-}
-
-bool IsPlainLocal(KFbxNode *Node)
-{
-    bool NoRotationExtras = !Node->RotationActive || Node->RotationSpaceForLimitOnly ||
-                            (Node->RotationOrder == 0 && !Node->PreRotation.InUse && !Node->PostRotation.InUse);
-    return NoRotationExtras && !Node->RotationOffset.InUse && !Node->RotationPivot.InUse &&
-           !Node->ScalingOffset.InUse && !Node->ScalingPivot.InUse;
-}
-
-// Shear (axes not at right angles) or a collapsed axis: a bone transform
-// of position, rotation and per-axis scale can't stand for such a matrix,
-// and a collapsed one has no inverse to store.
-bool IsUnrepresentable(mat4 const &M)
-{
-    double Length[3];
-    for (int A = 0; A < 3; ++A)
-        Length[A] = std::sqrt(M.M[0][A] * M.M[0][A] + M.M[1][A] * M.M[1][A] + M.M[2][A] * M.M[2][A]);
-    double Largest = std::fmax(Length[0], std::fmax(Length[1], Length[2]));
-    for (int A = 0; A < 3; ++A) {
-        if (Length[A] < 1e-3 * Largest || Length[A] < 1e-6) return true;
-        for (int B = A + 1; B < 3; ++B) {
-            double Dot = M.M[0][A] * M.M[0][B] + M.M[1][A] * M.M[1][B] + M.M[2][A] * M.M[2][B];
-            if (std::fabs(Dot) > 1e-6 * Length[A] * Length[B]) return true;
-        }
-    }
-    return false;
-}
-
-void CollectWorlds(KFbxNode *Node, mat4 const &ParentWorld, bool Composable, bool TopLevel, expected_worlds &Result)
-{
-    mat4 World = ParentWorld * ComposeLocal(Node);
-    bool Usable = Composable && Node->InheritType == FbxInherit_RSrs && Node->RotationOrder < 6;
-    std::string Name = Node->GetName() ? Node->GetName() : "";
-    ++Result.NameCounts[Name];
-    if (Usable && !IsUnrepresentable(World) && (!TopLevel || IsPlainLocal(Node))) {
-        std::vector<double> &Row = Result.Worlds[Name];
-        for (int R = 0; R < 4; ++R)
-            for (int C = 0; C < 4; ++C) Row.push_back(World.M[C][R]);
-    }
-    for (int32 I = 0; I < Node->GetChildCount(); ++I) {
-        if (Node->GetChild(I)) CollectWorlds(Node->GetChild(I), World, Usable, false, Result);
-    }
-}
-
-expected_worlds ComputeExpectedWorlds(KFbxScene *Scene)
-{
-    expected_worlds Result;
-    Scene->SetCurrentTake("Default");
-    KFbxNode *Root = Scene->GetRootNode();
-    for (int32 I = 0; Root && I < Root->GetChildCount(); ++I) {
-        if (Root->GetChild(I)) CollectWorlds(Root->GetChild(I), Identity4(), true, true, Result);
-    }
-    return Result;
-}
-
 } // namespace
 
 TEST(SkeletonWorlds, BlenderScenesMatchTheMatricesBlenderPrinted)
@@ -178,11 +87,12 @@ TEST(SkeletonWorlds, BlenderScenesMatchTheMatricesBlenderPrinted)
             return N;
         };
         EXPECT_EQ(Skeleton->BoneCount, Count("\"type\"") - Count("\"type\": \"Mesh\""));
-        // The nodes' static values are the first frame of the first take.
+        // Bones stand in the bind pose (they used to stand in the static pose,
+        // the first frame of the first take).
         for (int32 I = 0; I < Skeleton->BoneCount; ++I) {
             bone const &Bone = Skeleton->Bones[I];
             double World[16];
-            ASSERT_TRUE(ReadBlenderWorld(Json, Bone.Name, World)) << Bone.Name;
+            ASSERT_TRUE(ReadBlenderBindWorld(Json, Bone.Name, World)) << Bone.Name;
             EXPECT_LT(InverseMismatch(Bone, World), 1e-4) << Bone.Name;
         }
         remove(Output.c_str());
@@ -195,7 +105,7 @@ TEST(SkeletonWorlds, EveryLoadableSharedFileExportsWithBonesWhereTheSceneHasThem
     if (Files.empty()) GTEST_SKIP() << "shared FBX files not found in " << TESSEL_SHARED_FBX_DIR;
     log_capture Quiet;
     int32 Before = LiveBlocks();
-    int Exported = 0, Refused = 0, Compared = 0, Bones = 0;
+    int Exported = 0, Refused = 0, Bones = 0;
     std::string Output = PrivateTemporaryDirectory() + "/output_shared.ts2";
     for (std::string const &Path : Files) {
         SCOPED_TRACE(Path);
@@ -206,7 +116,6 @@ TEST(SkeletonWorlds, EveryLoadableSharedFileExportsWithBonesWhereTheSceneHasThem
             DestroyToolInterface(Tool);
             continue;
         }
-        expected_worlds Expected = ComputeExpectedWorlds(Tool->FBX->Scene);
         bool Written = RunOneExport(Tool, Output);
         DestroyToolInterface(Tool);
         ASSERT_TRUE(Written);
@@ -221,10 +130,6 @@ TEST(SkeletonWorlds, EveryLoadableSharedFileExportsWithBonesWhereTheSceneHasThem
                 bone const &Bone = Skeleton->Bones[I];
                 EXPECT_LT(Bone.ParentIndex, I);
                 ++Bones;
-                auto Found = Expected.Worlds.find(Bone.Name ? Bone.Name : "");
-                if (Found == Expected.Worlds.end() || Expected.NameCounts[Found->first] != 1) continue;
-                EXPECT_LT(InverseMismatch(Bone, Found->second.data()), 1e-4) << Bone.Name;
-                ++Compared;
             }
         }
         remove(Output.c_str());
@@ -232,7 +137,5 @@ TEST(SkeletonWorlds, EveryLoadableSharedFileExportsWithBonesWhereTheSceneHasThem
     EXPECT_EQ(LiveBlocks(), Before);
     EXPECT_TRUE(ListTemporaryFiles().empty());
     EXPECT_GT(Exported, 0);
-    EXPECT_GT(Compared, 0);
-    std::printf("shared files: %d exported, %d refused by the reader; %d of %d bone worlds compared\n", Exported,
-                Refused, Compared, Bones);
+    std::printf("shared files: %d exported, %d refused by the reader, %d bones\n", Exported, Refused, Bones);
 }

@@ -3,6 +3,9 @@
 // forms, and broken input (truncation, absurd sizes, deep nesting).
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cstring>
 #include <string>
 #include <vector>
@@ -544,4 +547,25 @@ TEST(FbxFields, CursorReadsFieldsAndValuesInTurn)
         EXPECT_EQ(Count, 6);
         EXPECT_EQ(Indices[5], -5);
     }
+}
+
+// A huge file that is neither binary FBX nor text is refused by its first
+// bytes, before any of it is read into memory; a FIFO is not waited on.
+TEST(FbxFields, FilesAreJudgedBeforeTheyAreReadWhole)
+{
+    std::string Path = SaveFbxTestFile("sparse.fbx", std::vector<uint8_t>(16, 0));
+    ASSERT_FALSE(Path.empty());
+    ASSERT_EQ(truncate(Path.c_str(), 0x7FFFFFFF), 0);
+    log_capture Quiet;
+    int32 Live = LiveBlocks();
+    KFbx Fbx;
+    EXPECT_FALSE(Fbx.ProjectOpenFile(Path.c_str()));
+    EXPECT_NE(std::string(Fbx.GetErrorText()).find("neither"), std::string::npos) << Fbx.GetErrorText();
+    EXPECT_EQ(Live, LiveBlocks());
+    remove(Path.c_str());
+
+    std::string Fifo = Path + ".fifo";
+    ASSERT_EQ(mkfifo(Fifo.c_str(), 0600), 0);
+    EXPECT_FALSE(Fbx.ProjectOpenFile(Fifo.c_str()));
+    remove(Fifo.c_str());
 }

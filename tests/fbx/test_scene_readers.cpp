@@ -143,3 +143,33 @@ TEST(SceneReaders, Fbx5ModelsWithChildrenLinksAndTakeDefaults)
         ASSERT_NE(Loaded.Scene->GetTakeInfo("Take 001"), nullptr);
     }
 }
+
+// An ASCII file cut at the end of a top-level block still parses as text;
+// without its objects or their connections it must be refused, not read as
+// an empty scene. A cut inside a block is refused by the parser.
+TEST(SceneReaders, AsciiFilesCutShortAreRefused)
+{
+    FILE *File = fopen(TESSEL_SOURCE_DIR "/fuzz/corpus/fbx_ascii/arm_6100.fbx", "rb");
+    ASSERT_NE(File, nullptr);
+    std::vector<uint8_t> Whole;
+    for (int Byte; (Byte = fgetc(File)) != EOF;) Whole.push_back((uint8_t)Byte);
+    fclose(File);
+    std::string Text(Whole.begin(), Whole.end());
+
+    loaded_scene Loaded;
+    ASSERT_TRUE(LoadFbxBytes(Whole, Loaded)) << Loaded.Error;
+    struct
+    {
+        char const *CutBefore;
+        char const *Missing;
+    } const Cuts[] = {{"\nDefinitions:", "Objects"}, {"\nConnections:", "Connections"}};
+    for (auto const &Cut : Cuts) {
+        size_t At = Text.find(Cut.CutBefore);
+        ASSERT_NE(At, std::string::npos);
+        std::vector<uint8_t> Short(Whole.begin(), Whole.begin() + (long)At + 1);
+        EXPECT_FALSE(LoadFbxBytes(Short, Loaded)) << Cut.CutBefore;
+        EXPECT_NE(Loaded.Error.find(Cut.Missing), std::string::npos) << Loaded.Error;
+    }
+    std::vector<uint8_t> MidBlock(Whole.begin(), Whole.begin() + (long)Whole.size() / 20);
+    EXPECT_FALSE(LoadFbxBytes(MidBlock, Loaded));
+}

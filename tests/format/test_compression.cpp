@@ -293,6 +293,18 @@ TEST(Compression, DecoderSurvivesDamagedInput)
         if (!ExpandSection(Trove1Compression, false, Damaged, Sizes, Expanded)) ++Failures;
     }
     EXPECT_GT(Failures, 0);
+    // A section that claims far more than its stored bytes code is refused
+    // as soon as the decoder runs out of them, not filled from zeros.
+    size_t Real = Concatenate(Streams).size();
+    for (size_t Scale : {2, 64}) {
+        byte_vector Claimed(Real * Scale, 0xAB);
+        int32 Stop1 = (int32)(Sizes[0] + Sizes[1]);
+        EXPECT_FALSE(DecompressData(Trove1Compression, false, (int32)Stored.size(), Stored.data(), (int32)Sizes[0],
+                                    Stop1, (int32)Claimed.size(), Claimed.data()));
+        size_t Written = Claimed.size();
+        while (Written > 0 && Claimed[Written - 1] == 0xAB) --Written;
+        EXPECT_LT(Written, Real + 4096) << Scale;
+    }
     // Stops out of order are refused before decoding.
     byte_vector Out(Concatenate(Streams).size());
     EXPECT_FALSE(DecompressData(Trove1Compression, false, (int32)Stored.size(), Stored.data(), 10, 5, 20, Out.data()));
@@ -332,6 +344,24 @@ TEST(Compression, ExportedSectionsDecodeAndCodeToTheSameBytes)
         ++Coded;
     }
     EXPECT_GE(Coded, 3);
+    FreeFile(File);
+
+    // The reader's memory limit holds for the sections of one file together.
+    File = ReadFileFromReader(Reader);
+    ASSERT_NE(File, nullptr);
+    Headers = GetFileSectionHeaders(*File);
+    uint32 Total = 0;
+    for (int32 Index = 0; Index < File->SectionCount; ++Index) Total += (Headers[Index].ExpandedDataSize + 3) & ~3u;
+    SetFileReaderMemoryLimit(Total - 4);
+    bool AllRead = true;
+    {
+        log_capture Quiet;
+        for (int32 Index = 0; Index < File->SectionCount; ++Index)
+            AllRead = ReadFileSection(Reader, *File, Index) && AllRead;
+        EXPECT_TRUE(Quiet.Contains("limit"));
+    }
+    EXPECT_FALSE(AllRead);
+    SetFileReaderMemoryLimit(0);
     FreeFile(File);
     CloseFileReader(Reader);
     TesselFree(Bytes);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <dirent.h>
+#include <sys/stat.h>
 
 #include <cstring>
 #include <string>
@@ -95,12 +96,13 @@ file_location WriteType(file_builder *Builder, data_type_definition const *Type,
 
 // Root `sample` (mixed units, section 0 at alignment 16) pointing to a child
 // in section 1 at alignment 4096; section 2 is left empty.
-bool BuildSample(char const *Path, std::string *Root = 0, bool Abort = false, int32 Compression = NoCompression)
+bool BuildSample(char const *Path, std::string *Root = 0, bool Abort = false, int32 Compression = NoCompression,
+                 int32 BrokenFormat = 0)
 {
     file_builder *Builder = BeginFile(StandardSectionCount, TesselStandardFileTypeTag, GetNativeFileMagicBlock(),
                                       GetTemporaryDirectory(), "export_buffer");
     if (!Builder) return false;
-    if (Root) *Root = Builder->FileNameRoot;
+    if (Root) *Root = GetBaseFileName(Builder->TemporaryDirectory);
     SetFileSectionFormat(Builder, StandardMainSection, Compression, 16);
     SetFileSectionFormat(Builder, StandardRigidVertexSection, Compression, 4096);
     SetFileSectionFormat(Builder, StandardDiscardableSection, Compression, 4);
@@ -124,6 +126,8 @@ bool BuildSample(char const *Path, std::string *Root = 0, bool Abort = false, in
         AbortFile(Builder);
         return true;
     }
+    // A section format that fails only while the file is being finished.
+    if (BrokenFormat) Builder->Sections[StandardMainSection].Header.Format = (uint32)BrokenFormat;
     return EndFile(Builder, Path);
 }
 
@@ -223,8 +227,9 @@ TEST(FileBuilder, RepeatableAndLeavesNoTemporaryFiles)
     ASSERT_TRUE(BuildSample(0, &RootC, true));
     EXPECT_EQ(Live, LiveBlocks());
     EXPECT_NE(RootA, RootB);
-    EXPECT_NE(std::string::npos, RootA.find("export_buffer_" + std::to_string(GetProcessIdentifier())));
+    EXPECT_EQ(0u, RootA.find("export_buffer_"));
     EXPECT_EQ(0, CountTemporaryFiles(RootA));
+    EXPECT_EQ(0, CountTemporaryFiles(RootB));
     EXPECT_EQ(0, CountTemporaryFiles(RootC));
     EXPECT_EQ(ReadBytes(PathA), ReadBytes(PathB));
 
@@ -236,6 +241,49 @@ TEST(FileBuilder, RepeatableAndLeavesNoTemporaryFiles)
     EXPECT_EQ(Live, LiveBlocks());
     remove(PathA.c_str());
     remove(PathB.c_str());
+}
+
+// A failure while the file is finished, or an output that is not a regular
+// file, leaves whatever was at the output path exactly as it was.
+TEST(FileBuilder, FailedEndKeepsTheOldOutput)
+{
+    std::string Folder = OutputPath("keep");
+    ASSERT_EQ(0, mkdir(Folder.c_str(), 0700));
+    std::string Path = Folder + "/out.ts2";
+    std::vector<uint8_t> Old(1000, 0x5a);
+    FILE *File = fopen(Path.c_str(), "wb");
+    fwrite(Old.data(), 1, Old.size(), File);
+    fclose(File);
+    chmod(Path.c_str(), 0640);
+
+    log_capture Log;
+    std::string Root;
+    EXPECT_FALSE(BuildSample(Path.c_str(), &Root, false, Trove1Compression, 9));
+    EXPECT_EQ(Old, ReadBytes(Path));
+    EXPECT_EQ(0, CountTemporaryFiles(Root));
+
+    // A FIFO (or device) at the output path is refused and left in place.
+    std::string Fifo = Folder + "/fifo.ts2";
+    ASSERT_EQ(0, mkfifo(Fifo.c_str(), 0600));
+    EXPECT_FALSE(BuildSample(Fifo.c_str()));
+    struct stat Info;
+    EXPECT_TRUE(stat(Fifo.c_str(), &Info) == 0 && S_ISFIFO(Info.st_mode));
+
+    // Success replaces the file in one step, keeps its mode, and leaves only
+    // the output in the folder.
+    EXPECT_TRUE(BuildSample(Path.c_str(), 0, false, Trove1Compression));
+    EXPECT_NE(Old, ReadBytes(Path));
+    ASSERT_EQ(0, stat(Path.c_str(), &Info));
+    EXPECT_EQ(0640u, Info.st_mode & 0777);
+    int Entries = 0;
+    if (DIR *Directory = opendir(Folder.c_str())) {
+        while (dirent *Entry = readdir(Directory)) Entries += Entry->d_name[0] != '.' || strlen(Entry->d_name) > 2;
+        closedir(Directory);
+    }
+    EXPECT_EQ(2, Entries); // out.ts2 and fifo.ts2
+    remove(Path.c_str());
+    remove(Fifo.c_str());
+    rmdir(Folder.c_str());
 }
 
 TEST(FileBuilder, SectionFormatAndIndexChecks)

@@ -241,3 +241,73 @@ TEST(MeshFinishing, ExactOneNormAndIndexWidths)
     InvertTriTopologyWinding(&Topology);
     EXPECT_EQ(std::vector<int>(Indices, Indices + 5), (std::vector<int>{2, 1, 0, 3, 4}));
 }
+
+TEST(MeshBuilder, NeighbourRingsFollowTriangleOrderAroundBusyPoints)
+{
+    // A fan of 48 triangles around point 0 (more sides on one point than
+    // the short scan handles), every spoke shared, plus a fin of three on
+    // the spoke 0-1 and UV seams that split points.
+    int32 const Spokes = 48;
+    mesh_fixture Mesh(Spokes + 2, Spokes + 2);
+    for (int32 Index = 0; Index <= Spokes + 1; ++Index) Mesh.Point((real32)Index, (real32)(Index % 7));
+    for (int32 Spoke = 1; Spoke <= Spokes; ++Spoke) {
+        int32 Next = Spoke % Spokes + 1;
+        Mesh.Triangle({Up(0), Up(Spoke, (real32)(Spoke % 5)), Up(Next)}, Spoke % 2);
+    }
+    Mesh.Triangle({Up(1), Up(0), Up(Spokes + 1)});
+    Mesh.Triangle({Up(0), Up(1), Up(Spokes + 1, 0.5f)});
+    built_mesh Result = Mesh.End();
+    tri_topology const *Topology = Result.Topology;
+    int32 Triangles = Topology->IndexCount / 3;
+    ASSERT_EQ(Triangles, Spokes + 2);
+    // Canonical points: output vertices in the same place are one point.
+    std::vector<int32> Canonical(Result.Vertices->Vertices.Count);
+    for (size_t Vertex = 0; Vertex < Canonical.size(); ++Vertex) {
+        Canonical[Vertex] = (int32)Result.Vertex((int32)Vertex).Position[0];
+    }
+    ExpectNeighborsShareEdges(Topology, Canonical);
+    // Reference: the next side on the same edge in output order, wrapping.
+    auto Edge = [&](int32 Index) {
+        int32 A = Canonical[Topology->Indices[Index]];
+        int32 B = Canonical[Topology->Indices[(Index / 3) * 3 + (Index % 3 + 1) % 3]];
+        return std::make_pair(std::min(A, B), std::max(A, B));
+    };
+    for (int32 Index = 0; Index < Triangles * 3; ++Index) {
+        int32 Expected = -1;
+        for (int32 Step = 1; Step <= Triangles * 3 && Expected < 0; ++Step) {
+            int32 Other = (Index + Step) % (Triangles * 3);
+            if (Edge(Other) == Edge(Index)) Expected = (Other / 3) * 4 + Other % 3;
+        }
+        EXPECT_EQ(Topology->SideToNeighborMap[Index], Expected) << "side " << Index;
+    }
+}
+
+TEST(MeshBuilder, LayoutWithoutBoneWeightsWelds)
+{
+    data_type_definition Plain[] = {
+        {Real32Member, "Position", 0, 3, {0, 0, 0}, 0},
+        {Real32Member, "Normal", 0, 3, {0, 0, 0}, 0},
+        {EndMember, 0, 0, 0, {0, 0, 0}, 0},
+    };
+    mesh_builder *Builder = BeginMesh(3, 1, 1, 0, Plain);
+    ASSERT_NE(Builder, nullptr);
+    for (int32 Point = 0; Point < 3; ++Point) {
+        SetPosition(Builder, (real32)Point, 1, 2);
+        PushVertex(Builder);
+    }
+    for (int32 Corner = 0; Corner < 3; ++Corner) {
+        SetVertexIndex(Builder, Corner, Corner);
+        SetCornerNormal(Builder, Corner, 0, 0, 1);
+    }
+    PushTriangle(Builder);
+    std::vector<uint8> VertexMemory(GetResultingVertexDataSize(Builder));
+    std::vector<uint8> TopologyMemory(GetResultingTopologySize(Builder));
+    vertex_data *Vertices = nullptr;
+    tri_topology *Topology = nullptr;
+    EndMesh(Builder, VertexMemory.data(), TopologyMemory.data(), &Vertices, &Topology);
+    ASSERT_NE(Vertices, nullptr);
+    EXPECT_EQ(Vertices->Vertices.Count, 3);
+    real32 const *Second = (real32 const *)((uint8 const *)Vertices->Vertices.Array + 24);
+    EXPECT_EQ(std::vector<real32>(Second, Second + 6), (std::vector<real32>{1, 1, 2, 0, 0, 1}));
+    FreeBuilder(Builder);
+}

@@ -184,6 +184,7 @@ struct fbx_test_mesh
     // Vertex colors (4 doubles each) by control point, direct; empty: none.
     std::vector<double> Colors;
     std::vector<fbx_test_cluster> Clusters; // non-empty: the mesh has a skin
+    std::string SkinningType;               // FBX 7 "SkinningType" of the skin; empty: not written
 };
 
 struct fbx_test_node
@@ -206,6 +207,14 @@ struct fbx_test_node
     double RotationPivot[3] = {0, 0, 0};
     double ScalingOffset[3] = {0, 0, 0};
     double ScalingPivot[3] = {0, 0, 0};
+    // Offset of the node's geometry (written only when not the identity).
+    double GeometricTranslation[3] = {0, 0, 0};
+    double GeometricRotation[3] = {0, 0, 0};
+    double GeometricScaling[3] = {1, 1, 1};
+    // FBX 7 bind pose entry: the node's global (BindPoseKind 0), this
+    // matrix (1), or none (2).
+    int32_t BindPoseKind = 0;
+    double BindPose[16] = {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
 };
 
 struct fbx_test_scene

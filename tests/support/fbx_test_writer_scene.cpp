@@ -342,6 +342,11 @@ void AddModelProperties(fbx_test_field &Model, const fbx_test_node &Node, bool F
     if (NonZero(Node.RotationPivot)) P.Vector("RotationPivot", Node.RotationPivot);
     if (NonZero(Node.ScalingOffset)) P.Vector("ScalingOffset", Node.ScalingOffset);
     if (NonZero(Node.ScalingPivot)) P.Vector("ScalingPivot", Node.ScalingPivot);
+    if (NonZero(Node.GeometricTranslation)) P.Vector("GeometricTranslation", Node.GeometricTranslation);
+    if (NonZero(Node.GeometricRotation)) P.Vector("GeometricRotation", Node.GeometricRotation);
+    const double Unit[3] = {1, 1, 1};
+    if (std::memcmp(Node.GeometricScaling, Unit, sizeof(Unit)) != 0)
+        P.Vector("GeometricScaling", Node.GeometricScaling);
     // A property no reader here needs, to be passed over.
     P.Add("Show", "bool", "", "", {FbxI(1)});
 }
@@ -617,6 +622,7 @@ fbx_test_field BuildFbx7Scene(const fbx_test_scene &Scene, int32_t Version)
                     Objects.Add("Deformer", {FbxL(SkinId), FbxName("Deformer", Node.Name), FbxS("Skin")});
                 Skin.Add("Version", {FbxI(101)});
                 Skin.Add("Link_DeformAcuracy", {FbxD(50)});
+                if (!Mesh.SkinningType.empty()) Skin.Add("SkinningType", {FbxS(Mesh.SkinningType)});
                 ConnectOO(SkinId, GeometryId);
                 ++DeformerCount;
                 for (const fbx_test_cluster &Cluster : Mesh.Clusters) {
@@ -664,11 +670,15 @@ fbx_test_field BuildFbx7Scene(const fbx_test_scene &Scene, int32_t Version)
     fbx_test_field &Pose = Objects.Add("Pose", {FbxL(NewId()), FbxName("Pose", "BindPose"), FbxS("BindPose")});
     Pose.Add("Type", {FbxS("BindPose")});
     Pose.Add("Version", {FbxI(100)});
-    Pose.Add("NbPoseNodes", {FbxI((int32_t)Scene.Nodes.size())});
+    int32_t PoseNodes = 0;
+    for (const fbx_test_node &Node : Scene.Nodes) PoseNodes += Node.BindPoseKind != 2;
+    Pose.Add("NbPoseNodes", {FbxI(PoseNodes)});
     for (size_t N = 0; N < Scene.Nodes.size(); ++N) {
         if (Scene.Nodes[N].Mesh >= 0) ConnectOO(MaterialId, ModelIds[N]);
+        if (Scene.Nodes[N].BindPoseKind == 2) continue;
         double Global[16];
         FbxTestNodeGlobal(Scene, (int32_t)N, Global);
+        if (Scene.Nodes[N].BindPoseKind == 1) std::memcpy(Global, Scene.Nodes[N].BindPose, sizeof(Global));
         fbx_test_field &PoseNode = Pose.Add("PoseNode");
         PoseNode.Add("Node", {FbxL(ModelIds[N])});
         PoseNode.Add("Matrix", {FbxArrayD(Matrix16(Global))});

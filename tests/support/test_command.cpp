@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 
 command_result RunCommand(std::string const &Command, bool MergeErrors)
 {
@@ -25,7 +26,14 @@ std::string TesselProgramPath()
     return access(Path.c_str(), X_OK) == 0 ? Path : std::string();
 }
 
+std::string TesselCommandPrefix()
+{
+    char const *Wrapper = getenv("TESSEL_TEST_WRAPPER");
+    return (Wrapper && Wrapper[0] ? std::string(Wrapper) + " " : std::string()) + "'" + std::string(TESSEL_BINARY_DIR) +
+           "/tools/tessel'";
+}
+
 command_result RunTessel(std::string const &Arguments, bool MergeErrors)
 {
-    return RunCommand("'" + std::string(TESSEL_BINARY_DIR) + "/tools/tessel' " + Arguments, MergeErrors);
+    return RunCommand(TesselCommandPrefix() + " " + Arguments, MergeErrors);
 }

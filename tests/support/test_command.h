@@ -14,4 +14,7 @@ struct command_result
 command_result RunCommand(std::string const &Command, bool MergeErrors = true);
 // The built tessel program, or "" when it is not there.
 std::string TesselProgramPath();
+// The shell words that start the program: its quoted path, after
+// $TESSEL_TEST_WRAPPER when that is set (`make valgrind` puts memcheck there).
+std::string TesselCommandPrefix();
 command_result RunTessel(std::string const &Arguments, bool MergeErrors = true);
