@@ -66,20 +66,33 @@ std::vector<std::string> AnimatedSharedFiles()
 
 } // namespace
 
-// The figures of every animated file go to the test's output. The files
-// pinned below are those whose rigs the tool's sampled locals compose to
-// today (no pivots, pre-rotations or takes that start late).
+// The figures of every animated file go to the test's output; a few files
+// of each source are pinned. Files whose nodes share names (two "Torso"s)
+// can't be told apart by a track's name, and some curves' extrapolation
+// and ASCII files' keys read differently here: those are reported only.
 TEST(BoneAnimationCorpus, CurvesComposeToTheReferenceWorlds)
 {
     std::vector<std::string> Files = AnimatedSharedFiles();
     if (Files.empty()) GTEST_SKIP() << "shared FBX files not found in " << TESSEL_SHARED_FBX_DIR;
     log_capture Quiet;
-    // Bounds on the 99th percentile; the largest error may be twice that.
-    std::map<std::string, double> const Pinned = {
-        {"ufbx/data/max_transformed_skin_7500_binary.fbx", 0.001},
-        {"quaternius-kenney/FreeModels by Quaternius[Patreon]/Characters and Animals/Fish Pack Animated - Apr "
-         "2018/FBX/Manta ray.fbx",
-         0.02},
+    // Bounds on the 99th percentile and on the largest error, in parts of
+    // the skeleton's size: the default tolerances (0.01 units, 0.1 degrees)
+    // carried down each chain of bones.
+    struct bound
+    {
+        double Percentile99, Largest;
+    };
+    std::string const Characters = "quaternius-kenney/FreeModels by Quaternius[Patreon]/Characters and Animals/";
+    std::string const Mocap = "cmu-mocap-isaacgym/isaacgymenvs/tasks/amp/poselib/data/";
+    std::map<std::string, bound> const Pinned = {
+        {Mocap + "01_01_cmu.fbx", {0.002, 0.005}},
+        {Mocap + "49_08_cmu.fbx", {0.003, 0.05}},
+        {Mocap + "55_01_cmu.fbx", {0.002, 0.005}},
+        {Characters + "Alien Animated - April 2019/FBX/Alien.fbx", {0.02, 0.05}},
+        {Characters + "Fish Pack Animated - Apr 2018/FBX/Manta ray.fbx", {0.002, 0.005}},
+        {"assimp/test/models/FBX/huesitos.fbx", {0.005, 0.005}},
+        {"ufbx/data/max_transformed_skin_7500_binary.fbx", {0.001, 0.002}},
+        {"ufbx/data/maya_game_sausage_7500_binary_spin.fbx", {0.01, 0.01}},
     };
     std::string const Output = PrivateTemporaryDirectory() + "/output_corpus_animation.ts2";
     for (std::string const &Relative : Files) {
@@ -102,8 +115,8 @@ TEST(BoneAnimationCorpus, CurvesComposeToTheReferenceWorlds)
         auto Pin = Pinned.find(Relative);
         if (Pin != Pinned.end()) {
             EXPECT_GT(Errors.Errors.size(), 0u);
-            EXPECT_LT(Errors.Percentile99(), Pin->second);
-            EXPECT_LT(Errors.Largest(), 2.0 * Pin->second);
+            EXPECT_LT(Errors.Percentile99(), Pin->second.Percentile99);
+            EXPECT_LT(Errors.Largest(), Pin->second.Largest);
         }
     }
 }

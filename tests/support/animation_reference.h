@@ -156,7 +156,8 @@ struct file_errors
 // Every reference take that has an animation of the same name; each of its
 // animated nodes that is a bone of a group's skeleton, at each reference
 // time measured from the take's start. The error is that of points 5 % of
-// the skeleton's size away from the bone along its three axes.
+// the skeleton's size away from the bone along its three axes (as far in
+// the reference pose, whatever the bone's scale), relative to that size.
 inline file_errors CompareWithReference(file_info const &Info, json const &Reference)
 {
     file_errors Result;
@@ -228,10 +229,17 @@ inline file_errors CompareWithReference(file_info const &Info, json const &Refer
                     ToColumn3x4(&Composed[(size_t)B * 16], Mine);
                     double Worst = 0.0;
                     for (int Axis = 0; Axis < 3; ++Axis) {
+                        // The bone's axis scaled so that the reference puts
+                        // the point Reach away from the bone.
+                        double Length = 0.0;
+                        for (int r = 0; r < 3; ++r)
+                            Length +=
+                                Expected.Items[(size_t)r * 4 + Axis].Value * Expected.Items[(size_t)r * 4 + Axis].Value;
+                        double Step = Length > 1e-24 ? Reach / std::sqrt(Length) : 0.0;
                         double Distance = 0.0;
                         for (int r = 0; r < 3; ++r) {
-                            double a = Mine[r * 4 + Axis] * Reach + Mine[r * 4 + 3];
-                            double b = Expected.Items[(size_t)r * 4 + Axis].Value * Reach +
+                            double a = Mine[r * 4 + Axis] * Step + Mine[r * 4 + 3];
+                            double b = Expected.Items[(size_t)r * 4 + Axis].Value * Step +
                                        Expected.Items[(size_t)r * 4 + 3].Value;
                             Distance += (a - b) * (a - b);
                         }
