@@ -263,6 +263,14 @@ compression_job MakeJob(settings_node const *Settings, stream_settings const &St
     return Job;
 }
 
+// Queues a job; false only when memory ran out (a job the workers could not
+// fit is left out, and its curve with it).
+bool QueueJob(compression_queue &Queue, compression_job const &Job)
+{
+    int64 Refused = GetFailedAllocationCount();
+    return QueueCompressionJob(Queue, Job) || GetFailedAllocationCount() == Refused;
+}
+
 // Stage 3: root treatments and the jobs of every stream. False when a job
 // could not be queued for want of memory.
 bool QueueJobs(scene_export_state *State, timing const &T, real32 Duration, model_row *Rows, int32 ModelCount,
@@ -312,7 +320,7 @@ bool QueueJobs(scene_export_state *State, timing const &T, real32 Duration, mode
                 Jobs[Kind].Model = m;
                 Jobs[Kind].Kind = Kind;
                 Jobs[Kind].TrackIndex = Index;
-                if (!QueueCompressionJob(Queue, Jobs[Kind]) && GetFailedAllocationCount() > 0) return false;
+                if (!QueueJob(Queue, Jobs[Kind])) return false;
             }
         }
 
@@ -335,7 +343,7 @@ bool QueueJobs(scene_export_state *State, timing const &T, real32 Duration, mode
             Job.Model = m;
             Job.Kind = CompressionKind_Vector;
             Job.TrackIndex = Ordinal;
-            if (!QueueCompressionJob(Queue, Job) && GetFailedAllocationCount() > 0) return false;
+            if (!QueueJob(Queue, Job)) return false;
         }
     }
     return true;
@@ -459,6 +467,8 @@ bool SampleBoneAnimation(scene_export_state *State, tool_animation *Animation, e
     tool_node_graph *Graph = State->Graph;
     int32 ModelCount = Graph->ModelCount;
 
+    // The steps of this animation: its two stages and each included bone.
+    AddProgressTotal(Progress, GetAnimationProgressSteps(Tool, Animation, State));
     timing T = ComputeTiming(Tool, Animation);
     animation *Result = ArenaPush<animation>(State->Arena);
     if (!Result) return false;

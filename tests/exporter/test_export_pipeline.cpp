@@ -207,9 +207,10 @@ TEST(RunExport, SceneObjectsAreCountedAndNamedInStageOrder)
         {"I/O", "Writing file"}, {"Packaging file", ""},           {"Export Complete", ""}};
     EXPECT_EQ(Steps, Expected);
     // Skeleton, mesh and model of the one model, one step per animation
-    // (their sampling adds its own steps when it begins), the three closing
-    // steps and one per 64 KiB of coded section data; the bar ends full.
-    EXPECT_EQ(Reports.back().Total, 1u + 1u + 1u + 2u + 3u + 1u);
+    // and the steps its sampling adds when it begins (two, and one per
+    // animated bone), the three closing steps and one per 64 KiB of coded
+    // section data; the bar ends full.
+    EXPECT_EQ(Reports.back().Total, 1u + 1u + 1u + 2u + 2u * (2u + 3u) + 3u + 1u);
     EXPECT_EQ(Reports.back().Position, Reports.back().Total);
 }
 
