@@ -5,7 +5,9 @@
 
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cstdio>
+#include <mutex>
 #include <map>
 #include <set>
 #include <string>
@@ -19,9 +21,11 @@
 
 namespace {
 
-int64 AllocationsLeft = -1; // -1: never refuse
-int64 AllocationsMade = 0;
+// Sections are coded on worker threads: the hook is called from several.
+std::atomic<int64> AllocationsLeft{-1}; // -1: never refuse
+std::atomic<int64> AllocationsMade{0};
 allocate_hook Underlying = nullptr;
+std::mutex StageLock;
 std::string LastStage;      // as the progress last reported it
 std::string StageAtFailure; // the stage of the first refusal
 
@@ -29,16 +33,20 @@ std::string StageAtFailure; // the stage of the first refusal
 void *RefusingAllocate(char const *File, int32 Line, intaddrx Alignment, intaddrx Size)
 {
     ++AllocationsMade;
-    if (AllocationsLeft == 0) {
+    int64 Left = AllocationsLeft.load();
+    while (Left > 0 && !AllocationsLeft.compare_exchange_weak(Left, Left - 1)) {
+    }
+    if (Left == 0) {
+        std::lock_guard<std::mutex> Guard(StageLock);
         if (StageAtFailure.empty()) StageAtFailure = LastStage.empty() ? "(loading)" : LastStage;
         return nullptr;
     }
-    if (AllocationsLeft > 0) --AllocationsLeft;
     return Underlying(File, Line, Alignment, Size);
 }
 
 void RememberStage(export_progress const *Progress)
 {
+    std::lock_guard<std::mutex> Guard(StageLock);
     LastStage = Progress->Stage ? Progress->Stage : "";
 }
 

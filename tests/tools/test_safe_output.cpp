@@ -316,8 +316,8 @@ TEST_F(SafeOutput, WarningsNameFilesWithoutTheBuildMachinesPathsAndCountsStayUns
 // test this way).
 TEST_F(SafeOutput, ExportIsCleanUnderMemcheck)
 {
-#if defined(__SANITIZE_ADDRESS__)
-    GTEST_SKIP() << "memcheck can't run a program built with the address sanitizer";
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "memcheck can't run a program built with a sanitizer";
 #endif
     if (RunCommand("valgrind --version").Status != 0) GTEST_SKIP() << "valgrind is not installed";
     command_result Result =
