@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "animation/tessel_basis_conversion.h"
+#include "animation/tessel_track_group.h"
 #include "exporter/fbx_tessel_export_operations.h"
 #include "exporter_test_files.h"
 #include "fbx_tool/fbx_tessel.h"
@@ -39,12 +40,12 @@ std::string WriteSettings(std::string const &Name, std::vector<std::string> cons
     return Path;
 }
 
-loaded_file *ExportAndLoad(std::string const &Input, std::string const &Settings)
+loaded_file *ExportAndLoad(std::string const &Input, std::string const &Settings, char const *AnimationDefs = nullptr)
 {
     std::string Output = PrivateTemporaryDirectory() + "/output_basis.ts2";
     export_options Options = {nullptr, false, Settings.empty() ? nullptr : Settings.c_str()};
     bool Exported = false;
-    ExportFBXFileWithOptions(Input.c_str(), Output.c_str(), nullptr, Options, nullptr, &Exported);
+    ExportFBXFileWithOptions(Input.c_str(), Output.c_str(), AnimationDefs, Options, nullptr, &Exported);
     loaded_file *File = Exported ? LoadFileFromDisk(Output.c_str()) : nullptr;
     remove(Output.c_str());
     return File;
@@ -253,6 +254,76 @@ TEST(BasisConversion, EveryCoordinateSystemAndUnitConvertsBackToTheDefault)
         FreeLoadedFile(DefaultFile);
     }
     remove(Inputs[1].c_str());
+}
+
+TEST(BasisConversion, AnimationsFollowTheConversion)
+{
+    std::string Input = std::string(TESSEL_SOURCE_DIR) + "/examples/rigged_arm.fbx";
+    std::string Defs = std::string(TESSEL_SOURCE_DIR) + "/examples/rigged_arm_animdefs.xml";
+    loaded_file *DefaultFile = ExportAndLoad(Input, "", Defs.c_str());
+    file_info *Default = Root(DefaultFile);
+    ASSERT_NE(Default, nullptr);
+    ASSERT_GT(Default->AnimationCount, 0);
+    for (char const *Choice : {"Right-handed, Z up", "Left-handed, Y up", "Left-handed, Z up"}) {
+        SCOPED_TRACE(Choice);
+        loaded_file *File =
+            ExportAndLoad(Input,
+                          WriteSettings("anim.tss", {std::string("Coordinate system=") + Choice,
+                                                     "Rescale scene on export=on", "Units per Meter=1"}),
+                          Defs.c_str());
+        file_info *Converted = Root(File);
+        ASSERT_NE(Converted, nullptr);
+        // The map worked out here from the two files' axes and units: a
+        // scaled signed permutation L; positions go through L, rotations R
+        // become L R L^-1.
+        art_tool_info const &From = *Default->ArtToolInfo, &To = *Converted->ArtToolInfo;
+        double const Scale = To.UnitsPerMeter / From.UnitsPerMeter;
+        double L[9];
+        for (int R = 0; R < 3; ++R)
+            for (int C = 0; C < 3; ++C)
+                L[R * 3 + C] = (To.RightVector[R] * From.RightVector[C] + To.UpVector[R] * From.UpVector[C] +
+                                To.BackVector[R] * From.BackVector[C]) *
+                               Scale;
+        ASSERT_EQ(Converted->AnimationCount, Default->AnimationCount);
+        int32 Samples = 0;
+        for (int32 A = 0; A < Default->AnimationCount; ++A) {
+            animation const &Before = *Default->Animations[A], &After = *Converted->Animations[A];
+            ASSERT_EQ(After.TrackGroupCount, Before.TrackGroupCount);
+            for (int32 G = 0; G < Before.TrackGroupCount; ++G) {
+                track_group const &P = *Before.TrackGroups[G], &Q = *After.TrackGroups[G];
+                ASSERT_EQ(P.TransformTrackCount, Q.TransformTrackCount);
+                for (int32 Track = 0; Track < P.TransformTrackCount; ++Track) {
+                    for (int32 Step = 0; Step <= 10; ++Step) {
+                        real32 Time = Before.Duration * Step / 10.0f;
+                        transform X, Y;
+                        SampleTransformTrack(P.TransformTracks[Track], Before.Duration, Time, X);
+                        SampleTransformTrack(Q.TransformTracks[Track], After.Duration, Time, Y);
+                        real32 RX[9], RY[9];
+                        QuaternionToMatrix3x3(X.Orientation, RX);
+                        QuaternionToMatrix3x3(Y.Orientation, RY);
+                        for (int R = 0; R < 3; ++R) {
+                            double Position =
+                                L[R * 3] * X.Position[0] + L[R * 3 + 1] * X.Position[1] + L[R * 3 + 2] * X.Position[2];
+                            EXPECT_NEAR(Y.Position[R], Position, 1e-4 * (1 + std::fabs(Position)))
+                                << P.TransformTracks[Track].Name << " at " << Time;
+                            for (int C = 0; C < 3; ++C) {
+                                double Turned = 0;
+                                for (int K = 0; K < 3; ++K)
+                                    for (int J = 0; J < 3; ++J)
+                                        Turned += L[R * 3 + K] * RX[K * 3 + J] * L[C * 3 + J] / (Scale * Scale);
+                                EXPECT_NEAR(RY[R * 3 + C], Turned, 1e-4)
+                                    << P.TransformTracks[Track].Name << " at " << Time;
+                            }
+                        }
+                        ++Samples;
+                    }
+                }
+            }
+        }
+        EXPECT_GT(Samples, 100);
+        FreeLoadedFile(File);
+    }
+    FreeLoadedFile(DefaultFile);
 }
 
 TEST(BasisConversion, MirroringReversesWindingOnce)
