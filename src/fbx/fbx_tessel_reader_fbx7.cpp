@@ -3,6 +3,7 @@
 // curves, turned into the same takes and curve node trees as FBX 6 has.
 #include <algorithm>
 #include <cstdio>
+#include <cmath>
 #include <cstring>
 
 #include "fbx/fbx_tessel_reader.h"
@@ -165,7 +166,16 @@ static bool ReadAnimationCurve(KFbx &Fbx, fbx_field const *Object, KFCurve *Curv
                 if (Binary) {
                     memcpy(&Key.Data[Word].Word, &DataBits[4 * Use + Word], 4);
                 } else if (Word < 2) {
-                    Key.Data[Word].Float = (real32)DataText[4 * Use + Word];
+                    // Slopes are written as decimals by some programs and as
+                    // the integer of their float bits by others; a whole
+                    // number too large to be a slope is such bits.
+                    real64 Text = DataText[4 * Use + Word];
+                    if (std::fabs(Text) >= 65536.0 && Text == std::floor(Text) && std::fabs(Text) < 4294967296.0) {
+                        uint32 Bits = (uint32)(int64)Text;
+                        memcpy(&Key.Data[Word].Word, &Bits, 4);
+                    } else {
+                        Key.Data[Word].Float = (real32)Text;
+                    }
                 } else {
                     Key.Data[Word].Word = (uint32)(int64)DataText[4 * Use + Word];
                 }

@@ -173,3 +173,54 @@ TEST(SceneReaders, AsciiFilesCutShortAreRefused)
     std::vector<uint8_t> MidBlock(Whole.begin(), Whole.begin() + (long)Whole.size() / 20);
     EXPECT_FALSE(LoadFbxBytes(MidBlock, Loaded));
 }
+
+TEST(SceneReaders, Fbx7AsciiSlopesWrittenAsFloatBits)
+{
+    // Some programs write a key's slopes in ASCII files as the integers of
+    // their float bits, others as decimals: both must read the same.
+    auto Bits = [](float Value) {
+        int32_t Word;
+        memcpy(&Word, &Value, 4);
+        return (int64_t)Word;
+    };
+    uint32_t WeightWord = (3333u << 16) | 3333u;
+    float Weights;
+    memcpy(&Weights, &WeightWord, 4);
+    double Samples[2][3];
+    for (int Variant = 0; Variant < 2; ++Variant) {
+        fbx_test_scene Scene = MakeFbxTestArmScene();
+        fbx_test_field Tree = BuildFbx7Scene(Scene, 7400);
+        int64_t Stack = ObjectId(Tree, "AnimationStack", "");
+        int64_t Lower = ObjectId(Tree, "Model", "Lower");
+        fbx_test_field &Objects = *Tree.Find("Objects");
+        fbx_test_field &Connections = *Tree.Find("Connections");
+        int64_t Layer = 900001, CurveNode = 900002, Curve = 900003;
+        Objects.Add("AnimationLayer", {FbxL(Layer), FbxName("AnimLayer", "Extra"), FbxS("")});
+        Objects.Add("AnimationCurveNode", {FbxL(CurveNode), FbxName("AnimCurveNode", "T"), FbxS("")});
+        fbx_test_field &Field = Objects.Add("AnimationCurve", {FbxL(Curve), FbxName("AnimCurve", ""), FbxS("")});
+        Field.Add("Default", {FbxD(0.0)});
+        Field.Add("KeyVer", {FbxI(4008)});
+        Field.Add("KeyTime", {FbxArrayL({0, FbxFrameTicks(30)})});
+        Field.Add("KeyValueFloat", {FbxArrayF({10.0f, 40.0f})});
+        Field.Add("KeyAttrFlags", {FbxArrayI({FbxKey_Cubic | FbxKey_TangentUser})});
+        if (Variant == 0) {
+            Field.Add("KeyAttrDataFloat", {FbxArrayF({2.5f, -3.5f, Weights, 0})});
+        } else {
+            Field.Add("KeyAttrDataFloat", {FbxArrayI({Bits(2.5f), Bits(-3.5f), (int64_t)WeightWord, 0})});
+        }
+        Field.Add("KeyAttrRefCount", {FbxArrayI({2})});
+        Connections.Add("C", {FbxS("OO"), FbxL(Layer), FbxL(Stack)});
+        Connections.Add("C", {FbxS("OO"), FbxL(CurveNode), FbxL(Layer)});
+        Connections.Add("C", {FbxS("OP"), FbxL(CurveNode), FbxL(Lower), FbxS("Lcl Translation")});
+        Connections.Add("C", {FbxS("OP"), FbxL(Curve), FbxL(CurveNode), FbxS("d|X")});
+
+        loaded_scene Loaded;
+        ASSERT_TRUE(LoadFbxBytes(WriteFbxTestFields(Tree, FbxTestAscii(7400)), Loaded)) << Loaded.Error;
+        KFbxNode *Node = FindFbxNode(Loaded.Scene->GetRootNode(), "Lower");
+        ASSERT_NE(Node, nullptr);
+        Loaded.Scene->SetCurrentTake(Scene.Takes[0].Name.c_str());
+        for (int Step = 0; Step < 3; ++Step)
+            Samples[Variant][Step] = Node->GetLocalTranslation(KTime(FbxFrameTicks(5 + 10 * Step)))[0];
+    }
+    for (int Step = 0; Step < 3; ++Step) EXPECT_NEAR(Samples[1][Step], Samples[0][Step], 1e-5) << Step;
+}
