@@ -106,6 +106,8 @@ compression_queue *BeginCompressionQueue(int32 SampleCount, int32 ModelCount, in
     Queue->ResultCount = (int32)ResultCount;
     intaddrx Slots = ResultCount > 0 ? (intaddrx)ResultCount : 1;
     Queue->Results = (curve2 **)TesselAllocate(sizeof(curve2 *) * Slots);
+    // Cleared at once: a failure below frees every slot.
+    if (Queue->Results) memset(Queue->Results, 0, sizeof(curve2 *) * Slots);
     Queue->Achieved = (uint8 *)TesselAllocate(Slots);
     Queue->Queued = (uint8 *)TesselAllocate(Slots);
     Queue->Done = (uint8 *)TesselAllocate(Slots);
