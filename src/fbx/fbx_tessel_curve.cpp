@@ -290,6 +290,10 @@ real32 KFCurve::EvaluateNoCache(KTime Time, int32 *Hint)
     int64 Span = Last.Get() - First.Get();
     real64 SpanSeconds = (real64)Span / TicksPerSecond;
 
+    // A relative repetition lifts each cycle by what one cycle rises.
+    real64 Rise = (real64)mKeys[Count - 1].Value - (real64)mKeys[0].Value;
+    real64 Offset = 0.0;
+
     int64 T = Time.Get();
     if (T < First.Get()) {
         int32 Mode = mPreExtrapolationMode;
@@ -298,15 +302,26 @@ real32 KFCurve::EvaluateNoCache(KTime Time, int32 *Hint)
             real64 Distance = LimitedDistance(Seconds(Time, First), mPreExtrapolationCount, SpanSeconds);
             return (real32)(mKeys[0].Value - EvaluateRightDerivative(0) * Distance);
         }
-        if (Mode != FbxExtrapolation_Repetition && Mode != FbxExtrapolation_MirrorRepetition) {
+        bool Relative = (Mode == FbxExtrapolation_RelativeRepetition);
+        if (Mode != FbxExtrapolation_Repetition && Mode != FbxExtrapolation_MirrorRepetition && !Relative) {
             return mKeys[0].Value;
         }
         if (Span <= 0 || (Repeat != -1 && First.Get() - Span * (Repeat < 0 ? 0 : Repeat) >= T)) {
+            // Past the last repetition the value stays where that one ended.
+            if (Relative && Span > 0) {
+                return (real32)(mKeys[0].Value - (real64)(Repeat < 0 ? 0 : Repeat) * Rise);
+            }
+            if (Mode == FbxExtrapolation_MirrorRepetition && Span > 0 && Repeat % 2 == 1) {
+                return mKeys[Count - 1].Value;
+            }
             return mKeys[0].Value;
         }
         int64 N = -((T - First.Get()) / Span);
         int64 R = T - First.Get() + N * Span; // in (-Span, 0]
-        if (Mode == FbxExtrapolation_Repetition) {
+        if (Relative) {
+            Offset = -(real64)(N + (R < 0 ? 1 : 0)) * Rise;
+            T = Last.Get() + R;
+        } else if (Mode == FbxExtrapolation_Repetition) {
             T = Last.Get() + R;
         } else {
             T = (N % 2 == 0) ? First.Get() - R : Last.Get() + R;
@@ -318,15 +333,25 @@ real32 KFCurve::EvaluateNoCache(KTime Time, int32 *Hint)
             real64 Distance = LimitedDistance(Seconds(Last, Time), mPostExtrapolationCount, SpanSeconds);
             return (real32)(mKeys[Count - 1].Value + EvaluateLeftDerivative(Count - 1) * Distance);
         }
-        if (Mode != FbxExtrapolation_Repetition && Mode != FbxExtrapolation_MirrorRepetition) {
+        bool Relative = (Mode == FbxExtrapolation_RelativeRepetition);
+        if (Mode != FbxExtrapolation_Repetition && Mode != FbxExtrapolation_MirrorRepetition && !Relative) {
             return mKeys[Count - 1].Value;
         }
         if (Span <= 0 || (Repeat != -1 && Last.Get() + Span * (Repeat < 0 ? 0 : Repeat) <= T)) {
+            if (Relative && Span > 0) {
+                return (real32)(mKeys[Count - 1].Value + (real64)(Repeat < 0 ? 0 : Repeat) * Rise);
+            }
+            if (Mode == FbxExtrapolation_MirrorRepetition && Span > 0 && Repeat % 2 == 1) {
+                return mKeys[0].Value;
+            }
             return mKeys[Count - 1].Value;
         }
         int64 N = (T - First.Get()) / Span;
         int64 R = T - First.Get() - N * Span;
-        if (Mode == FbxExtrapolation_Repetition) {
+        if (Relative) {
+            Offset = (real64)N * Rise;
+            T = First.Get() + R;
+        } else if (Mode == FbxExtrapolation_Repetition) {
             T = First.Get() + R;
         } else {
             T = (N % 2 == 1) ? Last.Get() - R : First.Get() + R;
@@ -334,14 +359,16 @@ real32 KFCurve::EvaluateNoCache(KTime Time, int32 *Hint)
     }
 
     real64 Position = KeyFind(KTime(T), Hint);
+    real32 Value;
     if (Position < 0.0) {
-        return mKeys[0].Value;
+        Value = mKeys[0].Value;
+    } else if ((int32)Position >= Count - 1) {
+        Value = mKeys[Count - 1].Value;
+    } else {
+        int32 Index = (int32)Position;
+        Value = Interpolate(Index, Position - (real64)Index);
     }
-    int32 Index = (int32)Position;
-    if (Index >= Count - 1) {
-        return mKeys[Count - 1].Value;
-    }
-    return Interpolate(Index, Position - (real64)Index);
+    return (Offset == 0.0) ? Value : (real32)((real64)Value + Offset);
 }
 
 real32 KFCurve::Evaluate(KTime Time, int32 *Hint)

@@ -38,6 +38,8 @@ enum fbx_extrapolation_mode
     FbxExtrapolation_Repetition = 2,
     FbxExtrapolation_MirrorRepetition = 3,
     FbxExtrapolation_KeepSlope = 4,
+    // Repetition where each cycle starts where the previous one ended.
+    FbxExtrapolation_RelativeRepetition = 5,
 };
 
 // Weights are fixed point of 1/9999; 3333 is the default third.

@@ -57,6 +57,9 @@ void ReadFbxModelTransformDefaults(KFbx &Fbx, fbx_field const *Model, KFbxNode *
 // Keys of one Channel field in the Key list form.
 class KFCurve;
 bool ReadFbxChannelCurve(KFbx &Fbx, fbx_field const *Channel, KFCurve *Curve);
+// The Pre-Extrapolation and Post-Extrapolation children of a curve field
+// (a Channel of FBX 5 and 6, an AnimationCurve of FBX 7).
+void ReadFbxCurveExtrapolation(KFbx &Fbx, fbx_field const *Curve, KFCurve *Result);
 
 // Sets the mode the scene counts frames in from the file's time mode.
 void ApplyFbxSceneTimeMode(KFbxScene *Scene);

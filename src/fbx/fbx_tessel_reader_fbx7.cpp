@@ -123,6 +123,7 @@ static fbx_field const *FindPropertyTemplate(KFbx &Fbx, char const *ObjectType)
 static bool ReadAnimationCurve(KFbx &Fbx, fbx_field const *Object, KFCurve *Curve)
 {
     Curve->SetValue((real32)Fbx.GetReal64(Fbx.FindChild(Object, "Default"), 0, 0.0));
+    ReadFbxCurveExtrapolation(Fbx, Object, Curve);
     int64 TimeCount = 0, ValueCount = 0, FlagCount = 0, DataCount = 0, RefCount = 0;
     fbx_field const *Times = Fbx.FindChild(Object, "KeyTime");
     fbx_field const *Values = Fbx.FindChild(Object, "KeyValueFloat");

@@ -32,6 +32,7 @@ static int32 ExtrapolationMode(char Letter)
     case 'R': return FbxExtrapolation_Repetition;
     case 'M': return FbxExtrapolation_MirrorRepetition;
     case 'K': return FbxExtrapolation_KeepSlope;
+    case 'A': return FbxExtrapolation_RelativeRepetition;
     default: return FbxExtrapolation_None;
     }
 }
@@ -48,6 +49,16 @@ static void ReadExtrapolation(KFbx &Fbx, fbx_field const *Field, int32 *Mode, in
     *Count = Fbx.GetInt32(Fbx.FindChild(Field, "Repetition"), 0, -1);
 }
 
+void ReadFbxCurveExtrapolation(KFbx &Fbx, fbx_field const *Curve, KFCurve *Result)
+{
+    int32 PreMode = FbxExtrapolation_Constant, PreCount = -1;
+    int32 PostMode = FbxExtrapolation_Constant, PostCount = -1;
+    ReadExtrapolation(Fbx, Fbx.FindChild(Curve, "Pre-Extrapolation"), &PreMode, &PreCount);
+    ReadExtrapolation(Fbx, Fbx.FindChild(Curve, "Post-Extrapolation"), &PostMode, &PostCount);
+    Result->SetPreExtrapolation(PreMode, PreCount);
+    Result->SetPostExtrapolation(PostMode, PostCount);
+}
+
 static int32 WeightToFixed(real64 Weight)
 {
     // Weights are written as fractions; larger values are already fixed point.
@@ -60,12 +71,7 @@ static int32 WeightToFixed(real64 Weight)
 bool ReadFbxChannelCurve(KFbx &Fbx, fbx_field const *Channel, KFCurve *Curve)
 {
     Curve->SetValue((real32)Fbx.GetReal64(Fbx.FindChild(Channel, "Default"), 0, 0.0));
-    int32 PreMode = FbxExtrapolation_Constant, PreCount = -1;
-    int32 PostMode = FbxExtrapolation_Constant, PostCount = -1;
-    ReadExtrapolation(Fbx, Fbx.FindChild(Channel, "Pre-Extrapolation"), &PreMode, &PreCount);
-    ReadExtrapolation(Fbx, Fbx.FindChild(Channel, "Post-Extrapolation"), &PostMode, &PostCount);
-    Curve->SetPreExtrapolation(PreMode, PreCount);
-    Curve->SetPostExtrapolation(PostMode, PostCount);
+    ReadFbxCurveExtrapolation(Fbx, Channel, Curve);
 
     fbx_field const *Keys = Fbx.FindChild(Channel, "Key");
     if (!Keys) {

@@ -149,6 +149,8 @@ TEST(Curves, ExtrapolationModesCountsAndGuards)
         {FbxExtrapolation_MirrorRepetition, -1, 5.5, 0.5f}, {FbxExtrapolation_KeepSlope, -1, 4.0, 3.0f},
         {FbxExtrapolation_KeepSlope, 1, 9.0, 4.0f},         {FbxExtrapolation_Repetition, 0, 3.5, 2.0f},
         {FbxExtrapolation_Repetition, 1, 4.0, 1.0f},        {FbxExtrapolation_Repetition, 1, 5.5, 2.0f},
+        {FbxExtrapolation_MirrorRepetition, 1, 6.0, 0.0f},  {FbxExtrapolation_MirrorRepetition, 2, 8.0, 2.0f},
+        {FbxExtrapolation_RelativeRepetition, -1, 5.5, 4.5f}, {FbxExtrapolation_RelativeRepetition, 1, 9.0, 4.0f},
     };
     for (expectation const &E : After) {
         KFCurve Curve;
@@ -161,6 +163,8 @@ TEST(Curves, ExtrapolationModesCountsAndGuards)
         {FbxExtrapolation_Constant, -1, 0.0, 0.0f},         {FbxExtrapolation_Repetition, -1, 0.5, 1.5f},
         {FbxExtrapolation_MirrorRepetition, -1, 0.5, 0.5f}, {FbxExtrapolation_MirrorRepetition, -1, -1.5, 1.5f},
         {FbxExtrapolation_KeepSlope, -1, -1.0, -2.0f},      {FbxExtrapolation_Repetition, 0, 0.5, 0.0f},
+        {FbxExtrapolation_MirrorRepetition, 1, -2.0, 2.0f}, {FbxExtrapolation_RelativeRepetition, -1, -2.5, -3.5f},
+        {FbxExtrapolation_RelativeRepetition, 1, -6.0, -2.0f},
     };
     for (expectation const &E : Before) {
         KFCurve Curve;
@@ -169,7 +173,7 @@ TEST(Curves, ExtrapolationModesCountsAndGuards)
         EXPECT_NEAR(Curve.Evaluate(Seconds(E.Time)), E.Value, 1e-5) << "before, mode " << E.Mode << " at " << E.Time;
     }
     // One key is constant in every mode (no zero span to divide by).
-    for (int32 Mode = 0; Mode <= FbxExtrapolation_KeepSlope; ++Mode) {
+    for (int32 Mode = 0; Mode <= FbxExtrapolation_RelativeRepetition; ++Mode) {
         KFCurve Single;
         Single.KeyAppend(Key(1.0, 7.0f, FbxKey_Cubic | FbxKey_TangentUser, 5.0f, 5.0f));
         Single.SetPreExtrapolation(Mode, -1);

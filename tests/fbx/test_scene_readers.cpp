@@ -55,7 +55,7 @@ TEST(SceneReaders, Fbx6KeyListLetters)
     EXPECT_EQ(Curve.GetPostExtrapolationCount(), -1);
 }
 
-TEST(SceneReaders, Fbx7AnimationLayersAddOnTopOfTheBase)
+TEST(SceneReaders, Fbx7AnimationLayersAndExtrapolationAddOnTopOfTheBase)
 {
     fbx_test_scene Scene = MakeFbxTestArmScene();
     fbx_test_field Tree = BuildFbx7Scene(Scene, 7400);
@@ -76,6 +76,14 @@ TEST(SceneReaders, Fbx7AnimationLayersAddOnTopOfTheBase)
     CurveField.Add("KeyAttrFlags", {FbxArrayI({FbxKey_Linear})});
     CurveField.Add("KeyAttrDataFloat", {FbxArrayF({0, 0, 0, 0})});
     CurveField.Add("KeyAttrRefCount", {FbxArrayI({2})});
+    // Before the first key the curve climbs on in relative cycles; after the
+    // last it mirrors back once, then stays where that cycle ended.
+    fbx_test_field &Pre = CurveField.Add("Pre-Extrapolation");
+    Pre.Add("Type", {FbxC('A')});
+    Pre.Add("Repetition", {FbxI(-1)});
+    fbx_test_field &Post = CurveField.Add("Post-Extrapolation");
+    Post.Add("Type", {FbxC('M')});
+    Post.Add("Repetition", {FbxI(1)});
     Connections.Add("C", {FbxS("OO"), FbxL(Layer), FbxL(Stack)});
     Connections.Add("C", {FbxS("OO"), FbxL(CurveNode), FbxL(Layer)});
     Connections.Add("C", {FbxS("OP"), FbxL(CurveNode), FbxL(Lower), FbxS("Lcl Translation")});
@@ -91,6 +99,10 @@ TEST(SceneReaders, Fbx7AnimationLayersAddOnTopOfTheBase)
         EXPECT_NEAR(Node->GetLocalTranslation(KTime(0))[0], Scene.Nodes[2].Translation[0] + 10.0, 1e-6);
         EXPECT_NEAR(Node->GetLocalTranslation(KTime(FbxFrameTicks(15)))[0], Scene.Nodes[2].Translation[0] + 25.0, 1e-5);
         EXPECT_NEAR(Node->GetLocalTranslation(KTime(0))[1], Scene.Nodes[2].Translation[1], 1e-9);
+        double const Base = Scene.Nodes[2].Translation[0];
+        EXPECT_NEAR(Node->GetLocalTranslation(KTime(FbxFrameTicks(-15)))[0], Base - 5.0, 1e-4);
+        EXPECT_NEAR(Node->GetLocalTranslation(KTime(FbxFrameTicks(40)))[0], Base + 30.0, 1e-4);
+        EXPECT_NEAR(Node->GetLocalTranslation(KTime(FbxFrameTicks(90)))[0], Base + 10.0, 1e-4);
     }
 }
 
