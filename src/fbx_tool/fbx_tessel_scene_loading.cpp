@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "fbx_tool/fbx_tessel.h"
+#include "fbx_tool/fbx_tessel_node_names.h"
 #include "fbx_tool/fbx_tessel_tool_interface.h"
 #include "exporter/tessel_scene_graph.h"
 #include "fbx/fbx_tessel_importer.h"
@@ -88,7 +89,8 @@ bool ImportFBXScene(fbx_scene_context *Context, char const *Path)
     Context->Scene = KFbxScene::Create(Context->Manager, "");
     if (!Context->Scene) return false;
     if (!RegisterFBXWriter(Context->Manager)) return false;
-    return ImportSceneFile(Context->Manager, Context->Scene, Path);
+    if (!ImportSceneFile(Context->Manager, Context->Scene, Path)) return false;
+    return MakeNodeNamesUnique(Context->Scene);
 }
 
 void ReleaseFBXScene(fbx_scene_context *Context)

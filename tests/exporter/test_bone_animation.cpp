@@ -11,6 +11,7 @@
 #include "geometry/tessel_transform.h"
 #include "settings/tessel_requester.h"
 #include "settings/tessel_setting_ids.h"
+#include "support/test_log_capture.h"
 
 #include <gtest/gtest.h>
 
@@ -397,4 +398,39 @@ TEST(BoneAnimation, RootIsTheLastOfTheShallowestBones)
     transform Start;
     SampleTransformTrack(*TrackNamed(Group, SecondIsRoot ? "Root" : "Second"), Result->Duration, 0.0f, Start);
     EXPECT_NEAR(Start.Position[0], SecondIsRoot ? 0.0f : 5.0f, 0.011f) << "the other stays where it is";
+}
+
+TEST(BoneAnimation, NodesOfOneNameGetNamesOfTheirOwnBonesFirst)
+{
+    // A null "Lower" ahead of the bone "Lower", and a node already called
+    // "Lower.2": the bone keeps its name (its track carries its motion), the
+    // null takes the first free number.
+    fbx_test_scene Scene = MakeFbxTestArmScene();
+    Scene.Nodes.insert(Scene.Nodes.begin(), TestNode("Lower", -1, "Null"));
+    Scene.Nodes.push_back(TestNode("Lower.2", -1, "Null"));
+    for (size_t Index = 1; Index < Scene.Nodes.size() - 1; ++Index)
+        if (Scene.Nodes[Index].Parent >= 0) ++Scene.Nodes[Index].Parent;
+    for (fbx_test_take &Take : Scene.Takes)
+        for (fbx_test_curve &Curve : Take.Curves) ++Curve.Node;
+    for (fbx_test_cluster &Cluster : Scene.Meshes[0].Clusters) ++Cluster.Bone;
+    log_capture Log;
+    animation_fixture F;
+    ASSERT_TRUE(F.Begin(Scene));
+    EXPECT_TRUE(Log.Contains("Node \"Lower\" has the name of another node: it is exported as \"Lower.3\""));
+    tool_node *Bone = F.NodeNamed("Lower");
+    tool_node *Null = F.NodeNamed("Lower.3");
+    ASSERT_TRUE(Bone && Null && F.NodeNamed("Lower.2"));
+    EXPECT_EQ(Bone->Model, F.NodeNamed("Upper")->Model) << "the skinned chain's bone";
+    EXPECT_NE(Null->Model, Bone->Model);
+    animation *Result = F.Sample(F.AnimationNamed("Wave"));
+    ASSERT_NE(Result, nullptr);
+    for (int32 G = 0; G < Result->TrackGroupCount; ++G) {
+        track_group const &Group = *Result->TrackGroups[G];
+        transform_track const *Track = TrackNamed(Group, "Lower");
+        if (!Track) continue;
+        transform Start, End;
+        SampleTransformTrack(*Track, Result->Duration, 0.0f, Start);
+        SampleTransformTrack(*Track, Result->Duration, Result->Duration, End);
+        EXPECT_GT(AngleBetween(Start.Orientation, End.Orientation), 50.0f) << "the bone's own swing of 60 degrees";
+    }
 }

@@ -67,9 +67,8 @@ std::vector<std::string> AnimatedSharedFiles()
 } // namespace
 
 // The figures of every animated file go to the test's output; a few files
-// of each source are pinned. Files whose nodes share names (two "Torso"s)
-// can't be told apart by a track's name, and some curves' extrapolation
-// and ASCII files' keys read differently here: those are reported only.
+// of each source are pinned; the others are reported only. A name that the
+// reference gives two nodes is not compared.
 TEST(BoneAnimationCorpus, CurvesComposeToTheReferenceWorlds)
 {
     std::vector<std::string> Files = AnimatedSharedFiles();

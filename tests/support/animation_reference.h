@@ -180,12 +180,16 @@ inline file_errors CompareWithReference(file_info const &Info, json const &Refer
                 if (Info.Models[M]->Name && Group.Name && strcmp(Info.Models[M]->Name, Group.Name) == 0)
                     Skeleton = Info.Models[M]->Skeleton;
             if (!Skeleton || Skeleton->BoneCount < 1) continue;
+            // A name the reference gives two nodes can't be matched to a bone.
             std::map<std::string, json const *> Worlds;
+            std::map<std::string, int> Uses;
             for (json const &Node : Nodes->Items) {
                 json const *NodeName = Node.Find("name");
                 json const *World = Node.Find("world");
-                if (NodeName && World) Worlds[NodeName->Text] = World;
+                if (NodeName && World && ++Uses[NodeName->Text] == 1) Worlds[NodeName->Text] = World;
             }
+            for (auto const &Use : Uses)
+                if (Use.second > 1) Worlds.erase(Use.first);
             // The skeleton's size: the box of the reference positions of
             // its bones over the take.
             double Low[3] = {1e30, 1e30, 1e30}, High[3] = {-1e30, -1e30, -1e30};
