@@ -77,7 +77,6 @@ bool ReadFbxChannelCurve(KFbx &Fbx, fbx_field const *Channel, KFCurve *Curve)
     if (!Keys) {
         return true;
     }
-    int32 Version = Fbx.GetInt32(Fbx.FindChild(Channel, "KeyVer"), 0, 4005);
     int32 Expected = Fbx.GetInt32(Fbx.FindChild(Channel, "KeyCount"), 0, -1);
     int32 ValueCount = Fbx.GetValueCount(Keys);
     int32 At = 0;
@@ -159,8 +158,9 @@ bool ReadFbxChannelCurve(KFbx &Fbx, fbx_field const *Channel, KFCurve *Curve)
                 default: break;
                 }
             }
-            // Clamp and weight letters follow in newer key versions.
-            while (Version >= 4005 && IsLetterValue(Fbx, Keys, At, &Next)) {
+            // Clamp and weight letters may follow (key versions before 4005
+            // write them too, as in "U s 0 0 l 0.333").
+            while (IsLetterValue(Fbx, Keys, At, &Next)) {
                 ++At;
                 if (Next == 'c') {
                     Key.Flags |= FbxKey_ClampFlat;

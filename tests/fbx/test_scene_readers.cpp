@@ -53,6 +53,17 @@ TEST(SceneReaders, Fbx6KeyListLetters)
     EXPECT_EQ(Curve.GetPreExtrapolationCount(), 3);
     EXPECT_EQ(Curve.GetPostExtrapolation(), FbxExtrapolation_KeepSlope);
     EXPECT_EQ(Curve.GetPostExtrapolationCount(), -1);
+
+    // Older key versions (FBX 5 files) write weight letters too.
+    std::string Old = "Channel: \"X\" {\n  KeyVer: 4002\n  KeyCount: 2\n"
+                      "  Key: 0,90,U,s,0,-0,l,0.3332,15,216.3,U,s,0,0,n\n}\n";
+    KFbx OldFbx;
+    ASSERT_TRUE(OldFbx.ProjectOpenMemory(Old.data(), (int64)Old.size())) << OldFbx.GetErrorText();
+    KFCurve OldCurve;
+    ASSERT_TRUE(ReadFbxChannelCurve(OldFbx, OldFbx.FindChild(nullptr, "Channel"), &OldCurve));
+    ASSERT_EQ(OldCurve.KeyGetCount(), 2);
+    EXPECT_EQ(OldCurve.KeyGet(1).Value, 216.3f);
+    EXPECT_NEAR(OldCurve.KeyGet(0).GetNextLeftWeight(), 0.3332, 1e-4);
 }
 
 TEST(SceneReaders, Fbx7AnimationLayersAndExtrapolationAddOnTopOfTheBase)
