@@ -387,7 +387,7 @@ real32 KFCurve::Evaluate(KTime Time, int32 *Hint)
 
 KFCurveNode::KFCurveNode(char const *Name)
     : mName(FbxCopyString(Name)), mCurve(nullptr), mType(FbxCurveNodeType_Additive), mLayer(nullptr),
-      mQuaternion(false), mRotationOrder(FbxRotationOrder_XYZ)
+      mLayerWeight(1.0), mWeightCurve(nullptr), mQuaternion(false), mRotationOrder(FbxRotationOrder_XYZ)
 {}
 
 KFCurveNode::~KFCurveNode()
@@ -396,6 +396,7 @@ KFCurveNode::~KFCurveNode()
         FbxDelete(mChildren[Index]);
     }
     FbxDelete(mCurve);
+    FbxDelete(mWeightCurve);
     FbxDelete(mLayer);
     TesselFree(mName);
 }
@@ -403,6 +404,14 @@ KFCurveNode::~KFCurveNode()
 bool KFCurveNode::IsNamed(char const *Name) const
 {
     return StringsAreExactlyEqual(mName, Name);
+}
+
+KFCurve *KFCurveNode::WeightCurveCreate()
+{
+    if (!mWeightCurve) {
+        mWeightCurve = FbxNew(KFCurve);
+    }
+    return mWeightCurve;
 }
 
 KFCurve *KFCurveNode::FCurveCreate()
@@ -548,6 +557,23 @@ real64 *KFCurveNode::Evaluate(real64 *Values, KTime Time, int32 *Hint)
             Scratch[Index] = (Layer->mType == FbxCurveNodeType_Override) ? Values[Index] : Neutral;
         }
         Layer->EvaluateOwn(Scratch, Time, nullptr);
+        real64 Weight = Layer->mWeightCurve ? Layer->mWeightCurve->EvaluateNoCache(Time) / 100.0 : Layer->mLayerWeight;
+        if (Weight != 1.0) {
+            // A partial layer: its values part of the way from what it
+            // leaves unchanged (the neutral value, or what lies beneath).
+            if (Layer->mType == FbxCurveNodeType_RotationCompose && Count == 3) {
+                KFbxQuaternion Full = MatrixToQuaternion(
+                    EulerToMatrix(KFbxVector4(Scratch[0], Scratch[1], Scratch[2]), mRotationOrder));
+                KFbxQuaternion Part = QuaternionSlerp(KFbxQuaternion(0.0, 0.0, 0.0, 1.0), Full, Weight);
+                KFbxVector4 Angles = MatrixToEuler(QuaternionToMatrix(Part), mRotationOrder);
+                for (int32 Index = 0; Index < 3; ++Index) Scratch[Index] = Angles[Index];
+            } else {
+                for (int32 Index = 0; Index < Count; ++Index) {
+                    real64 From = (Layer->mType == FbxCurveNodeType_Override) ? Values[Index] : Neutral;
+                    Scratch[Index] = From + (Scratch[Index] - From) * Weight;
+                }
+            }
+        }
         switch (Layer->mType) {
         case FbxCurveNodeType_Multiply:
             for (int32 Index = 0; Index < Count; ++Index) Values[Index] *= Scratch[Index];
@@ -582,6 +608,13 @@ KFCurveNode *KFCurveNode::Clone() const
     Copy->mType = mType;
     Copy->mQuaternion = mQuaternion;
     Copy->mRotationOrder = mRotationOrder;
+    Copy->mLayerWeight = mLayerWeight;
+    if (mWeightCurve) {
+        KFCurve *Curve = Copy->WeightCurveCreate();
+        if (Curve) {
+            Curve->CopyFrom(*mWeightCurve);
+        }
+    }
     if (mCurve) {
         KFCurve *Curve = Copy->FCurveCreate();
         if (Curve) {

@@ -172,6 +172,11 @@ public:
     KFCurveNode *GetLayer() const { return mLayer; }
     // The node takes ownership of the layer.
     void SetLayer(KFCurveNode *Layer);
+    // How much of a layer counts, 0 to 1, unless its weight curve (in
+    // percent, created on demand) says so at each time.
+    void SetLayerWeight(real64 Weight) { mLayerWeight = Weight; }
+    real64 GetLayerWeight() const { return mLayerWeight; }
+    KFCurve *WeightCurveCreate();
     bool IsQuaternion() const { return mQuaternion; }
     void SetQuaternion(bool Quaternion) { mQuaternion = Quaternion; }
     int32 GetRotationOrder() const { return mRotationOrder; }
@@ -200,6 +205,8 @@ private:
     fbx_array<KFCurveNode *> mChildren;
     int32 mType;
     KFCurveNode *mLayer;
+    real64 mLayerWeight;
+    KFCurve *mWeightCurve;
     bool mQuaternion;
     int32 mRotationOrder;
 };

@@ -70,6 +70,7 @@ struct anim_stack
 
 struct anim_layer
 {
+    real64 Weight; // percent
     int32 BlendMode;
     int32 RotationAccumulation;
     int32 ScaleAccumulation;
@@ -196,8 +197,8 @@ static KTime ReadTimeProperty(KFbx &Fbx, fbx_field const *P)
 
 // Puts one curve node of one layer into a model's take tree. The first layer
 // fills the channel node itself; later layers chain below it.
-static void AttachCurveNode(KFbxNode *Node, char const *TakeName, char Channel, int32 LayerIndex,
-                            anim_layer const &Layer, KFCurveNode *Components[3])
+static void AttachCurveNode(KFbx &Fbx, KFbxNode *Node, char const *TakeName, char Channel, int32 LayerIndex,
+                            anim_layer const &Layer, fbx_field const *WeightCurve, KFCurveNode *Components[3])
 {
     KFCurveNode *Transform = Node->GetOrAddTakeNode(TakeName, "Transform");
     if (!Transform) {
@@ -237,6 +238,11 @@ static void AttachCurveNode(KFbxNode *Node, char const *TakeName, char Channel, 
             Type = FbxCurveNodeType_Multiply;
         }
         Target->SetType(Type);
+        Target->SetLayerWeight(Layer.Weight / 100.0);
+        KFCurve *Weight = WeightCurve ? Target->WeightCurveCreate() : nullptr;
+        if (Weight && !ReadAnimationCurve(Fbx, WeightCurve, Weight)) {
+            Weight->KeyClear();
+        }
     }
     for (int32 Axis = 0; Axis < 3; ++Axis) {
         KFCurveNode *Component = Components[Axis];
@@ -338,9 +344,11 @@ bool KFbxReaderFbx7::Read(KFbxScene *Scene)
                 Objects.Add(Id, nullptr, (void *)(intaddrx)(Stacks.Count - 1), FbxObjectKind_AnimStack, Object);
             }
         } else if (mFbx.FieldNameIs(Object, "AnimationLayer")) {
-            anim_layer Layer = {0, 0, 0};
+            anim_layer Layer = {100.0, 0, 0, 0};
             auto ReadLayer = [&](char const *Property, fbx_field const *P) {
-                if (strcmp(Property, "BlendMode") == 0)
+                if (strcmp(Property, "Weight") == 0)
+                    Layer.Weight = mFbx.GetReal64(P, 4, 100.0);
+                else if (strcmp(Property, "BlendMode") == 0)
                     Layer.BlendMode = mFbx.GetInt32(P, 4, 0);
                 else if (strcmp(Property, "RotationAccumulationMode") == 0)
                     Layer.RotationAccumulation = mFbx.GetInt32(P, 4, 0);
@@ -497,6 +505,26 @@ bool KFbxReaderFbx7::Read(KFbxScene *Scene)
             anim_layer const &Layer = Layers[(int32)(intaddrx)LayerEntry->Object];
             int32 FirstNode, EndNode;
             FindLinks(Links, ByDestination, LayerEntry->Id, &FirstNode, &EndNode);
+            // An animated weight: a curve node on the layer's "Weight".
+            fbx_field const *WeightCurve = nullptr;
+            for (int32 NodeAt = FirstNode; NodeAt < EndNode && !WeightCurve; ++NodeAt) {
+                int32 N = ByDestination.Order[NodeAt];
+                fbx_object_entry *NodeEntry = Objects.FindById(Links[N].Source);
+                if (!NodeEntry || NodeEntry->Kind != FbxObjectKind_AnimCurveNode ||
+                    strcmp(Links[N].Property, "Weight") != 0) {
+                    continue;
+                }
+                int32 FirstCurve, EndCurve;
+                FindLinks(Links, ByDestination, NodeEntry->Id, &FirstCurve, &EndCurve);
+                for (int32 CurveAt = FirstCurve; CurveAt < EndCurve && !WeightCurve; ++CurveAt) {
+                    int32 K = ByDestination.Order[CurveAt];
+                    fbx_object_entry *CurveEntry = Objects.FindById(Links[K].Source);
+                    if (CurveEntry && CurveEntry->Kind == FbxObjectKind_AnimCurve &&
+                        strcmp(Links[K].Property, "d|Weight") == 0) {
+                        WeightCurve = CurveEntry->Field;
+                    }
+                }
+            }
             for (int32 NodeAt = FirstNode; NodeAt < EndNode; ++NodeAt) {
                 int32 N = ByDestination.Order[NodeAt];
                 fbx_object_entry *NodeEntry = Objects.FindById(Links[N].Source);
@@ -554,7 +582,7 @@ bool KFbxReaderFbx7::Read(KFbxScene *Scene)
                     }
                 }
                 if (Components[0] || Components[1] || Components[2]) {
-                    AttachCurveNode(Model, TakeName, Channel, LayerIndex, Layer, Components);
+                    AttachCurveNode(mFbx, Model, TakeName, Channel, LayerIndex, Layer, WeightCurve, Components);
                 }
                 for (int32 Axis = 0; Axis < 3; ++Axis) {
                     FbxDelete(Components[Axis]);

@@ -77,7 +77,7 @@ TEST(SceneReaders, Fbx7AnimationLayersAndExtrapolationAddOnTopOfTheBase)
     fbx_test_field &Objects = *Tree.Find("Objects");
     fbx_test_field &Connections = *Tree.Find("Connections");
     int64_t Layer = 900001, CurveNode = 900002, Curve = 900003;
-    Objects.Add("AnimationLayer", {FbxL(Layer), FbxName("AnimLayer", "Extra"), FbxS("")});
+    fbx_test_field &LayerField = Objects.Add("AnimationLayer", {FbxL(Layer), FbxName("AnimLayer", "Extra"), FbxS("")});
     Objects.Add("AnimationCurveNode", {FbxL(CurveNode), FbxName("AnimCurveNode", "T"), FbxS("")});
     fbx_test_field &CurveField = Objects.Add("AnimationCurve", {FbxL(Curve), FbxName("AnimCurve", ""), FbxS("")});
     CurveField.Add("Default", {FbxD(0.0)});
@@ -100,20 +100,27 @@ TEST(SceneReaders, Fbx7AnimationLayersAndExtrapolationAddOnTopOfTheBase)
     Connections.Add("C", {FbxS("OP"), FbxL(CurveNode), FbxL(Lower), FbxS("Lcl Translation")});
     Connections.Add("C", {FbxS("OP"), FbxL(Curve), FbxL(CurveNode), FbxS("d|X")});
 
-    for (fbx_test_format Format : {FbxTestBinary(7400), FbxTestAscii(7400)}) {
-        loaded_scene Loaded;
-        ASSERT_TRUE(LoadFbxBytes(WriteFbxTestFields(Tree, Format), Loaded)) << Loaded.Error;
-        KFbxNode *Node = FindFbxNode(Loaded.Scene->GetRootNode(), "Lower");
-        ASSERT_NE(Node, nullptr);
-        Loaded.Scene->SetCurrentTake(Scene.Takes[0].Name.c_str());
-        // Lower has no translation curves of its own: the layer adds to the property value.
-        EXPECT_NEAR(Node->GetLocalTranslation(KTime(0))[0], Scene.Nodes[2].Translation[0] + 10.0, 1e-6);
-        EXPECT_NEAR(Node->GetLocalTranslation(KTime(FbxFrameTicks(15)))[0], Scene.Nodes[2].Translation[0] + 25.0, 1e-5);
-        EXPECT_NEAR(Node->GetLocalTranslation(KTime(0))[1], Scene.Nodes[2].Translation[1], 1e-9);
-        double const Base = Scene.Nodes[2].Translation[0];
-        EXPECT_NEAR(Node->GetLocalTranslation(KTime(FbxFrameTicks(-15)))[0], Base - 5.0, 1e-4);
-        EXPECT_NEAR(Node->GetLocalTranslation(KTime(FbxFrameTicks(40)))[0], Base + 30.0, 1e-4);
-        EXPECT_NEAR(Node->GetLocalTranslation(KTime(FbxFrameTicks(90)))[0], Base + 10.0, 1e-4);
+    // The whole layer, then half of it.
+    for (double Weight : {1.0, 0.5}) {
+        if (Weight != 1.0)
+            LayerField.Add("Properties70").Add("P", {FbxS("Weight"), FbxS("Number"), FbxS(""), FbxS("A"),
+                                                     FbxD(Weight * 100.0)});
+        for (fbx_test_format Format : {FbxTestBinary(7400), FbxTestAscii(7400)}) {
+            loaded_scene Loaded;
+            ASSERT_TRUE(LoadFbxBytes(WriteFbxTestFields(Tree, Format), Loaded)) << Loaded.Error;
+            KFbxNode *Node = FindFbxNode(Loaded.Scene->GetRootNode(), "Lower");
+            ASSERT_NE(Node, nullptr);
+            Loaded.Scene->SetCurrentTake(Scene.Takes[0].Name.c_str());
+            // Lower has no translation curves of its own: the layer adds to the property value.
+            double const Base = Scene.Nodes[2].Translation[0];
+            auto X = [&](double Frame) { return Node->GetLocalTranslation(KTime(FbxFrameTicks(Frame)))[0]; };
+            EXPECT_NEAR(X(0), Base + 10.0 * Weight, 1e-6);
+            EXPECT_NEAR(X(15), Base + 25.0 * Weight, 1e-5);
+            EXPECT_NEAR(Node->GetLocalTranslation(KTime(0))[1], Scene.Nodes[2].Translation[1], 1e-9);
+            EXPECT_NEAR(X(-15), Base - 5.0 * Weight, 1e-4);
+            EXPECT_NEAR(X(40), Base + 30.0 * Weight, 1e-4);
+            EXPECT_NEAR(X(90), Base + 10.0 * Weight, 1e-4);
+        }
     }
 }
 
