@@ -434,3 +434,74 @@ TEST(BoneAnimation, NodesOfOneNameGetNamesOfTheirOwnBonesFirst)
         EXPECT_GT(AngleBetween(Start.Orientation, End.Orientation), 50.0f) << "the bone's own swing of 60 degrees";
     }
 }
+
+TEST(BoneAnimation, SpinsPastHalfATurnAndTurningWalksLoop)
+{
+    // Upper turns 390 degrees about Z: its quaternions change sign on the
+    // way, and the stored curve must still follow it between the samples.
+    fbx_test_scene Scene = MakeFbxTestArmScene();
+    for (fbx_test_curve &Curve : Scene.Takes[0].Curves)
+        if (Curve.Node == 1 && Curve.Channel == 'R') Curve.Keys = {{0, -90.0f}, {FbxFrameTicks(30), 300.0f}};
+    {
+        animation_fixture F;
+        ASSERT_TRUE(F.Begin(Scene));
+        tool_animation *Wave = F.AnimationNamed("Wave");
+        animation *Result = F.Sample(Wave);
+        ASSERT_NE(Result, nullptr);
+        transform_track const *Track = TrackNamed(*Result->TrackGroups[0], "Upper");
+        ASSERT_NE(Track, nullptr);
+        tool_node *Node = F.NodeNamed("Upper");
+        real32 Worst = 0.0f;
+        for (int32 Half = 0; Half <= 60; ++Half) {
+            SetAnimationSampleTime(F.Tool, Wave, Half, 60);
+            transform Expected, World;
+            GetNodeTransforms(F.Tool, Node, &Expected, &World);
+            transform Stored;
+            SampleTransformTrack(*Track, Result->Duration, Result->Duration * (real32)Half / 60.0f, Stored);
+            Worst = std::fmax(Worst, AngleBetween(Stored.Orientation, Expected.Orientation));
+        }
+        EXPECT_LT(Worst, 0.3f);
+    }
+
+    // The root walks a quarter circle of radius 20 about Y while turning
+    // with it: constant motion extraction finds a periodic loop of a
+    // quarter turn and leaves the root where it started.
+    fbx_test_scene Arc = WalkScene();
+    fbx_test_take &Take = Arc.Takes[0];
+    Take.Curves.clear();
+    for (int32 Axis : {0, 2}) {
+        fbx_test_curve Position;
+        Position.Node = 0;
+        Position.Channel = 'T';
+        Position.Axis = Axis;
+        for (int32 Frame = 0; Frame <= 20; ++Frame) {
+            double Angle = 1.5707963 * Frame / 20.0;
+            Position.Keys.push_back(
+                {FbxFrameTicks(Frame), (float)(Axis == 0 ? 20.0 * std::sin(Angle) : 20.0 * std::cos(Angle) - 20.0)});
+        }
+        Take.Curves.push_back(Position);
+    }
+    fbx_test_curve Turn;
+    Turn.Node = 0;
+    Turn.Channel = 'R';
+    Turn.Axis = 1;
+    Turn.Keys = {{0, 0.0f}, {FbxFrameTicks(20), 90.0f}};
+    Take.Curves.push_back(Turn);
+    Arc.Nodes[0].RotationPivot[0] = Arc.Nodes[0].RotationPivot[1] = Arc.Nodes[0].RotationPivot[2] = 0.0;
+    animation_fixture F;
+    ASSERT_TRUE(F.Begin(Arc));
+    for (tool_model *Model = FirstModel(F.State.Graph); !IsModelEnd(F.State.Graph, Model); Model = NextModel(Model))
+        SetChoice(Model->TrackSettings, SettingId_RootMotionType, Choice_ConstantMotionExtractionCME);
+    animation *Result = F.Sample(F.AnimationNamed("Walk"));
+    ASSERT_NE(Result, nullptr);
+    track_group const &Group = *Result->TrackGroups[0];
+    ASSERT_NE(Group.PeriodicLoop, nullptr);
+    EXPECT_NEAR(std::fabs(Group.PeriodicLoop->dAngle) * Result->Duration, 1.5707963f, 0.01f); // per second
+    EXPECT_NEAR(Group.PeriodicLoop->Radius, 20.0f, 0.2f);
+    transform Start, End;
+    transform_track const *Root = TrackNamed(Group, "Root");
+    SampleTransformTrack(*Root, Result->Duration, 0.0f, Start);
+    SampleTransformTrack(*Root, Result->Duration, Result->Duration, End);
+    EXPECT_LT(AngleBetween(Start.Orientation, End.Orientation), 0.3f);
+    for (int32 i = 0; i < 3; ++i) EXPECT_NEAR(End.Position[i], Start.Position[i], 0.05f) << i;
+}
