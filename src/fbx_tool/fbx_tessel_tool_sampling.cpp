@@ -1,3 +1,5 @@
+#include <cmath>
+
 #include "fbx_tool/fbx_tessel_tool_sampling.h"
 
 #include "fbx_tool/fbx_tessel_tool_interface.h"
@@ -58,6 +60,17 @@ real32 GetSecondsPerFrame(fbx_tool_interface *Tool)
     return (real32)(1.0 / KTime::GetFrameRate(Settings.GetFrameTimeMode(), Settings.GetFrameCustomRate()));
 }
 
+// The ticks of the whole frames of an animation's span.
+static int64 WholeFrameTicks(fbx_tool_interface *Tool, tool_animation *Animation)
+{
+    int32 Frames = GetAnimationFrameCount(Tool, Animation);
+    KFbxScene *Scene = GetScene(Animation);
+    real64 Rate = Scene ? KTime::GetFrameRate(Scene->GetGlobalSettings().GetFrameTimeMode(),
+                                              Scene->GetGlobalSettings().GetFrameCustomRate())
+                        : KTime::GetFrameRate(FbxTimeMode_30);
+    return (int64)std::llround((real64)Frames * (real64)KTime::TicksPerSecond / Rate);
+}
+
 int32 GetAnimationFrameCount(fbx_tool_interface *Tool, tool_animation *Animation)
 {
     CheckPointer(Animation, LogCategory_Exporter, 0);
@@ -82,17 +95,18 @@ void SetAnimationSampleTime(fbx_tool_interface *Tool, tool_animation *Animation,
     CheckPointer(Animation, LogCategory_Exporter, TESSEL_NOTHING);
     CheckCondition(SampleCount > 0, LogCategory_Exporter, TESSEL_NOTHING);
     MakeTakeCurrent(Animation);
-    // A fixed step in whole ticks: sample i is at i steps, with no running sum.
-    if (Animation->HasRange) {
-        int64 Step = (Animation->End - Animation->Start) / SampleCount;
-        Tool->CurrentTime = Animation->Start + Step * SampleIndex;
-    } else {
+    // The samples cover the whole frames of the span (what the frame count
+    // and the stored time step say), so that a span ending between frames
+    // is not stretched over them. A fixed step in ticks: sample i is at i
+    // steps, with no running sum.
+    int64 Start = Animation->Start;
+    if (!Animation->HasRange) {
         // A take is read over its own span, from its start.
         KFbxTakeInfo *Take = GetTake(Animation);
-        int64 Start = Take ? Take->mLocalTimeSpan.GetStart().Get() : 0;
-        int64 Step = GetTakeDuration(Animation) / SampleCount;
-        Tool->CurrentTime = Start + Step * SampleIndex;
+        Start = Take ? Take->mLocalTimeSpan.GetStart().Get() : 0;
     }
+    int64 Span = WholeFrameTicks(Tool, Animation);
+    Tool->CurrentTime = Start + (Span / SampleCount) * SampleIndex;
 }
 
 void SetMorphFrame(fbx_tool_interface *Tool, int32 Frame, int32 FrameCount) {}

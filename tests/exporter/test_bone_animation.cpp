@@ -505,3 +505,27 @@ TEST(BoneAnimation, SpinsPastHalfATurnAndTurningWalksLoop)
     EXPECT_LT(AngleBetween(Start.Orientation, End.Orientation), 0.3f);
     for (int32 i = 0; i < 3; ++i) EXPECT_NEAR(End.Position[i], Start.Position[i], 0.05f) << i;
 }
+
+TEST(BoneAnimation, ATakeEndingBetweenFramesIsSampledOnItsFrames)
+{
+    // The walk's take ends half a frame after its last key: 20 whole frames
+    // are sampled, each at its own time, and none is stretched over the half.
+    fbx_test_scene Scene = WalkScene();
+    Scene.Takes[0].Stop = FbxFrameTicks(20.5);
+    animation_fixture F;
+    ASSERT_TRUE(F.Begin(Scene));
+    tool_animation *Walk = F.AnimationNamed("Walk");
+    ASSERT_TRUE(SetSettingSliderPosition(FindSetting(Walk->Settings, SettingId_Oversampling), 1));
+    for (tool_model *Model = FirstModel(F.State.Graph); !IsModelEnd(F.State.Graph, Model); Model = NextModel(Model))
+        SetBool(Model->TrackSettings, SettingId_MoveToOrigin, false);
+    animation *Result = F.Sample(Walk);
+    ASSERT_NE(Result, nullptr);
+    EXPECT_FLOAT_EQ(Result->Duration, 20.0f / 30.0f);
+    transform_track const *Root = TrackNamed(*Result->TrackGroups[0], "Root");
+    ASSERT_NE(Root, nullptr);
+    for (int32 Frame : {5, 10, 20}) {
+        transform At;
+        SampleTransformTrack(*Root, Result->Duration, Result->TimeStep * (real32)Frame, At);
+        EXPECT_NEAR(At.Position[0], 1.5f * (real32)Frame, 0.011f) << Frame;
+    }
+}

@@ -38,6 +38,8 @@ bool Export(std::string const &Input, std::string const &Output)
     fbx_tool_interface *Tool = fbx_tool::CreateToolInterface(Input.c_str());
     if (!Tool) return false;
     export_options Options = {};
+    // A settings file to compare with, e.g. one with compression off.
+    Options.SettingsFileName = getenv("TESSEL_CORPUS_SETTINGS");
     bool Written = Tool->FBX && RunExport(Tool, Output.c_str(), &Options, nullptr);
     fbx_tool::DestroyToolInterface(Tool);
     return Written;
