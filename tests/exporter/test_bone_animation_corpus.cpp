@@ -94,6 +94,15 @@ TEST(BoneAnimationCorpus, CurvesComposeToTheReferenceWorlds)
         {"assimp/test/models/FBX/huesitos.fbx", {0.005, 0.005}},
         {"ufbx/data/max_transformed_skin_7500_binary.fbx", {0.001, 0.002}},
         {"ufbx/data/maya_game_sausage_7500_binary_spin.fbx", {0.01, 0.01}},
+        // Repeated node names, whole-frame sampling, FBX 5 key weights,
+        // extrapolation and layer weights.
+        {Characters + "Goblin Animated [Patreon Exclusive]/FBX/Goblin.fbx", {0.02, 0.05}},
+        {Characters + "Animated Robot - Oct 2018/FBX/Robot.fbx", {0.03, 0.4}},
+        {Characters + "Man Animated - Oct 2017/FBX/Animated Human.fbx", {0.015, 0.04}},
+        {"ufbx/data/max7_skin_5000_binary.fbx", {0.001, 0.002}},
+        {"ufbx/data/motionbuilder_extrapolation_relative_count_7700_ascii.fbx", {0.002, 0.005}},
+        {"ufbx/data/motionbuilder_extrapolation_mirror_count_7700_binary.fbx", {0.03, 0.04}},
+        {"ufbx/data/maya_anim_layer_anim_7700_ascii.fbx", {0.03, 0.05}},
     };
     std::string const Output = PrivateTemporaryDirectory() + "/output_corpus_animation.ts2";
     for (std::string const &Relative : Files) {
