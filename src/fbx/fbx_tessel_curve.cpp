@@ -306,7 +306,9 @@ real32 KFCurve::EvaluateNoCache(KTime Time, int32 *Hint)
         if (Mode != FbxExtrapolation_Repetition && Mode != FbxExtrapolation_MirrorRepetition && !Relative) {
             return mKeys[0].Value;
         }
-        if (Span <= 0 || (Repeat != -1 && First.Get() - Span * (Repeat < 0 ? 0 : Repeat) >= T)) {
+        // Distances in unsigned ticks: any two times are at most 2^64 - 1 apart.
+        uint64 Before = (uint64)First.Get() - (uint64)T;
+        if (Span <= 0 || (Repeat != -1 && (uint64)(Repeat < 0 ? 0 : Repeat) <= Before / (uint64)Span)) {
             // Past the last repetition the value stays where that one ended.
             if (Relative && Span > 0) {
                 return (real32)(mKeys[0].Value - (real64)(Repeat < 0 ? 0 : Repeat) * Rise);
@@ -316,8 +318,8 @@ real32 KFCurve::EvaluateNoCache(KTime Time, int32 *Hint)
             }
             return mKeys[0].Value;
         }
-        int64 N = -((T - First.Get()) / Span);
-        int64 R = T - First.Get() + N * Span; // in (-Span, 0]
+        int64 N = (int64)(Before / (uint64)Span);
+        int64 R = -(int64)(Before % (uint64)Span); // in (-Span, 0]
         if (Relative) {
             Offset = -(real64)(N + (R < 0 ? 1 : 0)) * Rise;
             T = Last.Get() + R;
@@ -337,7 +339,8 @@ real32 KFCurve::EvaluateNoCache(KTime Time, int32 *Hint)
         if (Mode != FbxExtrapolation_Repetition && Mode != FbxExtrapolation_MirrorRepetition && !Relative) {
             return mKeys[Count - 1].Value;
         }
-        if (Span <= 0 || (Repeat != -1 && Last.Get() + Span * (Repeat < 0 ? 0 : Repeat) <= T)) {
+        uint64 After = (uint64)T - (uint64)Last.Get();
+        if (Span <= 0 || (Repeat != -1 && (uint64)(Repeat < 0 ? 0 : Repeat) <= After / (uint64)Span)) {
             if (Relative && Span > 0) {
                 return (real32)(mKeys[Count - 1].Value + (real64)(Repeat < 0 ? 0 : Repeat) * Rise);
             }
@@ -346,8 +349,9 @@ real32 KFCurve::EvaluateNoCache(KTime Time, int32 *Hint)
             }
             return mKeys[Count - 1].Value;
         }
-        int64 N = (T - First.Get()) / Span;
-        int64 R = T - First.Get() - N * Span;
+        uint64 FromFirst = (uint64)T - (uint64)First.Get();
+        int64 N = (int64)(FromFirst / (uint64)Span);
+        int64 R = (int64)(FromFirst % (uint64)Span);
         if (Relative) {
             Offset = (real64)N * Rise;
             T = First.Get() + R;
