@@ -790,6 +790,55 @@ bool KFbx::DecodeArray(fbx_value const &Value, fbx_field const *Field, int32 Ele
     if (Count <= 0) return true;
     if (Value.Type == FbxValue_AsciiArray) {
         fbx_field const *Elements = AsciiArrayField(Field);
+        bool Numeric = ElementType == FbxValue_ArrayReal32 || ElementType == FbxValue_ArrayReal64 ||
+                       ElementType == FbxValue_ArrayInt32 || ElementType == FbxValue_ArrayInt64;
+        if (Elements && Numeric && Count <= (int64)Elements->ValueCount) {
+            // Text elements straight from the value list, converted as
+            // ReadScalar and StoreElement would.
+            fbx_value const *List = Values + Elements->FirstValue;
+            uint8 *Out = (uint8 *)Buffer;
+            for (int64 Index = 0; Index < Count; ++Index) {
+                fbx_value const &Element = List[Index];
+                char const *Text = (char const *)Bytes + Element.Offset;
+                int32 Length = (int32)Element.Size;
+                if (Element.Type != FbxValue_String) {
+                    int64 Integer = 0;
+                    real64 Real = 0.0;
+                    bool IsReal = false;
+                    if (!ReadScalar(*this, Elements, (int32)Index, ElementType, &Integer, &Real, &IsReal)) return false;
+                    StoreElement(ElementType, Buffer, Index, Integer, Real, IsReal);
+                    continue;
+                }
+                switch (ElementType) {
+                case FbxValue_ArrayReal32:
+                case FbxValue_ArrayReal64: {
+                    real64 Real;
+                    if (!ParseFbxTextReal64(Text, Length, &Real)) return false;
+                    if (ElementType == FbxValue_ArrayReal64) {
+                        memcpy(Out + Index * 8, &Real, 8);
+                    } else {
+                        real32 Narrow = (real32)Real;
+                        memcpy(Out + Index * 4, &Narrow, 4);
+                    }
+                    break;
+                }
+                default: {
+                    int64 Integer;
+                    if (!ParseFbxTextInt64(Text, Length, &Integer)) return false;
+                    if (ElementType == FbxValue_ArrayInt64) {
+                        memcpy(Out + Index * 8, &Integer, 8);
+                    } else {
+                        int32 Narrow = (int32)(Integer < INT32_MIN   ? INT32_MIN
+                                               : Integer > INT32_MAX ? INT32_MAX
+                                                                     : Integer);
+                        memcpy(Out + Index * 4, &Narrow, 4);
+                    }
+                    break;
+                }
+                }
+            }
+            return true;
+        }
         for (int64 Index = 0; Index < Count; ++Index) {
             int64 Integer = 0;
             real64 Real = 0.0;
