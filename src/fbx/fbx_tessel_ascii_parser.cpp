@@ -104,8 +104,10 @@ struct fbx_ascii_parser
             return false;
         }
         int64 End = Close - Text;
-        int64 Write = Start;
-        for (int64 Read = Start; Read < End;) {
+        // Text without an '&' stays where it is.
+        char *Mark = (char *)memchr(Text + Start, '&', (size_t)(End - Start));
+        int64 Write = Mark ? Mark - Text : End;
+        for (int64 Read = Write; Read < End;) {
             if (Text[Read] == '&' && End - Read >= 6 && memcmp(Text + Read, "&quot;", 6) == 0) {
                 Text[Write++] = '"';
                 Read += 6;
@@ -146,6 +148,14 @@ struct fbx_ascii_parser
     // anything else (Comma tells whether a comma was taken last).
     bool ParseBareValues(bool &Comma)
     {
+        // The table's end is kept in locals while the run lasts.
+        fbx_value *List = Fbx.Values;
+        uint32 Count = Fbx.ValueCount, Capacity = Fbx.ValueCapacity, Added = 0;
+        auto Settle = [&] {
+            Fbx.ValueCount = Count;
+            Fbx.Fields[Fbx.FieldCount - 1].ValueCount += Added;
+            Added = 0;
+        };
         char const *At = Text + Position;
         for (;;) {
             while (IsBlank(*At)) ++At;
@@ -165,8 +175,22 @@ struct fbx_ascii_parser
                 ++At;
                 while (!EndsWord(*At)) ++At;
             }
-            if (!AddValue(FbxValue_String, (uint32)(Start - Text), (uint32)(At - Start))) return false;
+            if (Count >= Capacity) {
+                Settle();
+                if (!Fbx.AddValue(FbxValue_String, (uint32)(Start - Text), (uint32)(At - Start))) return false;
+                List = Fbx.Values;
+                Count = Fbx.ValueCount;
+                Capacity = Fbx.ValueCapacity;
+                continue;
+            }
+            fbx_value &Value = List[Count++];
+            Value.Offset = (uint32)(Start - Text);
+            Value.Size = (uint32)(At - Start);
+            Value.Type = FbxValue_String;
+            Value.Pad[0] = Value.Pad[1] = Value.Pad[2] = 0;
+            ++Added;
         }
+        Settle();
         Position = At - Text;
         return true;
     }

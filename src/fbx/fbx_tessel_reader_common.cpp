@@ -90,6 +90,19 @@ void ApplyFbxNodeProperty(KFbx &Fbx, fbx_field const *Property, int32 ValueIndex
 {
     char Name[128];
     ReadFbxString(Fbx, Property, 0, Name, sizeof(Name));
+    // Every name below starts with one of these letters: the rest pass by
+    // without a comparison.
+    switch (Name[0]) {
+    case 'G':
+    case 'I':
+    case 'L':
+    case 'P':
+    case 'Q':
+    case 'R':
+    case 'S':
+    case 'T': break;
+    default: return;
+    }
     struct optional_entry
     {
         char const *Name;
