@@ -384,25 +384,21 @@ static bool ParsePlainDecimal(char const *Text, char const *End, real64 *Result)
     char const *At = Text;
     bool Negative = At < End && *At == '-';
     if (Negative) ++At;
+    // More than 19 digits may wrap the sum: such text is refused below.
     uint64 Digits = 0;
-    int32 DigitCount = 0;
     char const *First = At;
-    while (At < End && IsDigit(*At)) {
-        Digits = Digits * 10 + (uint64)(*At++ - '0');
-        if (++DigitCount > 19) return false;
-    }
-    if (At == First) return false;
+    while (At < End && IsDigit(*At)) Digits = Digits * 10 + (uint64)(*At++ - '0');
+    int64 DigitCount = At - First;
+    if (DigitCount == 0) return false;
     int32 Scale = 0;
     if (At < End && *At == '.') {
         char const *Fraction = ++At;
-        while (At < End && IsDigit(*At)) {
-            Digits = Digits * 10 + (uint64)(*At++ - '0');
-            if (++DigitCount > 19) return false;
-        }
+        while (At < End && IsDigit(*At)) Digits = Digits * 10 + (uint64)(*At++ - '0');
         if (At == Fraction) return false;
         Scale = (int32)(At - Fraction);
+        DigitCount += Scale;
     }
-    if (At != End || Digits > ((uint64)1 << 53) || Scale > 22) return false;
+    if (At != End || DigitCount > 19 || Digits > ((uint64)1 << 53) || Scale > 22) return false;
     real64 Value = (real64)Digits;
     if (Scale) Value /= PowersOfTen[Scale];
     *Result = Negative ? -Value : Value;
