@@ -243,13 +243,15 @@ int32 KFbx::AddField(int32 Parent, int32 PreviousSibling, uint32 FileOffset, cha
 {
     if (FieldCount == INT32_MAX) return -1;
     uint32 Capacity = (uint32)FieldCapacity;
-    if (!GrowTable((void **)&Fields, &Capacity, (uint32)FieldCount + 1, (int32)sizeof(fbx_field))) {
+    if (FieldCount >= FieldCapacity &&
+        !GrowTable((void **)&Fields, &Capacity, (uint32)FieldCount + 1, (int32)sizeof(fbx_field))) {
         Fail("Out of memory for FBX fields");
         return -1;
     }
     FieldCapacity = (int32)Capacity;
     if ((uint64)NameSize + (uint64)NameLength + 1 > 0xFFFFFFF0u ||
-        !GrowTable((void **)&Names, &NameCapacity, NameSize + (uint32)NameLength + 1, 1)) {
+        (NameSize + (uint32)NameLength + 1 > NameCapacity &&
+         !GrowTable((void **)&Names, &NameCapacity, NameSize + (uint32)NameLength + 1, 1))) {
         Fail("Out of memory for FBX field names");
         return -1;
     }
