@@ -116,7 +116,7 @@ struct fbx_ascii_parser
             }
         }
         Position = End + 1;
-        return Fbx.AddValue(FbxValue_String, (uint32)Start, (uint32)(Write - Start));
+        return AddValue(FbxValue_String, (uint32)Start, (uint32)(Write - Start));
     }
 
     bool ParseValue()
@@ -138,7 +138,7 @@ struct fbx_ascii_parser
         }
         if (Text[Start] == '*') {
             int32 Slot = Fbx.AddSlot();
-            return Slot >= 0 && Fbx.AddValue(FbxValue_AsciiArray, (uint32)Start, (uint32)Slot);
+            return Slot >= 0 && AddValue(FbxValue_AsciiArray, (uint32)Start, (uint32)Slot);
         }
         return AddValue(FbxValue_String, (uint32)Start, (uint32)(Position - Start));
     }
