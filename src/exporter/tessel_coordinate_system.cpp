@@ -44,12 +44,17 @@ void WarnOfZeroNormals(file_info const &FileInfo)
         if (!Data || !Data->Vertices.Type || !FindVertexMember(Data->Vertices.Type, "Normal")) continue;
         int32 Size = GetTotalObjectSize(Data->Vertices.Type);
         int32 Zero = 0;
+        conversion_plan *Read = NewConversionPlan(Data->Vertices.Type, NormalLayout);
         for (int32 Vertex = 0; Vertex < Data->Vertices.Count; ++Vertex) {
             real32 Normal[3];
-            ConvertSingleObject(Data->Vertices.Type, (uint8 const *)Data->Vertices.Array + (intaddrx)Vertex * Size,
-                                NormalLayout, Normal);
+            void const *Source = (uint8 const *)Data->Vertices.Array + (intaddrx)Vertex * Size;
+            if (Read)
+                ConvertWithPlan(Read, Source, Normal, true);
+            else
+                ConvertSingleObject(Data->Vertices.Type, Source, NormalLayout, Normal);
             if (Normal[0] == 0.0f && Normal[1] == 0.0f && Normal[2] == 0.0f) ++Zero;
         }
+        FreeConversionPlan(Read);
         if (Zero > 0) {
             TesselWarning(LogCategory_BasisConversion, "Mesh %s has %d vertices with a zero normal; they keep it",
                           Mesh->Name ? Mesh->Name : "", Zero);

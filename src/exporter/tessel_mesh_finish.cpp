@@ -55,7 +55,21 @@ struct canonical_layout
         Members[2].Name = "BoneIndices";
         Members[2].ArrayWidth = Width > 0 ? Width : 1;
         IndicesOnly[0] = Members[2];
+        Read = Layout ? NewConversionPlan(Layout, Members) : 0;
+        WriteIndices = Layout ? NewConversionPlan(IndicesOnly, Layout) : 0;
     }
+    ~canonical_layout()
+    {
+        FreeConversionPlan(Read);
+        FreeConversionPlan(WriteIndices);
+    }
+    canonical_layout(canonical_layout const &) = delete;
+    canonical_layout &operator=(canonical_layout const &) = delete;
+
+    // The members matched once for all vertices (null without memory: each
+    // vertex is then matched on its own).
+    conversion_plan *Read;
+    conversion_plan *WriteIndices;
 };
 
 struct canonical_vertex
@@ -71,7 +85,10 @@ void ReadCanonicalVertex(canonical_layout const &Canonical, data_type_definition
                          canonical_vertex &Result)
 {
     uint8 Packed[12 + 8 * MeshBuilderMaxWeights];
-    ConvertSingleObject(Layout, Vertex, Canonical.Members, Packed);
+    if (Canonical.Read)
+        ConvertWithPlan(Canonical.Read, Vertex, Packed, true);
+    else
+        ConvertSingleObject(Layout, Vertex, Canonical.Members, Packed);
     int32 Width = Canonical.Width > 0 ? Canonical.Width : 1;
     memcpy(Result.Position, Packed, 12);
     memcpy(Result.Weights, Packed + 12, sizeof(real32) * (size_t)Width);
@@ -443,7 +460,10 @@ bool RemapBoneIndices(int32 const *NewIndices, int32 BoneCount, vertex_data *Ver
                 Result = false;
             }
         }
-        MergeSingleObject(Canonical.IndicesOnly, Vertex.Indices, Layout, Address);
+        if (Canonical.WriteIndices)
+            ConvertWithPlan(Canonical.WriteIndices, Vertex.Indices, Address, false);
+        else
+            MergeSingleObject(Canonical.IndicesOnly, Vertex.Indices, Layout, Address);
     }
     return Result;
 }

@@ -57,34 +57,42 @@ struct fbx_ascii_parser
         return Line;
     }
 
+    // The scanning loops work on a local pointer and rely on the zero byte
+    // that follows the file's bytes: it ends every word and every run of
+    // blanks.
     void SkipBlanks()
     {
-        while (Position < Size && IsBlank(Text[Position])) ++Position;
+        char const *At = Text + Position;
+        while (IsBlank(*At)) ++At;
+        Position = At - Text;
     }
 
     // Blanks, line ends and comments.
     void SkipSpace()
     {
-        while (Position < Size) {
-            char Character = Text[Position];
+        char const *At = Text + Position;
+        char const *End = Text + Size;
+        for (;;) {
+            char Character = *At;
             if (IsBlank(Character) || IsLineEnd(Character)) {
-                ++Position;
-            } else if (Character == ';') {
-                while (Position < Size && !IsLineEnd(Text[Position])) ++Position;
+                ++At;
+            } else if (Character == ';' && At < End) {
+                while (At < End && !IsLineEnd(*At)) ++At;
             } else {
                 break;
             }
         }
+        Position = At - Text;
     }
 
     // True when a field name ("Word:") starts at the current position.
     bool AtFieldName() const
     {
-        int64 At = Position;
-        while (At < Size && !EndsWord(Text[At])) ++At;
-        if (At == Position) return false;
-        while (At < Size && IsBlank(Text[At])) ++At;
-        return At < Size && Text[At] == ':';
+        char const *At = Text + Position;
+        while (!EndsWord(*At)) ++At;
+        if (At == Text + Position) return false;
+        while (IsBlank(*At)) ++At;
+        return *At == ':';
     }
 
     bool ParseQuoted()
@@ -96,8 +104,10 @@ struct fbx_ascii_parser
             return false;
         }
         int64 End = Close - Text;
-        int64 Write = Start;
-        for (int64 Read = Start; Read < End;) {
+        // Text without an '&' stays where it is.
+        char *Mark = (char *)memchr(Text + Start, '&', (size_t)(End - Start));
+        int64 Write = Mark ? Mark - Text : End;
+        for (int64 Read = Write; Read < End;) {
             if (Text[Read] == '&' && End - Read >= 6 && memcmp(Text + Read, "&quot;", 6) == 0) {
                 Text[Write++] = '"';
                 Read += 6;
@@ -106,7 +116,7 @@ struct fbx_ascii_parser
             }
         }
         Position = End + 1;
-        return Fbx.AddValue(FbxValue_String, (uint32)Start, (uint32)(Write - Start));
+        return AddValue(FbxValue_String, (uint32)Start, (uint32)(Write - Start));
     }
 
     bool ParseValue()
@@ -114,21 +124,88 @@ struct fbx_ascii_parser
         char Character = Peek();
         if (Character == '"') return ParseQuoted();
         int64 Start = Position;
-        while (Position < Size && !EndsWord(Text[Position])) ++Position;
+        char const *At = Text + Position;
+        while (!EndsWord(*At)) ++At;
         // A ':' inside a bare word (e.g. a time "00:01") belongs to it.
-        while (Position < Size && Text[Position] == ':') {
-            ++Position;
-            while (Position < Size && !EndsWord(Text[Position])) ++Position;
+        while (*At == ':') {
+            ++At;
+            while (!EndsWord(*At)) ++At;
         }
+        Position = At - Text;
         if (Position == Start) {
             Fbx.Fail("Unexpected character '%c' at line %d", Character, LineAt(Position));
             return false;
         }
         if (Text[Start] == '*') {
             int32 Slot = Fbx.AddSlot();
-            return Slot >= 0 && Fbx.AddValue(FbxValue_AsciiArray, (uint32)Start, (uint32)Slot);
+            return Slot >= 0 && AddValue(FbxValue_AsciiArray, (uint32)Start, (uint32)Slot);
         }
-        return Fbx.AddValue(FbxValue_String, (uint32)Start, (uint32)(Position - Start));
+        return AddValue(FbxValue_String, (uint32)Start, (uint32)(Position - Start));
+    }
+
+    // After a value: the bare words that follow on the line, each after a
+    // comma and blanks, as the general loop would read them. Stops before
+    // anything else (Comma tells whether a comma was taken last).
+    bool ParseBareValues(bool &Comma)
+    {
+        // The table's end is kept in locals while the run lasts.
+        fbx_value *List = Fbx.Values;
+        uint32 Count = Fbx.ValueCount, Capacity = Fbx.ValueCapacity, Added = 0;
+        auto Settle = [&] {
+            Fbx.ValueCount = Count;
+            Fbx.Fields[Fbx.FieldCount - 1].ValueCount += Added;
+            Added = 0;
+        };
+        char const *At = Text + Position;
+        for (;;) {
+            while (IsBlank(*At)) ++At;
+            if (*At != ',') {
+                Comma = false;
+                break;
+            }
+            ++At;
+            while (IsBlank(*At)) ++At;
+            if (EndsWord(*At) || *At == '*') {
+                Comma = true;
+                break;
+            }
+            char const *Start = At;
+            while (!EndsWord(*At)) ++At;
+            while (*At == ':') {
+                ++At;
+                while (!EndsWord(*At)) ++At;
+            }
+            if (Count >= Capacity) {
+                Settle();
+                if (!Fbx.AddValue(FbxValue_String, (uint32)(Start - Text), (uint32)(At - Start))) return false;
+                List = Fbx.Values;
+                Count = Fbx.ValueCount;
+                Capacity = Fbx.ValueCapacity;
+                continue;
+            }
+            fbx_value &Value = List[Count++];
+            Value.Offset = (uint32)(Start - Text);
+            Value.Size = (uint32)(At - Start);
+            Value.Type = FbxValue_String;
+            Value.Pad[0] = Value.Pad[1] = Value.Pad[2] = 0;
+            ++Added;
+        }
+        Settle();
+        Position = At - Text;
+        return true;
+    }
+
+    // The container's AddValue with room to spare done here.
+    bool AddValue(int32 Type, uint32 Offset, uint32 Length)
+    {
+        if (Fbx.ValueCount >= Fbx.ValueCapacity) return Fbx.AddValue(Type, Offset, Length);
+        fbx_value &Value = Fbx.Values[Fbx.ValueCount++];
+        Value.Offset = Offset;
+        Value.Size = Length;
+        Value.Type = (uint8)Type;
+        Value.Pad[0] = Value.Pad[1] = Value.Pad[2] = 0;
+        ++Fbx.Fields[Fbx.FieldCount - 1].ValueCount;
+        return true;
     }
 
     // After the colon: values, then optionally a child block.
@@ -166,9 +243,14 @@ struct fbx_ascii_parser
             if (Character == '}') return true;
             if (ExpectValue) {
                 // An empty value ("Content: ,") reads as an empty string.
-                if (Character == ',' ? !Fbx.AddValue(FbxValue_String, (uint32)Position, 0) : !ParseValue())
-                    return false;
-                ExpectValue = AfterComma = false;
+                if (Character == ',') {
+                    if (!AddValue(FbxValue_String, (uint32)Position, 0)) return false;
+                    ExpectValue = AfterComma = false;
+                } else {
+                    bool Comma = false;
+                    if (!ParseValue() || !ParseBareValues(Comma)) return false;
+                    ExpectValue = AfterComma = Comma;
+                }
                 AnyValue = true;
                 continue;
             }
@@ -214,7 +296,9 @@ struct fbx_ascii_parser
                 return true;
             }
             int64 Start = Position;
-            while (Position < Size && !EndsWord(Text[Position])) ++Position;
+            char const *At = Text + Position;
+            while (!EndsWord(*At)) ++At;
+            Position = At - Text;
             int64 NameEnd = Position;
             SkipBlanks();
             if (NameEnd == Start || Peek() != ':' || NameEnd - Start > 255) {
@@ -285,11 +369,64 @@ static char const *SkipPlus(char const *Text, char const *End)
     return (Text < End && *Text == '+') ? Text + 1 : Text;
 }
 
+static inline bool IsDigit(char Character)
+{
+    return (unsigned char)(Character - '0') < 10;
+}
+
+// "-ddd.ddd" with at most 2^53 as its digits and at most 22 after the point:
+// both the digits and the power of ten are exact doubles, so one division
+// gives the correctly rounded value, as the general parser would.
+static bool ParsePlainDecimal(char const *Text, char const *End, real64 *Result)
+{
+    static real64 const PowersOfTen[23] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                                           1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+    char const *At = Text;
+    bool Negative = At < End && *At == '-';
+    if (Negative) ++At;
+    // More than 19 digits may wrap the sum: such text is refused below.
+    uint64 Digits = 0;
+    char const *First = At;
+    while (At < End && IsDigit(*At)) Digits = Digits * 10 + (uint64)(*At++ - '0');
+    int64 DigitCount = At - First;
+    if (DigitCount == 0) return false;
+    int32 Scale = 0;
+    if (At < End && *At == '.') {
+        char const *Fraction = ++At;
+        while (At < End && IsDigit(*At)) Digits = Digits * 10 + (uint64)(*At++ - '0');
+        if (At == Fraction) return false;
+        Scale = (int32)(At - Fraction);
+        DigitCount += Scale;
+    }
+    if (At != End || DigitCount > 19 || Digits > ((uint64)1 << 53) || Scale > 22) return false;
+    real64 Value = (real64)Digits;
+    if (Scale) Value /= PowersOfTen[Scale];
+    *Result = Negative ? -Value : Value;
+    return true;
+}
+
+// "-ddd" of at most 18 digits.
+static bool ParsePlainInteger(char const *Text, char const *End, int64 *Result)
+{
+    char const *At = Text;
+    bool Negative = At < End && *At == '-';
+    if (Negative) ++At;
+    if (At == End || End - At > 18) return false;
+    int64 Value = 0;
+    for (; At < End; ++At) {
+        if (!IsDigit(*At)) return false;
+        Value = Value * 10 + (*At - '0');
+    }
+    *Result = Negative ? -Value : Value;
+    return true;
+}
+
 bool ParseFbxTextReal64(char const *Text, int32 Length, real64 *Result)
 {
     if (!Text || Length <= 0) return false;
     char const *End = Text + Length;
     char const *Start = SkipPlus(Text, End);
+    if (ParsePlainDecimal(Start, End, Result)) return true;
     std::from_chars_result Parsed = std::from_chars(Start, End, *Result);
     if (Parsed.ec == std::errc() && Parsed.ptr == End) return true;
     // Older writers print special values as "1.#INF", "-1.#IND" or "1.#QNAN".
@@ -306,6 +443,7 @@ bool ParseFbxTextInt64(char const *Text, int32 Length, int64 *Result)
     if (!Text || Length <= 0) return false;
     char const *End = Text + Length;
     char const *Start = SkipPlus(Text, End);
+    if (ParsePlainInteger(Start, End, Result)) return true;
     std::from_chars_result Parsed = std::from_chars(Start, End, *Result);
     if (Parsed.ec == std::errc() && Parsed.ptr == End) return true;
     real64 Real;

@@ -173,6 +173,8 @@ bool KFbx::ProjectOpenMemory(void const *Data, int64 Size)
     return Parse();
 }
 
+static bool GrowTable(void **Table, uint32 *Capacity, uint32 Needed, int32 UnitSize);
+
 bool KFbx::Parse()
 {
     if (ByteCount > MaximumFileSize) {
@@ -190,6 +192,17 @@ bool KFbx::Parse()
         WideRecords = HeaderVersion >= 7500;
         Result = ParseBinary();
     } else {
+        // Text: the tables start at about the size the text will need (a
+        // value takes a few bytes of it, a field a line), so that they rarely
+        // grow and copy. Pages never reached are never touched; a reservation
+        // that fails leaves the tables to grow as they go.
+        uint64 Estimate = (uint64)ByteCount / 6 + 256;
+        if (Estimate > ((uint64)1 << 24)) Estimate = (uint64)1 << 24;
+        GrowTable((void **)&Values, &ValueCapacity, (uint32)Estimate, (int32)sizeof(fbx_value));
+        uint32 Capacity = (uint32)FieldCapacity;
+        if (GrowTable((void **)&Fields, &Capacity, (uint32)(Estimate / 6), (int32)sizeof(fbx_field)))
+            FieldCapacity = (int32)Capacity;
+        GrowTable((void **)&Names, &NameCapacity, (uint32)Estimate, 1);
         Result = ParseAscii();
     }
     if (Result && FieldCount == 0) {
@@ -230,13 +243,15 @@ int32 KFbx::AddField(int32 Parent, int32 PreviousSibling, uint32 FileOffset, cha
 {
     if (FieldCount == INT32_MAX) return -1;
     uint32 Capacity = (uint32)FieldCapacity;
-    if (!GrowTable((void **)&Fields, &Capacity, (uint32)FieldCount + 1, (int32)sizeof(fbx_field))) {
+    if (FieldCount >= FieldCapacity &&
+        !GrowTable((void **)&Fields, &Capacity, (uint32)FieldCount + 1, (int32)sizeof(fbx_field))) {
         Fail("Out of memory for FBX fields");
         return -1;
     }
     FieldCapacity = (int32)Capacity;
     if ((uint64)NameSize + (uint64)NameLength + 1 > 0xFFFFFFF0u ||
-        !GrowTable((void **)&Names, &NameCapacity, NameSize + (uint32)NameLength + 1, 1)) {
+        (NameSize + (uint32)NameLength + 1 > NameCapacity &&
+         !GrowTable((void **)&Names, &NameCapacity, NameSize + (uint32)NameLength + 1, 1))) {
         Fail("Out of memory for FBX field names");
         return -1;
     }
@@ -785,11 +800,63 @@ static bool ReadScalar(KFbx const &Fbx, fbx_field const *Field, int32 Index, int
     return Fbx.GetValueInt64(Field, Index, Integer);
 }
 
+// Count values of a list (a text array's elements or a field's own values)
+// into Buffer: text straight through the number parsers, other kinds through
+// ReadScalar, with the conversions of ReadScalar and StoreElement.
+static bool DecodeTextNumbers(KFbx const &Fbx, uint8 const *Bytes, fbx_field const *Field, fbx_value const *List,
+                              int64 Count, int32 ElementType, void *Buffer)
+{
+    bool Numeric = ElementType == FbxValue_ArrayReal32 || ElementType == FbxValue_ArrayReal64 ||
+                   ElementType == FbxValue_ArrayInt32 || ElementType == FbxValue_ArrayInt64;
+    uint8 *Out = (uint8 *)Buffer;
+    for (int64 Index = 0; Index < Count; ++Index) {
+        fbx_value const &Element = List[Index];
+        if (Element.Type != FbxValue_String || !Numeric) {
+            int64 Integer = 0;
+            real64 Real = 0.0;
+            bool IsReal = false;
+            if (!ReadScalar(Fbx, Field, (int32)Index, ElementType, &Integer, &Real, &IsReal)) return false;
+            StoreElement(ElementType, Buffer, Index, Integer, Real, IsReal);
+            continue;
+        }
+        char const *Text = (char const *)Bytes + Element.Offset;
+        int32 Length = (int32)Element.Size;
+        switch (ElementType) {
+        case FbxValue_ArrayReal32:
+        case FbxValue_ArrayReal64: {
+            real64 Real;
+            if (!ParseFbxTextReal64(Text, Length, &Real)) return false;
+            if (ElementType == FbxValue_ArrayReal64) {
+                memcpy(Out + Index * 8, &Real, 8);
+            } else {
+                real32 Narrow = (real32)Real;
+                memcpy(Out + Index * 4, &Narrow, 4);
+            }
+            break;
+        }
+        default: {
+            int64 Integer;
+            if (!ParseFbxTextInt64(Text, Length, &Integer)) return false;
+            if (ElementType == FbxValue_ArrayInt64) {
+                memcpy(Out + Index * 8, &Integer, 8);
+            } else {
+                int32 Narrow = (int32)(Integer < INT32_MIN ? INT32_MIN : Integer > INT32_MAX ? INT32_MAX : Integer);
+                memcpy(Out + Index * 4, &Narrow, 4);
+            }
+            break;
+        }
+        }
+    }
+    return true;
+}
+
 bool KFbx::DecodeArray(fbx_value const &Value, fbx_field const *Field, int32 ElementType, void *Buffer, int64 Count)
 {
     if (Count <= 0) return true;
     if (Value.Type == FbxValue_AsciiArray) {
         fbx_field const *Elements = AsciiArrayField(Field);
+        if (Elements && Count <= (int64)Elements->ValueCount)
+            return DecodeTextNumbers(*this, Bytes, Elements, Values + Elements->FirstValue, Count, ElementType, Buffer);
         for (int64 Index = 0; Index < Count; ++Index) {
             int64 Integer = 0;
             real64 Real = 0.0;
@@ -935,12 +1002,6 @@ int64 KFbx::CopyNumbers(fbx_field const *Field, int32 ElementType, void *Buffer,
             return CopyArray(Field, 0, ElementType, Buffer, Count);
     }
     int64 Wanted = Count < (int64)Field->ValueCount ? Count : (int64)Field->ValueCount;
-    for (int64 Index = 0; Index < Wanted; ++Index) {
-        int64 Integer = 0;
-        real64 Real = 0.0;
-        bool IsReal = false;
-        if (!ReadScalar(*this, Field, (int32)Index, ElementType, &Integer, &Real, &IsReal)) return -1;
-        StoreElement(ElementType, Buffer, Index, Integer, Real, IsReal);
-    }
+    if (!DecodeTextNumbers(*this, Bytes, Field, Values + Field->FirstValue, Wanted, ElementType, Buffer)) return -1;
     return Wanted;
 }

@@ -90,76 +90,76 @@ void ApplyFbxNodeProperty(KFbx &Fbx, fbx_field const *Property, int32 ValueIndex
 {
     char Name[128];
     ReadFbxString(Fbx, Property, 0, Name, sizeof(Name));
-    struct optional_entry
-    {
-        char const *Name;
-        fbx_optional_vector *Member;
+    auto Optional = [&](fbx_optional_vector &Member) {
+        Member.Value = ReadVector3(Fbx, Property, ValueIndex, KFbxVector4());
+        Member.InUse = true;
     };
-    optional_entry const Optionals[] = {
-        {"RotationOffset", &Node->RotationOffset}, {"RotationPivot", &Node->RotationPivot},
-        {"ScalingOffset", &Node->ScalingOffset},   {"ScalingPivot", &Node->ScalingPivot},
-        {"PreRotation", &Node->PreRotation},       {"PostRotation", &Node->PostRotation},
-    };
-    if (strcmp(Name, "Lcl Translation") == 0) {
-        Node->LclTranslation = ReadVector3(Fbx, Property, ValueIndex, Node->LclTranslation);
-        return;
-    }
-    if (strcmp(Name, "Lcl Rotation") == 0) {
-        Node->LclRotation = ReadVector3(Fbx, Property, ValueIndex, Node->LclRotation);
-        return;
-    }
-    if (strcmp(Name, "Lcl Scaling") == 0) {
-        Node->LclScaling = ReadVector3(Fbx, Property, ValueIndex, Node->LclScaling);
-        return;
-    }
-    if (strcmp(Name, "GeometricTranslation") == 0) {
-        Node->GeometricTranslation = ReadVector3(Fbx, Property, ValueIndex, KFbxVector4());
-        return;
-    }
-    if (strcmp(Name, "GeometricRotation") == 0) {
-        Node->GeometricRotation = ReadVector3(Fbx, Property, ValueIndex, KFbxVector4());
-        return;
-    }
-    if (strcmp(Name, "GeometricScaling") == 0) {
-        Node->GeometricScaling = ReadVector3(Fbx, Property, ValueIndex, KFbxVector4(1.0, 1.0, 1.0));
-        return;
-    }
-    for (optional_entry const &Entry : Optionals) {
-        if (strcmp(Name, Entry.Name) == 0) {
-            Entry.Member->Value = ReadVector3(Fbx, Property, ValueIndex, KFbxVector4());
-            Entry.Member->InUse = true;
-            return;
+    // Only the names that start with the same letter are compared.
+    switch (Name[0]) {
+    case 'L':
+        if (strcmp(Name, "Lcl Translation") == 0) {
+            Node->LclTranslation = ReadVector3(Fbx, Property, ValueIndex, Node->LclTranslation);
+        } else if (strcmp(Name, "Lcl Rotation") == 0) {
+            Node->LclRotation = ReadVector3(Fbx, Property, ValueIndex, Node->LclRotation);
+        } else if (strcmp(Name, "Lcl Scaling") == 0) {
+            Node->LclScaling = ReadVector3(Fbx, Property, ValueIndex, Node->LclScaling);
         }
-    }
-    if (strcmp(Name, "RotationOrder") == 0) {
-        int32 Order = Fbx.GetInt32(Property, ValueIndex, 0);
-        Node->RotationOrder = (Order >= 0 && Order <= FbxRotationOrder_SphericXYZ) ? Order : 0;
         return;
-    }
-    if (strcmp(Name, "RotationActive") == 0) {
-        Node->RotationActive = ReadFlag(Fbx, Property, ValueIndex);
-        Node->RotationLimits.Active = Node->RotationActive;
+    case 'G':
+        if (strcmp(Name, "GeometricTranslation") == 0) {
+            Node->GeometricTranslation = ReadVector3(Fbx, Property, ValueIndex, KFbxVector4());
+        } else if (strcmp(Name, "GeometricRotation") == 0) {
+            Node->GeometricRotation = ReadVector3(Fbx, Property, ValueIndex, KFbxVector4());
+        } else if (strcmp(Name, "GeometricScaling") == 0) {
+            Node->GeometricScaling = ReadVector3(Fbx, Property, ValueIndex, KFbxVector4(1.0, 1.0, 1.0));
+        }
         return;
-    }
-    if (strcmp(Name, "QuaternionInterpolate") == 0) {
-        Node->QuaternionInterpolate = Fbx.GetInt32(Property, ValueIndex, 0) != 0;
+    case 'P':
+        if (strcmp(Name, "PreRotation") == 0) {
+            Optional(Node->PreRotation);
+        } else if (strcmp(Name, "PostRotation") == 0) {
+            Optional(Node->PostRotation);
+        }
         return;
-    }
-    if (strcmp(Name, "RotationSpaceForLimitOnly") == 0) {
-        Node->RotationSpaceForLimitOnly = ReadFlag(Fbx, Property, ValueIndex);
+    case 'Q':
+        if (strcmp(Name, "QuaternionInterpolate") == 0)
+            Node->QuaternionInterpolate = Fbx.GetInt32(Property, ValueIndex, 0) != 0;
         return;
-    }
-    if (strcmp(Name, "InheritType") == 0) {
-        int32 Type = Fbx.GetInt32(Property, ValueIndex, 0);
-        Node->InheritType = (Type >= 0 && Type <= FbxInherit_Rrs) ? Type : FbxInherit_RrSs;
+    case 'I':
+        if (strcmp(Name, "InheritType") == 0) {
+            int32 Type = Fbx.GetInt32(Property, ValueIndex, 0);
+            Node->InheritType = (Type >= 0 && Type <= FbxInherit_Rrs) ? Type : FbxInherit_RrSs;
+        }
         return;
-    }
-    if (ApplyLimitProperty(Fbx, Property, ValueIndex, Name, "Translation", Node->TranslationLimits) ||
-        ApplyLimitProperty(Fbx, Property, ValueIndex, Name, "Scaling", Node->ScalingLimits)) {
+    case 'T': ApplyLimitProperty(Fbx, Property, ValueIndex, Name, "Translation", Node->TranslationLimits); return;
+    case 'S':
+        if (strcmp(Name, "ScalingOffset") == 0) {
+            Optional(Node->ScalingOffset);
+        } else if (strcmp(Name, "ScalingPivot") == 0) {
+            Optional(Node->ScalingPivot);
+        } else {
+            ApplyLimitProperty(Fbx, Property, ValueIndex, Name, "Scaling", Node->ScalingLimits);
+        }
         return;
-    }
-    if (strncmp(Name, "Rotation", 8) == 0 && (strncmp(Name + 8, "Min", 3) == 0 || strncmp(Name + 8, "Max", 3) == 0)) {
-        ApplyLimitProperty(Fbx, Property, ValueIndex, Name, "Rotation", Node->RotationLimits);
+    case 'R':
+        if (strcmp(Name, "RotationOffset") == 0) {
+            Optional(Node->RotationOffset);
+        } else if (strcmp(Name, "RotationPivot") == 0) {
+            Optional(Node->RotationPivot);
+        } else if (strcmp(Name, "RotationOrder") == 0) {
+            int32 Order = Fbx.GetInt32(Property, ValueIndex, 0);
+            Node->RotationOrder = (Order >= 0 && Order <= FbxRotationOrder_SphericXYZ) ? Order : 0;
+        } else if (strcmp(Name, "RotationActive") == 0) {
+            Node->RotationActive = ReadFlag(Fbx, Property, ValueIndex);
+            Node->RotationLimits.Active = Node->RotationActive;
+        } else if (strcmp(Name, "RotationSpaceForLimitOnly") == 0) {
+            Node->RotationSpaceForLimitOnly = ReadFlag(Fbx, Property, ValueIndex);
+        } else if (strncmp(Name, "Rotation", 8) == 0 &&
+                   (strncmp(Name + 8, "Min", 3) == 0 || strncmp(Name + 8, "Max", 3) == 0)) {
+            ApplyLimitProperty(Fbx, Property, ValueIndex, Name, "Rotation", Node->RotationLimits);
+        }
+        return;
+    default: return;
     }
 }
 

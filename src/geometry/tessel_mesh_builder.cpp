@@ -91,6 +91,82 @@ bool BuildLayouts(mesh_builder *Builder)
     return Builder->ToolToVertex && Builder->VertexToTool && Builder->PushToVertex;
 }
 
+bool IsPlainNumber(member_type Kind)
+{
+    switch (Kind) {
+    case Real32Member:
+    case Real16Member:
+    case Int8Member:
+    case UInt8Member:
+    case Int16Member:
+    case UInt16Member:
+    case Int32Member:
+    case UInt32Member:
+    case BinormalInt8Member:
+    case NormalUInt8Member:
+    case BinormalInt16Member:
+    case NormalUInt16Member: return true;
+    default: return false;
+    }
+}
+
+int32 MemberOffset(data_type_definition const *Type, data_type_definition const *Member)
+{
+    int32 Offset = 0;
+    for (data_type_definition const *Walk = Type; Walk != Member; ++Walk) Offset += GetMemberTypeSize(*Walk);
+    return Offset;
+}
+
+// A tool group's reals go to the output member of the same name, and that
+// member's name leads back to the group. When every matched member is a
+// plain real (the rest plain numbers), storing a corner copies the shared
+// reals and reading a stored vertex copies them back: the round trip
+// through the output layout changes nothing the comparison sees, so the
+// weld compares the corner with the stored bytes directly.
+void BuildWeldGroups(mesh_builder *Builder)
+{
+    data_type_definition const *Type = Builder->VertexType;
+    data_type_definition const *Tool = Builder->ToolVertexType;
+    int32 Groups = ToolFrameGroups + Builder->ChannelCount;
+    Builder->DirectWeld = false;
+    Builder->WeldGroups = TesselAllocateArray(mesh_builder::weld_group, Groups);
+    if (!Builder->WeldGroups) return;
+    bool Direct = true;
+    for (data_type_definition const *Member = Type; Member->Type != EndMember; ++Member) {
+        matched_member Match;
+        bool Matched = FindMatchingMember(Tool, 0, Member->Name, Match);
+        if (!IsPlainNumber(Member->Type) || (!Matched && DataTypesAreEqual(Member, Curve2Type))) Direct = false;
+        if (!Matched) continue;
+        matched_member Back;
+        if (Member->Type != Real32Member || !FindMatchingMember(Type, 0, Match.Member->Name, Back) ||
+            Back.Member != Member) {
+            Direct = false;
+        }
+    }
+    for (int32 Group = 0; Group < Groups; ++Group) {
+        data_type_definition const &Member = Tool[Group];
+        mesh_builder::weld_group &Weld = Builder->WeldGroups[Group];
+        Weld.VertexOffset = 0;
+        Weld.Count = 0;
+        matched_member Match;
+        if (!FindMatchingMember(Type, 0, Member.Name, Match)) {
+            if (DataTypesAreEqual(&Member, Curve2Type)) Direct = false;
+            continue;
+        }
+        matched_member Back;
+        if (Match.Member->Type != Real32Member || !FindMatchingMember(Tool, 0, Match.Member->Name, Back) ||
+            Back.Member != &Member) {
+            Direct = false;
+            continue;
+        }
+        int32 Width = GetMemberArrayWidth(*Match.Member);
+        int32 ToolWidth = GetMemberArrayWidth(Member);
+        Weld.VertexOffset = MemberOffset(Type, Match.Member);
+        Weld.Count = Width < ToolWidth ? Width : ToolWidth;
+    }
+    Builder->DirectWeld = Direct;
+}
+
 void ComputeVertexBoneWeights(mesh_builder *Builder)
 {
     int32 Limit = Builder->MaxWeightsPerVertex;
@@ -167,20 +243,69 @@ bool SameVertex(mesh_builder *Builder, int32 Corner, int32 Vertex)
     return true;
 }
 
+// The shared reals of each group against a stored vertex, in the order
+// and with the sums of SameVertex (the reals a layout lacks are zero on
+// both sides and add nothing).
+bool SameVertexDirect(mesh_builder const *Builder, uint8 const *Wanted, uint8 const *Stored)
+{
+    mesh_builder::weld_group const *Groups = Builder->WeldGroups;
+    auto Within = [&](int32 Group, real32 Tolerance) {
+        mesh_builder::weld_group const &Weld = Groups[Group];
+        real32 const *Values = (real32 const *)(Wanted + (Group < ToolFrameGroups
+                                                              ? Group * 12
+                                                              : ToolFrameGroups * 12 + (Group - ToolFrameGroups) * 16));
+        real32 Sum = 0.0f;
+        for (int32 Index = 0; Index < Weld.Count; ++Index) {
+            real32 Value;
+            memcpy(&Value, Stored + Weld.VertexOffset + Index * 4, 4);
+            real32 Difference = Value - Values[Index];
+            Sum += Difference * Difference;
+        }
+        return Tolerance * Tolerance >= Sum;
+    };
+    bool Same = true;
+    for (int32 Group = 0; Group < ToolFrameGroups; ++Group) Same &= Within(Group, Builder->Tolerances[Group]);
+    if (!Same) return false;
+    for (int32 Channel = 0; Channel < Builder->ChannelCount; ++Channel) {
+        real32 Tolerance =
+            Builder->ChannelTolerance[Channel < MeshBuilderMaxChannels ? Channel : MeshBuilderMaxChannels - 1];
+        if (!Within(ToolFrameGroups + Channel, Tolerance)) return false;
+    }
+    return true;
+}
+
+void StoreCornerDirect(mesh_builder const *Builder, uint8 const *Values, uint8 *Vertex)
+{
+    int32 Groups = ToolFrameGroups + Builder->ChannelCount;
+    for (int32 Group = 0; Group < Groups; ++Group) {
+        mesh_builder::weld_group const &Weld = Builder->WeldGroups[Group];
+        if (Weld.Count == 0) continue;
+        memcpy(Vertex + Weld.VertexOffset,
+               Values + (Group < ToolFrameGroups ? Group * 12 : ToolFrameGroups * 12 + (Group - ToolFrameGroups) * 16),
+               (size_t)Weld.Count * 4);
+    }
+}
+
 int32 WeldCorner(mesh_builder *Builder, int32 Corner, int32 Triangle)
 {
     int32 Point = Builder->CurrentVertexIndex[Corner];
     uint8 *CornerValues = Builder->CornerVertex[Corner];
-    // Compare what will be stored: round through the output layout.
-    ConvertWithPlan(Builder->ToolToVertex, CornerValues, Builder->ScratchVertex, true);
-    ConvertWithPlan(Builder->VertexToTool, Builder->ScratchVertex, CornerValues, true);
+    bool Direct = Builder->DirectWeld;
+    if (!Direct) {
+        // Compare what will be stored: round through the output layout.
+        ConvertWithPlan(Builder->ToolToVertex, CornerValues, Builder->ScratchVertex, true);
+        ConvertWithPlan(Builder->VertexToTool, Builder->ScratchVertex, CornerValues, true);
+    }
 
     int32 Vertex = Point;
     int32 Previous = Point;
     if (StackInt(Builder->NextCoincidentVertex, Point) != -1) {
         int32 Walk = Point;
         do {
-            if (SameVertex(Builder, Corner, Walk)) return Walk;
+            if (Direct ? SameVertexDirect(Builder, CornerValues, StackUnit(Builder->VertexStack, Walk))
+                       : SameVertex(Builder, Corner, Walk)) {
+                return Walk;
+            }
             Previous = Walk;
             Walk = StackInt(Builder->NextCoincidentVertex, Walk);
         } while (Walk != Point);
@@ -198,7 +323,10 @@ int32 WeldCorner(mesh_builder *Builder, int32 Corner, int32 Triangle)
         memcpy(NewVertex, StackUnit(Builder->VertexStack, Point), (size_t)Builder->VertexSize);
         Vertex = NewIndex;
     }
-    ConvertWithPlan(Builder->ToolToVertex, CornerValues, StackUnit(Builder->VertexStack, Vertex), false);
+    if (Direct)
+        StoreCornerDirect(Builder, CornerValues, StackUnit(Builder->VertexStack, Vertex));
+    else
+        ConvertWithPlan(Builder->ToolToVertex, CornerValues, StackUnit(Builder->VertexStack, Vertex), false);
     StackInt(Builder->NextCoincidentVertex, Previous) = Vertex;
     StackInt(Builder->NextCoincidentVertex, Vertex) = Point;
     StackInt(Builder->FromTriangle, Vertex) = Triangle;
@@ -380,6 +508,7 @@ mesh_builder *BeginMesh(int32 VertexCount, int32 TriangleCount, int32 MaterialCo
     int64 VertexMax = 2 * (3 * Triangles2 + 2 * (int64)VertexCount);
     if (VertexMax < 1) VertexMax = 1;
     bool Ok = Builder->VertexSize > 0 && BuildLayouts(Builder);
+    if (Ok) BuildWeldGroups(Builder);
     Ok = Ok && StackInitializeWithDirectory(Builder->VertexStack, Builder->VertexSize, UnitsPerBlock,
                                             (int32)(VertexMax > INT32_MAX ? INT32_MAX : VertexMax));
     Ok = Ok && InitIntStack(Builder->NextCoincidentVertex, VertexMax) &&
@@ -576,7 +705,8 @@ void PushTriangle(mesh_builder *Builder)
     int32 Triangle = Builder->TriangleCount++;
     int32 First = -1;
     int32 *Next = 0;
-    if (NewStackUnits(Builder->TriangleVertices, 3, &First, 0)) Next = (int32 *)NewStackUnit(Builder->NextInMaterial, 0);
+    if (NewStackUnits(Builder->TriangleVertices, 3, &First, 0))
+        Next = (int32 *)NewStackUnit(Builder->NextInMaterial, 0);
     if (!Next) {
         TesselError(LogCategory_MeshBuilder, "Unable to add triangle %d", Triangle);
         Builder->OutOfMemory = true;
@@ -792,5 +922,6 @@ void FreeBuilder(mesh_builder *Builder)
     TesselFree(Builder->ScratchToolVertex);
     TesselFree(Builder->PushRecord);
     TesselFree(Builder->ChannelNames);
+    TesselFree(Builder->WeldGroups);
     TesselFree(Builder);
 }

@@ -81,6 +81,17 @@ struct mesh_builder
     stack_allocator VertexTangentStack;
     stack_allocator TriangleTangentStack;
 
+    // Where each tool group (frames, then channels) sits in the output
+    // layout when all of them are plain reals matched one to one: corners
+    // are then compared with stored vertices and stored without a
+    // conversion. DirectWeld is false for other layouts.
+    struct weld_group
+    {
+        int32 VertexOffset;
+        int32 Count; // reals shared by both layouts, 0 when unmatched
+    } * WeldGroups;
+    bool8 DirectWeld;
+
     // The output layout's bone weights and their offset, found once.
     data_type_definition const *WeightMember;
     int32 WeightOffset;

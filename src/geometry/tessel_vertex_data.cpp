@@ -226,10 +226,16 @@ void TransformVertices(int32 Count, data_type_definition const *Layout, void *Ve
         memcpy(Out, R, sizeof(R));
     };
     real32 const *NormalMatrix = TreatAsDeltas ? Linear3x3 : InverseLinear3x3;
+    // The members are matched once for all vertices.
+    conversion_plan *Read = Layout ? NewConversionPlan(Layout, FrameLayout) : 0;
+    conversion_plan *Write = Layout ? NewConversionPlan(FrameLayout, Layout) : 0;
     for (int32 Index = 0; Index < Count; ++Index) {
         uint8 *Vertex = (uint8 *)Vertices + (intaddrx)Index * Size;
         real32 Frame[5][3];
-        ConvertSingleObject(Layout, Vertex, FrameLayout, Frame);
+        if (Read)
+            ConvertWithPlan(Read, Vertex, Frame, true);
+        else
+            ConvertSingleObject(Layout, Vertex, FrameLayout, Frame);
         ApplyRows(Linear3x3, Frame[Position], Frame[Position]);
         if (!TreatAsDeltas) {
             for (int32 Axis = 0; Axis < 3; ++Axis) Frame[Position][Axis] += Affine3[Axis];
@@ -244,6 +250,11 @@ void TransformVertices(int32 Count, data_type_definition const *Layout, void *Ve
             NormalizeVector3(Frame[Cross]);
             NormalizeVector3(Frame[Normal]);
         }
-        MergeSingleObject(FrameLayout, Frame, Layout, Vertex);
+        if (Write)
+            ConvertWithPlan(Write, Frame, Vertex, false);
+        else
+            MergeSingleObject(FrameLayout, Frame, Layout, Vertex);
     }
+    FreeConversionPlan(Read);
+    FreeConversionPlan(Write);
 }

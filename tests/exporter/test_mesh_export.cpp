@@ -393,3 +393,37 @@ TEST(MeshExportFile, InspectShowsLayoutBindingsAndFirstVertices)
         EXPECT_NE(Text.find(Line), std::string::npos) << Line << "\n" << Text;
     }
 }
+
+// The skin matrices come from one pass over the clusters; they must be the
+// sums the point-by-point definition gives, bit for bit, on a skin of many
+// overlapping clusters with repeated entries (only a point's first entry in
+// a cluster counts) and points no cluster holds.
+TEST(MeshGeometry, SkinMatricesOfManyClustersMatchThePointByPointSums)
+{
+    int const Quads = 24, Bones = 40, Points = 2 * (Quads + 1);
+    fbx_test_scene Scene = StripScene(Quads, Bones);
+    uint32 Seed = 7;
+    auto Next = [&] { return (Seed = Seed * 1664525u + 1013904223u) >> 8; };
+    for (int Cluster = 0; Cluster < Bones; ++Cluster) {
+        // Each cluster places its points differently: the sums see the weights.
+        fbx_test_cluster &Each = Scene.Meshes[0].Clusters[Cluster];
+        for (int Index = 0; Index < 16; ++Index) Each.Transform[Index] = Index % 5 == 0 ? 1.0 : 0.0;
+        Each.Transform[1] = 0.01 * Cluster;
+        for (int Entry = 0; Entry < 12; ++Entry) {
+            int Point = (int)(Next() % (Points - 3)); // the last three stay unweighted
+            Weigh(Scene, Cluster, Point, 0.05 + (Next() % 1000) / 997.0);
+            if (Next() % 5 == 0) Weigh(Scene, Cluster, Point, 0.5); // a repeat that must not count
+        }
+    }
+    mesh_fixture Fixture;
+    ASSERT_TRUE(Fixture.Open(Scene));
+    fbx_mesh_data *Data = BeginMeshData(Fixture.Tool, Fixture.FirstMesh());
+    ASSERT_NE(Data, nullptr);
+    for (int32 Point = 0; Point < Points; ++Point) {
+        AffineMatrix Expected;
+        ComputeSkinMatrix(Data, Point, Expected);
+        EXPECT_EQ(memcmp(Expected.mData, Data->SkinMatrices[Point].mData, sizeof(Expected.mData)), 0)
+            << "point " << Point;
+    }
+    EndMeshData(Data);
+}

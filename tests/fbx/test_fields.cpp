@@ -6,11 +6,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <charconv>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "fbx/fbx_tessel_field_container.h"
+#include "fbx/fbx_tessel_field_internal.h"
 #include "support/fbx_test_writer.h"
 #include "support/test_log_capture.h"
 
@@ -568,4 +570,70 @@ TEST(FbxFields, FilesAreJudgedBeforeTheyAreReadWhole)
     ASSERT_EQ(mkfifo(Fifo.c_str(), 0600), 0);
     EXPECT_FALSE(Fbx.ProjectOpenFile(Fifo.c_str()));
     remove(Fifo.c_str());
+}
+
+// Text numbers read exactly as the general parser reads them, bit for bit:
+// plain decimals of every length around the exact-double limits (2^53 as
+// digits, 22 places, 19 digits), signs, leading zeros, and the forms that
+// must fall through (exponents, lone points, special values).
+TEST(FbxFields, TextNumbersReadAsTheGeneralParser)
+{
+    std::vector<std::string> Texts = {"0",
+                                      "-0",
+                                      "+0.5",
+                                      "+-3",
+                                      "0.0",
+                                      "-0.000",
+                                      "007.25",
+                                      "1.",
+                                      ".5",
+                                      "-",
+                                      "+",
+                                      "1e5",
+                                      "-2.5E-3",
+                                      "1.#INF",
+                                      "-1.#IND",
+                                      "9007199254740992",
+                                      "9007199254740993",
+                                      "900719925474099.3",
+                                      "0.0000000000000000000001",
+                                      "0.00000000000000000000001",
+                                      "18446744073709551615",
+                                      "12345678901234567890.5",
+                                      "1.5x",
+                                      "--1"};
+    uint64_t Seed = 99;
+    auto Next = [&] { return Seed = Seed * 6364136223846793005ull + 1442695040888963407ull; };
+    for (int Round = 0; Round < 20000; ++Round) {
+        std::string Text = Next() % 3 == 0 ? "-" : "";
+        int Digits = 1 + (int)(Next() % 21);
+        int Point = (int)(Next() % (Digits + 1));
+        for (int Index = 0; Index < Digits; ++Index) {
+            if (Index == Point && Index > 0) Text += '.';
+            Text += (char)('0' + (Next() >> 33) % 10);
+        }
+        Texts.push_back(Text);
+    }
+    for (std::string const &Text : Texts) {
+        char const *Start = Text.c_str() + (Text[0] == '+' ? 1 : 0);
+        char const *End = Text.c_str() + Text.size();
+        double Expected = 0;
+        auto Parsed = std::from_chars(Start, End, Expected);
+        double Real = 0;
+        bool Ok = ParseFbxTextReal64(Text.c_str(), (int32)Text.size(), &Real);
+        if (Parsed.ec == std::errc() && Parsed.ptr == End) {
+            ASSERT_TRUE(Ok) << Text;
+            EXPECT_EQ(memcmp(&Real, &Expected, 8), 0) << Text << ": " << Real << " against " << Expected;
+        } else if (Text.find('#') == std::string::npos) {
+            EXPECT_FALSE(Ok) << Text;
+        }
+        long long ExpectedInteger = 0;
+        auto ParsedInteger = std::from_chars(Start, End, ExpectedInteger);
+        int64 Read = 0;
+        Ok = ParseFbxTextInt64(Text.c_str(), (int32)Text.size(), &Read);
+        if (ParsedInteger.ec == std::errc() && ParsedInteger.ptr == End) {
+            ASSERT_TRUE(Ok) << Text;
+            EXPECT_EQ(Read, ExpectedInteger) << Text;
+        }
+    }
 }

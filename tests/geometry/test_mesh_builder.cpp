@@ -311,3 +311,125 @@ TEST(MeshBuilder, LayoutWithoutBoneWeightsWelds)
     EXPECT_EQ(std::vector<real32>(Second, Second + 6), (std::vector<real32>{1, 1, 2, 0, 0, 1}));
     FreeBuilder(Builder);
 }
+
+// A random mesh with frames and three channels of different widths welds as
+// the rule says: a corner takes the first vertex of its control point (in
+// the order they were made) within every tolerance, else a new one. The
+// second layout repeats "Normal", so its values take the general conversion
+// path; both must weld alike and store the corner's values.
+TEST(MeshBuilder, RandomCornersWeldToTheFirstVertexWithinTolerance)
+{
+    data_type_definition Direct[] = {
+        {Real32Member, "Position", 0, 3, {0, 0, 0}, 0},
+        {Real32Member, "Normal", 0, 3, {0, 0, 0}, 0},
+        {Real32Member, "Tangent", 0, 3, {0, 0, 0}, 0},
+        {Real32Member, "Binormal", 0, 3, {0, 0, 0}, 0},
+        {Real32Member, "TextureCoordinates0", 0, 2, {0, 0, 0}, 0},
+        {Real32Member, "Color0", 0, 4, {0, 0, 0}, 0},
+        {Real32Member, "TextureCoordinates1", 0, 3, {0, 0, 0}, 0},
+        {EndMember, 0, 0, 0, {0, 0, 0}, 0},
+    };
+    data_type_definition General[9];
+    std::copy(Direct, Direct + 7, General);
+    General[7] = {Real32Member, "Normal", 0, 3, {0, 0, 0}, 0};
+    General[8] = Direct[7];
+    int32 const Points = 40, Triangles = 400;
+    uint32 Seed = 12345;
+    auto Next = [&] { return (Seed = Seed * 1664525u + 1013904223u) >> 8; };
+    // Each corner's 3 x 3 frame reals and 3 x 4 channel reals: one of a few
+    // values per control point, sometimes nudged within the tolerance.
+    std::vector<std::vector<real32>> Values(Triangles * 3, std::vector<real32>(21));
+    std::vector<int32> CornerPoint(Triangles * 3);
+    for (int32 Corner = 0; Corner < Triangles * 3; ++Corner) {
+        CornerPoint[Corner] = (int32)(Next() % Points);
+        for (int32 Index = 0; Index < 21; ++Index) {
+            real32 Value = (real32)(Next() % 3) * 0.25f + (real32)CornerPoint[Corner] * 0.01f;
+            if (Next() % 4 == 0) Value += 0.0003f;
+            Values[Corner][Index] = Next() % 3 == 0 ? Value : (real32)CornerPoint[Corner] * 0.01f;
+        }
+    }
+    // The expected indices and vertex values: groups are Normal, Tangent,
+    // Binormal (3 reals), then channels of 2, 4 and 3 shared reals.
+    int32 const GroupStart[6] = {0, 3, 6, 9, 13, 17}, GroupCount[6] = {3, 3, 3, 2, 4, 3};
+    std::vector<std::vector<int32>> Made(Points);
+    std::vector<int32> Expected;
+    std::vector<int32> MadeFrom; // corner of each vertex past the control points
+    auto Near = [&](int32 A, int32 B) {
+        for (int32 Group = 0; Group < 6; ++Group) {
+            real32 Sum = 0;
+            for (int32 Index = 0; Index < GroupCount[Group]; ++Index) {
+                real32 Difference = Values[A][GroupStart[Group] + Index] - Values[B][GroupStart[Group] + Index];
+                Sum += Difference * Difference;
+            }
+            if (!(0.001f * 0.001f >= Sum)) return false;
+        }
+        return true;
+    };
+    std::vector<int32> FirstCornerOf(Points, -1);
+    for (int32 Corner = 0; Corner < Triangles * 3; ++Corner) {
+        int32 Point = CornerPoint[Corner], Found = -1;
+        for (int32 Vertex : Made[Point]) {
+            int32 From = Vertex < Points ? FirstCornerOf[Point] : MadeFrom[Vertex - Points];
+            if (Near(Corner, From)) {
+                Found = Vertex;
+                break;
+            }
+        }
+        if (Found < 0) {
+            Found = Made[Point].empty() ? Point : Points + (int32)MadeFrom.size();
+            if (Found == Point)
+                FirstCornerOf[Point] = Corner;
+            else
+                MadeFrom.push_back(Corner);
+            Made[Point].push_back(Found);
+        }
+        Expected.push_back(Found);
+    }
+    for (data_type_definition const *Layout : {Direct, General}) {
+        SCOPED_TRACE(Layout == Direct ? "direct" : "general");
+        mesh_builder *Builder = BeginMesh(Points, Triangles, 1, 0, Layout);
+        ASSERT_NE(Builder, nullptr);
+        for (int32 Point = 0; Point < Points; ++Point) {
+            SetPosition(Builder, (real32)Point, 0, 0);
+            PushVertex(Builder);
+        }
+        for (int32 Triangle = 0; Triangle < Triangles; ++Triangle) {
+            for (int32 Slot = 0; Slot < 3; ++Slot) {
+                std::vector<real32> const &V = Values[Triangle * 3 + Slot];
+                SetVertexIndex(Builder, Slot, CornerPoint[Triangle * 3 + Slot]);
+                SetCornerNormal(Builder, Slot, V[0], V[1], V[2]);
+                SetCornerTangent(Builder, Slot, V[3], V[4], V[5]);
+                SetCornerBinormal(Builder, Slot, V[6], V[7], V[8]);
+                real32 UV0[4] = {V[9], V[10], 7, 7}, Color[4] = {V[13], V[14], V[15], V[16]},
+                       UV1[4] = {V[17], V[18], V[19], 7};
+                SetCornerChannel(Builder, Slot, 0, UV0);
+                SetCornerChannel(Builder, Slot, 1, Color);
+                SetCornerChannel(Builder, Slot, 2, UV1);
+            }
+            PushTriangle(Builder);
+        }
+        std::vector<uint8> VertexMemory(GetResultingVertexDataSize(Builder));
+        std::vector<uint8> TopologyMemory(GetResultingTopologySize(Builder));
+        vertex_data *Vertices = nullptr;
+        tri_topology *Topology = nullptr;
+        EndMesh(Builder, VertexMemory.data(), TopologyMemory.data(), &Vertices, &Topology);
+        ASSERT_NE(Vertices, nullptr);
+        ASSERT_EQ(Vertices->Vertices.Count, Points + (int32)MadeFrom.size());
+        std::vector<int32> Indices; // a material's triangles come out last pushed first
+        for (int32 Triangle = Triangles - 1; Triangle >= 0; --Triangle)
+            Indices.insert(Indices.end(), Topology->Indices + Triangle * 3, Topology->Indices + Triangle * 3 + 3);
+        EXPECT_EQ(Indices, Expected);
+        int32 Size = GetTotalObjectSize(Layout);
+        for (int32 Vertex = 0; Vertex < Vertices->Vertices.Count; ++Vertex) {
+            int32 From = Vertex < Points ? FirstCornerOf[Vertex] : MadeFrom[Vertex - Points];
+            if (From < 0) continue;
+            real32 const *Stored = (real32 const *)((uint8 const *)Vertices->Vertices.Array + Vertex * Size);
+            std::vector<real32> Wanted(Values[From].begin(), Values[From].begin() + 11); // frames, UV0
+            Wanted.insert(Wanted.end(), Values[From].begin() + 13, Values[From].begin() + 20);
+            EXPECT_EQ(std::vector<real32>(Stored + 3, Stored + 21), Wanted) << "vertex " << Vertex;
+            if (Layout == General)
+                EXPECT_EQ(std::vector<real32>(Stored + 21, Stored + 24), std::vector<real32>(Stored + 3, Stored + 6));
+        }
+        FreeBuilder(Builder);
+    }
+}
