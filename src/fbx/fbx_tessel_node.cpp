@@ -70,6 +70,15 @@ KFCurveNode *KFbxTakeNodeContainer::FindTakeNode(char const *TakeName) const
     return nullptr;
 }
 
+KFCurveNode *KFbxTakeNodeContainer::FindCurrentTakeNode(char const *TakeName, uint32 Generation)
+{
+    if (Generation == 0 || Generation != mCachedGeneration) {
+        mCachedRoot = FindTakeNode(TakeName);
+        mCachedGeneration = Generation;
+    }
+    return mCachedRoot;
+}
+
 bool KFbxTakeNodeContainer::HasTakeNode(char const *TakeName) const
 {
     if (TakeName && StringsAreExactlyEqual(TakeName, "Default")) {
@@ -88,6 +97,7 @@ bool KFbxTakeNodeContainer::HasTakeNode(char const *TakeName) const
 
 bool KFbxTakeNodeContainer::AddTakeNode(char const *TakeName, KFCurveNode *Root)
 {
+    mCachedGeneration = 0;
     CheckPointer(TakeName, LogCategory_FBX, (FbxDelete(Root), false));
     for (int32 Index = 0; Index < mTakeNodes.Count; ++Index) {
         if (StringsAreExactlyEqual(mTakeNodes[Index].Name, TakeName)) {
@@ -109,6 +119,7 @@ bool KFbxTakeNodeContainer::AddTakeNode(char const *TakeName, KFCurveNode *Root)
 
 KFCurveNode *KFbxTakeNodeContainer::GetOrAddTakeNode(char const *TakeName, char const *RootName)
 {
+    mCachedGeneration = 0;
     KFCurveNode *Root = FindTakeNode(TakeName);
     if (Root) {
         return Root;
@@ -122,6 +133,7 @@ KFCurveNode *KFbxTakeNodeContainer::GetOrAddTakeNode(char const *TakeName, char 
 
 bool KFbxTakeNodeContainer::CopyTakeNodesFrom(KFbxTakeNodeContainer const &Other)
 {
+    mCachedGeneration = 0;
     bool Result = true;
     for (int32 Index = 0; Index < Other.mTakeNodes.Count; ++Index) {
         KFCurveNode *Root = Other.mTakeNodes[Index].Root;

@@ -76,9 +76,14 @@ public:
     // The curve node tree of a take, made empty on first use.
     KFCurveNode *GetOrAddTakeNode(char const *TakeName, char const *RootName);
     bool CopyTakeNodesFrom(KFbxTakeNodeContainer const &Other);
+    // FindTakeNode, remembered while the scene's current take stays the one
+    // of Generation (see KFbxScene::GetTakeGeneration) and the list is unchanged.
+    KFCurveNode *FindCurrentTakeNode(char const *TakeName, uint32 Generation);
 
 private:
     fbx_array<fbx_take_node> mTakeNodes;
+    uint32 mCachedGeneration = 0; // 0: nothing remembered
+    KFCurveNode *mCachedRoot = nullptr;
 };
 
 enum fbx_attribute_type

@@ -37,7 +37,7 @@ KFbxVector4 KFbxNode::EvaluateChannel(int32 Channel, KTime Time, bool UseCurves)
     if (!UseCurves || !mScene) {
         return Value;
     }
-    KFCurveNode *Root = FindTakeNode(mScene->GetCurrentTakeName());
+    KFCurveNode *Root = FindCurrentTakeNode(mScene->GetCurrentTakeName(), mScene->GetTakeGeneration());
     if (!Root) {
         return Value;
     }

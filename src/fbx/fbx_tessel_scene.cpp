@@ -305,18 +305,30 @@ bool KFbxScene::SetTakeInfo(char const *Name, KTimeSpan LocalTimeSpan, KTimeSpan
 bool KFbxScene::SetCurrentTake(char const *Name)
 {
     CheckPointer(Name, LogCategory_FBX, false);
+    // Sampling makes the same take current before every sample: that costs
+    // one comparison.
+    if (mCurrentTake && StringsAreExactlyEqual(mCurrentTake, Name) && mCheckedMemberCount == GetMemberCount()) {
+        return mCurrentTakeComplete;
+    }
     char *Copy = FbxCopyString(Name);
     if (!Copy) {
         return false;
     }
+    bool Changed = !mCurrentTake || !StringsAreExactlyEqual(mCurrentTake, Name);
     TesselFree(mCurrentTake);
     mCurrentTake = Copy;
+    if (Changed && ++mTakeGeneration == 0) {
+        mTakeGeneration = 1;
+    }
+    mCheckedMemberCount = GetMemberCount();
+    mCurrentTakeComplete = false;
     for (int32 Member = 0; Member < GetMemberCount(); ++Member) {
         if (!GetMember(Member)->HasTakeNode(Name)) {
             snprintf(mErrorText, sizeof(mErrorText), "Not all nodes have a take node called %s", Name);
             return false;
         }
     }
+    mCurrentTakeComplete = true;
     mErrorText[0] = 0;
     return true;
 }

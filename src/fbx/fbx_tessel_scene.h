@@ -227,6 +227,8 @@ public:
     // the result says whether all have.
     bool SetCurrentTake(char const *Name);
     char const *GetCurrentTakeName() const { return mCurrentTake; }
+    // Changes whenever another take becomes current; never 0.
+    uint32 GetTakeGeneration() const { return mTakeGeneration; }
     char const *GetLastErrorString() const { return mErrorText; }
 
     // Adds a node (and its attributes) to the member list and gives it this scene.
@@ -237,5 +239,9 @@ private:
     KFbxGlobalSettings *mGlobalSettings;
     fbx_array<KFbxTakeInfo *> mTakeInfos;
     char *mCurrentTake;
+    uint32 mTakeGeneration = 1;
+    // What SetCurrentTake answered for the current take, over how many members.
+    bool mCurrentTakeComplete = false;
+    int32 mCheckedMemberCount = -1;
     char mErrorText[256];
 };
