@@ -297,6 +297,16 @@ struct match_search
     double LowestCost[TroveLengthAlphabet];
     uint8 LowestCostKnown[TroveLengthAlphabet];
     double DistanceBound;
+    // A product of inverse probabilities above Ceiling[symbol] costs more
+    // per byte than the best so far (filled as symbols come up, cleared
+    // when the best changes).
+    double Ceiling[TroveLengthAlphabet];
+    uint8 CeilingKnown[TroveLengthAlphabet];
+    // The least distance price within the present 1024-byte band of
+    // distances (the high value is known, low and middle are bounded).
+    double LowBound;
+    uint32 BandHigh;
+    double BandBound;
 };
 
 // Candidates whose least possible cost is this much above the best so far
@@ -318,6 +328,35 @@ inline bool MayBeatBest(trove_encoder const &Encoder, uint32 Context, uint32 Sym
                         match_search &Search)
 {
     return GetLowestCost(Encoder, Context, Symbol, Snapped, Search) <= Search.BestCost + PriceMargin;
+}
+
+// A product above the ceiling has log2(product) / Snapped at least the best
+// cost: the relative margin is far above the rounding of log2, exp2 and the
+// product, so only candidates that can't win are passed over.
+inline double GetCeiling(uint32 Symbol, uint32 Snapped, match_search &Search)
+{
+    if (!Search.CeilingKnown[Symbol]) {
+        Search.Ceiling[Symbol] = std::exp2(Search.BestCost * (double)Snapped) * (1.0 + 1e-6);
+        Search.CeilingKnown[Symbol] = 1;
+    }
+    return Search.Ceiling[Symbol];
+}
+
+// The smallest inverse probability any symbol below Alphabet can have.
+double GetSmallestInverseProbability(trove_model const &Model, uint32 Alphabet);
+
+// The least price of a distance whose high value is High: the high price
+// itself times the least low and middle prices, multiplied in the order
+// PriceDistance uses, so that rounding keeps it at or below every price.
+inline double GetBandBound(trove_encoder const &Encoder, uint32 High, distance_alphabets const &Alphabets,
+                           match_search &Search)
+{
+    if (Search.BandHigh != High) {
+        double Middle = Alphabets.Middle == 256 ? Encoder.MiddleBounds[High] : 1.0;
+        Search.BandBound = Search.LowBound * GetInverseProbability(Encoder.High, High, Alphabets.High) * Middle;
+        Search.BandHigh = High;
+    }
+    return Search.BandBound;
 }
 
 // Searches one chain; true when it was walked to its end.
@@ -347,14 +386,21 @@ bool SearchChain(trove_encoder const &Encoder, stream_state const &Stream, uint3
             Length = MaxLength <= 4 ? MaxLength : 4 + GetMatchLength(Data, Position + 4, Candidate + 4, MaxLength - 4);
         }
         uint32 Snapped = SnapTroveMatchLength(Length);
-        if (Snapped >= 2 && MayBeatBest(Encoder, Context, GetTroveLengthSymbol(Snapped), Snapped, Search)) {
-            double Product = PriceLength(Encoder, Context, GetTroveLengthSymbol(Snapped)) *
-                             PriceDistance(Encoder, Distance, Alphabets);
-            double Cost = std::log2(Product) / (double)Snapped;
-            if (Cost < Search.BestCost) {
-                Search.BestCost = Cost;
-                Search.Best.Length = Snapped;
-                Search.Best.Distance = Distance;
+        uint32 Symbol = GetTroveLengthSymbol(Snapped);
+        if (Snapped >= 2 && MayBeatBest(Encoder, Context, Symbol, Snapped, Search)) {
+            double LengthPrice = PriceLength(Encoder, Context, Symbol);
+            double Ceiling = GetCeiling(Symbol, Snapped, Search);
+            if (LengthPrice * GetBandBound(Encoder, (Distance - 1) >> 10, Alphabets, Search) <= Ceiling) {
+                double Product = LengthPrice * PriceDistance(Encoder, Distance, Alphabets);
+                if (Product <= Ceiling) {
+                    double Cost = std::log2(Product) / (double)Snapped;
+                    if (Cost < Search.BestCost) {
+                        Search.BestCost = Cost;
+                        Search.Best.Length = Snapped;
+                        Search.Best.Distance = Distance;
+                        memset(Search.CeilingKnown, 0, sizeof(Search.CeilingKnown));
+                    }
+                }
             }
         }
         if (Length >= Aim) return false;
@@ -417,6 +463,9 @@ trove_match FindMatch(trove_encoder &Encoder, stream_state const &Stream, uint32
     Search.BestCost = std::log2(PriceLiteral(Encoder, Context, Position, Stream.Data[Position]));
     Search.DistanceBound = GetDistanceBound(Encoder, Alphabets);
     memset(Search.LowestCostKnown, 0, sizeof(Search.LowestCostKnown));
+    memset(Search.CeilingKnown, 0, sizeof(Search.CeilingKnown));
+    Search.LowBound = GetSmallestInverseProbability(Encoder.Low, TroveLowAlphabet);
+    Search.BandHigh = ~0u;
     uint32 MaxLength = Smaller(TroveMaxMatchLength, Left);
     // Every node of the shorter chains is also in the 4-byte chain, so when
     // that chain was walked to its end, the shorter ones can only add matches
