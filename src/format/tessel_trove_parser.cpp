@@ -73,62 +73,68 @@ struct stream_state
 
 // --- chains ---------------------------------------------------------------
 
+inline uint32 &NextOf(trove_encoder &Encoder, int32 Chain, uint32 Index)
+{
+    return Chain == 2 ? Encoder.LongLinks[Index].Next : Encoder.Slots[Index].Next[Chain];
+}
+
+inline uint32 KeyOf(trove_encoder const &Encoder, uint32 Index)
+{
+    return Encoder.LongLinks[Index].Key;
+}
+
 inline void Unlink(trove_encoder &Encoder, int32 Chain, uint32 Index)
 {
-    uint32 *Prevs = Encoder.Prev[Chain];
-    uint32 Prev = Prevs[Index];
+    trove_slot *Slots = Encoder.Slots;
+    uint32 Prev = Slots[Index].Prev[Chain];
     if (Prev == NotLinked) return;
-    trove_chain_link *Links = Encoder.Links[Chain];
-    uint32 Next = Links[Index].Next;
+    uint32 Next = NextOf(Encoder, Chain, Index);
     if (Prev & HeadLink) {
         Encoder.Heads[Chain][Prev & ~HeadLink] = Next;
     } else {
-        Links[Prev].Next = Next;
+        NextOf(Encoder, Chain, Prev) = Next;
     }
-    if (Next != NoNode) Prevs[Next] = Prev;
-    Prevs[Index] = NotLinked;
-    Links[Index].Next = NoNode;
+    if (Next != NoNode) Slots[Next].Prev[Chain] = Prev;
+    Slots[Index].Prev[Chain] = NotLinked;
+    NextOf(Encoder, Chain, Index) = NoNode;
     if (Chain == 0) {
-        uint32 &Short = Encoder.ShortKeySlots[Links[Index].Key & 0xFFFF];
+        uint32 &Short = Encoder.ShortKeySlots[KeyOf(Encoder, Index) & 0xFFFF];
         if (Short == Index) Short = NoNode;
     } else if (Chain == 1) {
-        --Encoder.LongKeyCounts[HashLongKey(Links[Index].Key)];
+        --Encoder.LongKeyCounts[HashLongKey(KeyOf(Encoder, Index))];
     }
 }
 
-// Node To takes From's place in a chain.
-inline void Replace(trove_encoder &Encoder, int32 Chain, uint32 From, uint32 To, uint32 Key)
+// Node To takes From's place in a chain (To's key is already set).
+inline void Replace(trove_encoder &Encoder, int32 Chain, uint32 From, uint32 To)
 {
-    uint32 *Prevs = Encoder.Prev[Chain];
-    trove_chain_link *Links = Encoder.Links[Chain];
-    uint32 Prev = Prevs[From];
-    uint32 Next = Links[From].Next;
-    Prevs[To] = Prev;
-    Links[To].Next = Next;
-    Links[To].Key = Key;
+    trove_slot *Slots = Encoder.Slots;
+    uint32 Prev = Slots[From].Prev[Chain];
+    uint32 Next = NextOf(Encoder, Chain, From);
+    Slots[To].Prev[Chain] = Prev;
+    NextOf(Encoder, Chain, To) = Next;
     if (Prev & HeadLink) {
         Encoder.Heads[Chain][Prev & ~HeadLink] = To;
     } else {
-        Links[Prev].Next = To;
+        NextOf(Encoder, Chain, Prev) = To;
     }
-    if (Next != NoNode) Prevs[Next] = To;
-    Prevs[From] = NotLinked;
-    Links[From].Next = NoNode;
+    if (Next != NoNode) Slots[Next].Prev[Chain] = To;
+    Slots[From].Prev[Chain] = NotLinked;
+    NextOf(Encoder, Chain, From) = NoNode;
     if (Chain == 0) {
-        uint32 &Short = Encoder.ShortKeySlots[Key & 0xFFFF];
+        uint32 &Short = Encoder.ShortKeySlots[KeyOf(Encoder, To) & 0xFFFF];
         if (Short == From) Short = To;
     }
 }
 
-inline void LinkHead(trove_encoder &Encoder, int32 Chain, uint32 Bucket, uint32 Index, uint32 Key)
+// Links a node whose key is already set at the head of a chain.
+inline void LinkHead(trove_encoder &Encoder, int32 Chain, uint32 Bucket, uint32 Index)
 {
-    uint32 *Prevs = Encoder.Prev[Chain];
-    trove_chain_link *Links = Encoder.Links[Chain];
+    trove_slot *Slots = Encoder.Slots;
     uint32 First = Encoder.Heads[Chain][Bucket];
-    Links[Index].Next = First;
-    Links[Index].Key = Key;
-    Prevs[Index] = HeadLink | Bucket;
-    if (First != NoNode) Prevs[First] = Index;
+    NextOf(Encoder, Chain, Index) = First;
+    Slots[Index].Prev[Chain] = HeadLink | Bucket;
+    if (First != NoNode) Slots[First].Prev[Chain] = Index;
     Encoder.Heads[Chain][Bucket] = Index;
 }
 
@@ -137,7 +143,7 @@ inline void LinkHead(trove_encoder &Encoder, int32 Chain, uint32 Bucket, uint32 
 inline void LinkShortKey(trove_encoder &Encoder, uint32 Bucket, uint32 Index, uint32 Key)
 {
     uint32 Older = Encoder.ShortKeySlots[Key & 0xFFFF];
-    LinkHead(Encoder, 0, Bucket, Index, Key);
+    LinkHead(Encoder, 0, Bucket, Index);
     if (Older != NoNode) Unlink(Encoder, 0, Older);
     Encoder.ShortKeySlots[Key & 0xFFFF] = Index;
 }
@@ -153,11 +159,13 @@ void ClearMatchFinder(trove_encoder &Encoder)
     uint32 Count = Encoder.RingMask + 1;
     for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
         memset(Encoder.Heads[Chain], 0xFF, sizeof(uint32) * Encoder.HeadCount[Chain]);
-        memset(Encoder.Links[Chain], 0xFF, sizeof(trove_chain_link) * Count);
-        uint32 *Prevs = Encoder.Prev[Chain];
-        for (uint32 Index = 0; Index < Count; ++Index) Prevs[Index] = NotLinked;
     }
-    memset(Encoder.Runs, 0, sizeof(uint32) * Count);
+    trove_slot Clear;
+    Clear.Next[0] = Clear.Next[1] = NoNode;
+    for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) Clear.Prev[Chain] = NotLinked;
+    Clear.Run = 0;
+    for (uint32 Index = 0; Index < Count; ++Index) Encoder.Slots[Index] = Clear;
+    memset(Encoder.LongLinks, 0xFF, sizeof(trove_long_link) * Count);
     memset(Encoder.ShortKeySlots, 0xFF, sizeof(uint32) * 65536);
     memset(Encoder.LongKeyCounts, 0, sizeof(uint16) << LongKeyHashBits);
 }
@@ -167,20 +175,21 @@ void InsertPosition(trove_encoder &Encoder, stream_state const &Stream, uint32 P
 {
     uint8 const *Data = Stream.Data;
     uint32 Slot = Position & Encoder.RingMask;
-    bool Linked = false;
-    for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) Linked = Linked || Encoder.Prev[Chain][Slot] != NotLinked;
+    trove_slot *Slots = Encoder.Slots;
+    uint32 const *Prevs = Slots[Slot].Prev;
+    bool Linked = Prevs[0] != NotLinked || Prevs[1] != NotLinked || Prevs[2] != NotLinked;
     if (Linked) {
         // The node stands for the position one ring length back.
-        if (Encoder.Runs[Slot] >= 4) {
+        if (Slots[Slot].Run >= 4) {
             // One node keeps standing for the run: the same bytes one
             // position further on.
             uint32 NextSlot = (Slot + 1) & Encoder.RingMask;
-            uint32 Key = Load32(Data + Position - Encoder.RingMask);
             for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) Unlink(Encoder, Chain, NextSlot);
+            Encoder.LongLinks[NextSlot].Key = Load32(Data + Position - Encoder.RingMask);
             for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
-                if (Encoder.Prev[Chain][Slot] != NotLinked) Replace(Encoder, Chain, Slot, NextSlot, Key);
+                if (Prevs[Chain] != NotLinked) Replace(Encoder, Chain, Slot, NextSlot);
             }
-            Encoder.Runs[NextSlot] = Encoder.Runs[Slot] - 1;
+            Slots[NextSlot].Run = Slots[Slot].Run - 1;
         } else {
             for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) Unlink(Encoder, Chain, Slot);
         }
@@ -196,7 +205,8 @@ void InsertPosition(trove_encoder &Encoder, stream_state const &Stream, uint32 P
 
     if (Encoder.Skip < 3) {
         uint32 Key = Load32(Data + Position);
-        Encoder.Runs[Slot] = Encoder.Run;
+        Slots[Slot].Run = Encoder.Run;
+        Encoder.LongLinks[Slot].Key = Key;
         for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
             uint32 Bucket = GetBucket(Encoder, Chain, Key & KeyMasks[Chain]);
             if (Chain == 0) {
@@ -204,19 +214,18 @@ void InsertPosition(trove_encoder &Encoder, stream_state const &Stream, uint32 P
                 continue;
             }
             if (Chain == 2) {
-                LinkHead(Encoder, Chain, Bucket, Slot, Key);
+                LinkHead(Encoder, Chain, Bucket, Slot);
                 continue;
             }
             // Chain 1 never holds two nodes of one 28-bit prefix, so the walk
             // ends at the first, and only runs when the hash says one may be there.
             uint16 &Count = Encoder.LongKeyCounts[HashLongKey(Key)];
             bool MayHaveOlder = Count != 0;
-            LinkHead(Encoder, Chain, Bucket, Slot, Key);
+            LinkHead(Encoder, Chain, Bucket, Slot);
             ++Count;
             if (!MayHaveOlder) continue;
-            trove_chain_link const *Links = Encoder.Links[Chain];
-            for (uint32 Scan = Links[Slot].Next; Scan != NoNode; Scan = Links[Scan].Next) {
-                if (((Links[Scan].Key ^ Key) & DuplicateMasks[Chain]) == 0) {
+            for (uint32 Scan = Slots[Slot].Next[1]; Scan != NoNode; Scan = Slots[Scan].Next[1]) {
+                if (((KeyOf(Encoder, Scan) ^ Key) & DuplicateMasks[Chain]) == 0) {
                     Unlink(Encoder, Chain, Scan);
                     break;
                 }
@@ -366,11 +375,10 @@ bool SearchChain(trove_encoder const &Encoder, stream_state const &Stream, uint3
     uint8 const *Data = Stream.Data;
     uint32 Word = Load32(Data + Position);
     uint32 Index = Encoder.Heads[Chain][GetBucket(Encoder, Chain, Word & KeyMasks[Chain])];
-    trove_chain_link const *Links = Encoder.Links[Chain];
     uint32 const Mask = Encoder.RingMask;
     // The whole chain is searched: every candidate in the window is priced.
-    for (; Index != NoNode; Index = Links[Index].Next) {
-        trove_chain_link const &Node = Links[Index];
+    for (; Index != NoNode; Index = Chain == 2 ? Encoder.LongLinks[Index].Next : Encoder.Slots[Index].Next[Chain]) {
+        trove_long_link const &Node = Encoder.LongLinks[Index];
         // Every position before this one is in the ring, so the node's slot
         // tells its distance.
         uint32 Distance = 1 + ((Position - 1 - Index) & Mask);
@@ -635,8 +643,8 @@ static int32 GetModelUnits()
 intaddrx GetTroveEncoderWorkSize(uint32 MaxStreamSize)
 {
     intaddrx Ring = GetRingSize(MaxStreamSize);
-    intaddrx Size = ((intaddrx)sizeof(trove_chain_link) + (intaddrx)sizeof(uint32)) * TroveChainCount * Ring;
-    Size += (intaddrx)sizeof(uint32) * (Ring + 65536);
+    intaddrx Size = ((intaddrx)sizeof(trove_slot) + (intaddrx)sizeof(trove_long_link)) * Ring;
+    Size += (intaddrx)sizeof(uint32) * 65536;
     Size += (intaddrx)sizeof(uint16) << LongKeyHashBits;
     for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) Size += (intaddrx)sizeof(uint32) * GetChainTableSize(Chain);
     Size += (intaddrx)sizeof(uint16) * GetModelUnits();
@@ -655,16 +663,10 @@ void BeginTroveEncoder(trove_encoder &Encoder, void *Memory, uint32 MaxStreamSiz
     uint8 *Cursor = (uint8 *)Memory;
     int32 RingSize = GetRingSize(MaxStreamSize);
     Encoder.RingMask = (uint32)RingSize - 1;
-    for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
-        Encoder.Links[Chain] = (trove_chain_link *)Cursor;
-        Cursor += sizeof(trove_chain_link) * (size_t)RingSize;
-    }
-    for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
-        Encoder.Prev[Chain] = (uint32 *)Cursor;
-        Cursor += sizeof(uint32) * (size_t)RingSize;
-    }
-    Encoder.Runs = (uint32 *)Cursor;
-    Cursor += sizeof(uint32) * (size_t)RingSize;
+    Encoder.LongLinks = (trove_long_link *)Cursor;
+    Cursor += sizeof(trove_long_link) * (size_t)RingSize;
+    Encoder.Slots = (trove_slot *)Cursor;
+    Cursor += sizeof(trove_slot) * (size_t)RingSize;
     Encoder.ShortKeySlots = (uint32 *)Cursor;
     Cursor += sizeof(uint32) * 65536;
     Encoder.LongKeyCounts = (uint16 *)Cursor;
