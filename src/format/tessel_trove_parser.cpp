@@ -25,11 +25,17 @@ uint32 GetChainTableSize(int32 Chain)
     return Size > Limits[Chain] ? Size - Less[Chain] : 7;
 }
 
-uint32 const LongKeyHashBits = 20;
-
-inline uint32 HashLongKey(uint32 Key)
+inline uint32 HashLongKey(trove_encoder const &Encoder, uint32 Key)
 {
-    return ((Key & 0x0FFFFFFFu) * 2654435761u) >> (32 - LongKeyHashBits);
+    return ((Key & 0x0FFFFFFFu) * 2654435761u) >> (32 - Encoder.LongKeyHashBits);
+}
+
+// Twice as many count entries as ring slots, at most 2^20.
+uint32 GetLongKeyHashBits(uint32 RingSize)
+{
+    uint32 Bits = 11;
+    while ((1u << Bits) < RingSize * 2 && Bits < 20) ++Bits;
+    return Bits;
 }
 
 // The chain table entry of a key: folded (remainder plus quotient) until it
@@ -101,7 +107,7 @@ inline void Unlink(trove_encoder &Encoder, int32 Chain, uint32 Index)
         uint32 &Short = Encoder.ShortKeySlots[KeyOf(Encoder, Index) & 0xFFFF];
         if (Short == Index) Short = NoNode;
     } else if (Chain == 1) {
-        --Encoder.LongKeyCounts[HashLongKey(KeyOf(Encoder, Index))];
+        --Encoder.LongKeyCounts[HashLongKey(Encoder, KeyOf(Encoder, Index))];
     }
 }
 
@@ -156,18 +162,37 @@ void ClearMatchFinder(trove_encoder &Encoder)
     // An unused match finder is still clear.
     if (!Encoder.MatchFinderUsed) return;
     Encoder.MatchFinderUsed = false;
-    uint32 Count = Encoder.RingMask + 1;
-    for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
-        memset(Encoder.Heads[Chain], 0xFF, sizeof(uint32) * Encoder.HeadCount[Chain]);
+    // New memory is cleared whole.
+    bool Whole = Encoder.UsedSlots > Encoder.RingMask;
+    uint32 Count = Whole ? Encoder.RingMask + 1 : Encoder.UsedSlots;
+    uint32 TableEntries = 65536 + (1u << Encoder.LongKeyHashBits);
+    for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) TableEntries += Encoder.HeadCount[Chain];
+    trove_slot *Slots = Encoder.Slots;
+    if (!Whole && Count * 8 < TableEntries) {
+        // Few slots were used: only the table entries of their nodes can be
+        // set (a set entry always names a linked node with its key).
+        for (uint32 Index = 0; Index < Count; ++Index) {
+            uint32 Key = KeyOf(Encoder, Index);
+            for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
+                if (Slots[Index].Prev[Chain] == NotLinked) continue;
+                Encoder.Heads[Chain][GetBucket(Encoder, Chain, Key & KeyMasks[Chain])] = NoNode;
+                if (Chain == 0) Encoder.ShortKeySlots[Key & 0xFFFF] = NoNode;
+                if (Chain == 1) Encoder.LongKeyCounts[HashLongKey(Encoder, Key)] = 0;
+            }
+        }
+    } else {
+        for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
+            memset(Encoder.Heads[Chain], 0xFF, sizeof(uint32) * Encoder.HeadCount[Chain]);
+        }
+        memset(Encoder.ShortKeySlots, 0xFF, sizeof(uint32) * 65536);
+        memset(Encoder.LongKeyCounts, 0, sizeof(uint16) << Encoder.LongKeyHashBits);
     }
     trove_slot Clear;
     Clear.Next[0] = Clear.Next[1] = NoNode;
     for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) Clear.Prev[Chain] = NotLinked;
     Clear.Run = 0;
-    for (uint32 Index = 0; Index < Count; ++Index) Encoder.Slots[Index] = Clear;
+    for (uint32 Index = 0; Index < Count; ++Index) Slots[Index] = Clear;
     memset(Encoder.LongLinks, 0xFF, sizeof(trove_long_link) * Count);
-    memset(Encoder.ShortKeySlots, 0xFF, sizeof(uint32) * 65536);
-    memset(Encoder.LongKeyCounts, 0, sizeof(uint16) << LongKeyHashBits);
 }
 
 // Retires the oldest node of the ring and enters Position in the chains.
@@ -219,7 +244,7 @@ void InsertPosition(trove_encoder &Encoder, stream_state const &Stream, uint32 P
             }
             // Chain 1 never holds two nodes of one 28-bit prefix, so the walk
             // ends at the first, and only runs when the hash says one may be there.
-            uint16 &Count = Encoder.LongKeyCounts[HashLongKey(Key)];
+            uint16 &Count = Encoder.LongKeyCounts[HashLongKey(Encoder, Key)];
             bool MayHaveOlder = Count != 0;
             LinkHead(Encoder, Chain, Bucket, Slot);
             ++Count;
@@ -645,7 +670,7 @@ intaddrx GetTroveEncoderWorkSize(uint32 MaxStreamSize)
     intaddrx Ring = GetRingSize(MaxStreamSize);
     intaddrx Size = ((intaddrx)sizeof(trove_slot) + (intaddrx)sizeof(trove_long_link)) * Ring;
     Size += (intaddrx)sizeof(uint32) * 65536;
-    Size += (intaddrx)sizeof(uint16) << LongKeyHashBits;
+    Size += (intaddrx)sizeof(uint16) << GetLongKeyHashBits((uint32)Ring);
     for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) Size += (intaddrx)sizeof(uint32) * GetChainTableSize(Chain);
     Size += (intaddrx)sizeof(uint16) * GetModelUnits();
     return (Size + 7) & ~(intaddrx)7;
@@ -670,7 +695,8 @@ void BeginTroveEncoder(trove_encoder &Encoder, void *Memory, uint32 MaxStreamSiz
     Encoder.ShortKeySlots = (uint32 *)Cursor;
     Cursor += sizeof(uint32) * 65536;
     Encoder.LongKeyCounts = (uint16 *)Cursor;
-    Cursor += sizeof(uint16) << LongKeyHashBits;
+    Encoder.LongKeyHashBits = GetLongKeyHashBits((uint32)RingSize);
+    Cursor += sizeof(uint16) << Encoder.LongKeyHashBits;
     for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
         Encoder.Heads[Chain] = (uint32 *)Cursor;
         Encoder.HeadCount[Chain] = GetChainTableSize(Chain);
@@ -691,6 +717,7 @@ void BeginTroveEncoder(trove_encoder &Encoder, void *Memory, uint32 MaxStreamSiz
     }
     Encoder.StreamsCoded = 0;
     Encoder.MatchFinderUsed = true;
+    Encoder.UsedSlots = ~0u;
     Encoder.AllMiddlesUsed = true;
     memset(Encoder.MiddleUsed, 0, sizeof(Encoder.MiddleUsed));
     Encoder.ProgressCallback = 0;
@@ -711,6 +738,8 @@ void EncodeTroveStream(trove_encoder &Encoder, uint8 const *Data, uint32 Size)
     ResetModels(Encoder);
     ClearMatchFinder(Encoder);
     Encoder.MatchFinderUsed = true;
+    // Positions enter their own slots; a retired run node moves one on.
+    Encoder.UsedSlots = Size < Encoder.RingMask ? Size + 1 : ~0u;
     Encoder.DistanceBoundValid = false;
     for (int32 Index = 0; Index < TroveMiddleModelCount; ++Index) {
         Encoder.MiddleBounds[Index] = GetSmallestInverseProbability(Encoder.Middle[Index], 256);

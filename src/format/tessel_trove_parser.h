@@ -50,8 +50,10 @@ struct trove_encoder
     // Chain 0 holds one node per 2-byte key: its slot by key, or ~0.
     uint32 *ShortKeySlots;
     // Chain 1 holds one node per 28-bit key prefix: how many of its nodes
-    // fall on each hash of that prefix, so that most links need no walk.
+    // fall on each hash of that prefix, so that most links need no walk
+    // (2^LongKeyHashBits entries, more for a longer ring).
     uint16 *LongKeyCounts;
+    uint32 LongKeyHashBits;
     uint32 RingMask;
     uint32 *Heads[TroveChainCount];
     uint32 HeadCount[TroveChainCount];
@@ -77,6 +79,9 @@ struct trove_encoder
     // used it, and the middle models a match has coded with (all of them at
     // first, when the memory is new).
     bool8 MatchFinderUsed;
+    // Ring slots the last stream may have touched (from slot 0 on), or ~0
+    // for all of them.
+    uint32 UsedSlots;
     bool8 AllMiddlesUsed;
     uint8 MiddleUsed[TroveMiddleModelCount];
 
