@@ -264,6 +264,17 @@ void InsertPosition(trove_encoder &Encoder, stream_state const &Stream, uint32 P
     if (!Extends && Run) --Encoder.Run;
     if (Encoder.Skip) --Encoder.Skip;
     if (Encoder.Run == 0) Encoder.RunValid = false;
+
+    // The next position's search and entry start at its chain heads and key
+    // tables: they are fetched while this one's work goes on.
+    if (Position + 1 < Stream.Size) {
+        uint32 Next = Load32(Data + Position + 1);
+        for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
+            __builtin_prefetch(&Encoder.Heads[Chain][GetBucket(Encoder, Chain, Next & KeyMasks[Chain])]);
+        }
+        __builtin_prefetch(&Encoder.ShortKeySlots[Next & 0xFFFF]);
+        __builtin_prefetch(&Encoder.LongKeyCounts[HashLongKey(Encoder, Next)]);
+    }
 }
 
 uint32 GetMatchLength(uint8 const *Data, uint32 Position, uint32 Candidate, uint32 MaxLength)
