@@ -266,8 +266,9 @@ void InsertPosition(trove_encoder &Encoder, stream_state const &Stream, uint32 P
     if (Encoder.Run == 0) Encoder.RunValid = false;
 
     // The next position's search and entry start at its chain heads and key
-    // tables: they are fetched while this one's work goes on.
-    if (Position + 1 < Stream.Size) {
+    // tables: they are fetched while this one's work goes on (unless a run
+    // keeps it out of the chains).
+    if (Encoder.Skip < 3 && Position + 1 < Stream.Size) {
         uint32 Next = Load32(Data + Position + 1);
         for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
             __builtin_prefetch(&Encoder.Heads[Chain][GetBucket(Encoder, Chain, Next & KeyMasks[Chain])]);

@@ -151,6 +151,9 @@ TEST(Compression, Trove1OutputIsPinned)
         // Longer than the window: the ring wraps, nodes of runs move on at
         // its far end, and distances spread over many high values.
         {"wrapping ring", {MakeWrappingMix()}, 93771, 0xF8D72AF2u},
+        // A stream after one with the same bytes: nothing of the first may
+        // be left in the match finder.
+        {"repeated streams", {MakeText(9000, 25), MakeText(9000, 25), MakeRandomBytes(3000, 26)}, 7860, 0xAA383BB3u},
     };
     for (pinned const &Case : Cases) {
         byte_vector Stored;
