@@ -102,7 +102,20 @@ enum
     TroveDecoderOverrunLimit = 16,
 };
 
-bool DecodeStream(trove_decoder &Decoder, range_decoder &Coder, uint32 WindowLimit, uint8 *Output, uint32 Size)
+bool DecodeStreamSymbols(trove_decoder &Decoder, range_decoder &Coder, uint32 WindowLimit, uint8 *Output, uint32 Size);
+
+// The coder is worked on as a local copy, which the compiler keeps in
+// registers through the symbol loop.
+bool DecodeStream(trove_decoder &Decoder, range_decoder &Shared, uint32 WindowLimit, uint8 *Output, uint32 Size)
+{
+    range_decoder Coder = Shared;
+    bool Result = DecodeStreamSymbols(Decoder, Coder, WindowLimit, Output, Size);
+    Shared = Coder;
+    return Result;
+}
+
+__attribute__((always_inline)) inline bool DecodeStreamSymbols(trove_decoder &Decoder, range_decoder &Coder,
+                                                               uint32 WindowLimit, uint8 *Output, uint32 Size)
 {
     uint32 Context = 0;
     uint32 Position = 0;

@@ -9,7 +9,7 @@ int32 GetModelArrayUnits(uint32 MaxSymbols, uint32 Alphabet, bool Encoder)
         Units += (int32)Alphabet + (int32)(MaxSymbols + 1);
     } else {
         Units += (int32)(MaxSymbols + 1);
-        if (MaxSymbols >= TroveLookupMinimum) Units += TroveLookupBuckets;
+        Units += (int32)GetLookupBuckets(MaxSymbols);
     }
     // Keeps every model's arrays on a 4-byte boundary.
     return (Units + 1) & ~1;
@@ -24,6 +24,7 @@ void PlaceModel(trove_model &Model, uint16 *Memory, uint32 MaxSymbols, uint32 Al
     Memory += MaxSymbols + 1;
     Model.RankMap = Memory;
     Model.Lookup = 0;
+    Model.LookupShift = MaxSymbols >= TroveFineLookupMinimum ? TroveFineLookupShift : TroveCoarseLookupShift;
     if (Encoder) {
         Memory += Alphabet;
         Model.SymbolMap = Memory;
@@ -135,8 +136,9 @@ void RebuildModel(trove_model &Model, bool Encoder)
         // Every interval of a rank at or below CodedCount ends above the
         // bucket's start, or the rank isn't the last to start at or below it.
         uint32 Rank = 0;
-        for (uint32 Bucket = 0; Bucket < TroveLookupBuckets; ++Bucket) {
-            uint32 Start = TroveCumulativeBase + (Bucket << TroveLookupShift);
+        uint32 Buckets = 1u << (TroveModelBits - Model.LookupShift);
+        for (uint32 Bucket = 0; Bucket < Buckets; ++Bucket) {
+            uint32 Start = TroveCumulativeBase + (Bucket << Model.LookupShift);
             while (Cumulative[Rank + 1] <= Start) ++Rank;
             Model.Lookup[Bucket] = (uint16)Rank;
         }

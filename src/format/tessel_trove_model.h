@@ -46,17 +46,28 @@ struct trove_model
     uint16 *RankMap;
     uint16 *SymbolMap; // Encoder only: symbol of a rank.
     // Decoder of a model that may hold TroveLookupMinimum symbols or more:
-    // by each 1/TroveLookupBuckets of the coded interval, the rank whose
-    // interval holds its start (valid while CodedCount >= TroveLookupMinimum).
+    // by each 2^LookupShift values of the coded interval, the rank whose
+    // interval holds the first (valid while CodedCount >= TroveLookupMinimum).
     uint16 *Lookup;
+    uint32 LookupShift;
 };
 
 enum
 {
-    TroveLookupBuckets = 64,
-    TroveLookupShift = TroveModelBits - 6,
-    TroveLookupMinimum = 12,
+    TroveLookupMinimum = 4,
+    // Models of this many symbols or more get the fine lookup.
+    TroveFineLookupMinimum = 128,
+    TroveCoarseLookupShift = TroveModelBits - 6,
+    TroveFineLookupShift = TroveModelBits - 8,
 };
+
+// Entries of the lookup of a decoder model of MaxSymbols (0 for none).
+inline uint32 GetLookupBuckets(uint32 MaxSymbols)
+{
+    if (MaxSymbols < TroveLookupMinimum) return 0;
+    uint32 Shift = MaxSymbols >= TroveFineLookupMinimum ? TroveFineLookupShift : TroveCoarseLookupShift;
+    return 1u << (TroveModelBits - Shift);
+}
 
 // Entries of the uint16 arrays one model needs.
 int32 GetModelArrayUnits(uint32 MaxSymbols, uint32 Alphabet, bool Encoder);
@@ -94,7 +105,7 @@ __attribute__((always_inline)) inline bool DecodeModelSymbol(range_decoder &Deco
     // without branches in a small one.
     uint32 Coded;
     if (Model.CodedCount >= TroveLookupMinimum) {
-        Coded = Model.Lookup[(Value - TroveCumulativeBase) >> TroveLookupShift];
+        Coded = Model.Lookup[(Value - TroveCumulativeBase) >> Model.LookupShift];
         while (Cumulative[Coded + 1] <= Value) ++Coded;
     } else {
         uint32 Low = 0;
@@ -115,7 +126,12 @@ __attribute__((always_inline)) inline bool DecodeModelSymbol(range_decoder &Deco
         *Symbol = Model.RankMap[Coded];
         return true;
     }
-    return DecodeEscapedSymbol(Decoder, Model, RawAlphabet, Symbol);
+    // The escape goes through a copy of the coder, so that a caller's coder
+    // never has its address taken and may live in registers.
+    range_decoder Escaped = Decoder;
+    bool Known = DecodeEscapedSymbol(Escaped, Model, RawAlphabet, Symbol);
+    Decoder = Escaped;
+    return Known;
 }
 
 // The inverse probability the parser prices a symbol with: Total / count,

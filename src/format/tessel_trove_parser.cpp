@@ -25,11 +25,17 @@ uint32 GetChainTableSize(int32 Chain)
     return Size > Limits[Chain] ? Size - Less[Chain] : 7;
 }
 
-uint32 const LongKeyHashBits = 20;
-
-inline uint32 HashLongKey(uint32 Key)
+inline uint32 HashLongKey(trove_encoder const &Encoder, uint32 Key)
 {
-    return ((Key & 0x0FFFFFFFu) * 2654435761u) >> (32 - LongKeyHashBits);
+    return ((Key & 0x0FFFFFFFu) * 2654435761u) >> (32 - Encoder.LongKeyHashBits);
+}
+
+// Twice as many count entries as ring slots, at most 2^20.
+uint32 GetLongKeyHashBits(uint32 RingSize)
+{
+    uint32 Bits = 11;
+    while ((1u << Bits) < RingSize * 2 && Bits < 20) ++Bits;
+    return Bits;
 }
 
 // The chain table entry of a key: folded (remainder plus quotient) until it
@@ -73,62 +79,68 @@ struct stream_state
 
 // --- chains ---------------------------------------------------------------
 
+inline uint32 &NextOf(trove_encoder &Encoder, int32 Chain, uint32 Index)
+{
+    return Chain == 2 ? Encoder.LongLinks[Index].Next : Encoder.Slots[Index].Next[Chain];
+}
+
+inline uint32 KeyOf(trove_encoder const &Encoder, uint32 Index)
+{
+    return Encoder.LongLinks[Index].Key;
+}
+
 inline void Unlink(trove_encoder &Encoder, int32 Chain, uint32 Index)
 {
-    uint32 *Prevs = Encoder.Prev[Chain];
-    uint32 Prev = Prevs[Index];
+    trove_slot *Slots = Encoder.Slots;
+    uint32 Prev = Slots[Index].Prev[Chain];
     if (Prev == NotLinked) return;
-    trove_chain_link *Links = Encoder.Links[Chain];
-    uint32 Next = Links[Index].Next;
+    uint32 Next = NextOf(Encoder, Chain, Index);
     if (Prev & HeadLink) {
         Encoder.Heads[Chain][Prev & ~HeadLink] = Next;
     } else {
-        Links[Prev].Next = Next;
+        NextOf(Encoder, Chain, Prev) = Next;
     }
-    if (Next != NoNode) Prevs[Next] = Prev;
-    Prevs[Index] = NotLinked;
-    Links[Index].Next = NoNode;
+    if (Next != NoNode) Slots[Next].Prev[Chain] = Prev;
+    Slots[Index].Prev[Chain] = NotLinked;
+    NextOf(Encoder, Chain, Index) = NoNode;
     if (Chain == 0) {
-        uint32 &Short = Encoder.ShortKeySlots[Links[Index].Key & 0xFFFF];
+        uint32 &Short = Encoder.ShortKeySlots[KeyOf(Encoder, Index) & 0xFFFF];
         if (Short == Index) Short = NoNode;
     } else if (Chain == 1) {
-        --Encoder.LongKeyCounts[HashLongKey(Links[Index].Key)];
+        --Encoder.LongKeyCounts[HashLongKey(Encoder, KeyOf(Encoder, Index))];
     }
 }
 
-// Node To takes From's place in a chain.
-inline void Replace(trove_encoder &Encoder, int32 Chain, uint32 From, uint32 To, uint32 Key)
+// Node To takes From's place in a chain (To's key is already set).
+inline void Replace(trove_encoder &Encoder, int32 Chain, uint32 From, uint32 To)
 {
-    uint32 *Prevs = Encoder.Prev[Chain];
-    trove_chain_link *Links = Encoder.Links[Chain];
-    uint32 Prev = Prevs[From];
-    uint32 Next = Links[From].Next;
-    Prevs[To] = Prev;
-    Links[To].Next = Next;
-    Links[To].Key = Key;
+    trove_slot *Slots = Encoder.Slots;
+    uint32 Prev = Slots[From].Prev[Chain];
+    uint32 Next = NextOf(Encoder, Chain, From);
+    Slots[To].Prev[Chain] = Prev;
+    NextOf(Encoder, Chain, To) = Next;
     if (Prev & HeadLink) {
         Encoder.Heads[Chain][Prev & ~HeadLink] = To;
     } else {
-        Links[Prev].Next = To;
+        NextOf(Encoder, Chain, Prev) = To;
     }
-    if (Next != NoNode) Prevs[Next] = To;
-    Prevs[From] = NotLinked;
-    Links[From].Next = NoNode;
+    if (Next != NoNode) Slots[Next].Prev[Chain] = To;
+    Slots[From].Prev[Chain] = NotLinked;
+    NextOf(Encoder, Chain, From) = NoNode;
     if (Chain == 0) {
-        uint32 &Short = Encoder.ShortKeySlots[Key & 0xFFFF];
+        uint32 &Short = Encoder.ShortKeySlots[KeyOf(Encoder, To) & 0xFFFF];
         if (Short == From) Short = To;
     }
 }
 
-inline void LinkHead(trove_encoder &Encoder, int32 Chain, uint32 Bucket, uint32 Index, uint32 Key)
+// Links a node whose key is already set at the head of a chain.
+inline void LinkHead(trove_encoder &Encoder, int32 Chain, uint32 Bucket, uint32 Index)
 {
-    uint32 *Prevs = Encoder.Prev[Chain];
-    trove_chain_link *Links = Encoder.Links[Chain];
+    trove_slot *Slots = Encoder.Slots;
     uint32 First = Encoder.Heads[Chain][Bucket];
-    Links[Index].Next = First;
-    Links[Index].Key = Key;
-    Prevs[Index] = HeadLink | Bucket;
-    if (First != NoNode) Prevs[First] = Index;
+    NextOf(Encoder, Chain, Index) = First;
+    Slots[Index].Prev[Chain] = HeadLink | Bucket;
+    if (First != NoNode) Slots[First].Prev[Chain] = Index;
     Encoder.Heads[Chain][Bucket] = Index;
 }
 
@@ -137,7 +149,7 @@ inline void LinkHead(trove_encoder &Encoder, int32 Chain, uint32 Bucket, uint32 
 inline void LinkShortKey(trove_encoder &Encoder, uint32 Bucket, uint32 Index, uint32 Key)
 {
     uint32 Older = Encoder.ShortKeySlots[Key & 0xFFFF];
-    LinkHead(Encoder, 0, Bucket, Index, Key);
+    LinkHead(Encoder, 0, Bucket, Index);
     if (Older != NoNode) Unlink(Encoder, 0, Older);
     Encoder.ShortKeySlots[Key & 0xFFFF] = Index;
 }
@@ -150,16 +162,37 @@ void ClearMatchFinder(trove_encoder &Encoder)
     // An unused match finder is still clear.
     if (!Encoder.MatchFinderUsed) return;
     Encoder.MatchFinderUsed = false;
-    uint32 Count = Encoder.RingMask + 1;
-    for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
-        memset(Encoder.Heads[Chain], 0xFF, sizeof(uint32) * Encoder.HeadCount[Chain]);
-        memset(Encoder.Links[Chain], 0xFF, sizeof(trove_chain_link) * Count);
-        uint32 *Prevs = Encoder.Prev[Chain];
-        for (uint32 Index = 0; Index < Count; ++Index) Prevs[Index] = NotLinked;
+    // New memory is cleared whole.
+    bool Whole = Encoder.UsedSlots > Encoder.RingMask;
+    uint32 Count = Whole ? Encoder.RingMask + 1 : Encoder.UsedSlots;
+    uint32 TableEntries = 65536 + (1u << Encoder.LongKeyHashBits);
+    for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) TableEntries += Encoder.HeadCount[Chain];
+    trove_slot *Slots = Encoder.Slots;
+    if (!Whole && Count * 8 < TableEntries) {
+        // Few slots were used: only the table entries of their nodes can be
+        // set (a set entry always names a linked node with its key).
+        for (uint32 Index = 0; Index < Count; ++Index) {
+            uint32 Key = KeyOf(Encoder, Index);
+            for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
+                if (Slots[Index].Prev[Chain] == NotLinked) continue;
+                Encoder.Heads[Chain][GetBucket(Encoder, Chain, Key & KeyMasks[Chain])] = NoNode;
+                if (Chain == 0) Encoder.ShortKeySlots[Key & 0xFFFF] = NoNode;
+                if (Chain == 1) Encoder.LongKeyCounts[HashLongKey(Encoder, Key)] = 0;
+            }
+        }
+    } else {
+        for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
+            memset(Encoder.Heads[Chain], 0xFF, sizeof(uint32) * Encoder.HeadCount[Chain]);
+        }
+        memset(Encoder.ShortKeySlots, 0xFF, sizeof(uint32) * 65536);
+        memset(Encoder.LongKeyCounts, 0, sizeof(uint16) << Encoder.LongKeyHashBits);
     }
-    memset(Encoder.Runs, 0, sizeof(uint32) * Count);
-    memset(Encoder.ShortKeySlots, 0xFF, sizeof(uint32) * 65536);
-    memset(Encoder.LongKeyCounts, 0, sizeof(uint16) << LongKeyHashBits);
+    trove_slot Clear;
+    Clear.Next[0] = Clear.Next[1] = NoNode;
+    for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) Clear.Prev[Chain] = NotLinked;
+    Clear.Run = 0;
+    for (uint32 Index = 0; Index < Count; ++Index) Slots[Index] = Clear;
+    memset(Encoder.LongLinks, 0xFF, sizeof(trove_long_link) * Count);
 }
 
 // Retires the oldest node of the ring and enters Position in the chains.
@@ -167,20 +200,21 @@ void InsertPosition(trove_encoder &Encoder, stream_state const &Stream, uint32 P
 {
     uint8 const *Data = Stream.Data;
     uint32 Slot = Position & Encoder.RingMask;
-    bool Linked = false;
-    for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) Linked = Linked || Encoder.Prev[Chain][Slot] != NotLinked;
+    trove_slot *Slots = Encoder.Slots;
+    uint32 const *Prevs = Slots[Slot].Prev;
+    bool Linked = Prevs[0] != NotLinked || Prevs[1] != NotLinked || Prevs[2] != NotLinked;
     if (Linked) {
         // The node stands for the position one ring length back.
-        if (Encoder.Runs[Slot] >= 4) {
+        if (Slots[Slot].Run >= 4) {
             // One node keeps standing for the run: the same bytes one
             // position further on.
             uint32 NextSlot = (Slot + 1) & Encoder.RingMask;
-            uint32 Key = Load32(Data + Position - Encoder.RingMask);
             for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) Unlink(Encoder, Chain, NextSlot);
+            Encoder.LongLinks[NextSlot].Key = Load32(Data + Position - Encoder.RingMask);
             for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
-                if (Encoder.Prev[Chain][Slot] != NotLinked) Replace(Encoder, Chain, Slot, NextSlot, Key);
+                if (Prevs[Chain] != NotLinked) Replace(Encoder, Chain, Slot, NextSlot);
             }
-            Encoder.Runs[NextSlot] = Encoder.Runs[Slot] - 1;
+            Slots[NextSlot].Run = Slots[Slot].Run - 1;
         } else {
             for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) Unlink(Encoder, Chain, Slot);
         }
@@ -196,7 +230,8 @@ void InsertPosition(trove_encoder &Encoder, stream_state const &Stream, uint32 P
 
     if (Encoder.Skip < 3) {
         uint32 Key = Load32(Data + Position);
-        Encoder.Runs[Slot] = Encoder.Run;
+        Slots[Slot].Run = Encoder.Run;
+        Encoder.LongLinks[Slot].Key = Key;
         for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
             uint32 Bucket = GetBucket(Encoder, Chain, Key & KeyMasks[Chain]);
             if (Chain == 0) {
@@ -204,19 +239,18 @@ void InsertPosition(trove_encoder &Encoder, stream_state const &Stream, uint32 P
                 continue;
             }
             if (Chain == 2) {
-                LinkHead(Encoder, Chain, Bucket, Slot, Key);
+                LinkHead(Encoder, Chain, Bucket, Slot);
                 continue;
             }
             // Chain 1 never holds two nodes of one 28-bit prefix, so the walk
             // ends at the first, and only runs when the hash says one may be there.
-            uint16 &Count = Encoder.LongKeyCounts[HashLongKey(Key)];
+            uint16 &Count = Encoder.LongKeyCounts[HashLongKey(Encoder, Key)];
             bool MayHaveOlder = Count != 0;
-            LinkHead(Encoder, Chain, Bucket, Slot, Key);
+            LinkHead(Encoder, Chain, Bucket, Slot);
             ++Count;
             if (!MayHaveOlder) continue;
-            trove_chain_link const *Links = Encoder.Links[Chain];
-            for (uint32 Scan = Links[Slot].Next; Scan != NoNode; Scan = Links[Scan].Next) {
-                if (((Links[Scan].Key ^ Key) & DuplicateMasks[Chain]) == 0) {
+            for (uint32 Scan = Slots[Slot].Next[1]; Scan != NoNode; Scan = Slots[Scan].Next[1]) {
+                if (((KeyOf(Encoder, Scan) ^ Key) & DuplicateMasks[Chain]) == 0) {
                     Unlink(Encoder, Chain, Scan);
                     break;
                 }
@@ -230,6 +264,18 @@ void InsertPosition(trove_encoder &Encoder, stream_state const &Stream, uint32 P
     if (!Extends && Run) --Encoder.Run;
     if (Encoder.Skip) --Encoder.Skip;
     if (Encoder.Run == 0) Encoder.RunValid = false;
+
+    // The next position's search and entry start at its chain heads and key
+    // tables: they are fetched while this one's work goes on (unless a run
+    // keeps it out of the chains).
+    if (Encoder.Skip < 3 && Position + 1 < Stream.Size) {
+        uint32 Next = Load32(Data + Position + 1);
+        for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
+            __builtin_prefetch(&Encoder.Heads[Chain][GetBucket(Encoder, Chain, Next & KeyMasks[Chain])]);
+        }
+        __builtin_prefetch(&Encoder.ShortKeySlots[Next & 0xFFFF]);
+        __builtin_prefetch(&Encoder.LongKeyCounts[HashLongKey(Encoder, Next)]);
+    }
 }
 
 uint32 GetMatchLength(uint8 const *Data, uint32 Position, uint32 Candidate, uint32 MaxLength)
@@ -297,6 +343,16 @@ struct match_search
     double LowestCost[TroveLengthAlphabet];
     uint8 LowestCostKnown[TroveLengthAlphabet];
     double DistanceBound;
+    // A product of inverse probabilities above Ceiling[symbol] costs more
+    // per byte than the best so far (filled as symbols come up, cleared
+    // when the best changes).
+    double Ceiling[TroveLengthAlphabet];
+    uint8 CeilingKnown[TroveLengthAlphabet];
+    // The least distance price within the present 1024-byte band of
+    // distances (the high value is known, low and middle are bounded).
+    double LowBound;
+    uint32 BandHigh;
+    double BandBound;
 };
 
 // Candidates whose least possible cost is this much above the best so far
@@ -320,6 +376,35 @@ inline bool MayBeatBest(trove_encoder const &Encoder, uint32 Context, uint32 Sym
     return GetLowestCost(Encoder, Context, Symbol, Snapped, Search) <= Search.BestCost + PriceMargin;
 }
 
+// A product above the ceiling has log2(product) / Snapped at least the best
+// cost: the relative margin is far above the rounding of log2, exp2 and the
+// product, so only candidates that can't win are passed over.
+inline double GetCeiling(uint32 Symbol, uint32 Snapped, match_search &Search)
+{
+    if (!Search.CeilingKnown[Symbol]) {
+        Search.Ceiling[Symbol] = std::exp2(Search.BestCost * (double)Snapped) * (1.0 + 1e-6);
+        Search.CeilingKnown[Symbol] = 1;
+    }
+    return Search.Ceiling[Symbol];
+}
+
+// The smallest inverse probability any symbol below Alphabet can have.
+double GetSmallestInverseProbability(trove_model const &Model, uint32 Alphabet);
+
+// The least price of a distance whose high value is High: the high price
+// itself times the least low and middle prices, multiplied in the order
+// PriceDistance uses, so that rounding keeps it at or below every price.
+inline double GetBandBound(trove_encoder const &Encoder, uint32 High, distance_alphabets const &Alphabets,
+                           match_search &Search)
+{
+    if (Search.BandHigh != High) {
+        double Middle = Alphabets.Middle == 256 ? Encoder.MiddleBounds[High] : 1.0;
+        Search.BandBound = Search.LowBound * GetInverseProbability(Encoder.High, High, Alphabets.High) * Middle;
+        Search.BandHigh = High;
+    }
+    return Search.BandBound;
+}
+
 // Searches one chain; true when it was walked to its end.
 bool SearchChain(trove_encoder const &Encoder, stream_state const &Stream, uint32 Position, uint32 Context, int32 Chain,
                  uint32 MaxLength, uint32 Aim, distance_alphabets const &Alphabets, match_search &Search)
@@ -327,11 +412,10 @@ bool SearchChain(trove_encoder const &Encoder, stream_state const &Stream, uint3
     uint8 const *Data = Stream.Data;
     uint32 Word = Load32(Data + Position);
     uint32 Index = Encoder.Heads[Chain][GetBucket(Encoder, Chain, Word & KeyMasks[Chain])];
-    trove_chain_link const *Links = Encoder.Links[Chain];
     uint32 const Mask = Encoder.RingMask;
     // The whole chain is searched: every candidate in the window is priced.
-    for (; Index != NoNode; Index = Links[Index].Next) {
-        trove_chain_link const &Node = Links[Index];
+    for (; Index != NoNode; Index = Chain == 2 ? Encoder.LongLinks[Index].Next : Encoder.Slots[Index].Next[Chain]) {
+        trove_long_link const &Node = Encoder.LongLinks[Index];
         // Every position before this one is in the ring, so the node's slot
         // tells its distance.
         uint32 Distance = 1 + ((Position - 1 - Index) & Mask);
@@ -347,14 +431,21 @@ bool SearchChain(trove_encoder const &Encoder, stream_state const &Stream, uint3
             Length = MaxLength <= 4 ? MaxLength : 4 + GetMatchLength(Data, Position + 4, Candidate + 4, MaxLength - 4);
         }
         uint32 Snapped = SnapTroveMatchLength(Length);
-        if (Snapped >= 2 && MayBeatBest(Encoder, Context, GetTroveLengthSymbol(Snapped), Snapped, Search)) {
-            double Product = PriceLength(Encoder, Context, GetTroveLengthSymbol(Snapped)) *
-                             PriceDistance(Encoder, Distance, Alphabets);
-            double Cost = std::log2(Product) / (double)Snapped;
-            if (Cost < Search.BestCost) {
-                Search.BestCost = Cost;
-                Search.Best.Length = Snapped;
-                Search.Best.Distance = Distance;
+        uint32 Symbol = GetTroveLengthSymbol(Snapped);
+        if (Snapped >= 2 && MayBeatBest(Encoder, Context, Symbol, Snapped, Search)) {
+            double LengthPrice = PriceLength(Encoder, Context, Symbol);
+            double Ceiling = GetCeiling(Symbol, Snapped, Search);
+            if (LengthPrice * GetBandBound(Encoder, (Distance - 1) >> 10, Alphabets, Search) <= Ceiling) {
+                double Product = LengthPrice * PriceDistance(Encoder, Distance, Alphabets);
+                if (Product <= Ceiling) {
+                    double Cost = std::log2(Product) / (double)Snapped;
+                    if (Cost < Search.BestCost) {
+                        Search.BestCost = Cost;
+                        Search.Best.Length = Snapped;
+                        Search.Best.Distance = Distance;
+                        memset(Search.CeilingKnown, 0, sizeof(Search.CeilingKnown));
+                    }
+                }
             }
         }
         if (Length >= Aim) return false;
@@ -417,6 +508,9 @@ trove_match FindMatch(trove_encoder &Encoder, stream_state const &Stream, uint32
     Search.BestCost = std::log2(PriceLiteral(Encoder, Context, Position, Stream.Data[Position]));
     Search.DistanceBound = GetDistanceBound(Encoder, Alphabets);
     memset(Search.LowestCostKnown, 0, sizeof(Search.LowestCostKnown));
+    memset(Search.CeilingKnown, 0, sizeof(Search.CeilingKnown));
+    Search.LowBound = GetSmallestInverseProbability(Encoder.Low, TroveLowAlphabet);
+    Search.BandHigh = ~0u;
     uint32 MaxLength = Smaller(TroveMaxMatchLength, Left);
     // Every node of the shorter chains is also in the 4-byte chain, so when
     // that chain was walked to its end, the shorter ones can only add matches
@@ -586,9 +680,9 @@ static int32 GetModelUnits()
 intaddrx GetTroveEncoderWorkSize(uint32 MaxStreamSize)
 {
     intaddrx Ring = GetRingSize(MaxStreamSize);
-    intaddrx Size = ((intaddrx)sizeof(trove_chain_link) + (intaddrx)sizeof(uint32)) * TroveChainCount * Ring;
-    Size += (intaddrx)sizeof(uint32) * (Ring + 65536);
-    Size += (intaddrx)sizeof(uint16) << LongKeyHashBits;
+    intaddrx Size = ((intaddrx)sizeof(trove_slot) + (intaddrx)sizeof(trove_long_link)) * Ring;
+    Size += (intaddrx)sizeof(uint32) * 65536;
+    Size += (intaddrx)sizeof(uint16) << GetLongKeyHashBits((uint32)Ring);
     for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) Size += (intaddrx)sizeof(uint32) * GetChainTableSize(Chain);
     Size += (intaddrx)sizeof(uint16) * GetModelUnits();
     return (Size + 7) & ~(intaddrx)7;
@@ -606,20 +700,15 @@ void BeginTroveEncoder(trove_encoder &Encoder, void *Memory, uint32 MaxStreamSiz
     uint8 *Cursor = (uint8 *)Memory;
     int32 RingSize = GetRingSize(MaxStreamSize);
     Encoder.RingMask = (uint32)RingSize - 1;
-    for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
-        Encoder.Links[Chain] = (trove_chain_link *)Cursor;
-        Cursor += sizeof(trove_chain_link) * (size_t)RingSize;
-    }
-    for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
-        Encoder.Prev[Chain] = (uint32 *)Cursor;
-        Cursor += sizeof(uint32) * (size_t)RingSize;
-    }
-    Encoder.Runs = (uint32 *)Cursor;
-    Cursor += sizeof(uint32) * (size_t)RingSize;
+    Encoder.LongLinks = (trove_long_link *)Cursor;
+    Cursor += sizeof(trove_long_link) * (size_t)RingSize;
+    Encoder.Slots = (trove_slot *)Cursor;
+    Cursor += sizeof(trove_slot) * (size_t)RingSize;
     Encoder.ShortKeySlots = (uint32 *)Cursor;
     Cursor += sizeof(uint32) * 65536;
     Encoder.LongKeyCounts = (uint16 *)Cursor;
-    Cursor += sizeof(uint16) << LongKeyHashBits;
+    Encoder.LongKeyHashBits = GetLongKeyHashBits((uint32)RingSize);
+    Cursor += sizeof(uint16) << Encoder.LongKeyHashBits;
     for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
         Encoder.Heads[Chain] = (uint32 *)Cursor;
         Encoder.HeadCount[Chain] = GetChainTableSize(Chain);
@@ -640,6 +729,7 @@ void BeginTroveEncoder(trove_encoder &Encoder, void *Memory, uint32 MaxStreamSiz
     }
     Encoder.StreamsCoded = 0;
     Encoder.MatchFinderUsed = true;
+    Encoder.UsedSlots = ~0u;
     Encoder.AllMiddlesUsed = true;
     memset(Encoder.MiddleUsed, 0, sizeof(Encoder.MiddleUsed));
     Encoder.ProgressCallback = 0;
@@ -660,6 +750,8 @@ void EncodeTroveStream(trove_encoder &Encoder, uint8 const *Data, uint32 Size)
     ResetModels(Encoder);
     ClearMatchFinder(Encoder);
     Encoder.MatchFinderUsed = true;
+    // Positions enter their own slots; a retired run node moves one on.
+    Encoder.UsedSlots = Size < Encoder.RingMask ? Size + 1 : ~0u;
     Encoder.DistanceBoundValid = false;
     for (int32 Index = 0; Index < TroveMiddleModelCount; ++Index) {
         Encoder.MiddleBounds[Index] = GetSmallestInverseProbability(Encoder.Middle[Index], 256);

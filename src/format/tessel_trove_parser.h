@@ -17,13 +17,22 @@ enum
     TroveInputPadding = 8,
 };
 
-// A window position in one chain. The position itself follows from the
-// node's slot in the ring: it is the latest position before the one being
-// searched that falls on that slot.
-struct trove_chain_link
+// A window position in the three chains. The position itself follows from
+// the node's slot in the ring: it is the latest position before the one
+// being searched that falls on that slot. What a search of the 4-byte
+// chain reads is kept apart and dense; the rest of a slot shares one
+// record, so that entering or retiring a position touches few places.
+struct trove_slot
 {
-    uint32 Next;
-    uint32 Key; // the first 4 bytes at the position
+    uint32 Next[2]; // in chains 0 and 1
+    uint32 Prev[3]; // by chain: the node before, or the bucket, or not linked
+    uint32 Run;     // how many following bytes repeat the first
+};
+
+struct trove_long_link
+{
+    uint32 Next; // in chain 2
+    uint32 Key;  // the first 4 bytes at the position
 };
 
 struct trove_encoder
@@ -35,15 +44,16 @@ struct trove_encoder
     trove_model High;
     trove_model Middle[TroveMiddleModelCount];
 
-    // By chain, then by ring slot.
-    trove_chain_link *Links[TroveChainCount];
-    uint32 *Prev[TroveChainCount];
-    uint32 *Runs;
+    // By ring slot.
+    trove_slot *Slots;
+    trove_long_link *LongLinks;
     // Chain 0 holds one node per 2-byte key: its slot by key, or ~0.
     uint32 *ShortKeySlots;
     // Chain 1 holds one node per 28-bit key prefix: how many of its nodes
-    // fall on each hash of that prefix, so that most links need no walk.
+    // fall on each hash of that prefix, so that most links need no walk
+    // (2^LongKeyHashBits entries, more for a longer ring).
     uint16 *LongKeyCounts;
+    uint32 LongKeyHashBits;
     uint32 RingMask;
     uint32 *Heads[TroveChainCount];
     uint32 HeadCount[TroveChainCount];
@@ -69,6 +79,9 @@ struct trove_encoder
     // used it, and the middle models a match has coded with (all of them at
     // first, when the memory is new).
     bool8 MatchFinderUsed;
+    // Ring slots the last stream may have touched (from slot 0 on), or ~0
+    // for all of them.
+    uint32 UsedSlots;
     bool8 AllMiddlesUsed;
     uint8 MiddleUsed[TroveMiddleModelCount];
 

@@ -49,6 +49,18 @@ byte_vector MakeWindowCrossing()
     return Data;
 }
 
+// Text, runs, vertex arrays and random bytes in turn, longer than the window.
+byte_vector MakeWrappingMix()
+{
+    byte_vector Data;
+    for (uint32_t Round = 0; Data.size() < 0x60000; ++Round) {
+        byte_vector Pieces[4] = {MakeText(30000 + 7000 * (Round % 3), 40 + Round), byte_vector(900 + 300 * Round, 0x20),
+                                 MakeVertexArrays(30 + (int)Round), MakeRandomBytes(2000, 60 + Round)};
+        for (byte_vector const &Piece : Pieces) Data.insert(Data.end(), Piece.begin(), Piece.end());
+    }
+    return Data;
+}
+
 std::vector<named_section> MakeRoundTripSet()
 {
     byte_vector AllValues(256);
@@ -136,6 +148,12 @@ TEST(Compression, Trove1OutputIsPinned)
         {"vertex arrays", {MakeVertexArrays(60), MakeRepeatingPattern(999, 3, 22), {}}, 37336, 0x47104951u},
         {"runs", {byte_vector(70000, 7), MakeRepeatingPattern(3000, 1, 23)}, 327, 0x9DFCB98Eu},
         {"random", {MakeRandomBytes(5000, 24)}, 5464, 0xB3293C4Du},
+        // Longer than the window: the ring wraps, nodes of runs move on at
+        // its far end, and distances spread over many high values.
+        {"wrapping ring", {MakeWrappingMix()}, 93771, 0xF8D72AF2u},
+        // A stream after one with the same bytes: nothing of the first may
+        // be left in the match finder.
+        {"repeated streams", {MakeText(9000, 25), MakeText(9000, 25), MakeRandomBytes(3000, 26)}, 7860, 0xAA383BB3u},
     };
     for (pinned const &Case : Cases) {
         byte_vector Stored;
