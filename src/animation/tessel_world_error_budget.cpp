@@ -21,7 +21,7 @@ std::vector<world_error_animation_figures> *ReportSink = 0;
 // Share of the budget a bone gets before any measurement, divided by the
 // square root of the longest chain through it: errors of the bones of one
 // chain rarely line up, and the rounds catch the places where they do.
-double const InitialShare = 0.35;
+double const InitialShare = 1.0;
 // A tightening halves all three tolerances of a bone; past this factor of
 // its first tolerances a bone is at its floor.
 double const TightestFactor = 1.0 / 4096.0;
