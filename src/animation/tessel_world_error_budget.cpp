@@ -147,7 +147,7 @@ struct bone_state
     double Factor; // applied to the derived tolerances
     double BaseTolerance[3];
     int32 Refits;
-    bool Missed;                // a fit of the bone could not meet its tolerance: tightening it is of no use
+    bool Missed;                // a fit of the bone missed its tolerance in the last fit
     std::vector<int32> Subtree; // itself and every descendant
 };
 
@@ -527,7 +527,7 @@ bool RunBudget(compression_queue &Queue, world_error_settings const &Settings, w
                 AnyOver = true;
                 double Most = 0.0;
                 for (int32 p = v; p >= 0; p = M.Bones[(size_t)p].Parent) {
-                    if (!M.Bones[(size_t)p].Missed) Most = std::max(Most, M.Contribution[(size_t)p]);
+                    Most = std::max(Most, M.Contribution[(size_t)p]);
                 }
                 for (int32 p = v; p >= 0; p = M.Bones[(size_t)p].Parent) {
                     if (M.Contribution[(size_t)p] >= 0.5 * Most && M.Contribution[(size_t)p] > 0.0)
@@ -538,7 +538,7 @@ bool RunBudget(compression_queue &Queue, world_error_settings const &Settings, w
             std::vector<compression_job *> Jobs;
             for (int32 b = 0; b < M.BoneCount; ++b) {
                 bone_state &Bone = M.Bones[(size_t)b];
-                if (!Marked[(size_t)b] || Bone.Missed || Bone.Factor * 0.5 < TightestFactor) continue;
+                if (!Marked[(size_t)b] || Bone.Factor * 0.5 < TightestFactor) continue;
                 Bone.Factor *= 0.5;
                 ++Bone.Refits;
                 ApplyTolerances(Bone);
@@ -547,7 +547,7 @@ bool RunBudget(compression_queue &Queue, world_error_settings const &Settings, w
             }
             if (Jobs.empty()) break;
             if (!Refit(Queue, Jobs)) return false;
-            for (bone_state &Bone : M.Bones) Bone.Missed = Bone.Missed || !BoneFitsMet(Queue, Bone);
+            for (bone_state &Bone : M.Bones) Bone.Missed = !BoneFitsMet(Queue, Bone);
             ++RoundsUsed;
             Measure(Queue, M, Settings, true);
         }
