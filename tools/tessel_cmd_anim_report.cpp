@@ -125,6 +125,14 @@ std::string Number(double Value)
     return Text;
 }
 
+// Three significant digits, for the chart's labels.
+std::string Short(double Value)
+{
+    char Text[32];
+    snprintf(Text, sizeof(Text), "%.3g", Value);
+    return Text;
+}
+
 char const *const KindNames[3] = {"position", "orientation", "scale_shear"};
 
 void PrintText(world_error_animation_figures const &A, totals const &T, double CompressionRatio)
@@ -214,8 +222,8 @@ std::string Svg(std::vector<world_error_animation_figures> const &Report)
         if (Bones.empty()) continue;
         totals T = Summarize(A);
         Body += "<text x=\"10\" y=\"" + Number(Top + 16) + "\" font-size=\"15\" font-weight=\"bold\">" +
-                XmlText(A.Name) + ": " + Number(T.BytesPerBoneSecond) + " bytes/bone/s, largest error " +
-                Number(T.Largest) + ", p99 " + Number(T.Percentile99) +
+                XmlText(A.Name) + ": " + Short(T.BytesPerBoneSecond) + " bytes/bone/s, largest error " +
+                Short(T.Largest) + ", p99 " + Short(T.Percentile99) +
                 (A.MaxError > 0 ? ", budget " + Number(A.MaxError) : std::string(", no budget")) + "</text>\n";
         Top += 30;
         // Error over time.
@@ -232,7 +240,7 @@ std::string Svg(std::vector<world_error_animation_figures> const &Report)
         for (int Tick = 0; Tick <= 4; ++Tick) {
             double Value = Ceiling * Tick / 4.0;
             Body += "<text x=\"" + Number(PlotLeft - 5) + "\" y=\"" + Number(Y(Value) + 4) +
-                    "\" font-size=\"10\" text-anchor=\"end\">" + Number(Value) + "</text>\n";
+                    "\" font-size=\"10\" text-anchor=\"end\">" + Short(Value) + "</text>\n";
         }
         Body += "<text x=\"" + Number(PlotLeft + PlotWidth / 2) + "\" y=\"" + Number(PlotBottom + 28) +
                 "\" font-size=\"11\" text-anchor=\"middle\">time (s), 0 to " + Number(A.Duration) +
@@ -259,7 +267,7 @@ std::string Svg(std::vector<world_error_animation_figures> const &Report)
                     Points + "\"/>\n";
             Body += "<text x=\"" + Number(PlotLeft + 8) + "\" y=\"" + Number(PlotTop + 14 + 13 * (double)w) +
                     "\" font-size=\"11\" fill=\"" + Colors[w] + "\">" + XmlText(Worst[w]->Name) + " (largest " +
-                    Number(Worst[w]->Largest) + ")</text>\n";
+                    Short(Worst[w]->Largest) + ")</text>\n";
         }
         Top += LineHeight;
         // Bytes per bone.
@@ -278,7 +286,7 @@ std::string Svg(std::vector<world_error_animation_figures> const &Report)
             Body += "<rect x=\"" + Number(PlotLeft + 65) + "\" y=\"" + Number(Top + 2) + "\" width=\"" + Number(W) +
                     "\" height=\"" + Number(BarRow - 4) + "\" fill=\"#4c78a8\"/>\n";
             Body += "<text x=\"" + Number(PlotLeft + 70 + W) + "\" y=\"" + Number(Top + 10) + "\" font-size=\"10\">" +
-                    Number(B->Bytes * Scale) + "</text>\n";
+                    Short(B->Bytes * Scale) + "</text>\n";
             Top += BarRow;
         }
         Top += 30;
