@@ -147,7 +147,12 @@ struct bone_state
     double Factor; // applied to the derived tolerances
     double BaseTolerance[3];
     int32 Refits;
-    bool Missed;                // a fit of the bone missed its tolerance in the last fit
+    bool Missed; // a fit of the bone missed its tolerance in the last fit
+    // Each stream's candidate formats as queued, and the ones its tolerance
+    // leaves (the jobs point at the latter).
+    data_type_definition **QueuedTypes[3];
+    int32 QueuedTypeCount[3];
+    std::vector<data_type_definition *> Types[3];
     std::vector<int32> Subtree; // itself and every descendant
 };
 
@@ -389,6 +394,19 @@ void DeriveTolerances(model_state &M, world_error_settings const &Settings)
     }
 }
 
+bool HasByteControls(data_type_definition const *Type)
+{
+    switch (CurveFormatFromType(Type)) {
+    case CurveFormat_DaK8uC8u:
+    case CurveFormat_D4nK8uC7u:
+    case CurveFormat_D3K8uC8u:
+    case CurveFormat_D9I1K8uC8u:
+    case CurveFormat_D9I3K8uC8u:
+    case CurveFormat_D3I1K8uC8u: return true;
+    default: return false;
+    }
+}
+
 void ApplyTolerances(bone_state &Bone)
 {
     for (int Kind = 0; Kind < 3; ++Kind) {
@@ -401,6 +419,27 @@ void ApplyTolerances(bone_state &Bone)
         }
         double Floor = std::max(FloatSteps * Largest, 1e-30);
         Job->Params.ErrorTolerance = (real32)std::max(Bone.BaseTolerance[Kind] * Bone.Factor, Floor);
+        // A format of 8-bit controls cannot come within half a step of the
+        // stream's range; its fit would split down to the finest knots and
+        // fail, so it is not tried.
+        double Range = 0.0;
+        for (int32 c = 0; c < Job->Dimension; ++c) {
+            double Low = 1e30, High = -1e30;
+            for (int32 j = 0; j < Job->SampleCount; ++j) {
+                double Value = Job->Samples[(intaddrx)j * Job->Dimension + c];
+                Low = std::min(Low, Value);
+                High = std::max(High, Value);
+            }
+            if (High > Low) Range = std::max(Range, High - Low);
+        }
+        Bone.Types[Kind].clear();
+        for (int32 Index = 0; Index < Bone.QueuedTypeCount[Kind]; ++Index) {
+            data_type_definition *Type = Bone.QueuedTypes[Kind][Index];
+            if (HasByteControls(Type) && Job->Params.ErrorTolerance < Range / 510.0) continue;
+            Bone.Types[Kind].push_back(Type);
+        }
+        Job->Params.CompressionTypes = Bone.Types[Kind].data();
+        Job->Params.CompressionTypeCount = (int32)Bone.Types[Kind].size();
         // Sampled sources bend at their keys and run straight or gently
         // between them; at the small tolerances of a budget a smooth curve
         // cannot turn within a key and spends knots around every bend, while
@@ -498,6 +537,8 @@ bool RunBudget(compression_queue &Queue, world_error_settings const &Settings, w
                 Bone.Jobs[Kind] = Bone.Slots[Kind] >= 0 ? BySlot[(size_t)Bone.Slots[Kind]] : nullptr;
                 // Raw keyframes are exact; only fitted streams are budgeted.
                 if (Bone.Jobs[Kind] && !Bone.Jobs[Kind]->Compress) Bone.Jobs[Kind] = nullptr;
+                Bone.QueuedTypes[Kind] = Bone.Jobs[Kind] ? Bone.Jobs[Kind]->Params.CompressionTypes : nullptr;
+                Bone.QueuedTypeCount[Kind] = Bone.Jobs[Kind] ? Bone.Jobs[Kind]->Params.CompressionTypeCount : 0;
             }
         }
         BuildSkeleton(M);
