@@ -6,6 +6,7 @@ int RunExportCommand(int ArgumentCount, char **Arguments);
 int RunSettingsCommand(int ArgumentCount, char **Arguments);
 int RunInspectCommand(int ArgumentCount, char **Arguments);
 int RunConvertCommand(int ArgumentCount, char **Arguments);
+int RunAnimReportCommand(int ArgumentCount, char **Arguments);
 
 // True when Arguments hold "--help" or "-h".
 bool WantsHelp(int ArgumentCount, char **Arguments);

@@ -16,6 +16,7 @@ static command_entry const Commands[] = {
     {"convert", RunConvertCommand, "write a TS2 file for another pointer size or byte order"},
     {"inspect", RunInspectCommand, "show what a TS2 or FBX file holds"},
     {"settings", RunSettingsCommand, "list the export settings or write a settings file"},
+    {"anim-report", RunAnimReportCommand, "report bone animation bytes and world errors"},
 };
 
 bool WantsHelp(int ArgumentCount, char **Arguments)
@@ -30,7 +31,7 @@ static void PrintUsage(FILE *Stream)
 {
     fprintf(Stream, "usage: tessel <command> [arguments]\n\ncommands:\n");
     for (command_entry const &Command : Commands) {
-        fprintf(Stream, "  %-10s %s\n", Command.Name, Command.Summary);
+        fprintf(Stream, "  %-12s %s\n", Command.Name, Command.Summary);
     }
     fprintf(Stream, "\n'tessel <command> --help' describes a command.\n");
 }

@@ -9,6 +9,7 @@
 #include "animation/tessel_track_group.h"
 #include "animation/tessel_track_group_builder.h"
 #include "animation/tessel_track_group_sampler.h"
+#include "exporter/tessel_bone_animation_budget.h"
 #include "exporter/tessel_export_progress.h"
 #include "exporter/tessel_scene_graph.h"
 #include "exporter/tessel_scene_parser.h"
@@ -504,7 +505,12 @@ bool SampleBoneAnimation(scene_export_state *State, tool_animation *Animation, e
     }
     bool Succeeded = QueueJobs(State, T, Result->Duration, Rows, ModelCount, *Queue);
     bool Started = Succeeded;
-    if (Started) StartCompressionQueue(*Queue);
+    if (Started && WantsBoneAnimationBudget(Animation)) {
+        // The budget measures whole chains: every curve is fitted first.
+        Succeeded = RunBoneAnimationBudget(State, Animation, Result->Name, T.SampleCount, T.TimeStep, *Queue);
+    } else if (Started) {
+        StartCompressionQueue(*Queue);
+    }
     for (int32 m = 0; m < ModelCount && Succeeded; ++m) {
         track_group *Group = 0;
         Succeeded = AssembleGroup(State, Rows[m], m, *Queue, Progress, &Group);

@@ -243,6 +243,15 @@ requester *BuildAnimationSettings(settings_pools &Pools)
 
     AddMoveToOrigin(Builder, R);
     AddCurveBlock(Builder, R, true);
+    Number(Builder, R, SettingId_MaximumWorldError, "Maximum world error",
+           "Largest distance, in the scene's units, between where a point near any bone should be and where the "
+           "compressed animation puts it; the bones' tolerances are then derived from the skeleton and refined "
+           "until every bone meets it. 0 turns it off: the curve tolerances apply as they are.",
+           0.0f, 10000.0f, 0.0f, true);
+    Number(Builder, R, SettingId_VirtualVertexDistance, "Virtual vertex distance",
+           "How far from each bone, along its three axes, the points measured for the maximum world error sit, in "
+           "the scene's units. 0 means 3 cm.",
+           0.0f, 10000.0f, 0.0f, true);
     return Finish(Builder, R);
 }
 

@@ -77,6 +77,11 @@ enum setting_id
     SettingId_ZRotationTolerance = 163, // "Z Rotation Tolerance"
     SettingId_RootMotionType = 185,     // "Root Motion Type"
     SettingId_SpacerAfterRootMotionType = 62,
+    // Settings of this exporter's own beyond the standard set: their ids
+    // start at 70001, above every id of the standard set (sections included),
+    // so that a future standard id never collides with them.
+    SettingId_MaximumWorldError = 70001,     // "Maximum world error"
+    SettingId_VirtualVertexDistance = 70002, // "Virtual vertex distance"
     SettingId_AnimationSection = 65537,           // "animation"
     SettingId_ArtToolInfoSection = 65538,         // "art_tool_info"
     SettingId_Curve2Section = 65539,              // "curve2"

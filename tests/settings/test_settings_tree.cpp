@@ -122,6 +122,9 @@ expected_setting const ExpectedSettings[] = {
     {"MeshChoice", 207, "Texture coordinate crease tolerance", KNumber, 0.00001, 1, 0.1, 1, 188},
     {"Animation", 173, "Oversampling", KSlider, 1, 8, 2, 1, 0},
     {"Animation", 185, "Root Motion Type", KCombobox, 0, 0, 176, 1, 0},
+    // This exporter's own, beyond the standard set.
+    {"Animation", 70001, "Maximum world error", KNumber, 0, 10000, 0, 1, 0},
+    {"Animation", 70002, "Virtual vertex distance", KNumber, 0, 10000, 0, 1, 0},
     {"RootMotion", 158, "X Position Tolerance", KNumber, 0.00001, 10000, 10, 1, 0},
     {"RootMotion", 159, "Y Position Tolerance", KNumber, 0.00001, 10000, 10, 1, 0},
     {"RootMotion", 160, "Z Position Tolerance", KNumber, 0.00001, 10000, 10, 1, 0},
@@ -251,7 +254,7 @@ TEST_F(settings_test, EverySettingHasItsIdLabelKindRangeAndDefault)
             }
         }
     }
-    EXPECT_EQ(Checked, 177); // every row in every category that holds it
+    EXPECT_EQ(Checked, 179); // every row in every category that holds it
     // The vector track block belongs to the whole animation only.
     EXPECT_EQ(FindSettingInRequester(BuildBoneAnimationSettings(Pools), 221), nullptr);
     EXPECT_EQ(FindSettingInRequester(BuildModelSettings(Pools), 53), nullptr);
