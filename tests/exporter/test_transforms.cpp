@@ -81,15 +81,6 @@ fbx_test_mesh Cube(bool WithNormals)
     return Mesh;
 }
 
-// The exported world of every bone, by name, from the stored locals.
-std::map<std::string, mat> BoneWorlds(skeleton const *Skeleton)
-{
-    std::map<std::string, mat> Result;
-    std::vector<mat> Worlds = ComposeBoneWorlds(Skeleton);
-    for (int32 I = 0; I < Skeleton->BoneCount; ++I) Result[Skeleton->Bones[I].Name] = Worlds[(size_t)I];
-    return Result;
-}
-
 // Every bone's composed world against the scene's matrix of the same name,
 // and its stored inverse against the composition.
 void ExpectBonesAt(skeleton const *Skeleton, std::map<std::string, mat> const &Expected, double Size)
