@@ -25,21 +25,6 @@
 
 namespace {
 
-std::string WriteSettings(std::string const &Name, std::vector<std::string> const &Assignments)
-{
-    settings_pools Pools;
-    EXPECT_TRUE(InitializeSettingsPools(Pools));
-    settings_node *Root = BuildDefaultSettingsTree(Pools);
-    for (std::string const &Assignment : Assignments) {
-        char Error[1024];
-        EXPECT_TRUE(ApplySettingAssignment(Root, Assignment.c_str(), Error, sizeof(Error))) << Error;
-    }
-    std::string Path = PrivateTemporaryDirectory() + "/input_" + Name;
-    EXPECT_TRUE(WriteSettingsFile(Root, Path.c_str()));
-    FreeSettingsPools(Pools);
-    return Path;
-}
-
 loaded_file *ExportAndLoad(std::string const &Input, std::string const &Settings, char const *AnimationDefs = nullptr)
 {
     std::string Output = PrivateTemporaryDirectory() + "/output_basis.ts2";
@@ -264,7 +249,7 @@ TEST(BasisConversion, EveryCoordinateSystemAndUnitConvertsBackToTheDefault)
                     Assignments.push_back("Rescale scene on export=on");
                     Assignments.push_back(std::string("Units per Meter=") + Units);
                 }
-                loaded_file *File = ExportAndLoad(Input, WriteSettings("basis.tss", Assignments));
+                loaded_file *File = ExportAndLoad(Input, WriteTestSettings("basis.tss", Assignments));
                 file_info *Converted = Root(File);
                 ASSERT_NE(Converted, nullptr);
                 if (Units[0]) EXPECT_FLOAT_EQ(Converted->ArtToolInfo->UnitsPerMeter, (real32)atof(Units));
@@ -292,8 +277,8 @@ TEST(BasisConversion, AnimationsFollowTheConversion)
         SCOPED_TRACE(Choice);
         loaded_file *File =
             ExportAndLoad(Input,
-                          WriteSettings("anim.tss", {std::string("Coordinate system=") + Choice,
-                                                     "Rescale scene on export=on", "Units per Meter=1"}),
+                          WriteTestSettings("anim.tss", {std::string("Coordinate system=") + Choice,
+                                                         "Rescale scene on export=on", "Units per Meter=1"}),
                           Defs.c_str());
         file_info *Converted = Root(File);
         ASSERT_NE(Converted, nullptr);
