@@ -9,6 +9,11 @@
 #include <algorithm>
 #include <unistd.h>
 
+#include <gtest/gtest.h>
+
+#include "settings/tessel_export_ui_tunneling.h"
+#include "settings/tessel_settings_text.h"
+
 namespace {
 
 struct private_temporary_directory
@@ -108,4 +113,19 @@ std::string SharedFBXFile(char const *RelativePath)
 {
     std::string Path = std::string(TESSEL_SHARED_FBX_DIR) + "/" + RelativePath;
     return access(Path.c_str(), R_OK) == 0 ? Path : std::string();
+}
+
+std::string WriteTestSettings(std::string const &Name, std::vector<std::string> const &Assignments)
+{
+    settings_pools Pools;
+    EXPECT_TRUE(InitializeSettingsPools(Pools));
+    settings_node *Root = BuildDefaultSettingsTree(Pools);
+    for (std::string const &Assignment : Assignments) {
+        char Error[1024];
+        EXPECT_TRUE(ApplySettingAssignment(Root, Assignment.c_str(), Error, sizeof(Error))) << Error;
+    }
+    std::string Path = PrivateTemporaryDirectory() + "/input_" + Name;
+    EXPECT_TRUE(WriteSettingsFile(Root, Path.c_str()));
+    FreeSettingsPools(Pools);
+    return Path;
 }

@@ -13,6 +13,9 @@ std::string PrivateTemporaryDirectory();
 std::vector<std::string> ListTemporaryFiles();
 // Writes Text to a file in the private temporary folder; returns its path.
 std::string WriteTestFile(std::string const &Name, std::string const &Text);
+// Writes a settings file of the defaults with the "Label=value"
+// Assignments applied, as input_<Name> in the private folder; its path.
+std::string WriteTestSettings(std::string const &Name, std::vector<std::string> const &Assignments);
 // Every .fbx file below the shared corpus folder, sorted; empty when the
 // corpus is missing.
 std::vector<std::string> ListSharedFBXFiles();

@@ -100,13 +100,19 @@ TEST(AnimationDefFile, MalformedFileThrowsWithThePlaceOfTheError)
 
 TEST(ParseFrameNumber, KeepsLeadingDigitsOfAtMost255Characters)
 {
-    EXPECT_EQ(ParseFrameNumber("12.5", 4), 12);
-    EXPECT_EQ(ParseFrameNumber("12abc", 5), 12);
-    EXPECT_EQ(ParseFrameNumber("-5", 2), 0);
-    EXPECT_EQ(ParseFrameNumber("abc", 3), 0);
-    EXPECT_EQ(ParseFrameNumber("", 0), 0);
-    EXPECT_EQ(ParseFrameNumber("1234", 2), 12);                         // the length, not the terminator, ends the text
-    EXPECT_EQ(ParseFrameNumber("99999999999999999999", 20), INT32_MAX); // never wraps negative
+    // The length, not the terminator, ends the text; big numbers never wrap negative.
+    struct
+    {
+        char const *Text;
+        int32 Length, Frame;
+    } const Cases[] = {{"12.5", 4, 12},
+                       {"12abc", 5, 12},
+                       {"-5", 2, 0},
+                       {"abc", 3, 0},
+                       {"", 0, 0},
+                       {"1234", 2, 12},
+                       {"99999999999999999999", 20, INT32_MAX}};
+    for (auto const &Case : Cases) EXPECT_EQ(ParseFrameNumber(Case.Text, Case.Length), Case.Frame) << Case.Text;
     // 254 zeros, then "17": the buffer keeps only the "1".
     std::string Long = std::string(254, '0') + "17";
     EXPECT_EQ(ParseFrameNumber(Long.c_str(), (int32)Long.size()), 1);

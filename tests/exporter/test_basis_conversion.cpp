@@ -25,21 +25,6 @@
 
 namespace {
 
-std::string WriteSettings(std::string const &Name, std::vector<std::string> const &Assignments)
-{
-    settings_pools Pools;
-    EXPECT_TRUE(InitializeSettingsPools(Pools));
-    settings_node *Root = BuildDefaultSettingsTree(Pools);
-    for (std::string const &Assignment : Assignments) {
-        char Error[1024];
-        EXPECT_TRUE(ApplySettingAssignment(Root, Assignment.c_str(), Error, sizeof(Error))) << Error;
-    }
-    std::string Path = PrivateTemporaryDirectory() + "/input_" + Name;
-    EXPECT_TRUE(WriteSettingsFile(Root, Path.c_str()));
-    FreeSettingsPools(Pools);
-    return Path;
-}
-
 loaded_file *ExportAndLoad(std::string const &Input, std::string const &Settings, char const *AnimationDefs = nullptr)
 {
     std::string Output = PrivateTemporaryDirectory() + "/output_basis.ts2";
@@ -157,19 +142,30 @@ std::vector<std::vector<real32>> ComposeWorlds(skeleton const &Skeleton)
     return Worlds;
 }
 
-// The conversion seen from outside: positions go through Linear, normals
-// through its inverse transpose, bone worlds W (column vectors) become
-// Linear W Linear^-1. Linear is worked out here from the two files' axes.
-void ExpectForwardConversion(file_info const &Converted, file_info const &Default)
+// The map between two files worked out from their axes and units: a scaled
+// signed permutation Linear (column vectors); returns the scale.
+double ConversionMap(art_tool_info const &From, art_tool_info const &To, double Linear[9])
 {
-    art_tool_info const &From = *Default.ArtToolInfo, &To = *Converted.ArtToolInfo;
-    double Linear[9];
+    double const Scale = To.UnitsPerMeter / From.UnitsPerMeter;
     for (int R = 0; R < 3; ++R)
         for (int C = 0; C < 3; ++C)
             Linear[R * 3 + C] = (To.RightVector[R] * From.RightVector[C] + To.UpVector[R] * From.UpVector[C] +
                                  To.BackVector[R] * From.BackVector[C]) *
-                                To.UnitsPerMeter / From.UnitsPerMeter;
-    double const Scale = To.UnitsPerMeter / From.UnitsPerMeter;
+                                Scale;
+    return Scale;
+}
+
+// The conversion seen from outside: positions go through Linear, normals
+// through its inverse transpose, bone worlds W (column vectors) become
+// Linear W Linear^-1; a mirroring Linear reverses each triangle once.
+void ExpectForwardConversion(file_info const &Converted, file_info const &Default)
+{
+    double Linear[9];
+    double const Scale = ConversionMap(*Default.ArtToolInfo, *Converted.ArtToolInfo, Linear);
+    bool const Mirrors = Linear[0] * (Linear[4] * Linear[8] - Linear[5] * Linear[7]) -
+                             Linear[1] * (Linear[3] * Linear[8] - Linear[5] * Linear[6]) +
+                             Linear[2] * (Linear[3] * Linear[7] - Linear[4] * Linear[6]) <
+                         0;
     double const Tolerance = 1e-5 * Size(Default) * Scale;
     for (int32 M = 0; M < Default.MeshCount; ++M) {
         vertex_data const *A = Default.Meshes[M]->PrimaryVertexData, *B = Converted.Meshes[M]->PrimaryVertexData;
@@ -183,6 +179,19 @@ void ExpectForwardConversion(file_info const &Converted, file_info const &Defaul
                 double Turned = (Linear[R * 3] * N[0] + Linear[R * 3 + 1] * N[1] + Linear[R * 3 + 2] * N[2]) / Scale;
                 ASSERT_NEAR(O[R], Turned, 1e-4) << Default.Meshes[M]->Name << " vertex " << V;
             }
+        }
+        tri_topology const *TA = Default.Meshes[M]->PrimaryTopology, *TB = Converted.Meshes[M]->PrimaryTopology;
+        if (!TA || !TB) continue;
+        ASSERT_EQ(TA->IndexCount, TB->IndexCount);
+        for (int32 I = 0; I + 2 < TA->IndexCount; I += 3) {
+            ASSERT_EQ(TA->Indices[I], TB->Indices[Mirrors ? I + 2 : I]) << Default.Meshes[M]->Name;
+            ASSERT_EQ(TA->Indices[I + 1], TB->Indices[I + 1]) << Default.Meshes[M]->Name;
+            ASSERT_EQ(TA->Indices[I + 2], TB->Indices[Mirrors ? I : I + 2]) << Default.Meshes[M]->Name;
+        }
+        for (int32 I = 0; I + 2 < TA->Index16Count; I += 3) {
+            ASSERT_EQ(TA->Indices16[I], TB->Indices16[Mirrors ? I + 2 : I]) << Default.Meshes[M]->Name;
+            ASSERT_EQ(TA->Indices16[I + 1], TB->Indices16[I + 1]) << Default.Meshes[M]->Name;
+            ASSERT_EQ(TA->Indices16[I + 2], TB->Indices16[Mirrors ? I : I + 2]) << Default.Meshes[M]->Name;
         }
     }
     for (int32 S = 0; S < Default.SkeletonCount; ++S) {
@@ -240,7 +249,7 @@ TEST(BasisConversion, EveryCoordinateSystemAndUnitConvertsBackToTheDefault)
                     Assignments.push_back("Rescale scene on export=on");
                     Assignments.push_back(std::string("Units per Meter=") + Units);
                 }
-                loaded_file *File = ExportAndLoad(Input, WriteSettings("basis.tss", Assignments));
+                loaded_file *File = ExportAndLoad(Input, WriteTestSettings("basis.tss", Assignments));
                 file_info *Converted = Root(File);
                 ASSERT_NE(Converted, nullptr);
                 if (Units[0]) EXPECT_FLOAT_EQ(Converted->ArtToolInfo->UnitsPerMeter, (real32)atof(Units));
@@ -268,22 +277,14 @@ TEST(BasisConversion, AnimationsFollowTheConversion)
         SCOPED_TRACE(Choice);
         loaded_file *File =
             ExportAndLoad(Input,
-                          WriteSettings("anim.tss", {std::string("Coordinate system=") + Choice,
-                                                     "Rescale scene on export=on", "Units per Meter=1"}),
+                          WriteTestSettings("anim.tss", {std::string("Coordinate system=") + Choice,
+                                                         "Rescale scene on export=on", "Units per Meter=1"}),
                           Defs.c_str());
         file_info *Converted = Root(File);
         ASSERT_NE(Converted, nullptr);
-        // The map worked out here from the two files' axes and units: a
-        // scaled signed permutation L; positions go through L, rotations R
-        // become L R L^-1.
-        art_tool_info const &From = *Default->ArtToolInfo, &To = *Converted->ArtToolInfo;
-        double const Scale = To.UnitsPerMeter / From.UnitsPerMeter;
+        // Positions go through L, rotations R become L R L^-1.
         double L[9];
-        for (int R = 0; R < 3; ++R)
-            for (int C = 0; C < 3; ++C)
-                L[R * 3 + C] = (To.RightVector[R] * From.RightVector[C] + To.UpVector[R] * From.UpVector[C] +
-                                To.BackVector[R] * From.BackVector[C]) *
-                               Scale;
+        double const Scale = ConversionMap(*Default->ArtToolInfo, *Converted->ArtToolInfo, L);
         ASSERT_EQ(Converted->AnimationCount, Default->AnimationCount);
         int32 Samples = 0;
         for (int32 A = 0; A < Default->AnimationCount; ++A) {
@@ -324,34 +325,6 @@ TEST(BasisConversion, AnimationsFollowTheConversion)
         FreeLoadedFile(File);
     }
     FreeLoadedFile(DefaultFile);
-}
-
-TEST(BasisConversion, MirroringReversesWindingOnce)
-{
-    std::string Input = std::string(TESSEL_SOURCE_DIR) + "/examples/rigged_arm.fbx";
-    loaded_file *DefaultFile = ExportAndLoad(Input, "");
-    loaded_file *MirroredFile =
-        ExportAndLoad(Input, WriteSettings("left.tss", {"Coordinate system=Left-handed, Y up"}));
-    file_info *Default = Root(DefaultFile), *Mirrored = Root(MirroredFile);
-    ASSERT_TRUE(Default && Mirrored);
-    tri_topology const *A = Default->Meshes[0]->PrimaryTopology, *B = Mirrored->Meshes[0]->PrimaryTopology;
-    ASSERT_EQ(A->IndexCount, B->IndexCount);
-    for (int32 I = 0; I + 2 < A->IndexCount; I += 3) {
-        ASSERT_EQ(A->Indices[I], B->Indices[I + 2]);
-        ASSERT_EQ(A->Indices[I + 1], B->Indices[I + 1]);
-        ASSERT_EQ(A->Indices[I + 2], B->Indices[I]);
-    }
-    // Mirrored in z: positions and normals change the sign of z alone.
-    vertex_data const *VA = Default->Meshes[0]->PrimaryVertexData, *VB = Mirrored->Meshes[0]->PrimaryVertexData;
-    for (int32 V = 0; V < VA->Vertices.Count; ++V) {
-        std::vector<real32> PA = Member(VA, V, "Position"), PB = Member(VB, V, "Position");
-        std::vector<real32> NA = Member(VA, V, "Normal"), NB = Member(VB, V, "Normal");
-        EXPECT_FLOAT_EQ(PA[2], -PB[2]);
-        EXPECT_FLOAT_EQ(PA[0], PB[0]);
-        EXPECT_NEAR(NA[2], -NB[2], 1e-6);
-    }
-    FreeLoadedFile(DefaultFile);
-    FreeLoadedFile(MirroredFile);
 }
 
 TEST(BasisConversion, DefaultExportsOfTheSharedFilesHaveUnitNormals)

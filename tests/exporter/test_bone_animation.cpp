@@ -16,7 +16,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstring>
 
 namespace {
 
@@ -46,11 +45,17 @@ struct animation_fixture : stage_fixture
         return State.FileInfo.AnimationCount > Before ? State.FileInfo.Animations[Before] : nullptr;
     }
 
-    // Every model's and bone's track settings of the (only) animation.
+    // Every bone's, or every model's, track settings.
     template <typename visit>
     void ForEachBoneSettings(visit Visit)
     {
         for (tool_node *Node = State.Graph->FirstNode; Node; Node = Node->NextInGraph) Visit(Node->TrackSettings);
+    }
+    template <typename visit>
+    void ForEachModelSettings(visit Visit)
+    {
+        for (tool_model *Model = FirstModel(State.Graph); !IsModelEnd(State.Graph, Model); Model = NextModel(Model))
+            Visit(Model->TrackSettings);
     }
 };
 
@@ -121,8 +126,7 @@ TEST(BoneAnimation, CurvesReproduceTheSampledLocalsAtEveryFrame)
     // Oversampling 1 on an even frame count: the step is a frame and the
     // duration exactly the take's 30 frames.
     ASSERT_TRUE(SetSettingSliderPosition(FindSetting(Wave->Settings, SettingId_Oversampling), 1));
-    for (tool_model *Model = FirstModel(F.State.Graph); !IsModelEnd(F.State.Graph, Model); Model = NextModel(Model))
-        SetBool(Model->TrackSettings, SettingId_MoveToOrigin, false);
+    F.ForEachModelSettings([](settings_node *Settings) { SetBool(Settings, SettingId_MoveToOrigin, false); });
     animation *Result = F.Sample(Wave);
     ASSERT_NE(Result, nullptr);
     EXPECT_EQ(Result->Oversampling, 1.0f);
@@ -237,8 +241,7 @@ TEST(BoneAnimation, RootIsTheShallowestBoneAndWalksAreExtracted)
         ASSERT_TRUE(F.Begin(WalkScene()));
         tool_animation *Walk = F.AnimationNamed("Walk");
         ASSERT_NE(Walk, nullptr);
-        for (tool_model *Model = FirstModel(F.State.Graph); !IsModelEnd(F.State.Graph, Model); Model = NextModel(Model))
-            SetChoice(Model->TrackSettings, SettingId_RootMotionType, Choice);
+        F.ForEachModelSettings([&](settings_node *Settings) { SetChoice(Settings, SettingId_RootMotionType, Choice); });
         animation *Result = F.Sample(Walk);
         ASSERT_NE(Result, nullptr);
         ASSERT_EQ(Result->TrackGroupCount, 1);
@@ -283,6 +286,19 @@ void FakeSampleTrack(tool_interface *Tool, real32 *Values, tool_track *Track, to
     Values[0] = Track == VisibilityTrack ? 1.0f : (real32)((double)Ticks / (double)FbxFrameTicks(1));
 }
 
+// Swaps the fake track rows into the fixture's tool; Operations must outlive
+// the sampling, and the caller puts the returned original back.
+tool_operations const *UseFakeTracks(animation_fixture &F, tool_operations &Operations)
+{
+    Operations = *F.Tool->Operations;
+    Operations.GetTrackName = FakeTrackName;
+    Operations.GetTrackDimension = FakeTrackDimension;
+    Operations.SampleTrack = FakeSampleTrack;
+    tool_operations const *Original = F.Tool->Operations;
+    F.Tool->Operations = &Operations;
+    return Original;
+}
+
 tool_track *AddTrack(tool_node_graph *Graph, tool_model *Model)
 {
     tool_track *Track = (tool_track *)TesselAllocate(sizeof(tool_track));
@@ -303,15 +319,11 @@ TEST(BoneAnimation, VectorTracksOnFrameBoundariesAndConstantsDropped)
 {
     animation_fixture F;
     ASSERT_TRUE(F.Begin(MakeFbxTestArmScene()));
-    tool_operations Operations = *F.Tool->Operations;
-    Operations.GetTrackName = FakeTrackName;
-    Operations.GetTrackDimension = FakeTrackDimension;
-    Operations.SampleTrack = FakeSampleTrack;
-    tool_operations const *Original = F.Tool->Operations;
-    F.Tool->Operations = &Operations;
+    tool_operations Operations;
+    tool_operations const *Original = UseFakeTracks(F, Operations);
     tool_model *Model = F.ModelNamed("Root");
     ASSERT_NE(Model, nullptr);
-    tool_track *Frame = AddTrack(F.State.Graph, Model);
+    AddTrack(F.State.Graph, Model); // "frame"
     VisibilityTrack = AddTrack(F.State.Graph, Model);
     AddTrack(F.State.Graph, Model); // a second "frame", kept as well
 
@@ -338,26 +350,18 @@ TEST(BoneAnimation, VectorTracksOnFrameBoundariesAndConstantsDropped)
     for (int32 Index = 0; Index <= 30; ++Index) EXPECT_NEAR(Values[Index], (real32)Index, 1e-3f) << Index;
     // A constant vector track goes unless its name says it is a visibility.
     EXPECT_EQ(CurveGetKnotCount(Group.VectorTracks[2].ValueCurve), 1);
-    (void)Frame;
 
     // Without the visibility suffix the constant track is dropped.
     animation_fixture G;
     ASSERT_TRUE(G.Begin(MakeFbxTestArmScene()));
-    Operations = *G.Tool->Operations;
-    Operations.GetTrackName = FakeTrackName;
-    Operations.GetTrackDimension = FakeTrackDimension;
-    Operations.SampleTrack = FakeSampleTrack;
-    Original = G.Tool->Operations;
-    G.Tool->Operations = &Operations;
-    tool_model *Other = G.ModelNamed("Root");
+    Original = UseFakeTracks(G, Operations);
     VisibilityTrack = nullptr;
-    tool_track *Still = AddTrack(G.State.Graph, Other);
+    AddTrack(G.State.Graph, G.ModelNamed("Root"));
     Operations.SampleTrack = [](tool_interface *, real32 *Values, tool_track *, tool_animation *) { Values[0] = 2.0f; };
     animation *Second = G.Sample(G.AnimationNamed("Wave"));
     G.Tool->Operations = Original;
     ASSERT_NE(Second, nullptr);
     EXPECT_EQ(Second->TrackGroups[0]->VectorTrackCount, 0);
-    (void)Still;
 }
 
 TEST(BoneAnimation, RootIsTheLastOfTheShallowestBones)
@@ -490,8 +494,9 @@ TEST(BoneAnimation, SpinsPastHalfATurnAndTurningWalksLoop)
     Arc.Nodes[0].RotationPivot[0] = Arc.Nodes[0].RotationPivot[1] = Arc.Nodes[0].RotationPivot[2] = 0.0;
     animation_fixture F;
     ASSERT_TRUE(F.Begin(Arc));
-    for (tool_model *Model = FirstModel(F.State.Graph); !IsModelEnd(F.State.Graph, Model); Model = NextModel(Model))
-        SetChoice(Model->TrackSettings, SettingId_RootMotionType, Choice_ConstantMotionExtractionCME);
+    F.ForEachModelSettings([](settings_node *Settings) {
+        SetChoice(Settings, SettingId_RootMotionType, Choice_ConstantMotionExtractionCME);
+    });
     animation *Result = F.Sample(F.AnimationNamed("Walk"));
     ASSERT_NE(Result, nullptr);
     track_group const &Group = *Result->TrackGroups[0];
@@ -516,8 +521,7 @@ TEST(BoneAnimation, ATakeEndingBetweenFramesIsSampledOnItsFrames)
     ASSERT_TRUE(F.Begin(Scene));
     tool_animation *Walk = F.AnimationNamed("Walk");
     ASSERT_TRUE(SetSettingSliderPosition(FindSetting(Walk->Settings, SettingId_Oversampling), 1));
-    for (tool_model *Model = FirstModel(F.State.Graph); !IsModelEnd(F.State.Graph, Model); Model = NextModel(Model))
-        SetBool(Model->TrackSettings, SettingId_MoveToOrigin, false);
+    F.ForEachModelSettings([](settings_node *Settings) { SetBool(Settings, SettingId_MoveToOrigin, false); });
     animation *Result = F.Sample(Walk);
     ASSERT_NE(Result, nullptr);
     EXPECT_FLOAT_EQ(Result->Duration, 20.0f / 30.0f);

@@ -19,22 +19,6 @@
 
 namespace {
 
-// Writes a settings file with the given "Label=value" assignments.
-std::string WriteSettings(std::string const &Name, std::vector<char const *> const &Assignments)
-{
-    settings_pools Pools;
-    EXPECT_TRUE(InitializeSettingsPools(Pools));
-    settings_node *Root = BuildDefaultSettingsTree(Pools);
-    for (char const *Assignment : Assignments) {
-        char Error[1024];
-        EXPECT_TRUE(ApplySettingAssignment(Root, Assignment, Error, sizeof(Error))) << Error;
-    }
-    std::string Path = PrivateTemporaryDirectory() + "/input_" + Name;
-    EXPECT_TRUE(WriteSettingsFile(Root, Path.c_str()));
-    FreeSettingsPools(Pools);
-    return Path;
-}
-
 // Exports the arm scene with the settings file; returns the output path.
 std::string ExportArm(std::string const &Name, char const *SettingsFile, bool MustSucceed = true)
 {
@@ -68,7 +52,7 @@ TEST(ExportSettingsFile, CompressionAndAlignmentFollowTheFile)
 {
     std::string Defaults = ExportArm("default.ts2", nullptr);
     std::string SettingsPath =
-        WriteSettings("plain.tss", {"File compression=No compression", "Vertex object alignment=6"});
+        WriteTestSettings("plain.tss", {"File compression=No compression", "Vertex object alignment=6"});
     std::string Plain = ExportArm("plain.ts2", SettingsPath.c_str());
 
     loaded_file *Compressed = LoadFileFromDisk(Defaults.c_str());
@@ -108,7 +92,7 @@ TEST(ExportSettingsFile, PlatformChoiceSelectsTheMagicBlock)
     };
     for (platform_case const &Case : Cases) {
         SCOPED_TRACE(Case.Choice);
-        std::string SettingsPath = WriteSettings("platform.tss", {Case.Choice});
+        std::string SettingsPath = WriteTestSettings("platform.tss", {Case.Choice});
 
         // The record the driver picks for the file's choice.
         settings_pools Pools;

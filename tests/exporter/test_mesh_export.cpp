@@ -7,12 +7,11 @@
 #include <cmath>
 #include <set>
 
-#include <unistd.h>
-
 #include "fbx_tool/fbx_tessel.h"
 #include "fbx_tool/fbx_tessel_tool_geometry.h"
 #include "exporter_test_files.h"
 #include "mesh_test_support.h"
+#include "support/test_command.h"
 #include "support/test_log_capture.h"
 
 using namespace fbx_tool;
@@ -372,18 +371,14 @@ TEST(MeshExport, ClockwiseWindingReversesTrianglesAndKeepsNeighboursTrue)
 
 TEST(MeshExportFile, InspectShowsLayoutBindingsAndFirstVertices)
 {
-    std::string Tool = std::string(TESSEL_BINARY_DIR) + "/tools/tessel";
-    if (access(Tool.c_str(), X_OK) != 0) GTEST_SKIP() << "the tessel program is not built: " << Tool;
+    if (TesselProgramPath().empty()) GTEST_SKIP() << "the tessel program is not built";
     std::string Input = SaveFbxTestFile("mesh_inspect.fbx", WriteFbxTestScene(ArmScene(), FbxTestBinary(7400)));
     std::string Output = PrivateTemporaryDirectory() + "/output_mesh_inspect.ts2";
     ASSERT_TRUE(ExportFBXFile(Input.c_str(), Output.c_str(), nullptr, nullptr));
     remove(Input.c_str());
-    FILE *Pipe = popen((Tool + " inspect " + Output + " --vertices 2").c_str(), "r");
-    ASSERT_NE(Pipe, nullptr);
-    std::string Text;
-    char Buffer[4096];
-    while (size_t Read = fread(Buffer, 1, sizeof(Buffer), Pipe)) Text.append(Buffer, Read);
-    EXPECT_EQ(pclose(Pipe), 0);
+    command_result Inspect = RunTessel("inspect " + Output + " --vertices 2", false);
+    std::string const &Text = Inspect.Output;
+    EXPECT_EQ(Inspect.Status, 0);
     remove(Output.c_str());
     for (char const *Line :
          {"Meshes: 1\n  \"Arm\": ", " vertices, 20 triangles, 32-bit indices",

@@ -272,12 +272,14 @@ void CheckSkinnedVertices(mesh_fixture &Fixture, pose_counts &Counts)
                 bone const *Bone = FindUniqueBone(Skeleton, Mesh->BoneBindings[(int)Indices[E]].BoneName);
                 EXPECT_NE(Bone, nullptr);
                 if (!Bone) return;
-                matrix4 World = BoneWorld(*Bone);
+                double Stored[16], World[16];
+                std::copy(&Bone->InverseWorldTransform[0][0], &Bone->InverseWorldTransform[0][0] + 16, Stored);
+                FbxTestInverse(Stored, World);
                 double Local[3];
                 TransformPoint(&Bone->InverseWorldTransform[0][0], P.data(), Local);
                 for (int A = 0; A < 3; ++A) {
-                    Skinned[A] += VertexWeights[E] * (Local[0] * World.M[A] + Local[1] * World.M[4 + A] +
-                                                      Local[2] * World.M[8 + A] + World.M[12 + A]);
+                    Skinned[A] += VertexWeights[E] * (Local[0] * World[A] + Local[1] * World[4 + A] +
+                                                      Local[2] * World[8 + A] + World[12 + A]);
                 }
             }
             for (int A = 0; A < 3; ++A) {

@@ -55,16 +55,18 @@ void ExpectWorldMatchesScene(bone const &Bone, fbx_test_scene const &Scene, int3
 } // namespace
 
 // Row-vector matrix of sampled values, through the stored transform record.
-void ComposeSampled(real32 const *Position, real32 const *Orientation, real32 const *ScaleShear, double *Matrix)
+mat Sampled(real32 const *Position, real32 const *Orientation, real32 const *ScaleShear)
 {
     transform Transform;
     SetTransform(Transform, Position, Orientation, ScaleShear);
-    TransformToMatrix4x4(Transform, Matrix);
+    mat Matrix;
+    TransformToMatrix4x4(Transform, Matrix.M);
+    return Matrix;
 }
 
-void ExpectNear16(double const *Actual, double const *Expected, double Tolerance, char const *What)
+void ExpectNear16(mat const &Actual, mat const &Expected, char const *What)
 {
-    for (int I = 0; I < 16; ++I) EXPECT_NEAR(Actual[I], Expected[I], Tolerance) << What << " element " << I;
+    for (int I = 0; I < 16; ++I) EXPECT_NEAR(Actual.M[I], Expected.M[I], 1e-5) << What << " element " << I;
 }
 
 // Locals used to be the raw properties (pre-rotation and pivots only in the
@@ -79,26 +81,16 @@ TEST(ToolSampling, LocalValuesAreRelativeToTheParentAndWorldValuesTheFullGlobal)
     stage_fixture Fixture;
     ASSERT_TRUE(Fixture.Begin(Scene));
     char const *Names[3] = {"Hip", "Spine", "Neck"};
-    double Globals[3][16];
+    mat Parent = Identity16();
     for (int N = 0; N < 3; ++N) {
-        FbxTestNodeGlobal(Scene, N, Globals[N]);
+        double Global[16];
+        FbxTestNodeGlobal(Scene, N, Global);
         real32 LP[3], LO[4], LS[9], WP[3], WO[4], WS[9];
         SampleNodeTransform(Fixture.Tool, Fixture.NodeNamed(Names[N]), LP, LO, LS, WP, WO, WS);
-        double World[16], Local[16], Expected[16];
-        ComposeSampled(WP, WO, WS, World);
-        ComposeSampled(LP, LO, LS, Local);
-        ExpectNear16(World, Globals[N], 1e-5, Names[N]);
-        if (N == 0) {
-            ExpectNear16(Local, Globals[0], 1e-5, Names[N]);
-            continue;
-        }
-        // Local x parent's global = global.
-        for (int R = 0; R < 4; ++R)
-            for (int C = 0; C < 4; ++C) {
-                Expected[R * 4 + C] = 0;
-                for (int K = 0; K < 4; ++K) Expected[R * 4 + C] += Local[R * 4 + K] * Globals[N - 1][K * 4 + C];
-            }
-        ExpectNear16(Expected, Globals[N], 1e-5, Names[N]);
+        // World = global, and local x parent's global = global.
+        ExpectNear16(Sampled(WP, WO, WS), FromArray(Global), Names[N]);
+        ExpectNear16(Multiply(Sampled(LP, LO, LS), Parent), FromArray(Global), Names[N]);
+        Parent = FromArray(Global);
     }
     // The spine's local rotation carries its pre-rotation: 30 about X, then 20 about Y.
     real32 LP[3], LO[4], LS[9], WP[3], WO[4], WS[9];

@@ -66,12 +66,6 @@ fbx_test_node Bone(char const *Name, int Parent, double X, double Y, double Z)
     return Node;
 }
 
-fbx_test_node MeshAt(char const *Name, int Parent, int Mesh)
-{
-    fbx_test_node Node = MeshNode(Name, Parent, Mesh);
-    return Node;
-}
-
 // A unit cube from (0, 0, 0) to (1, 1, 1), faces outward, flat normals by
 // polygon vertex (or none).
 fbx_test_mesh Cube(bool WithNormals)
@@ -85,15 +79,6 @@ fbx_test_mesh Cube(bool WithNormals)
     for (int F = 0; F < 6 && WithNormals; ++F)
         for (int C = 0; C < 4; ++C) Mesh.Normals.insert(Mesh.Normals.end(), Faces[F], Faces[F] + 3);
     return Mesh;
-}
-
-// The exported world of every bone, by name, from the stored locals.
-std::map<std::string, mat> BoneWorlds(skeleton const *Skeleton)
-{
-    std::map<std::string, mat> Result;
-    std::vector<mat> Worlds = ComposeBoneWorlds(Skeleton);
-    for (int32 I = 0; I < Skeleton->BoneCount; ++I) Result[Skeleton->Bones[I].Name] = Worlds[(size_t)I];
-    return Result;
 }
 
 // Every bone's composed world against the scene's matrix of the same name,
@@ -246,7 +231,7 @@ TEST(Transforms, StoredLocalsComposeToTheScenesWorlds)
 TEST(Transforms, RigidMeshesFollowTheirNodeWithItsGeometricOffset)
 {
     fbx_test_scene Scene;
-    fbx_test_node Prop = MeshAt("Prop", -1, 0);
+    fbx_test_node Prop = MeshNode("Prop", -1, 0);
     Prop.Translation[0] = 2;
     Prop.RotationPivot[0] = 1;
     Prop.PreRotation[2] = 90;
@@ -294,7 +279,7 @@ TEST(Transforms, SkinsAndBonesStandInTheBindPose)
     Bind.Nodes.push_back(Bone("Upper", 0, 0, 0, 0));
     Bind.Nodes.push_back(Bone("Lower", 1, 1, 0, 0));
     Bind.Nodes.push_back(Bone("Extra", 0, 0, 0, 1)); // no bind pose entry
-    Bind.Nodes.push_back(MeshAt("Strip", -1, 0));
+    Bind.Nodes.push_back(MeshNode("Strip", -1, 0));
     Bind.Nodes[4].Translation[2] = 5;
     // The static state differs: Rig at the origin, Lower bent by 60 degrees.
     fbx_test_scene Scene = Bind;
@@ -360,15 +345,15 @@ TEST(Transforms, SkinsAndBonesStandInTheBindPose)
 TEST(Transforms, NormalsFollowTheInverseTransposeAndFaceOutward)
 {
     fbx_test_scene Scene;
-    fbx_test_node Stretched = MeshAt("Stretched", -1, 0);
+    fbx_test_node Stretched = MeshNode("Stretched", -1, 0);
     Stretched.Scaling[1] = 4;
     Stretched.Rotation[2] = 30;
     Scene.Nodes.push_back(Stretched);
-    fbx_test_node Mirrored = MeshAt("Mirrored", -1, 1);
+    fbx_test_node Mirrored = MeshNode("Mirrored", -1, 1);
     Mirrored.Scaling[0] = -1;
     Mirrored.Translation[0] = 5;
     Scene.Nodes.push_back(Mirrored);
-    fbx_test_node Bare = MeshAt("Bare", -1, 2);
+    fbx_test_node Bare = MeshNode("Bare", -1, 2);
     Bare.Translation[0] = 10;
     Scene.Nodes.push_back(Bare);
     Scene.Nodes.push_back(Bone("Holder", -1, 10, 0, 0));

@@ -192,13 +192,9 @@ TEST(Compression, ParameterRecordsDescribeEachStream)
 
 TEST(Compression, MatchLengthsSnapToCodableOnes)
 {
-    EXPECT_EQ(SnapTroveMatchLength(1), 0u);
-    EXPECT_EQ(SnapTroveMatchLength(61), 61u);
-    EXPECT_EQ(SnapTroveMatchLength(128), 61u); // exactly 128 stays below
-    EXPECT_EQ(SnapTroveMatchLength(129), 128u);
-    EXPECT_EQ(SnapTroveMatchLength(200), 192u);
-    EXPECT_EQ(SnapTroveMatchLength(511), 256u);
-    EXPECT_EQ(SnapTroveMatchLength(100000), 512u);
+    // (length, snapped): exactly 128 stays below.
+    uint32 const Cases[][2] = {{1, 0}, {61, 61}, {128, 61}, {129, 128}, {200, 192}, {511, 256}, {100000, 512}};
+    for (auto const &Case : Cases) EXPECT_EQ(SnapTroveMatchLength(Case[0]), Case[1]) << Case[0];
     for (uint32 Symbol = 1; Symbol < 65; ++Symbol) {
         EXPECT_EQ(GetTroveLengthSymbol(GetTroveSymbolLength(Symbol)), Symbol);
     }

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <cstring>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -43,14 +44,8 @@ data_type_definition SampleType[] = {{Int32Member, "Value"},
 
 std::vector<uint8_t> ReadBytes(std::string const &Path)
 {
-    std::vector<uint8_t> Bytes;
-    if (FILE *File = fopen(Path.c_str(), "rb")) {
-        uint8_t Buffer[4096];
-        size_t Count;
-        while ((Count = fread(Buffer, 1, sizeof(Buffer), File)) > 0) Bytes.insert(Bytes.end(), Buffer, Buffer + Count);
-        fclose(File);
-    }
-    return Bytes;
+    std::ifstream File(Path, std::ios::binary);
+    return std::vector<uint8_t>(std::istreambuf_iterator<char>(File), std::istreambuf_iterator<char>());
 }
 
 template <typename T>

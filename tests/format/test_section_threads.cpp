@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -18,14 +19,8 @@ namespace {
 
 std::vector<uint8_t> ReadBytes(std::string const &Path)
 {
-    std::vector<uint8_t> Bytes;
-    if (FILE *File = fopen(Path.c_str(), "rb")) {
-        uint8_t Buffer[4096];
-        size_t Count;
-        while ((Count = fread(Buffer, 1, sizeof(Buffer), File)) > 0) Bytes.insert(Bytes.end(), Buffer, Buffer + Count);
-        fclose(File);
-    }
-    return Bytes;
+    std::ifstream File(Path, std::ios::binary);
+    return std::vector<uint8_t>(std::istreambuf_iterator<char>(File), std::istreambuf_iterator<char>());
 }
 
 // Vertex-like words with some repetition, Size bytes.

@@ -13,6 +13,13 @@
 
 namespace {
 
+// The first Count elements of an array, as numbers, to compare in one go.
+template <typename T>
+std::vector<double> Values(T const *Array, int Count)
+{
+    return std::vector<double>(Array, Array + Count);
+}
+
 data_type_definition Inner[] = {{Int16Member, "A"}, {Real32Member, "B", 0, 2}, {EndMember}};
 data_type_definition Outer[] = {
     {UInt8Member, "Tag"}, {InlineMember, "Pair", Inner, 2}, {TransformMember, "Placement"}, {EndMember}};
@@ -73,9 +80,7 @@ TEST(DataTypes, ClearObjectWritesIdentity)
     uint8 Object[89];
     std::memset(Object, 0xAB, sizeof(Object));
     ClearObject(Outer, Object);
-    for (int Index = 0; Index < 21; ++Index) {
-        EXPECT_EQ(Object[Index], 0) << Index;
-    }
+    EXPECT_EQ(Values(Object, 21), std::vector<double>(21, 0.0));
     transform Placement;
     std::memcpy(&Placement, Object + 21, sizeof(Placement));
     EXPECT_EQ(Placement.Flags, 0);
@@ -204,14 +209,9 @@ TEST(Conversion, ByMemberNames)
     std::memset(&Narrow, 0x55, sizeof(Narrow));
     ConvertSingleObject(WideType, &Wide, NarrowType, &Narrow);
     // Width 3 into width 2: the first two elements; names match in any case.
-    EXPECT_EQ(Narrow.position[0], 1.5f);
-    EXPECT_EQ(Narrow.position[1], 2.5f);
-    // An int8 reads as its unsigned byte.
-    EXPECT_EQ(Narrow.Signed[0], 255.0f);
-    EXPECT_EQ(Narrow.Signed[1], 5.0f);
-    EXPECT_EQ(Narrow.Weights[0], 64); // 0.25 * 255 + 0.5
-    EXPECT_EQ(Narrow.Weights[1], 255);
-    EXPECT_EQ(Narrow.Weights[2], 0);
+    EXPECT_EQ(Values(Narrow.position, 2), (std::vector<double>{1.5, 2.5}));
+    EXPECT_EQ(Values(Narrow.Signed, 2), (std::vector<double>{255, 5}));      // an int8 reads as its unsigned byte
+    EXPECT_EQ(Values(Narrow.Weights, 3), (std::vector<double>{64, 255, 0})); // 0.25 * 255 + 0.5
     // An unsigned 32-bit source has no float reading.
     EXPECT_EQ(Narrow.Big, 0.0f);
     // Unmatched: cleared by convert.
@@ -242,21 +242,15 @@ TEST(Conversion, QuantisedAndHalfKinds)
 
     int8 B8[4];
     ConvertSingleObject(Reals, Source, Binormal8, B8);
-    EXPECT_EQ(B8[0], 127);
-    EXPECT_EQ(B8[1], 64);
-    EXPECT_EQ(B8[2], -126); // -127 + 0.5 truncates toward zero
+    EXPECT_EQ(Values(B8, 3), (std::vector<double>{127, 64, -126})); // -127 + 0.5 truncates toward zero
     uint16 N16[4];
     ConvertSingleObject(Reals, Source, Normal16, N16);
-    EXPECT_EQ(N16[0], 65535);
-    EXPECT_EQ(N16[1], 32768);
+    EXPECT_EQ(Values(N16, 2), (std::vector<double>{65535, 32768}));
 
     // Integer readings of normalised kinds are the sign test.
     int32 Signs[4];
     ConvertSingleObject(Binormal8, B8, Ints, Signs);
-    EXPECT_EQ(Signs[0], 1);
-    EXPECT_EQ(Signs[1], 1);
-    EXPECT_EQ(Signs[2], -1);
-    EXPECT_EQ(Signs[3], 0);
+    EXPECT_EQ(Values(Signs, 4), (std::vector<double>{1, 1, -1, 0}));
 
     uint16 H[4];
     ConvertSingleObject(Reals, Source, Halves, H);
@@ -291,9 +285,7 @@ TEST(Conversion, PointersTransformsAndInlineMembers)
     StoreUnaligned<int16>(Source + 11, 12);
     int32 Destination[3] = {9, 9, 9};
     MergeSingleObject(Outer, Source, OuterInts, Destination);
-    EXPECT_EQ(Destination[0], -3);
-    EXPECT_EQ(Destination[1], 12);
-    EXPECT_EQ(Destination[2], 9);
+    EXPECT_EQ(Values(Destination, 3), (std::vector<double>{-3, 12, 9}));
 }
 
 TEST(Conversion, IntegerArrays)
@@ -301,19 +293,13 @@ TEST(Conversion, IntegerArrays)
     int32 Indices[5] = {0, 1, 65535, 70000, -2};
     ASSERT_TRUE(ConvertIntegerArray(5, Int32Member, Indices, UInt16Member, Indices));
     uint16 const *Narrow = (uint16 const *)Indices;
-    EXPECT_EQ(Narrow[1], 1);
-    EXPECT_EQ(Narrow[2], 65535);
-    EXPECT_EQ(Narrow[3], (uint16)70000);
-    EXPECT_EQ(Narrow[4], 65534);
+    EXPECT_EQ(Values(Narrow, 5), (std::vector<double>{0, 1, 65535, (uint16)70000, 65534}));
 
     // Widening in place walks back to front.
     int16 Buffer[8] = {-1, 2, -3, 4};
     ASSERT_TRUE(ConvertIntegerArray(4, Int16Member, Buffer, Int32Member, Buffer));
     int32 const *Wide = (int32 const *)Buffer;
-    EXPECT_EQ(Wide[0], -1);
-    EXPECT_EQ(Wide[1], 2);
-    EXPECT_EQ(Wide[2], -3);
-    EXPECT_EQ(Wide[3], 4);
+    EXPECT_EQ(Values(Wide, 4), (std::vector<double>{-1, 2, -3, 4}));
 
     log_capture Log;
     EXPECT_FALSE(ConvertIntegerArray(1, Real32Member, Buffer, Int32Member, Buffer));
