@@ -38,14 +38,23 @@ bool RunBoneAnimationBudget(scene_export_state *State, tool_animation *Animation
 {
     tool_interface *Tool = State->Tool;
     tool_node_graph *Graph = State->Graph;
+    // The budget and the distance are in the units the file is written in
+    // (after "Rescale scene on export"); the fit runs in the tool's.
+    real32 ToolUnitsPerMeter = 0.0f, Right[3], Up[3], Back[3];
+    GetCoordinateSystem(Tool, &ToolUnitsPerMeter, Right, Up, Back);
+    if (!(ToolUnitsPerMeter > 0.0f)) ToolUnitsPerMeter = 100.0f;
+    real32 FileUnitsPerMeter = ToolUnitsPerMeter;
+    if (State->FileSettings && GetSettingBool(State->FileSettings, SettingId_RescaleSceneOnExport)) {
+        real32 Wanted = GetSettingFloat(State->FileSettings, SettingId_UnitsPerMeter);
+        if (Wanted > 0.0f) FileUnitsPerMeter = Wanted;
+    }
+    real32 const ToTool = ToolUnitsPerMeter / FileUnitsPerMeter;
     world_error_settings Settings = {};
-    Settings.MaxError = ReadMaxError(Animation);
-    Settings.VirtualDistance = GetSettingFloat(Animation->Settings, SettingId_VirtualVertexDistance);
+    Settings.MaxError = ReadMaxError(Animation) * ToTool;
+    Settings.VirtualDistance = GetSettingFloat(Animation->Settings, SettingId_VirtualVertexDistance) * ToTool;
     if (!(Settings.VirtualDistance > 0.0f)) {
-        // 3 cm in the scene's units.
-        real32 UnitsPerMeter = 0.0f, Right[3], Up[3], Back[3];
-        GetCoordinateSystem(Tool, &UnitsPerMeter, Right, Up, Back);
-        Settings.VirtualDistance = 0.03f * (UnitsPerMeter > 0.0f ? UnitsPerMeter : 100.0f);
+        // 3 cm.
+        Settings.VirtualDistance = 0.03f * ToolUnitsPerMeter;
     }
     Settings.SampleCount = SampleCount;
     Settings.TimeStep = TimeStep;
@@ -92,8 +101,24 @@ bool RunBoneAnimationBudget(scene_export_state *State, tool_animation *Animation
             Models[Index].Parents = Parents[Index].data();
             Models[Index].Names = Names[Index].data();
         }
-        return RunWorldErrorBudget(Queue, Settings, Models.data(), (int32)Models.size(), AnimationName,
-                                   ModelNames.data());
+        std::vector<world_error_animation_figures> *Report = GetWorldErrorReport();
+        size_t Reported = Report ? Report->size() : 0;
+        bool Fitted =
+            RunWorldErrorBudget(Queue, Settings, Models.data(), (int32)Models.size(), AnimationName, ModelNames.data());
+        // The report speaks the file's units too.
+        for (size_t Index = Reported; Report && ToTool != 1.0f && Index < Report->size(); ++Index) {
+            world_error_animation_figures &Figures = (*Report)[Index];
+            Figures.MaxError /= ToTool;
+            Figures.VirtualDistance /= ToTool;
+            for (world_error_model_figures &Model : Figures.Models) {
+                for (world_error_bone_figures &Bone : Model.Bones) {
+                    Bone.Largest /= ToTool;
+                    Bone.Percentile99 /= ToTool;
+                    for (float &Error : Bone.Error) Error /= ToTool;
+                }
+            }
+        }
+        return Fitted;
     } catch (std::bad_alloc const &) {
         RunCompressionQueue(Queue);
         return false;

@@ -153,3 +153,31 @@ TEST(AnimReportCommand, MotionCaptureClipMeetsHalfAMillimetre)
     for (double Value : Largest) EXPECT_LE(Value, 0.05);
     EXPECT_LE(P99.at(0), 0.01); // the animation's, over every bone and sample
 }
+
+TEST(AnimReportCommand, BudgetIsInTheUnitsTheFileIsWrittenIn)
+{
+    // The arm is in centimetres. A budget of 0.001 with the scene rescaled
+    // to metres is the same 0.1 cm: the same curves, and figures in metres.
+    ASSERT_FALSE(TesselProgramPath().empty()) << "the tessel program is not built";
+    scratch Scratch;
+    std::string const Centimetres = BudgetSettings(Scratch, "0.1");
+    std::string const Metres = Scratch.Folder + "/metres.tss";
+    ASSERT_EQ(RunTessel("settings --write '" + Metres + "' --set 'Maximum world error=0.001' --set " +
+                        "'Rescale scene on export=on' --set 'Units per Meter=1'")
+                  .Status,
+              0);
+    command_result A = RunTessel(
+        "anim-report '" + Scene + "' --animdefs '" + Defs + "' --settings '" + Centimetres + "' --json", false);
+    command_result B =
+        RunTessel("anim-report '" + Scene + "' --animdefs '" + Defs + "' --settings '" + Metres + "' --json", false);
+    ASSERT_EQ(A.Status, 0) << A.Output;
+    ASSERT_EQ(B.Status, 0) << B.Output;
+    EXPECT_EQ(Values(A.Output, "bytes"), Values(B.Output, "bytes"));
+    std::vector<double> InCentimetres = Values(A.Output, "largest_error");
+    std::vector<double> InMetres = Values(B.Output, "largest_error");
+    ASSERT_EQ(InCentimetres.size(), InMetres.size());
+    for (size_t Index = 0; Index < InMetres.size(); ++Index) {
+        EXPECT_NEAR(InMetres[Index] * 100.0, InCentimetres[Index], 1e-6 + 1e-4 * InCentimetres[Index]);
+        EXPECT_LE(InMetres[Index], 0.001);
+    }
+}
