@@ -133,14 +133,15 @@ void RebuildModel(trove_model &Model, bool Encoder)
     Model.CodedCount = Model.SymbolCount;
     Cumulative[Model.CodedCount + 1] = TroveCumulativeTop;
     if (!Encoder && Model.CodedCount >= TroveLookupMinimum) {
-        // Every interval of a rank at or below CodedCount ends above the
-        // bucket's start, or the rank isn't the last to start at or below it.
-        uint32 Rank = 0;
-        uint32 Buckets = 1u << (TroveModelBits - Model.LookupShift);
-        for (uint32 Bucket = 0; Bucket < Buckets; ++Bucket) {
-            uint32 Start = TroveCumulativeBase + (Bucket << Model.LookupShift);
-            while (Cumulative[Rank + 1] <= Start) ++Rank;
-            Model.Lookup[Bucket] = (uint16)Rank;
+        // A bucket takes the first rank whose interval ends above the
+        // bucket's start: each rank fills the buckets that start before its
+        // end and after the previous rank's (the top rank's end covers the
+        // rest).
+        uint32 Bucket = 0;
+        uint32 Round = (1u << Model.LookupShift) - 1;
+        for (uint32 Rank = 0; Rank <= Model.CodedCount; ++Rank) {
+            uint32 Stop = ((uint32)Cumulative[Rank + 1] - TroveCumulativeBase + Round) >> Model.LookupShift;
+            for (; Bucket < Stop; ++Bucket) Model.Lookup[Bucket] = (uint16)Rank;
         }
     }
 
