@@ -125,23 +125,31 @@ void RebuildModel(trove_model &Model, bool Encoder)
     if (Model.MaxTotal <= Model.NextRebuild) HalveModel(Model, Encoder);
 
     uint32 Scale = 0x20000u / (Model.Total ? Model.Total : 1);
+    // Locals throughout: the tables are 16-bit like the model's fields, so
+    // the compiler would otherwise read the fields again after every store.
     uint16 *Cumulative = Model.Cumulative;
-    Cumulative[0] = TroveCumulativeBase;
-    for (uint32 Rank = 0; Rank <= Model.SymbolCount; ++Rank) {
-        Cumulative[Rank + 1] = (uint16)(Cumulative[Rank] + ((Model.Counts[Rank] * Scale) >> 3));
+    uint16 const *Counts = Model.Counts;
+    uint32 Coded = Model.SymbolCount;
+    uint32 Start = TroveCumulativeBase;
+    Cumulative[0] = (uint16)Start;
+    for (uint32 Rank = 0; Rank < Coded; ++Rank) {
+        Start = (uint16)(Start + ((Counts[Rank] * Scale) >> 3));
+        Cumulative[Rank + 1] = (uint16)Start;
     }
-    Model.CodedCount = Model.SymbolCount;
-    Cumulative[Model.CodedCount + 1] = TroveCumulativeTop;
-    if (!Encoder && Model.CodedCount >= TroveLookupMinimum) {
+    Cumulative[Coded + 1] = TroveCumulativeTop;
+    Model.CodedCount = (uint16)Coded;
+    if (!Encoder && Coded >= TroveLookupMinimum) {
         // A bucket takes the first rank whose interval ends above the
         // bucket's start: each rank fills the buckets that start before its
         // end and after the previous rank's (the top rank's end covers the
         // rest).
-        uint32 Bucket = 0;
-        uint32 Round = (1u << Model.LookupShift) - 1;
-        for (uint32 Rank = 0; Rank <= Model.CodedCount; ++Rank) {
-            uint32 Stop = ((uint32)Cumulative[Rank + 1] - TroveCumulativeBase + Round) >> Model.LookupShift;
-            for (; Bucket < Stop; ++Bucket) Model.Lookup[Bucket] = (uint16)Rank;
+        uint16 *Lookup = Model.Lookup;
+        uint16 *Fill = Lookup;
+        uint32 Shift = Model.LookupShift;
+        uint32 Round = (1u << Shift) - 1;
+        for (uint32 Rank = 0; Rank <= Coded; ++Rank) {
+            uint16 *Stop = Lookup + (((uint32)Cumulative[Rank + 1] - TroveCumulativeBase + Round) >> Shift);
+            while (Fill < Stop) *Fill++ = (uint16)Rank;
         }
     }
 
