@@ -9,7 +9,7 @@ int32 GetModelArrayUnits(uint32 MaxSymbols, uint32 Alphabet, bool Encoder)
         Units += (int32)Alphabet + (int32)(MaxSymbols + 1);
     } else {
         Units += (int32)(MaxSymbols + 1);
-        Units += (int32)GetLookupBuckets(MaxSymbols);
+        Units += (int32)GetLookupBuckets(MaxSymbols) * TroveLookupUnits;
     }
     // Keeps every model's arrays on a 4-byte boundary.
     return (Units + 1) & ~1;
@@ -144,12 +144,14 @@ void RebuildModel(trove_model &Model, bool Encoder)
         // end and after the previous rank's (the top rank's end covers the
         // rest).
         uint16 *Lookup = Model.Lookup;
-        uint16 *Fill = Lookup;
+        uint32 Bucket = 0;
         uint32 Shift = Model.LookupShift;
         uint32 Round = (1u << Shift) - 1;
         for (uint32 Rank = 0; Rank <= Coded; ++Rank) {
-            uint16 *Stop = Lookup + (((uint32)Cumulative[Rank + 1] - TroveCumulativeBase + Round) >> Shift);
-            while (Fill < Stop) *Fill++ = (uint16)Rank;
+            uint32 End = Cumulative[Rank + 1];
+            uint32 Stop = (End - TroveCumulativeBase + Round) >> Shift;
+            uint64 Entry = Rank | ((uint64)Cumulative[Rank] << 16) | ((uint64)End << 32);
+            for (; Bucket < Stop; ++Bucket) memcpy(Lookup + Bucket * TroveLookupUnits, &Entry, sizeof(Entry));
         }
     }
 

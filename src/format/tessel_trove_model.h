@@ -7,6 +7,8 @@
 // always spans 16384, so a symbol is coded with a 14-bit interval.
 #pragma once
 
+#include <cstring>
+
 #include "foundation/tessel_types.h"
 #include "format/tessel_range_coder.h"
 
@@ -47,7 +49,9 @@ struct trove_model
     uint16 *SymbolMap; // Encoder only: symbol of a rank.
     // Decoder of a model that may hold TroveLookupMinimum symbols or more:
     // by each 2^LookupShift values of the coded interval, the rank whose
-    // interval holds the first (valid while CodedCount >= TroveLookupMinimum).
+    // interval holds the first (valid while CodedCount >= TroveLookupMinimum),
+    // as TroveLookupUnits entries: the rank, then the start and the end of
+    // its interval, so that the common case needs one read.
     uint16 *Lookup;
     uint32 LookupShift;
 };
@@ -59,6 +63,7 @@ enum
     TroveFineLookupMinimum = 128,
     TroveCoarseLookupShift = TroveModelBits - 6,
     TroveFineLookupShift = TroveModelBits - 8,
+    TroveLookupUnits = 4,
 };
 
 // Entries of the lookup of a decoder model of MaxSymbols (0 for none).
@@ -67,6 +72,14 @@ inline uint32 GetLookupBuckets(uint32 MaxSymbols)
     if (MaxSymbols < TroveLookupMinimum) return 0;
     uint32 Shift = MaxSymbols >= TroveFineLookupMinimum ? TroveFineLookupShift : TroveCoarseLookupShift;
     return 1u << (TroveModelBits - Shift);
+}
+
+// One lookup entry: rank, start and end of its interval, and a spare unit.
+inline uint64 ReadLookupEntry(uint16 const *Lookup, uint32 Bucket)
+{
+    uint64 Entry;
+    memcpy(&Entry, Lookup + Bucket * TroveLookupUnits, sizeof(Entry));
+    return Entry;
 }
 
 // Entries of the uint16 arrays one model needs.
@@ -103,10 +116,17 @@ __attribute__((always_inline)) inline bool DecodeModelSymbol(range_decoder &Deco
     // The last rank whose interval starts at or below Value (rank 0 always
     // does): from the lookup and a short walk in a large model, by halving
     // without branches in a small one.
-    uint32 Coded;
+    uint32 Coded, Start, End;
     if (Model.CodedCount >= TroveLookupMinimum) {
-        Coded = Model.Lookup[(Value - TroveCumulativeBase) >> Model.LookupShift];
-        while (Cumulative[Coded + 1] <= Value) ++Coded;
+        uint64 Entry = ReadLookupEntry(Model.Lookup, (Value - TroveCumulativeBase) >> Model.LookupShift);
+        Coded = (uint16)Entry;
+        Start = (uint16)(Entry >> 16);
+        End = (uint16)(Entry >> 32);
+        while (End <= Value) {
+            ++Coded;
+            Start = End;
+            End = Cumulative[Coded + 1];
+        }
     } else {
         uint32 Low = 0;
         uint32 Count = (uint32)Model.CodedCount + 1;
@@ -116,10 +136,12 @@ __attribute__((always_inline)) inline bool DecodeModelSymbol(range_decoder &Deco
             Count -= Half;
         }
         Coded = Low;
+        Start = Cumulative[Coded];
+        End = Cumulative[Coded + 1];
     }
-    uint32 Size = (uint32)Cumulative[Coded + 1] - Cumulative[Coded];
+    uint32 Size = End - Start;
     if (Size == 0) return false;
-    DecodeRangeDone(Decoder, Cumulative[Coded] - TroveCumulativeBase, Size, 1u << TroveModelBits);
+    DecodeRangeDone(Decoder, Start - TroveCumulativeBase, Size, 1u << TroveModelBits);
     ++Model.Counts[Coded];
     ++Model.Total;
     if (Coded != 0) {
