@@ -150,7 +150,8 @@ void RebuildModel(trove_model &Model, bool Encoder)
         for (uint32 Rank = 0; Rank <= Coded; ++Rank) {
             uint32 End = Cumulative[Rank + 1];
             uint32 Stop = (End - TroveCumulativeBase + Round) >> Shift;
-            uint64 Entry = Rank | ((uint64)Cumulative[Rank] << 16) | ((uint64)End << 32);
+            uint32 Begin = Cumulative[Rank];
+            uint64 Entry = (Begin - TroveCumulativeBase) | ((End - Begin) << 16) | ((uint64)Rank << 32);
             for (; Bucket < Stop; ++Bucket) memcpy(Lookup + Bucket * TroveLookupUnits, &Entry, sizeof(Entry));
         }
     }
