@@ -35,9 +35,7 @@ void BeginRangeDecoder(range_decoder &Decoder, uint8 const *Input, uint8 const *
     Decoder.Input = Input;
     Decoder.InputEnd = InputEnd;
     Decoder.Overrun = 0;
-    uint32 First = NextDecoderByte(Decoder);
-    Decoder.Code = First >> 1;
-    Decoder.SavedBit = First & 1;
+    Decoder.Code = NextDecoderByte(Decoder);
     Decoder.Range = 128;
     Decoder.Scale = 1;
 }

@@ -34,9 +34,11 @@ struct range_encoder
 
 struct range_decoder
 {
+    // The offset into Range, doubled, with the input's next bit below it:
+    // the input is read one bit out of step, and keeping that bit here
+    // makes taking in a byte one shift and one or.
     uint32 Code;
     uint32 Range;
-    uint32 SavedBit;
     uint32 Scale; // R of the value being read
     uint8 const *Input;
     uint8 const *InputEnd;
@@ -132,9 +134,7 @@ inline uint32 NextDecoderByte(range_decoder &Decoder)
 inline void NormaliseRangeDecoder(range_decoder &Decoder)
 {
     while (Decoder.Range <= RangeCoderBottomValue) {
-        uint32 Byte = NextDecoderByte(Decoder);
-        Decoder.Code = ((Decoder.Code * 2 + Decoder.SavedBit) << 7) | (Byte >> 1);
-        Decoder.SavedBit = Byte & 1;
+        Decoder.Code = (Decoder.Code << 8) | NextDecoderByte(Decoder);
         Decoder.Range <<= 8;
     }
 }
@@ -144,7 +144,9 @@ inline uint32 DecodeRangeShift(range_decoder &Decoder, uint32 Bits)
 {
     NormaliseRangeDecoder(Decoder);
     Decoder.Scale = Decoder.Range >> Bits;
-    uint32 Value = Decoder.Code / Decoder.Scale;
+    // The doubled offset over the doubled scale: the input bit below the
+    // offset never reaches the next whole quotient.
+    uint32 Value = Decoder.Code / (Decoder.Scale * 2);
     uint32 Last = (1u << Bits) - 1;
     return Value > Last ? Last : Value;
 }
@@ -153,14 +155,15 @@ inline uint32 DecodeRange(range_decoder &Decoder, uint32 Total)
 {
     NormaliseRangeDecoder(Decoder);
     Decoder.Scale = Decoder.Range / Total;
-    uint32 Value = Decoder.Code / Decoder.Scale;
+    // Halved here instead: the doubled scale of a total of 1 is 2^32.
+    uint32 Value = (Decoder.Code >> 1) / Decoder.Scale;
     return Value > Total - 1 ? Total - 1 : Value;
 }
 
 // Removes the interval [Start, Start + Size) of Total found by the last read.
 inline void DecodeRangeDone(range_decoder &Decoder, uint32 Start, uint32 Size, uint32 Total)
 {
-    Decoder.Code -= Decoder.Scale * Start;
+    Decoder.Code -= Decoder.Scale * 2 * Start;
     if (Start + Size >= Total) {
         Decoder.Range -= Decoder.Scale * Start;
     } else {

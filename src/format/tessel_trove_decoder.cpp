@@ -79,7 +79,9 @@ void ResetDecoderModel(trove_model &Model, uint32 MaxSymbols, uint32 Alphabet)
     ResetModel(Model, MaxSymbols, false);
 }
 
-void ResetDecoder(trove_decoder &Decoder, trove_model_sizes const &Sizes)
+// A stream of Size bytes can only reach the middle models of distances
+// below Size: the others are left as they are.
+void ResetDecoder(trove_decoder &Decoder, trove_model_sizes const &Sizes, uint32 Size)
 {
     for (int32 Index = 0; Index < TroveLiteralModelCount; ++Index) {
         ResetDecoderModel(Decoder.Literal[Index], Sizes.LiteralMaxSymbols, Sizes.LiteralAlphabet);
@@ -92,7 +94,8 @@ void ResetDecoder(trove_decoder &Decoder, trove_model_sizes const &Sizes)
     ResetDecoderModel(Decoder.Low, Low, Low);
     ResetDecoderModel(Decoder.High, Sizes.HighMaxSymbols, GetHighAlphabet(Sizes.WindowLimit));
     uint32 Middle = GetMiddleAlphabet(Sizes.WindowLimit);
-    for (int32 Index = 0; Index < TroveMiddleModelCount; ++Index) {
+    uint32 MiddleCount = Size ? Smaller(((Size - 1) >> 10) + 1, TroveMiddleModelCount) : 0;
+    for (uint32 Index = 0; Index < MiddleCount; ++Index) {
         ResetDecoderModel(Decoder.Middle[Index], Middle, Middle);
     }
 }
@@ -139,7 +142,8 @@ __attribute__((always_inline)) inline bool DecodeStreamSymbols(trove_decoder &De
         uint32 Low, High, Middle;
         if (!DecodeModelSymbol(Coder, Decoder.Low, TroveLowAlphabet, &Low)) return false;
         if (!DecodeModelSymbol(Coder, Decoder.High, (Window >> 10) + 1, &High)) return false;
-        if (High >= TroveMiddleModelCount) return false;
+        // Only the middle models a stream of this size can reach were reset.
+        if (High >= TroveMiddleModelCount || High > ((Size - 1) >> 10)) return false;
         uint32 MiddleAlphabet = Window < 1024 ? (Window >> 2) + 1 : 256;
         if (!DecodeModelSymbol(Coder, Decoder.Middle[High], MiddleAlphabet, &Middle)) return false;
         uint32 Distance = Low + 1 + 4 * Middle + 1024 * High;
@@ -209,7 +213,7 @@ bool DecodeTroveSection(bool ByteReverse, int32 CompressedSize, void const *Comp
     bool Result_ = true;
     uint32 Start = 0;
     for (int32 Stream = 0; Result_ && Stream < TroveStreamCount; ++Stream) {
-        ResetDecoder(Decoder, Sizes[Stream]);
+        ResetDecoder(Decoder, Sizes[Stream], Stops[Stream] - Start);
         Result_ = DecodeStream(Decoder, Coder, Sizes[Stream].WindowLimit, Result + Start, Stops[Stream] - Start);
         Start = Stops[Stream];
     }

@@ -9,7 +9,7 @@ int32 GetModelArrayUnits(uint32 MaxSymbols, uint32 Alphabet, bool Encoder)
         Units += (int32)Alphabet + (int32)(MaxSymbols + 1);
     } else {
         Units += (int32)(MaxSymbols + 1);
-        Units += (int32)GetLookupBuckets(MaxSymbols);
+        Units += (int32)GetLookupBuckets(MaxSymbols) * TroveLookupUnits;
     }
     // Keeps every model's arrays on a 4-byte boundary.
     return (Units + 1) & ~1;
@@ -125,22 +125,34 @@ void RebuildModel(trove_model &Model, bool Encoder)
     if (Model.MaxTotal <= Model.NextRebuild) HalveModel(Model, Encoder);
 
     uint32 Scale = 0x20000u / (Model.Total ? Model.Total : 1);
+    // Locals throughout: the tables are 16-bit like the model's fields, so
+    // the compiler would otherwise read the fields again after every store.
     uint16 *Cumulative = Model.Cumulative;
-    Cumulative[0] = TroveCumulativeBase;
-    for (uint32 Rank = 0; Rank <= Model.SymbolCount; ++Rank) {
-        Cumulative[Rank + 1] = (uint16)(Cumulative[Rank] + ((Model.Counts[Rank] * Scale) >> 3));
+    uint16 const *Counts = Model.Counts;
+    uint32 Coded = Model.SymbolCount;
+    uint32 Start = TroveCumulativeBase;
+    Cumulative[0] = (uint16)Start;
+    for (uint32 Rank = 0; Rank < Coded; ++Rank) {
+        Start = (uint16)(Start + ((Counts[Rank] * Scale) >> 3));
+        Cumulative[Rank + 1] = (uint16)Start;
     }
-    Model.CodedCount = Model.SymbolCount;
-    Cumulative[Model.CodedCount + 1] = TroveCumulativeTop;
-    if (!Encoder && Model.CodedCount >= TroveLookupMinimum) {
-        // Every interval of a rank at or below CodedCount ends above the
-        // bucket's start, or the rank isn't the last to start at or below it.
-        uint32 Rank = 0;
-        uint32 Buckets = 1u << (TroveModelBits - Model.LookupShift);
-        for (uint32 Bucket = 0; Bucket < Buckets; ++Bucket) {
-            uint32 Start = TroveCumulativeBase + (Bucket << Model.LookupShift);
-            while (Cumulative[Rank + 1] <= Start) ++Rank;
-            Model.Lookup[Bucket] = (uint16)Rank;
+    Cumulative[Coded + 1] = TroveCumulativeTop;
+    Model.CodedCount = (uint16)Coded;
+    if (!Encoder && Coded >= TroveLookupMinimum) {
+        // A bucket takes the first rank whose interval ends above the
+        // bucket's start: each rank fills the buckets that start before its
+        // end and after the previous rank's (the top rank's end covers the
+        // rest).
+        uint16 *Lookup = Model.Lookup;
+        uint32 Bucket = 0;
+        uint32 Shift = Model.LookupShift;
+        uint32 Round = (1u << Shift) - 1;
+        for (uint32 Rank = 0; Rank <= Coded; ++Rank) {
+            uint32 End = Cumulative[Rank + 1];
+            uint32 Stop = (End - TroveCumulativeBase + Round) >> Shift;
+            uint32 Begin = Cumulative[Rank];
+            uint64 Entry = (Begin - TroveCumulativeBase) | ((End - Begin) << 16) | ((uint64)Rank << 32);
+            for (; Bucket < Stop; ++Bucket) memcpy(Lookup + Bucket * TroveLookupUnits, &Entry, sizeof(Entry));
         }
     }
 

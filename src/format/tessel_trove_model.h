@@ -7,6 +7,8 @@
 // always spans 16384, so a symbol is coded with a 14-bit interval.
 #pragma once
 
+#include <cstring>
+
 #include "foundation/tessel_types.h"
 #include "format/tessel_range_coder.h"
 
@@ -47,7 +49,9 @@ struct trove_model
     uint16 *SymbolMap; // Encoder only: symbol of a rank.
     // Decoder of a model that may hold TroveLookupMinimum symbols or more:
     // by each 2^LookupShift values of the coded interval, the rank whose
-    // interval holds the first (valid while CodedCount >= TroveLookupMinimum).
+    // interval holds the first (valid while CodedCount >= TroveLookupMinimum),
+    // with the rank's interval, so that the common case needs one read
+    // (TroveLookupUnits each, see ReadLookupEntry).
     uint16 *Lookup;
     uint32 LookupShift;
 };
@@ -59,6 +63,7 @@ enum
     TroveFineLookupMinimum = 128,
     TroveCoarseLookupShift = TroveModelBits - 6,
     TroveFineLookupShift = TroveModelBits - 8,
+    TroveLookupUnits = 4,
 };
 
 // Entries of the lookup of a decoder model of MaxSymbols (0 for none).
@@ -67,6 +72,15 @@ inline uint32 GetLookupBuckets(uint32 MaxSymbols)
     if (MaxSymbols < TroveLookupMinimum) return 0;
     uint32 Shift = MaxSymbols >= TroveFineLookupMinimum ? TroveFineLookupShift : TroveCoarseLookupShift;
     return 1u << (TroveModelBits - Shift);
+}
+
+// One lookup entry: the start and size of the interval (relative to the
+// coded interval's base) in the low two units, the rank in the third.
+inline uint64 ReadLookupEntry(uint16 const *Lookup, uint32 Bucket)
+{
+    uint64 Entry;
+    memcpy(&Entry, Lookup + (size_t)Bucket * TroveLookupUnits, sizeof(Entry));
+    return Entry;
 }
 
 // Entries of the uint16 arrays one model needs.
@@ -98,28 +112,37 @@ __attribute__((always_inline)) inline bool DecodeModelSymbol(range_decoder &Deco
                                                              uint32 RawAlphabet, uint32 *Symbol)
 {
     RebuildModelIfDue(Model, false);
-    uint32 Value = DecodeRangeShift(Decoder, TroveModelBits) + TroveCumulativeBase;
+    uint32 Value = DecodeRangeShift(Decoder, TroveModelBits);
     uint16 const *Cumulative = Model.Cumulative;
     // The last rank whose interval starts at or below Value (rank 0 always
     // does): from the lookup and a short walk in a large model, by halving
-    // without branches in a small one.
-    uint32 Coded;
+    // without branches in a small one. Start and Size are relative to the
+    // coded interval.
+    uint32 Coded, Start, Size;
     if (Model.CodedCount >= TroveLookupMinimum) {
-        Coded = Model.Lookup[(Value - TroveCumulativeBase) >> Model.LookupShift];
-        while (Cumulative[Coded + 1] <= Value) ++Coded;
+        uint64 Entry = ReadLookupEntry(Model.Lookup, Value >> Model.LookupShift);
+        Start = (uint16)Entry;
+        Size = (uint32)Entry >> 16;
+        Coded = (uint32)(Entry >> 32);
+        while (Start + Size <= Value) {
+            ++Coded;
+            Start = (uint32)Cumulative[Coded] - TroveCumulativeBase;
+            Size = (uint32)Cumulative[Coded + 1] - Cumulative[Coded];
+        }
     } else {
         uint32 Low = 0;
         uint32 Count = (uint32)Model.CodedCount + 1;
         while (Count > 1) {
             uint32 Half = Count >> 1;
-            Low = Cumulative[Low + Half] <= Value ? Low + Half : Low;
+            Low = Cumulative[Low + Half] <= Value + TroveCumulativeBase ? Low + Half : Low;
             Count -= Half;
         }
         Coded = Low;
+        Start = (uint32)Cumulative[Coded] - TroveCumulativeBase;
+        Size = (uint32)Cumulative[Coded + 1] - Cumulative[Coded];
     }
-    uint32 Size = (uint32)Cumulative[Coded + 1] - Cumulative[Coded];
     if (Size == 0) return false;
-    DecodeRangeDone(Decoder, Cumulative[Coded] - TroveCumulativeBase, Size, 1u << TroveModelBits);
+    DecodeRangeDone(Decoder, Start, Size, 1u << TroveModelBits);
     ++Model.Counts[Coded];
     ++Model.Total;
     if (Coded != 0) {

@@ -86,6 +86,10 @@ std::vector<named_section> MakeRoundTripSet()
         // Nothing but new symbols: more than the reserved worst case.
         {"new symbols in every stream", {AllValues, AllValuesReversed, AllValues}},
         {"empty middle stream", {MakeText(999, 9), {}, MakeRandomBytes(33, 10)}},
+        // The first stream reaches far distances; the short ones after it may
+        // only use the few distance models their own size allows.
+        {"far matches, then short streams",
+         {MakeWindowCrossing(), MakeRepeatingPattern(5000, 2500, 11), MakeRepeatingPattern(1100, 1030, 12)}},
     };
 }
 
