@@ -61,19 +61,6 @@ double Export(std::string const &Input, std::string const &Output, std::string c
     return Accepted && Exported ? Seconds : -1.0;
 }
 
-double CompressionRatio(std::string const &Path)
-{
-    loaded_file *File = LoadFileFromDisk(Path.c_str());
-    if (!File) return 1.0;
-    double Stored = 0, Expanded = 0;
-    for (int32 Index = 0; Index < File->SectionCount; ++Index) {
-        Stored += File->Sections[Index].Header.DataSize;
-        Expanded += File->Sections[Index].Header.ExpandedDataSize;
-    }
-    FreeLoadedFile(File);
-    return Expanded > 0 ? Stored / Expanded : 1.0;
-}
-
 } // namespace
 
 int main(int ArgumentCount, char **Arguments)
@@ -114,7 +101,7 @@ int main(int ArgumentCount, char **Arguments)
             SetWorldErrorReport(&Report);
             Export(Path, Output, Settings, 2);
             SetWorldErrorReport(nullptr);
-            double Ratio = CompressionRatio(Output);
+            double Ratio = GetSectionCompressionRatio(Output.c_str());
             // The same bytes from 1 and 8 workers.
             bool Same = true;
             for (int32 Workers : {1, 8}) {

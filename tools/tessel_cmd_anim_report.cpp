@@ -296,21 +296,6 @@ std::string Svg(std::vector<world_error_animation_figures> const &Report)
            "</svg>\n";
 }
 
-// Stored over expanded bytes of the file's sections: what section
-// compression leaves of the curves.
-double CompressionRatio(char const *Path)
-{
-    loaded_file *File = LoadFileFromDisk(Path);
-    if (!File) return 1.0;
-    double Stored = 0, Expanded = 0;
-    for (int32 Index = 0; Index < File->SectionCount; ++Index) {
-        Stored += File->Sections[Index].Header.DataSize;
-        Expanded += File->Sections[Index].Header.ExpandedDataSize;
-    }
-    FreeLoadedFile(File);
-    return Expanded > 0 ? Stored / Expanded : 1.0;
-}
-
 } // namespace
 
 int RunAnimReportCommand(int ArgumentCount, char **Arguments)
@@ -391,7 +376,7 @@ int RunAnimReportCommand(int ArgumentCount, char **Arguments)
     }
     SetLogCallback(0, 0);
     SetWorldErrorReport(0);
-    double Ratio = Accepted && Exported ? CompressionRatio(Scratch) : 1.0;
+    double Ratio = Accepted && Exported ? GetSectionCompressionRatio(Scratch) : 1.0;
     remove(Scratch);
     if (!Accepted || !Exported) {
         fprintf(stderr, "tessel anim-report: the export of %s failed\n", Input);

@@ -853,3 +853,16 @@ void *GetLoadedFileRootObject(loaded_file const &File, void **RootType)
     if (RootType) *RootType = (void *)GetLoadedFileBytes(File, File.Header.RootObjectTypeDefinition, 1);
     return (void *)GetLoadedFileBytes(File, File.Header.RootObject, 1);
 }
+
+double GetSectionCompressionRatio(char const *FileName)
+{
+    loaded_file *File = LoadFileFromDisk(FileName);
+    if (!File) return 1.0;
+    double Stored = 0, Expanded = 0;
+    for (int32 Index = 0; Index < File->SectionCount; ++Index) {
+        Stored += File->Sections[Index].Header.DataSize;
+        Expanded += File->Sections[Index].Header.ExpandedDataSize;
+    }
+    FreeLoadedFile(File);
+    return Expanded > 0 ? Stored / Expanded : 1.0;
+}

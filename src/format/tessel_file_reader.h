@@ -114,6 +114,9 @@ loaded_file *LoadStoredFileFromReader(file_reader *Reader);
 loaded_file *LoadFileFromDisk(char const *FileName);
 loaded_file *LoadFileFromMemory(int32 Size, void const *Memory);
 void FreeLoadedFile(loaded_file *File);
+// Stored over expanded bytes of the sections of the file at FileName: what
+// section compression leaves (1 when it can't be read or holds no data).
+double GetSectionCompressionRatio(char const *FileName);
 
 // The root object and its type table as program memory; null unless the
 // pointers were applied. What is reachable through the file's own type
