@@ -11,9 +11,9 @@ uint32 const HeadLink = 0x80000000u;
 
 // Chain 0 keys on 2 bytes, chain 1 on 3, chain 2 on 4.
 uint32 const KeyMasks[TroveChainCount] = {0xFFFFu, 0xFFFFFFu, 0xFFFFFFFFu};
-// An older entry this much alike is dropped when a new one is linked
-// (chain 2 keeps all).
-uint32 const DuplicateMasks[TroveChainCount] = {0xFFFFu, 0x0FFFFFFFu, 0};
+// An older node of chain 1 this much alike is dropped when a new one is
+// linked (chain 0 keeps the latest position of a key, chain 2 keeps all).
+uint32 const DuplicateMask = 0x0FFFFFFFu;
 
 uint32 GetChainTableSize(int32 Chain)
 {
@@ -79,120 +79,108 @@ struct stream_state
 
 // --- chains ---------------------------------------------------------------
 
-inline uint32 &NextOf(trove_encoder &Encoder, int32 Chain, uint32 Index)
-{
-    return Chain == 2 ? Encoder.LongLinks[Index].Next : Encoder.Slots[Index].Next[Chain];
-}
-
 inline uint32 KeyOf(trove_encoder const &Encoder, uint32 Index)
 {
     return Encoder.LongLinks[Index].Key;
 }
 
-inline void Unlink(trove_encoder &Encoder, int32 Chain, uint32 Index)
+// Chain 1, the 3-byte chain, links ring slots both ways: a node leaves it
+// when a newer position of the same 28-bit prefix comes in.
+inline void Unlink(trove_encoder &Encoder, uint32 Index)
 {
     trove_slot *Slots = Encoder.Slots;
-    uint32 Prev = Slots[Index].Prev[Chain];
+    uint32 Prev = Slots[Index].Prev;
     if (Prev == NotLinked) return;
-    uint32 Next = NextOf(Encoder, Chain, Index);
+    uint32 Next = Slots[Index].Next;
     if (Prev & HeadLink) {
-        Encoder.Heads[Chain][Prev & ~HeadLink] = Next;
+        Encoder.Heads[1][Prev & ~HeadLink] = Next;
     } else {
-        NextOf(Encoder, Chain, Prev) = Next;
+        Slots[Prev].Next = Next;
     }
-    if (Next != NoNode) Slots[Next].Prev[Chain] = Prev;
-    Slots[Index].Prev[Chain] = NotLinked;
-    NextOf(Encoder, Chain, Index) = NoNode;
-    if (Chain == 0) {
-        uint32 &Short = Encoder.ShortKeySlots[KeyOf(Encoder, Index) & 0xFFFF];
-        if (Short == Index) Short = NoNode;
-    } else if (Chain == 1) {
-        --Encoder.LongKeyCounts[HashLongKey(Encoder, KeyOf(Encoder, Index))];
-    }
+    if (Next != NoNode) Slots[Next].Prev = Prev;
+    Slots[Index].Prev = NotLinked;
+    Slots[Index].Next = NoNode;
+    --Encoder.LongKeyCounts[HashLongKey(Encoder, KeyOf(Encoder, Index))];
 }
 
-// Node To takes From's place in a chain (To's key is already set).
-inline void Replace(trove_encoder &Encoder, int32 Chain, uint32 From, uint32 To)
+// Node To takes From's place in the 3-byte chain (To's key is already set).
+inline void Replace(trove_encoder &Encoder, uint32 From, uint32 To)
 {
     trove_slot *Slots = Encoder.Slots;
-    uint32 Prev = Slots[From].Prev[Chain];
-    uint32 Next = NextOf(Encoder, Chain, From);
-    Slots[To].Prev[Chain] = Prev;
-    NextOf(Encoder, Chain, To) = Next;
+    uint32 Prev = Slots[From].Prev;
+    uint32 Next = Slots[From].Next;
+    Slots[To].Prev = Prev;
+    Slots[To].Next = Next;
     if (Prev & HeadLink) {
-        Encoder.Heads[Chain][Prev & ~HeadLink] = To;
+        Encoder.Heads[1][Prev & ~HeadLink] = To;
     } else {
-        NextOf(Encoder, Chain, Prev) = To;
+        Slots[Prev].Next = To;
     }
-    if (Next != NoNode) Slots[Next].Prev[Chain] = To;
-    Slots[From].Prev[Chain] = NotLinked;
-    NextOf(Encoder, Chain, From) = NoNode;
-    if (Chain == 0) {
-        uint32 &Short = Encoder.ShortKeySlots[KeyOf(Encoder, To) & 0xFFFF];
-        if (Short == From) Short = To;
-    }
+    if (Next != NoNode) Slots[Next].Prev = To;
+    Slots[From].Prev = NotLinked;
+    Slots[From].Next = NoNode;
 }
 
-// Links a node whose key is already set at the head of a chain.
-inline void LinkHead(trove_encoder &Encoder, int32 Chain, uint32 Bucket, uint32 Index)
+// Links a node whose key is already set at the head of the 3-byte chain.
+inline void LinkHead(trove_encoder &Encoder, uint32 Bucket, uint32 Index)
 {
     trove_slot *Slots = Encoder.Slots;
-    uint32 First = Encoder.Heads[Chain][Bucket];
-    NextOf(Encoder, Chain, Index) = First;
-    Slots[Index].Prev[Chain] = HeadLink | Bucket;
-    if (First != NoNode) Slots[First].Prev[Chain] = Index;
-    Encoder.Heads[Chain][Bucket] = Index;
+    uint32 First = Encoder.Heads[1][Bucket];
+    Slots[Index].Next = First;
+    Slots[Index].Prev = HeadLink | Bucket;
+    if (First != NoNode) Slots[First].Prev = Index;
+    Encoder.Heads[1][Bucket] = Index;
 }
 
-// Links a new node at the head of chain 0 and drops the older node of the
-// same 2-byte key, which the table knows without a walk.
-inline void LinkShortKey(trove_encoder &Encoder, uint32 Bucket, uint32 Index, uint32 Key)
+// Clears the position tables: positions then start a ring's length on, so
+// that an empty entry (0) is out of any window.
+void ClearPositionTables(trove_encoder &Encoder)
 {
-    uint32 Older = Encoder.ShortKeySlots[Key & 0xFFFF];
-    LinkHead(Encoder, 0, Bucket, Index);
-    if (Older != NoNode) Unlink(Encoder, 0, Older);
-    Encoder.ShortKeySlots[Key & 0xFFFF] = Index;
+    memset(Encoder.Heads[2], 0, sizeof(uint32) * Encoder.HeadCount[2]);
+    memset(Encoder.ShortKeyPositions, 0, sizeof(uint32) * 65536);
+    Encoder.Base = Encoder.RingMask + 1;
+    Encoder.NextBase = Encoder.Base;
 }
 
-void ClearMatchFinder(trove_encoder &Encoder)
+void ClearMatchFinder(trove_encoder &Encoder, uint32 Size)
 {
     Encoder.Run = 0;
     Encoder.RunValid = false;
     Encoder.Skip = 0;
+    // Each stream starts at least a ring's length past the last one's end;
+    // before the positions could overflow, the tables start over.
+    if ((uint64)Encoder.NextBase + Size > 0xFFFFFFFFu) ClearPositionTables(Encoder);
+    Encoder.Base = Encoder.NextBase;
+    // On a whole number of rings, so that a position's slot is the same
+    // counted from here or from the stream's start.
+    uint64 const Ring = Encoder.RingMask + 1;
+    Encoder.NextBase = ((uint64)Encoder.Base + Size + 2 * Ring - 1) / Ring * Ring;
     // An unused match finder is still clear.
     if (!Encoder.MatchFinderUsed) return;
     Encoder.MatchFinderUsed = false;
     // New memory is cleared whole.
     bool Whole = Encoder.UsedSlots > Encoder.RingMask;
     uint32 Count = Whole ? Encoder.RingMask + 1 : Encoder.UsedSlots;
-    uint32 TableEntries = 65536 + (1u << Encoder.LongKeyHashBits);
-    for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) TableEntries += Encoder.HeadCount[Chain];
+    uint32 TableEntries = (1u << Encoder.LongKeyHashBits) + Encoder.HeadCount[1];
     trove_slot *Slots = Encoder.Slots;
     if (!Whole && Count * 8 < TableEntries) {
         // Few slots were used: only the table entries of their nodes can be
         // set (a set entry always names a linked node with its key).
         for (uint32 Index = 0; Index < Count; ++Index) {
+            if (Slots[Index].Prev == NotLinked) continue;
             uint32 Key = KeyOf(Encoder, Index);
-            for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
-                if (Slots[Index].Prev[Chain] == NotLinked) continue;
-                Encoder.Heads[Chain][GetBucket(Encoder, Chain, Key & KeyMasks[Chain])] = NoNode;
-                if (Chain == 0) Encoder.ShortKeySlots[Key & 0xFFFF] = NoNode;
-                if (Chain == 1) Encoder.LongKeyCounts[HashLongKey(Encoder, Key)] = 0;
-            }
+            Encoder.Heads[1][GetBucket(Encoder, 1, Key & KeyMasks[1])] = NoNode;
+            Encoder.LongKeyCounts[HashLongKey(Encoder, Key)] = 0;
         }
     } else {
-        for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
-            memset(Encoder.Heads[Chain], 0xFF, sizeof(uint32) * Encoder.HeadCount[Chain]);
-        }
-        memset(Encoder.ShortKeySlots, 0xFF, sizeof(uint32) * 65536);
+        memset(Encoder.Heads[1], 0xFF, sizeof(uint32) * Encoder.HeadCount[1]);
         memset(Encoder.LongKeyCounts, 0, sizeof(uint16) << Encoder.LongKeyHashBits);
     }
     trove_slot Clear;
-    Clear.Next[0] = Clear.Next[1] = NoNode;
-    for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) Clear.Prev[Chain] = NotLinked;
+    Clear.Next = NoNode;
+    Clear.Prev = NotLinked;
     Clear.Run = 0;
     for (uint32 Index = 0; Index < Count; ++Index) Slots[Index] = Clear;
-    memset(Encoder.LongLinks, 0xFF, sizeof(trove_long_link) * Count);
 }
 
 // Retires the oldest node of the ring and enters Position in the chains.
@@ -201,22 +189,18 @@ void InsertPosition(trove_encoder &Encoder, stream_state const &Stream, uint32 P
     uint8 const *Data = Stream.Data;
     uint32 Slot = Position & Encoder.RingMask;
     trove_slot *Slots = Encoder.Slots;
-    uint32 const *Prevs = Slots[Slot].Prev;
-    bool Linked = Prevs[0] != NotLinked || Prevs[1] != NotLinked || Prevs[2] != NotLinked;
-    if (Linked) {
+    if (Slots[Slot].Prev != NotLinked) {
         // The node stands for the position one ring length back.
         if (Slots[Slot].Run >= 4) {
             // One node keeps standing for the run: the same bytes one
             // position further on.
             uint32 NextSlot = (Slot + 1) & Encoder.RingMask;
-            for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) Unlink(Encoder, Chain, NextSlot);
+            Unlink(Encoder, NextSlot);
             Encoder.LongLinks[NextSlot].Key = Load32(Data + Position - Encoder.RingMask);
-            for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
-                if (Prevs[Chain] != NotLinked) Replace(Encoder, Chain, Slot, NextSlot);
-            }
+            Replace(Encoder, Slot, NextSlot);
             Slots[NextSlot].Run = Slots[Slot].Run - 1;
         } else {
-            for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) Unlink(Encoder, Chain, Slot);
+            Unlink(Encoder, Slot);
         }
     }
 
@@ -230,28 +214,24 @@ void InsertPosition(trove_encoder &Encoder, stream_state const &Stream, uint32 P
 
     if (Encoder.Skip < 3) {
         uint32 Key = Load32(Data + Position);
+        uint32 Absolute = Encoder.Base + Position;
         Slots[Slot].Run = Encoder.Run;
-        Encoder.LongLinks[Slot].Key = Key;
-        for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
-            uint32 Bucket = GetBucket(Encoder, Chain, Key & KeyMasks[Chain]);
-            if (Chain == 0) {
-                LinkShortKey(Encoder, Bucket, Slot, Key);
-                continue;
-            }
-            if (Chain == 2) {
-                LinkHead(Encoder, Chain, Bucket, Slot);
-                continue;
-            }
-            // Chain 1 never holds two nodes of one 28-bit prefix, so the walk
-            // ends at the first, and only runs when the hash says one may be there.
-            uint16 &Count = Encoder.LongKeyCounts[HashLongKey(Encoder, Key)];
-            bool MayHaveOlder = Count != 0;
-            LinkHead(Encoder, Chain, Bucket, Slot);
-            ++Count;
-            if (!MayHaveOlder) continue;
-            for (uint32 Scan = Slots[Slot].Next[1]; Scan != NoNode; Scan = Slots[Scan].Next[1]) {
-                if (((KeyOf(Encoder, Scan) ^ Key) & DuplicateMasks[Chain]) == 0) {
-                    Unlink(Encoder, Chain, Scan);
+        trove_long_link &Link = Encoder.LongLinks[Slot];
+        Link.Key = Key;
+        uint32 &Head = Encoder.Heads[2][GetBucket(Encoder, 2, Key)];
+        Link.Next = Head;
+        Head = Absolute;
+        Encoder.ShortKeyPositions[Key & 0xFFFF] = Absolute;
+        // The 3-byte chain never holds two nodes of one 28-bit prefix, so the
+        // walk ends at the first, and only runs when the hash says one may be there.
+        uint16 &Count = Encoder.LongKeyCounts[HashLongKey(Encoder, Key)];
+        bool MayHaveOlder = Count != 0;
+        LinkHead(Encoder, GetBucket(Encoder, 1, Key & KeyMasks[1]), Slot);
+        ++Count;
+        if (MayHaveOlder) {
+            for (uint32 Scan = Slots[Slot].Next; Scan != NoNode; Scan = Slots[Scan].Next) {
+                if (((KeyOf(Encoder, Scan) ^ Key) & DuplicateMask) == 0) {
+                    Unlink(Encoder, Scan);
                     break;
                 }
             }
@@ -270,10 +250,9 @@ void InsertPosition(trove_encoder &Encoder, stream_state const &Stream, uint32 P
     // keeps it out of the chains).
     if (Encoder.Skip < 3 && Position + 1 < Stream.Size) {
         uint32 Next = Load32(Data + Position + 1);
-        for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
-            __builtin_prefetch(&Encoder.Heads[Chain][GetBucket(Encoder, Chain, Next & KeyMasks[Chain])]);
-        }
-        __builtin_prefetch(&Encoder.ShortKeySlots[Next & 0xFFFF]);
+        __builtin_prefetch(&Encoder.Heads[1][GetBucket(Encoder, 1, Next & KeyMasks[1])]);
+        __builtin_prefetch(&Encoder.Heads[2][GetBucket(Encoder, 2, Next)]);
+        __builtin_prefetch(&Encoder.ShortKeyPositions[Next & 0xFFFF]);
         __builtin_prefetch(&Encoder.LongKeyCounts[HashLongKey(Encoder, Next)]);
     }
 }
@@ -405,52 +384,91 @@ inline double GetBandBound(trove_encoder const &Encoder, uint32 High, distance_a
     return Search.BandBound;
 }
 
-// Searches one chain; true when it was walked to its end.
-bool SearchChain(trove_encoder const &Encoder, stream_state const &Stream, uint32 Position, uint32 Context, int32 Chain,
-                 uint32 MaxLength, uint32 Aim, distance_alphabets const &Alphabets, match_search &Search)
+// Prices the candidate Distance bytes back, whose first 4 bytes are Key,
+// against the best so far; its match length.
+inline uint32 WeighCandidate(trove_encoder const &Encoder, stream_state const &Stream, uint32 Position, uint32 Context,
+                             uint32 Word, uint32 Key, uint32 Distance, uint32 MaxLength,
+                             distance_alphabets const &Alphabets, match_search &Search)
 {
-    uint8 const *Data = Stream.Data;
-    uint32 Word = Load32(Data + Position);
-    uint32 Index = Encoder.Heads[Chain][GetBucket(Encoder, Chain, Word & KeyMasks[Chain])];
+    // The keys give the length up to 4 bytes without touching the data.
+    uint32 Difference = Key ^ Word;
+    if (Difference & 0xFF) return 0;
+    uint32 Length;
+    if (Difference) {
+        Length = Smaller((uint32)__builtin_ctz(Difference) >> 3, MaxLength);
+    } else {
+        uint32 Candidate = Position - Distance;
+        Length = MaxLength <= 4 ? MaxLength : 4 + GetMatchLength(Stream.Data, Position + 4, Candidate + 4, MaxLength - 4);
+    }
+    uint32 Snapped = SnapTroveMatchLength(Length);
+    uint32 Symbol = GetTroveLengthSymbol(Snapped);
+    if (Snapped >= 2 && MayBeatBest(Encoder, Context, Symbol, Snapped, Search)) {
+        double LengthPrice = PriceLength(Encoder, Context, Symbol);
+        double Ceiling = GetCeiling(Symbol, Snapped, Search);
+        if (LengthPrice * GetBandBound(Encoder, (Distance - 1) >> 10, Alphabets, Search) <= Ceiling) {
+            double Product = LengthPrice * PriceDistance(Encoder, Distance, Alphabets);
+            if (Product <= Ceiling) {
+                double Cost = std::log2(Product) / (double)Snapped;
+                if (Cost < Search.BestCost) {
+                    Search.BestCost = Cost;
+                    Search.Best.Length = Snapped;
+                    Search.Best.Distance = Distance;
+                    memset(Search.CeilingKnown, 0, sizeof(Search.CeilingKnown));
+                }
+            }
+        }
+    }
+    return Length;
+}
+
+// Searches the 4-byte chain, newest first, and stops at the first match of
+// MaxLength bytes; true when no such match was met.
+bool SearchLongChain(trove_encoder const &Encoder, stream_state const &Stream, uint32 Position, uint32 Context,
+                     uint32 MaxLength, distance_alphabets const &Alphabets, match_search &Search)
+{
+    uint32 Word = Load32(Stream.Data + Position);
+    uint32 const Absolute = Encoder.Base + Position;
+    uint32 Node = Encoder.Heads[2][GetBucket(Encoder, 2, Word)];
+    // The chain runs from newer to older positions: the first one out of
+    // the window ends it (every position within it still has its slot).
+    for (;;) {
+        uint32 Distance = Absolute - Node;
+        if (Distance - 1 >= Alphabets.Window) return true;
+        trove_long_link const &Link = Encoder.LongLinks[Node & Encoder.RingMask];
+        uint32 Length = WeighCandidate(Encoder, Stream, Position, Context, Word, Link.Key, Distance, MaxLength,
+                                       Alphabets, Search);
+        if (Length >= MaxLength) return false;
+        Node = Link.Next;
+    }
+}
+
+// Searches the 3-byte chain; it stops at its first match of 3 bytes.
+void SearchMiddleChain(trove_encoder const &Encoder, stream_state const &Stream, uint32 Position, uint32 Context,
+                       uint32 MaxLength, distance_alphabets const &Alphabets, match_search &Search)
+{
+    uint32 Word = Load32(Stream.Data + Position);
+    uint32 Index = Encoder.Heads[1][GetBucket(Encoder, 1, Word & KeyMasks[1])];
     uint32 const Mask = Encoder.RingMask;
-    // The whole chain is searched: every candidate in the window is priced.
-    for (; Index != NoNode; Index = Chain == 2 ? Encoder.LongLinks[Index].Next : Encoder.Slots[Index].Next[Chain]) {
-        trove_long_link const &Node = Encoder.LongLinks[Index];
+    for (; Index != NoNode; Index = Encoder.Slots[Index].Next) {
         // Every position before this one is in the ring, so the node's slot
         // tells its distance.
         uint32 Distance = 1 + ((Position - 1 - Index) & Mask);
         if (Distance > Alphabets.Window) continue;
-        uint32 Candidate = Position - Distance;
-        // The keys give the length up to 4 bytes without touching the data.
-        uint32 Difference = Node.Key ^ Word;
-        if (Difference & 0xFF) continue;
-        uint32 Length;
-        if (Difference) {
-            Length = Smaller((uint32)__builtin_ctz(Difference) >> 3, MaxLength);
-        } else {
-            Length = MaxLength <= 4 ? MaxLength : 4 + GetMatchLength(Data, Position + 4, Candidate + 4, MaxLength - 4);
-        }
-        uint32 Snapped = SnapTroveMatchLength(Length);
-        uint32 Symbol = GetTroveLengthSymbol(Snapped);
-        if (Snapped >= 2 && MayBeatBest(Encoder, Context, Symbol, Snapped, Search)) {
-            double LengthPrice = PriceLength(Encoder, Context, Symbol);
-            double Ceiling = GetCeiling(Symbol, Snapped, Search);
-            if (LengthPrice * GetBandBound(Encoder, (Distance - 1) >> 10, Alphabets, Search) <= Ceiling) {
-                double Product = LengthPrice * PriceDistance(Encoder, Distance, Alphabets);
-                if (Product <= Ceiling) {
-                    double Cost = std::log2(Product) / (double)Snapped;
-                    if (Cost < Search.BestCost) {
-                        Search.BestCost = Cost;
-                        Search.Best.Length = Snapped;
-                        Search.Best.Distance = Distance;
-                        memset(Search.CeilingKnown, 0, sizeof(Search.CeilingKnown));
-                    }
-                }
-            }
-        }
-        if (Length >= Aim) return false;
+        uint32 Length = WeighCandidate(Encoder, Stream, Position, Context, Word, KeyOf(Encoder, Index), Distance,
+                                       MaxLength, Alphabets, Search);
+        if (Length >= 3) return;
     }
-    return Index == NoNode;
+}
+
+// The latest position with the same first 2 bytes, when in the window.
+void SearchShortKey(trove_encoder const &Encoder, stream_state const &Stream, uint32 Position, uint32 Context,
+                    uint32 MaxLength, distance_alphabets const &Alphabets, match_search &Search)
+{
+    uint32 Word = Load32(Stream.Data + Position);
+    uint32 Distance = Encoder.Base + Position - Encoder.ShortKeyPositions[Word & 0xFFFF];
+    if (Distance - 1 >= Alphabets.Window) return;
+    uint32 Key = Load32(Stream.Data + Position - Distance);
+    WeighCandidate(Encoder, Stream, Position, Context, Word, Key, Distance, MaxLength, Alphabets, Search);
 }
 
 // The smallest inverse probability any symbol below Alphabet can have.
@@ -517,17 +535,16 @@ trove_match FindMatch(trove_encoder &Encoder, stream_state const &Stream, uint32
     // of 2 or 3 bytes; their walks are skipped when such matches can't win.
     bool LongOnesSeen = MaxLength < 4;
     if (Left >= 3) {
-        LongOnesSeen =
-            SearchChain(Encoder, Stream, Position, Context, 2, MaxLength, MaxLength, Alphabets, Search) || LongOnesSeen;
+        LongOnesSeen = SearchLongChain(Encoder, Stream, Position, Context, MaxLength, Alphabets, Search) || LongOnesSeen;
     }
     if (Search.Best.Length < 4 && Left >= 3) {
         if (!LongOnesSeen || !ShortMatchesCannotWin(Encoder, Context, MaxLength, Search)) {
-            SearchChain(Encoder, Stream, Position, Context, 1, MaxLength, 3, Alphabets, Search);
+            SearchMiddleChain(Encoder, Stream, Position, Context, MaxLength, Alphabets, Search);
         }
     }
     if (Search.Best.Length < 3 && Left >= 2) {
         if (!LongOnesSeen || !ShortMatchesCannotWin(Encoder, Context, MaxLength, Search)) {
-            SearchChain(Encoder, Stream, Position, Context, 0, MaxLength, 2, Alphabets, Search);
+            SearchShortKey(Encoder, Stream, Position, Context, MaxLength, Alphabets, Search);
         }
     }
     return Search.Best;
@@ -683,7 +700,7 @@ intaddrx GetTroveEncoderWorkSize(uint32 MaxStreamSize)
     intaddrx Size = ((intaddrx)sizeof(trove_slot) + (intaddrx)sizeof(trove_long_link)) * Ring;
     Size += (intaddrx)sizeof(uint32) * 65536;
     Size += (intaddrx)sizeof(uint16) << GetLongKeyHashBits((uint32)Ring);
-    for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) Size += (intaddrx)sizeof(uint32) * GetChainTableSize(Chain);
+    for (int32 Chain = 1; Chain < TroveChainCount; ++Chain) Size += (intaddrx)sizeof(uint32) * GetChainTableSize(Chain);
     Size += (intaddrx)sizeof(uint16) * GetModelUnits();
     return (Size + 7) & ~(intaddrx)7;
 }
@@ -704,12 +721,16 @@ void BeginTroveEncoder(trove_encoder &Encoder, void *Memory, uint32 MaxStreamSiz
     Cursor += sizeof(trove_long_link) * (size_t)RingSize;
     Encoder.Slots = (trove_slot *)Cursor;
     Cursor += sizeof(trove_slot) * (size_t)RingSize;
-    Encoder.ShortKeySlots = (uint32 *)Cursor;
+    Encoder.ShortKeyPositions = (uint32 *)Cursor;
     Cursor += sizeof(uint32) * 65536;
     Encoder.LongKeyCounts = (uint16 *)Cursor;
     Encoder.LongKeyHashBits = GetLongKeyHashBits((uint32)RingSize);
     Cursor += sizeof(uint16) << Encoder.LongKeyHashBits;
-    for (int32 Chain = 0; Chain < TroveChainCount; ++Chain) {
+    // The 2-byte keys need no chain: only the latest position of a key is kept.
+    Encoder.Heads[0] = 0;
+    Encoder.HeadCount[0] = 0;
+    Encoder.HeadReciprocal[0] = 0;
+    for (int32 Chain = 1; Chain < TroveChainCount; ++Chain) {
         Encoder.Heads[Chain] = (uint32 *)Cursor;
         Encoder.HeadCount[Chain] = GetChainTableSize(Chain);
         Encoder.HeadReciprocal[Chain] = ~(uint64)0 / Encoder.HeadCount[Chain] + 1;
@@ -727,6 +748,7 @@ void BeginTroveEncoder(trove_encoder &Encoder, void *Memory, uint32 MaxStreamSiz
     for (int32 Index = 0; Index < TroveMiddleModelCount; ++Index) {
         Units = PlaceEncoderModel(Encoder.Middle[Index], Units, GetMiddleAlphabet(TroveWindowLimit));
     }
+    ClearPositionTables(Encoder);
     Encoder.StreamsCoded = 0;
     Encoder.MatchFinderUsed = true;
     Encoder.UsedSlots = ~0u;
@@ -748,7 +770,7 @@ void EncodeTroveStream(trove_encoder &Encoder, uint8 const *Data, uint32 Size)
         return;
     }
     ResetModels(Encoder);
-    ClearMatchFinder(Encoder);
+    ClearMatchFinder(Encoder, Size);
     Encoder.MatchFinderUsed = true;
     // Positions enter their own slots; a retired run node moves one on.
     Encoder.UsedSlots = Size < Encoder.RingMask ? Size + 1 : ~0u;

@@ -17,22 +17,26 @@ enum
     TroveInputPadding = 8,
 };
 
-// A window position in the three chains. The position itself follows from
+// A window position in the 3-byte chain. The position itself follows from
 // the node's slot in the ring: it is the latest position before the one
-// being searched that falls on that slot. What a search of the 4-byte
-// chain reads is kept apart and dense; the rest of a slot shares one
-// record, so that entering or retiring a position touches few places.
+// being searched that falls on that slot.
 struct trove_slot
 {
-    uint32 Next[2]; // in chains 0 and 1
-    uint32 Prev[3]; // by chain: the node before, or the bucket, or not linked
-    uint32 Run;     // how many following bytes repeat the first
+    uint32 Next; // the next older node
+    uint32 Prev; // the node before, or the bucket, or not linked
+    uint32 Run;  // how many following bytes repeat the first
 };
 
+// A position in the 4-byte chain, by ring slot: the chain's next older
+// position and the first 4 bytes at the position. Positions in the 4-byte
+// chain and in the table of 2-byte keys count from the encoder's first
+// stream on (each stream starts a ring's length past the last one's end),
+// so an entry left from an earlier stream or out of the window shows it by
+// its distance alone, and nothing is unlinked when a position leaves.
 struct trove_long_link
 {
-    uint32 Next; // in chain 2
-    uint32 Key;  // the first 4 bytes at the position
+    uint32 Next;
+    uint32 Key;
 };
 
 struct trove_encoder
@@ -47,9 +51,13 @@ struct trove_encoder
     // By ring slot.
     trove_slot *Slots;
     trove_long_link *LongLinks;
-    // Chain 0 holds one node per 2-byte key: its slot by key, or ~0.
-    uint32 *ShortKeySlots;
-    // Chain 1 holds one node per 28-bit key prefix: how many of its nodes
+    // The latest position of each 2-byte key.
+    uint32 *ShortKeyPositions;
+    // The position of this stream's first byte, counted as above, and that
+    // of the next stream (0xFFFFFFFF or more: the tables must start over).
+    uint32 Base;
+    uint64 NextBase;
+    // The 3-byte chain holds one node per 28-bit key prefix: how many of its nodes
     // fall on each hash of that prefix, so that most links need no walk
     // (2^LongKeyHashBits entries, more for a longer ring).
     uint16 *LongKeyCounts;
