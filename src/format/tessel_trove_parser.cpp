@@ -5,51 +5,36 @@
 
 namespace {
 
-uint32 const NoNode = 0xFFFFFFFFu;
-uint32 const NotLinked = 0xFFFFFFFEu;
-uint32 const HeadLink = 0x80000000u;
-
-// Chain 0 keys on 2 bytes, chain 1 on 3, chain 2 on 4.
-uint32 const KeyMasks[TroveChainCount] = {0xFFFFu, 0xFFFFFFu, 0xFFFFFFFFu};
-// An older node of chain 1 this much alike is dropped when a new one is
-// linked (chain 0 keeps the latest position of a key, chain 2 keeps all).
-uint32 const DuplicateMask = 0x0FFFFFFFu;
-
-uint32 GetChainTableSize(int32 Chain)
+// The 4-byte chains: the key folded (remainder plus quotient) until it
+// fits the table, each division done as a multiplication by the table's
+// reciprocal, which is exact for any 32-bit key.
+uint32 GetLongHeadCount()
 {
-    uint32 const Window = TroveRingSize;
-    uint32 const Divisors[TroveChainCount] = {16, 8, 4};
-    uint32 const Limits[TroveChainCount] = {14, 36, 48};
-    uint32 const Less[TroveChainCount] = {7, 29, 41};
-    uint32 Size = Window / Divisors[Chain];
-    return Size > Limits[Chain] ? Size - Less[Chain] : 7;
+    return TroveRingSize / 4 - 41;
 }
 
-inline uint32 HashLongKey(trove_encoder const &Encoder, uint32 Key)
+inline uint32 GetLongBucket(trove_encoder const &Encoder, uint32 Key)
 {
-    return ((Key & 0x0FFFFFFFu) * 2654435761u) >> (32 - Encoder.LongKeyHashBits);
+    uint32 const TableSize = Encoder.LongHeadCount;
+    uint64 const Reciprocal = Encoder.LongHeadReciprocal;
+    while (Key >= TableSize) {
+        uint32 Quotient = (uint32)(((unsigned __int128)Key * Reciprocal) >> 64);
+        Key = (Key - Quotient * TableSize) + Quotient;
+    }
+    return Key;
 }
 
-// Twice as many count entries as ring slots, at most 2^20.
-uint32 GetLongKeyHashBits(uint32 RingSize)
+// The 3-byte chains: twice as many as ring slots, at most 2^20.
+uint32 GetMiddleHashBits(uint32 RingSize)
 {
     uint32 Bits = 11;
     while ((1u << Bits) < RingSize * 2 && Bits < 20) ++Bits;
     return Bits;
 }
 
-// The chain table entry of a key: folded (remainder plus quotient) until it
-// fits, each division done as a multiplication by the table's reciprocal,
-// which is exact for any 32-bit key.
-inline uint32 GetBucket(trove_encoder const &Encoder, int32 Chain, uint32 Key)
+inline uint32 GetMiddleBucket(trove_encoder const &Encoder, uint32 Key)
 {
-    uint32 const TableSize = Encoder.HeadCount[Chain];
-    uint64 const Reciprocal = Encoder.HeadReciprocal[Chain];
-    while (Key >= TableSize) {
-        uint32 Quotient = (uint32)(((unsigned __int128)Key * Reciprocal) >> 64);
-        Key = (Key - Quotient * TableSize) + Quotient;
-    }
-    return Key;
+    return ((Key & 0xFFFFFFu) * 2654435761u) >> (32 - Encoder.MiddleHashBits);
 }
 
 inline uint32 Load32(uint8 const *Data)
@@ -79,70 +64,18 @@ struct stream_state
 
 // --- chains ---------------------------------------------------------------
 
-inline uint32 KeyOf(trove_encoder const &Encoder, uint32 Index)
-{
-    return Encoder.LongLinks[Index].Key;
-}
-
-// Chain 1, the 3-byte chain, links ring slots both ways: a node leaves it
-// when a newer position of the same 28-bit prefix comes in.
-inline void Unlink(trove_encoder &Encoder, uint32 Index)
-{
-    trove_slot *Slots = Encoder.Slots;
-    uint32 Prev = Slots[Index].Prev;
-    if (Prev == NotLinked) return;
-    uint32 Next = Slots[Index].Next;
-    if (Prev & HeadLink) {
-        Encoder.Heads[1][Prev & ~HeadLink] = Next;
-    } else {
-        Slots[Prev].Next = Next;
-    }
-    if (Next != NoNode) Slots[Next].Prev = Prev;
-    Slots[Index].Prev = NotLinked;
-    Slots[Index].Next = NoNode;
-    --Encoder.LongKeyCounts[HashLongKey(Encoder, KeyOf(Encoder, Index))];
-}
-
-// Node To takes From's place in the 3-byte chain (To's key is already set).
-inline void Replace(trove_encoder &Encoder, uint32 From, uint32 To)
-{
-    trove_slot *Slots = Encoder.Slots;
-    uint32 Prev = Slots[From].Prev;
-    uint32 Next = Slots[From].Next;
-    Slots[To].Prev = Prev;
-    Slots[To].Next = Next;
-    if (Prev & HeadLink) {
-        Encoder.Heads[1][Prev & ~HeadLink] = To;
-    } else {
-        Slots[Prev].Next = To;
-    }
-    if (Next != NoNode) Slots[Next].Prev = To;
-    Slots[From].Prev = NotLinked;
-    Slots[From].Next = NoNode;
-}
-
-// Links a node whose key is already set at the head of the 3-byte chain.
-inline void LinkHead(trove_encoder &Encoder, uint32 Bucket, uint32 Index)
-{
-    trove_slot *Slots = Encoder.Slots;
-    uint32 First = Encoder.Heads[1][Bucket];
-    Slots[Index].Next = First;
-    Slots[Index].Prev = HeadLink | Bucket;
-    if (First != NoNode) Slots[First].Prev = Index;
-    Encoder.Heads[1][Bucket] = Index;
-}
-
 // Clears the position tables: positions then start a ring's length on, so
 // that an empty entry (0) is out of any window.
 void ClearPositionTables(trove_encoder &Encoder)
 {
-    memset(Encoder.Heads[2], 0, sizeof(uint32) * Encoder.HeadCount[2]);
     memset(Encoder.ShortKeyPositions, 0, sizeof(uint32) * 65536);
+    memset(Encoder.MiddleHeads, 0, sizeof(uint32) << Encoder.MiddleHashBits);
+    memset(Encoder.LongHeads, 0, sizeof(uint32) * Encoder.LongHeadCount);
     Encoder.Base = Encoder.RingMask + 1;
     Encoder.NextBase = Encoder.Base;
 }
 
-void ClearMatchFinder(trove_encoder &Encoder, uint32 Size)
+void StartMatchFinder(trove_encoder &Encoder, uint32 Size)
 {
     Encoder.Run = 0;
     Encoder.RunValid = false;
@@ -150,60 +83,18 @@ void ClearMatchFinder(trove_encoder &Encoder, uint32 Size)
     // Each stream starts at least a ring's length past the last one's end;
     // before the positions could overflow, the tables start over.
     if ((uint64)Encoder.NextBase + Size > 0xFFFFFFFFu) ClearPositionTables(Encoder);
-    Encoder.Base = Encoder.NextBase;
+    Encoder.Base = (uint32)Encoder.NextBase;
     // On a whole number of rings, so that a position's slot is the same
     // counted from here or from the stream's start.
     uint64 const Ring = Encoder.RingMask + 1;
     Encoder.NextBase = ((uint64)Encoder.Base + Size + 2 * Ring - 1) / Ring * Ring;
-    // An unused match finder is still clear.
-    if (!Encoder.MatchFinderUsed) return;
-    Encoder.MatchFinderUsed = false;
-    // New memory is cleared whole.
-    bool Whole = Encoder.UsedSlots > Encoder.RingMask;
-    uint32 Count = Whole ? Encoder.RingMask + 1 : Encoder.UsedSlots;
-    uint32 TableEntries = (1u << Encoder.LongKeyHashBits) + Encoder.HeadCount[1];
-    trove_slot *Slots = Encoder.Slots;
-    if (!Whole && Count * 8 < TableEntries) {
-        // Few slots were used: only the table entries of their nodes can be
-        // set (a set entry always names a linked node with its key).
-        for (uint32 Index = 0; Index < Count; ++Index) {
-            if (Slots[Index].Prev == NotLinked) continue;
-            uint32 Key = KeyOf(Encoder, Index);
-            Encoder.Heads[1][GetBucket(Encoder, 1, Key & KeyMasks[1])] = NoNode;
-            Encoder.LongKeyCounts[HashLongKey(Encoder, Key)] = 0;
-        }
-    } else {
-        memset(Encoder.Heads[1], 0xFF, sizeof(uint32) * Encoder.HeadCount[1]);
-        memset(Encoder.LongKeyCounts, 0, sizeof(uint16) << Encoder.LongKeyHashBits);
-    }
-    trove_slot Clear;
-    Clear.Next = NoNode;
-    Clear.Prev = NotLinked;
-    Clear.Run = 0;
-    for (uint32 Index = 0; Index < Count; ++Index) Slots[Index] = Clear;
 }
 
-// Retires the oldest node of the ring and enters Position in the chains.
+// Enters Position in the match finder, unless it lies inside a run of one
+// byte (of which only the last three positions are entered).
 void InsertPosition(trove_encoder &Encoder, stream_state const &Stream, uint32 Position)
 {
     uint8 const *Data = Stream.Data;
-    uint32 Slot = Position & Encoder.RingMask;
-    trove_slot *Slots = Encoder.Slots;
-    if (Slots[Slot].Prev != NotLinked) {
-        // The node stands for the position one ring length back.
-        if (Slots[Slot].Run >= 4) {
-            // One node keeps standing for the run: the same bytes one
-            // position further on.
-            uint32 NextSlot = (Slot + 1) & Encoder.RingMask;
-            Unlink(Encoder, NextSlot);
-            Encoder.LongLinks[NextSlot].Key = Load32(Data + Position - Encoder.RingMask);
-            Replace(Encoder, Slot, NextSlot);
-            Slots[NextSlot].Run = Slots[Slot].Run - 1;
-        } else {
-            Unlink(Encoder, Slot);
-        }
-    }
-
     uint8 First = Data[Position];
     if (!Encoder.RunValid) {
         uint32 Run = 0;
@@ -215,27 +106,15 @@ void InsertPosition(trove_encoder &Encoder, stream_state const &Stream, uint32 P
     if (Encoder.Skip < 3) {
         uint32 Key = Load32(Data + Position);
         uint32 Absolute = Encoder.Base + Position;
-        Slots[Slot].Run = Encoder.Run;
-        trove_long_link &Link = Encoder.LongLinks[Slot];
+        trove_link &Link = Encoder.Links[Position & Encoder.RingMask];
         Link.Key = Key;
-        uint32 &Head = Encoder.Heads[2][GetBucket(Encoder, 2, Key)];
-        Link.Next = Head;
-        Head = Absolute;
+        uint32 &LongHead = Encoder.LongHeads[GetLongBucket(Encoder, Key)];
+        Link.NextLong = LongHead;
+        LongHead = Absolute;
+        uint32 &MiddleHead = Encoder.MiddleHeads[GetMiddleBucket(Encoder, Key)];
+        Link.NextMiddle = MiddleHead;
+        MiddleHead = Absolute;
         Encoder.ShortKeyPositions[Key & 0xFFFF] = Absolute;
-        // The 3-byte chain never holds two nodes of one 28-bit prefix, so the
-        // walk ends at the first, and only runs when the hash says one may be there.
-        uint16 &Count = Encoder.LongKeyCounts[HashLongKey(Encoder, Key)];
-        bool MayHaveOlder = Count != 0;
-        LinkHead(Encoder, GetBucket(Encoder, 1, Key & KeyMasks[1]), Slot);
-        ++Count;
-        if (MayHaveOlder) {
-            for (uint32 Scan = Slots[Slot].Next; Scan != NoNode; Scan = Slots[Scan].Next) {
-                if (((KeyOf(Encoder, Scan) ^ Key) & DuplicateMask) == 0) {
-                    Unlink(Encoder, Scan);
-                    break;
-                }
-            }
-        }
         Encoder.Skip = Encoder.Run;
     }
 
@@ -246,14 +125,13 @@ void InsertPosition(trove_encoder &Encoder, stream_state const &Stream, uint32 P
     if (Encoder.Run == 0) Encoder.RunValid = false;
 
     // The next position's search and entry start at its chain heads and key
-    // tables: they are fetched while this one's work goes on (unless a run
+    // table: they are fetched while this one's work goes on (unless a run
     // keeps it out of the chains).
     if (Encoder.Skip < 3 && Position + 1 < Stream.Size) {
         uint32 Next = Load32(Data + Position + 1);
-        __builtin_prefetch(&Encoder.Heads[1][GetBucket(Encoder, 1, Next & KeyMasks[1])]);
-        __builtin_prefetch(&Encoder.Heads[2][GetBucket(Encoder, 2, Next)]);
+        __builtin_prefetch(&Encoder.LongHeads[GetLongBucket(Encoder, Next)]);
+        __builtin_prefetch(&Encoder.MiddleHeads[GetMiddleBucket(Encoder, Next)]);
         __builtin_prefetch(&Encoder.ShortKeyPositions[Next & 0xFFFF]);
-        __builtin_prefetch(&Encoder.LongKeyCounts[HashLongKey(Encoder, Next)]);
     }
 }
 
@@ -422,41 +300,43 @@ inline uint32 WeighCandidate(trove_encoder const &Encoder, stream_state const &S
 }
 
 // Searches the 4-byte chain, newest first, and stops at the first match of
-// MaxLength bytes; true when no such match was met.
+// MaxLength bytes; true when no such match was met. Keys that only share
+// the chain are passed over by their first bytes.
 bool SearchLongChain(trove_encoder const &Encoder, stream_state const &Stream, uint32 Position, uint32 Context,
                      uint32 MaxLength, distance_alphabets const &Alphabets, match_search &Search)
 {
     uint32 Word = Load32(Stream.Data + Position);
     uint32 const Absolute = Encoder.Base + Position;
-    uint32 Node = Encoder.Heads[2][GetBucket(Encoder, 2, Word)];
+    uint32 Node = Encoder.LongHeads[GetLongBucket(Encoder, Word)];
     // The chain runs from newer to older positions: the first one out of
     // the window ends it (every position within it still has its slot).
     for (;;) {
         uint32 Distance = Absolute - Node;
         if (Distance - 1 >= Alphabets.Window) return true;
-        trove_long_link const &Link = Encoder.LongLinks[Node & Encoder.RingMask];
+        trove_link const &Link = Encoder.Links[Node & Encoder.RingMask];
         uint32 Length = WeighCandidate(Encoder, Stream, Position, Context, Word, Link.Key, Distance, MaxLength,
                                        Alphabets, Search);
         if (Length >= MaxLength) return false;
-        Node = Link.Next;
+        Node = Link.NextLong;
     }
 }
 
-// Searches the 3-byte chain; it stops at its first match of 3 bytes.
+// The latest position with the same first 3 bytes, when in the window.
 void SearchMiddleChain(trove_encoder const &Encoder, stream_state const &Stream, uint32 Position, uint32 Context,
                        uint32 MaxLength, distance_alphabets const &Alphabets, match_search &Search)
 {
     uint32 Word = Load32(Stream.Data + Position);
-    uint32 Index = Encoder.Heads[1][GetBucket(Encoder, 1, Word & KeyMasks[1])];
-    uint32 const Mask = Encoder.RingMask;
-    for (; Index != NoNode; Index = Encoder.Slots[Index].Next) {
-        // Every position before this one is in the ring, so the node's slot
-        // tells its distance.
-        uint32 Distance = 1 + ((Position - 1 - Index) & Mask);
-        if (Distance > Alphabets.Window) continue;
-        uint32 Length = WeighCandidate(Encoder, Stream, Position, Context, Word, KeyOf(Encoder, Index), Distance,
-                                       MaxLength, Alphabets, Search);
-        if (Length >= 3) return;
+    uint32 const Absolute = Encoder.Base + Position;
+    uint32 Node = Encoder.MiddleHeads[GetMiddleBucket(Encoder, Word)];
+    for (;;) {
+        uint32 Distance = Absolute - Node;
+        if (Distance - 1 >= Alphabets.Window) return;
+        trove_link const &Link = Encoder.Links[Node & Encoder.RingMask];
+        if (((Link.Key ^ Word) & 0xFFFFFFu) == 0) {
+            WeighCandidate(Encoder, Stream, Position, Context, Word, Link.Key, Distance, MaxLength, Alphabets, Search);
+            return;
+        }
+        Node = Link.NextMiddle;
     }
 }
 
@@ -697,10 +577,10 @@ static int32 GetModelUnits()
 intaddrx GetTroveEncoderWorkSize(uint32 MaxStreamSize)
 {
     intaddrx Ring = GetRingSize(MaxStreamSize);
-    intaddrx Size = ((intaddrx)sizeof(trove_slot) + (intaddrx)sizeof(trove_long_link)) * Ring;
+    intaddrx Size = (intaddrx)sizeof(trove_link) * Ring;
     Size += (intaddrx)sizeof(uint32) * 65536;
-    Size += (intaddrx)sizeof(uint16) << GetLongKeyHashBits((uint32)Ring);
-    for (int32 Chain = 1; Chain < TroveChainCount; ++Chain) Size += (intaddrx)sizeof(uint32) * GetChainTableSize(Chain);
+    Size += (intaddrx)sizeof(uint32) << GetMiddleHashBits((uint32)Ring);
+    Size += (intaddrx)sizeof(uint32) * GetLongHeadCount();
     Size += (intaddrx)sizeof(uint16) * GetModelUnits();
     return (Size + 7) & ~(intaddrx)7;
 }
@@ -717,25 +597,17 @@ void BeginTroveEncoder(trove_encoder &Encoder, void *Memory, uint32 MaxStreamSiz
     uint8 *Cursor = (uint8 *)Memory;
     int32 RingSize = GetRingSize(MaxStreamSize);
     Encoder.RingMask = (uint32)RingSize - 1;
-    Encoder.LongLinks = (trove_long_link *)Cursor;
-    Cursor += sizeof(trove_long_link) * (size_t)RingSize;
-    Encoder.Slots = (trove_slot *)Cursor;
-    Cursor += sizeof(trove_slot) * (size_t)RingSize;
+    Encoder.Links = (trove_link *)Cursor;
+    Cursor += sizeof(trove_link) * (size_t)RingSize;
     Encoder.ShortKeyPositions = (uint32 *)Cursor;
     Cursor += sizeof(uint32) * 65536;
-    Encoder.LongKeyCounts = (uint16 *)Cursor;
-    Encoder.LongKeyHashBits = GetLongKeyHashBits((uint32)RingSize);
-    Cursor += sizeof(uint16) << Encoder.LongKeyHashBits;
-    // The 2-byte keys need no chain: only the latest position of a key is kept.
-    Encoder.Heads[0] = 0;
-    Encoder.HeadCount[0] = 0;
-    Encoder.HeadReciprocal[0] = 0;
-    for (int32 Chain = 1; Chain < TroveChainCount; ++Chain) {
-        Encoder.Heads[Chain] = (uint32 *)Cursor;
-        Encoder.HeadCount[Chain] = GetChainTableSize(Chain);
-        Encoder.HeadReciprocal[Chain] = ~(uint64)0 / Encoder.HeadCount[Chain] + 1;
-        Cursor += sizeof(uint32) * Encoder.HeadCount[Chain];
-    }
+    Encoder.MiddleHeads = (uint32 *)Cursor;
+    Encoder.MiddleHashBits = GetMiddleHashBits((uint32)RingSize);
+    Cursor += sizeof(uint32) << Encoder.MiddleHashBits;
+    Encoder.LongHeads = (uint32 *)Cursor;
+    Encoder.LongHeadCount = GetLongHeadCount();
+    Encoder.LongHeadReciprocal = ~(uint64)0 / Encoder.LongHeadCount + 1;
+    Cursor += sizeof(uint32) * Encoder.LongHeadCount;
     uint16 *Units = (uint16 *)Cursor;
     for (int32 Index = 0; Index < TroveLiteralModelCount; ++Index) {
         Units = PlaceEncoderModel(Encoder.Literal[Index], Units, TroveLiteralAlphabet);
@@ -750,8 +622,6 @@ void BeginTroveEncoder(trove_encoder &Encoder, void *Memory, uint32 MaxStreamSiz
     }
     ClearPositionTables(Encoder);
     Encoder.StreamsCoded = 0;
-    Encoder.MatchFinderUsed = true;
-    Encoder.UsedSlots = ~0u;
     Encoder.AllMiddlesUsed = true;
     memset(Encoder.MiddleUsed, 0, sizeof(Encoder.MiddleUsed));
     Encoder.ProgressCallback = 0;
@@ -770,10 +640,7 @@ void EncodeTroveStream(trove_encoder &Encoder, uint8 const *Data, uint32 Size)
         return;
     }
     ResetModels(Encoder);
-    ClearMatchFinder(Encoder, Size);
-    Encoder.MatchFinderUsed = true;
-    // Positions enter their own slots; a retired run node moves one on.
-    Encoder.UsedSlots = Size < Encoder.RingMask ? Size + 1 : ~0u;
+    StartMatchFinder(Encoder, Size);
     Encoder.DistanceBoundValid = false;
     for (int32 Index = 0; Index < TroveMiddleModelCount; ++Index) {
         Encoder.MiddleBounds[Index] = GetSmallestInverseProbability(Encoder.Middle[Index], 256);

@@ -1,5 +1,5 @@
-// The Trove1 encoder: a match finder over three hash chains (keys of the
-// first 2, 3 and 4 bytes of a position) and a parser that prices every
+// The Trove1 encoder: a match finder over the latest position of each
+// 2-byte key and two hash chains (keys of the first 3 and 4 bytes) and a parser that prices every
 // choice with the adaptive models it codes with, then codes its decisions
 // through the range coder.
 #pragma once
@@ -10,32 +10,23 @@
 
 enum
 {
-    TroveChainCount = 3,
     // The ring of match nodes covers the whole window.
     TroveRingSize = TroveWindowLimit + 1,
     // Bytes readable past the end of a stream given to the parser (all zero).
     TroveInputPadding = 8,
 };
 
-// A window position in the 3-byte chain. The position itself follows from
-// the node's slot in the ring: it is the latest position before the one
-// being searched that falls on that slot.
-struct trove_slot
+// A position in the match finder, by ring slot: the next older position of
+// its 4-byte chain and of its 3-byte chain, and the first 4 bytes at it.
+// Positions count from the encoder's first stream on (each stream starts at
+// least a ring's length past the last one's end, on a whole number of
+// rings), so an entry left from an earlier stream or out of the window
+// shows it by its distance alone, and nothing is unlinked when a position
+// leaves the window.
+struct trove_link
 {
-    uint32 Next; // the next older node
-    uint32 Prev; // the node before, or the bucket, or not linked
-    uint32 Run;  // how many following bytes repeat the first
-};
-
-// A position in the 4-byte chain, by ring slot: the chain's next older
-// position and the first 4 bytes at the position. Positions in the 4-byte
-// chain and in the table of 2-byte keys count from the encoder's first
-// stream on (each stream starts a ring's length past the last one's end),
-// so an entry left from an earlier stream or out of the window shows it by
-// its distance alone, and nothing is unlinked when a position leaves.
-struct trove_long_link
-{
-    uint32 Next;
+    uint32 NextLong;
+    uint32 NextMiddle;
     uint32 Key;
 };
 
@@ -49,24 +40,23 @@ struct trove_encoder
     trove_model Middle[TroveMiddleModelCount];
 
     // By ring slot.
-    trove_slot *Slots;
-    trove_long_link *LongLinks;
+    trove_link *Links;
+    uint32 RingMask;
     // The latest position of each 2-byte key.
     uint32 *ShortKeyPositions;
+    // The latest position of each 3-byte chain (2^MiddleHashBits of them,
+    // by a hash of the key), and of each 4-byte chain (LongHeadCount of
+    // them, by the key folded to that count).
+    uint32 *MiddleHeads;
+    uint32 MiddleHashBits;
+    uint32 *LongHeads;
+    uint32 LongHeadCount;
+    // floor(2^64 / LongHeadCount) + 1: bucket folding by multiplication.
+    uint64 LongHeadReciprocal;
     // The position of this stream's first byte, counted as above, and that
     // of the next stream (0xFFFFFFFF or more: the tables must start over).
     uint32 Base;
     uint64 NextBase;
-    // The 3-byte chain holds one node per 28-bit key prefix: how many of its nodes
-    // fall on each hash of that prefix, so that most links need no walk
-    // (2^LongKeyHashBits entries, more for a longer ring).
-    uint16 *LongKeyCounts;
-    uint32 LongKeyHashBits;
-    uint32 RingMask;
-    uint32 *Heads[TroveChainCount];
-    uint32 HeadCount[TroveChainCount];
-    // floor(2^64 / HeadCount) + 1: bucket folding by multiplication.
-    uint64 HeadReciprocal[TroveChainCount];
     uint32 Run;
     bool8 RunValid;
     uint32 Skip;
@@ -83,13 +73,8 @@ struct trove_encoder
     int32 StreamsCoded;
     trove_parameters Parameters[3];
 
-    // What a stream start must put back: the match finder once a stream has
-    // used it, and the middle models a match has coded with (all of them at
-    // first, when the memory is new).
-    bool8 MatchFinderUsed;
-    // Ring slots the last stream may have touched (from slot 0 on), or ~0
-    // for all of them.
-    uint32 UsedSlots;
+    // What a stream start must put back: the middle models a match has coded
+    // with (all of them at first, when the memory is new).
     bool8 AllMiddlesUsed;
     uint8 MiddleUsed[TroveMiddleModelCount];
 
