@@ -24,11 +24,11 @@ inline uint32 GetLongBucket(trove_encoder const &Encoder, uint32 Key)
     return Key;
 }
 
-// The 3-byte chains: twice as many as ring slots, at most 2^20.
+// The 3-byte chains: as many as ring slots (at least 2^11).
 uint32 GetMiddleHashBits(uint32 RingSize)
 {
     uint32 Bits = 11;
-    while ((1u << Bits) < RingSize * 2 && Bits < 20) ++Bits;
+    while ((1u << Bits) < RingSize) ++Bits;
     return Bits;
 }
 
@@ -70,30 +70,57 @@ void ClearPositionTables(trove_encoder &Encoder)
 {
     memset(Encoder.ShortKeyPositions, 0, sizeof(uint32) * 65536);
     memset(Encoder.MiddleHeads, 0, sizeof(uint32) << Encoder.MiddleHashBits);
-    memset(Encoder.LongHeads, 0, sizeof(uint32) * Encoder.LongHeadCount);
     Encoder.Base = Encoder.RingMask + 1;
     Encoder.NextBase = Encoder.Base;
 }
 
-void StartMatchFinder(trove_encoder &Encoder, uint32 Size)
+// Lays out the 4-byte chains of the block from First on: one place for
+// every position, though positions inside a run are not entered.
+void StartChainBlock(trove_encoder &Encoder, stream_state const &Stream, uint32 First)
+{
+    if (First != 0) {
+        Encoder.Block ^= 1;
+        Encoder.HavePreviousBlock = true;
+    }
+    uint32 End = Stream.Size - First > Encoder.RingMask ? First + Encoder.RingMask + 1 : Stream.Size;
+    Encoder.BlockEnd = End;
+    trove_chain_block &Block = Encoder.Blocks[Encoder.Block];
+    uint32 *Starts = Block.Starts;
+    memset(Starts, 0, sizeof(uint32) * Encoder.LongHeadCount);
+    for (uint32 Position = First; Position < End; ++Position) {
+        ++Starts[GetLongBucket(Encoder, Load32(Stream.Data + Position))];
+    }
+    uint32 Sum = 0;
+    for (uint32 Bucket = 0; Bucket < Encoder.LongHeadCount; ++Bucket) {
+        uint32 Count = Starts[Bucket];
+        Starts[Bucket] = Block.Ends[Bucket] = Sum;
+        Sum += Count;
+    }
+}
+
+void StartMatchFinder(trove_encoder &Encoder, stream_state const &Stream)
 {
     Encoder.Run = 0;
     Encoder.RunValid = false;
     Encoder.Skip = 0;
     // Each stream starts at least a ring's length past the last one's end;
     // before the positions could overflow, the tables start over.
-    if ((uint64)Encoder.NextBase + Size > 0xFFFFFFFFu) ClearPositionTables(Encoder);
+    if ((uint64)Encoder.NextBase + Stream.Size > 0xFFFFFFFFu) ClearPositionTables(Encoder);
     Encoder.Base = (uint32)Encoder.NextBase;
     // On a whole number of rings, so that a position's slot is the same
     // counted from here or from the stream's start.
     uint64 const Ring = Encoder.RingMask + 1;
-    Encoder.NextBase = ((uint64)Encoder.Base + Size + 2 * Ring - 1) / Ring * Ring;
+    Encoder.NextBase = ((uint64)Encoder.Base + Stream.Size + 2 * Ring - 1) / Ring * Ring;
+    Encoder.Block = 0;
+    Encoder.HavePreviousBlock = false;
+    StartChainBlock(Encoder, Stream, 0);
 }
 
 // Enters Position in the match finder, unless it lies inside a run of one
 // byte (of which only the last three positions are entered).
 void InsertPosition(trove_encoder &Encoder, stream_state const &Stream, uint32 Position)
 {
+    if (Position >= Encoder.BlockEnd) StartChainBlock(Encoder, Stream, Encoder.BlockEnd);
     uint8 const *Data = Stream.Data;
     uint8 First = Data[Position];
     if (!Encoder.RunValid) {
@@ -106,11 +133,12 @@ void InsertPosition(trove_encoder &Encoder, stream_state const &Stream, uint32 P
     if (Encoder.Skip < 3) {
         uint32 Key = Load32(Data + Position);
         uint32 Absolute = Encoder.Base + Position;
+        trove_chain_block &Block = Encoder.Blocks[Encoder.Block];
+        trove_chain_entry &Entry = Block.Entries[Block.Ends[GetLongBucket(Encoder, Key)]++];
+        Entry.Position = Position;
+        Entry.Key = Key;
         trove_link &Link = Encoder.Links[Position & Encoder.RingMask];
         Link.Key = Key;
-        uint32 &LongHead = Encoder.LongHeads[GetLongBucket(Encoder, Key)];
-        Link.NextLong = LongHead;
-        LongHead = Absolute;
         uint32 &MiddleHead = Encoder.MiddleHeads[GetMiddleBucket(Encoder, Key)];
         Link.NextMiddle = MiddleHead;
         MiddleHead = Absolute;
@@ -124,12 +152,12 @@ void InsertPosition(trove_encoder &Encoder, stream_state const &Stream, uint32 P
     if (Encoder.Skip) --Encoder.Skip;
     if (Encoder.Run == 0) Encoder.RunValid = false;
 
-    // The next position's search and entry start at its chain heads and key
-    // table: they are fetched while this one's work goes on (unless a run
+    // The next position's search and entry start at its chain and key
+    // tables: they are fetched while this one's work goes on (unless a run
     // keeps it out of the chains).
-    if (Encoder.Skip < 3 && Position + 1 < Stream.Size) {
+    if (Encoder.Skip < 3 && Position + 1 < Encoder.BlockEnd) {
         uint32 Next = Load32(Data + Position + 1);
-        __builtin_prefetch(&Encoder.LongHeads[GetLongBucket(Encoder, Next)]);
+        __builtin_prefetch(&Encoder.Blocks[Encoder.Block].Ends[GetLongBucket(Encoder, Next)]);
         __builtin_prefetch(&Encoder.MiddleHeads[GetMiddleBucket(Encoder, Next)]);
         __builtin_prefetch(&Encoder.ShortKeyPositions[Next & 0xFFFF]);
     }
@@ -264,7 +292,7 @@ inline double GetBandBound(trove_encoder const &Encoder, uint32 High, distance_a
 
 // Prices the candidate Distance bytes back, whose first 4 bytes are Key,
 // against the best so far; its match length.
-inline uint32 WeighCandidate(trove_encoder const &Encoder, stream_state const &Stream, uint32 Position, uint32 Context,
+inline __attribute__((always_inline)) uint32 WeighCandidate(trove_encoder const &Encoder, stream_state const &Stream, uint32 Position, uint32 Context,
                              uint32 Word, uint32 Key, uint32 Distance, uint32 MaxLength,
                              distance_alphabets const &Alphabets, match_search &Search)
 {
@@ -299,26 +327,40 @@ inline uint32 WeighCandidate(trove_encoder const &Encoder, stream_state const &S
     return Length;
 }
 
+// Searches a 4-byte chain of one block, newest first, down to the window's
+// start; 1 when it stopped at a match of MaxLength bytes, 0 when it came to
+// the window's start, 2 when it came to the block's start.
+inline int32 SearchChainBlock(trove_encoder const &Encoder, trove_chain_block const &Block, uint32 Bucket,
+                              stream_state const &Stream, uint32 Position, uint32 Context, uint32 Word,
+                              uint32 MaxLength, distance_alphabets const &Alphabets, match_search &Search)
+{
+    trove_chain_entry const *Entries = Block.Entries;
+    for (uint32 Index = Block.Ends[Bucket], Start = Block.Starts[Bucket]; Index-- > Start;) {
+        uint32 Distance = Position - Entries[Index].Position;
+        if (Distance > Alphabets.Window) return 0;
+        uint32 Length = WeighCandidate(Encoder, Stream, Position, Context, Word, Entries[Index].Key, Distance,
+                                       MaxLength, Alphabets, Search);
+        if (Length >= MaxLength) return 1;
+    }
+    return 2;
+}
+
 // Searches the 4-byte chain, newest first, and stops at the first match of
 // MaxLength bytes; true when no such match was met. Keys that only share
 // the chain are passed over by their first bytes.
-bool SearchLongChain(trove_encoder const &Encoder, stream_state const &Stream, uint32 Position, uint32 Context,
+bool SearchLongChain(trove_encoder &Encoder, stream_state const &Stream, uint32 Position, uint32 Context,
                      uint32 MaxLength, distance_alphabets const &Alphabets, match_search &Search)
 {
+    if (Position >= Encoder.BlockEnd) StartChainBlock(Encoder, Stream, Encoder.BlockEnd);
     uint32 Word = Load32(Stream.Data + Position);
-    uint32 const Absolute = Encoder.Base + Position;
-    uint32 Node = Encoder.LongHeads[GetLongBucket(Encoder, Word)];
-    // The chain runs from newer to older positions: the first one out of
-    // the window ends it (every position within it still has its slot).
-    for (;;) {
-        uint32 Distance = Absolute - Node;
-        if (Distance - 1 >= Alphabets.Window) return true;
-        trove_link const &Link = Encoder.Links[Node & Encoder.RingMask];
-        uint32 Length = WeighCandidate(Encoder, Stream, Position, Context, Word, Link.Key, Distance, MaxLength,
-                                       Alphabets, Search);
-        if (Length >= MaxLength) return false;
-        Node = Link.NextLong;
+    uint32 Bucket = GetLongBucket(Encoder, Word);
+    int32 Stop = SearchChainBlock(Encoder, Encoder.Blocks[Encoder.Block], Bucket, Stream, Position, Context, Word,
+                                  MaxLength, Alphabets, Search);
+    if (Stop == 2 && Encoder.HavePreviousBlock) {
+        Stop = SearchChainBlock(Encoder, Encoder.Blocks[Encoder.Block ^ 1], Bucket, Stream, Position, Context, Word,
+                                MaxLength, Alphabets, Search);
     }
+    return Stop != 1;
 }
 
 // The latest position with the same first 3 bytes, when in the window.
@@ -580,7 +622,7 @@ intaddrx GetTroveEncoderWorkSize(uint32 MaxStreamSize)
     intaddrx Size = (intaddrx)sizeof(trove_link) * Ring;
     Size += (intaddrx)sizeof(uint32) * 65536;
     Size += (intaddrx)sizeof(uint32) << GetMiddleHashBits((uint32)Ring);
-    Size += (intaddrx)sizeof(uint32) * GetLongHeadCount();
+    Size += 2 * ((intaddrx)sizeof(trove_chain_entry) * Ring + 2 * (intaddrx)sizeof(uint32) * GetLongHeadCount());
     Size += (intaddrx)sizeof(uint16) * GetModelUnits();
     return (Size + 7) & ~(intaddrx)7;
 }
@@ -604,10 +646,17 @@ void BeginTroveEncoder(trove_encoder &Encoder, void *Memory, uint32 MaxStreamSiz
     Encoder.MiddleHeads = (uint32 *)Cursor;
     Encoder.MiddleHashBits = GetMiddleHashBits((uint32)RingSize);
     Cursor += sizeof(uint32) << Encoder.MiddleHashBits;
-    Encoder.LongHeads = (uint32 *)Cursor;
     Encoder.LongHeadCount = GetLongHeadCount();
     Encoder.LongHeadReciprocal = ~(uint64)0 / Encoder.LongHeadCount + 1;
-    Cursor += sizeof(uint32) * Encoder.LongHeadCount;
+    for (int32 Index = 0; Index < 2; ++Index) {
+        trove_chain_block &Block = Encoder.Blocks[Index];
+        Block.Entries = (trove_chain_entry *)Cursor;
+        Cursor += sizeof(trove_chain_entry) * (size_t)RingSize;
+        Block.Starts = (uint32 *)Cursor;
+        Cursor += sizeof(uint32) * Encoder.LongHeadCount;
+        Block.Ends = (uint32 *)Cursor;
+        Cursor += sizeof(uint32) * Encoder.LongHeadCount;
+    }
     uint16 *Units = (uint16 *)Cursor;
     for (int32 Index = 0; Index < TroveLiteralModelCount; ++Index) {
         Units = PlaceEncoderModel(Encoder.Literal[Index], Units, TroveLiteralAlphabet);
@@ -640,7 +689,6 @@ void EncodeTroveStream(trove_encoder &Encoder, uint8 const *Data, uint32 Size)
         return;
     }
     ResetModels(Encoder);
-    StartMatchFinder(Encoder, Size);
     Encoder.DistanceBoundValid = false;
     for (int32 Index = 0; Index < TroveMiddleModelCount; ++Index) {
         Encoder.MiddleBounds[Index] = GetSmallestInverseProbability(Encoder.Middle[Index], 256);
@@ -649,6 +697,7 @@ void EncodeTroveStream(trove_encoder &Encoder, uint8 const *Data, uint32 Size)
     stream_state Stream;
     Stream.Data = Data;
     Stream.Size = Size;
+    StartMatchFinder(Encoder, Stream);
 
     uint32 Context = 0;
     uint32 Position = 0;

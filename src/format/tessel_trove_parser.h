@@ -16,18 +16,35 @@ enum
     TroveInputPadding = 8,
 };
 
-// A position in the match finder, by ring slot: the next older position of
-// its 4-byte chain and of its 3-byte chain, and the first 4 bytes at it.
-// Positions count from the encoder's first stream on (each stream starts at
-// least a ring's length past the last one's end, on a whole number of
-// rings), so an entry left from an earlier stream or out of the window
-// shows it by its distance alone, and nothing is unlinked when a position
-// leaves the window.
+// A position in the 3-byte chains, by ring slot: the chain's next older
+// position and the first 4 bytes at the position. Positions in these chains
+// and in the table of 2-byte keys count from the encoder's first stream on
+// (each stream starts at least a ring's length past the last one's end, on
+// a whole number of rings), so an entry left from an earlier stream or out
+// of the window shows it by its distance alone, and nothing is unlinked
+// when a position leaves the window.
 struct trove_link
 {
-    uint32 NextLong;
     uint32 NextMiddle;
     uint32 Key;
+};
+
+// A position of the 4-byte chains. A stream is cut into blocks of a ring's
+// length; a block's chains lie one after another, each in order of
+// position, so that a search reads them without following links: first
+// in the present block, then in the one before.
+struct trove_chain_entry
+{
+    uint32 Position;
+    uint32 Key;
+};
+
+struct trove_chain_block
+{
+    trove_chain_entry *Entries;
+    // By bucket: its first entry and the end of those entered so far.
+    uint32 *Starts;
+    uint32 *Ends;
 };
 
 struct trove_encoder
@@ -45,14 +62,19 @@ struct trove_encoder
     // The latest position of each 2-byte key.
     uint32 *ShortKeyPositions;
     // The latest position of each 3-byte chain (2^MiddleHashBits of them,
-    // by a hash of the key), and of each 4-byte chain (LongHeadCount of
-    // them, by the key folded to that count).
+    // by a hash of the key).
     uint32 *MiddleHeads;
     uint32 MiddleHashBits;
-    uint32 *LongHeads;
+    // The 4-byte chains: LongHeadCount of them, by the key folded to that
+    // count (floor(2^64 / LongHeadCount) + 1 folds by multiplication).
     uint32 LongHeadCount;
-    // floor(2^64 / LongHeadCount) + 1: bucket folding by multiplication.
     uint64 LongHeadReciprocal;
+    trove_chain_block Blocks[2];
+    // The present block (0 or 1), where it ends, and whether the other one
+    // holds the block before it.
+    int32 Block;
+    uint32 BlockEnd;
+    bool8 HavePreviousBlock;
     // The position of this stream's first byte, counted as above, and that
     // of the next stream (0xFFFFFFFF or more: the tables must start over).
     uint32 Base;
