@@ -227,6 +227,10 @@ struct match_search
     // symbol, whatever its distance (filled as symbols come up).
     double LowestCost[TroveLengthAlphabet];
     uint8 LowestCostKnown[TroveLengthAlphabet];
+    // The length prices of those symbols, and the low prices as they come up.
+    double LengthPrice[TroveLengthAlphabet];
+    double LowPrice[TroveLowAlphabet];
+    uint8 LowPriceKnown[TroveLowAlphabet];
     double DistanceBound;
     // A product of inverse probabilities above Ceiling[symbol] costs more
     // per byte than the best so far (filled as symbols come up, cleared
@@ -238,6 +242,7 @@ struct match_search
     double LowBound;
     uint32 BandHigh;
     double BandBound;
+    double BandHighPrice;
 };
 
 // Candidates whose least possible cost is this much above the best so far
@@ -248,8 +253,8 @@ inline double GetLowestCost(trove_encoder const &Encoder, uint32 Context, uint32
                             match_search &Search)
 {
     if (!Search.LowestCostKnown[Symbol]) {
-        Search.LowestCost[Symbol] =
-            std::log2(PriceLength(Encoder, Context, Symbol) * Search.DistanceBound) / (double)Snapped;
+        Search.LengthPrice[Symbol] = PriceLength(Encoder, Context, Symbol);
+        Search.LowestCost[Symbol] = std::log2(Search.LengthPrice[Symbol] * Search.DistanceBound) / (double)Snapped;
         Search.LowestCostKnown[Symbol] = 1;
     }
     return Search.LowestCost[Symbol];
@@ -284,10 +289,27 @@ inline double GetBandBound(trove_encoder const &Encoder, uint32 High, distance_a
 {
     if (Search.BandHigh != High) {
         double Middle = Alphabets.Middle == 256 ? Encoder.MiddleBounds[High] : 1.0;
-        Search.BandBound = Search.LowBound * GetInverseProbability(Encoder.High, High, Alphabets.High) * Middle;
+        Search.BandHighPrice = GetInverseProbability(Encoder.High, High, Alphabets.High);
+        Search.BandBound = Search.LowBound * Search.BandHighPrice * Middle;
         Search.BandHigh = High;
     }
     return Search.BandBound;
+}
+
+// PriceDistance, in the same order of operations, from the prices this
+// search has already looked up (the distance's band must be the one of the
+// last GetBandBound).
+inline double PriceDistanceInBand(trove_encoder const &Encoder, uint32 Distance, distance_alphabets const &Alphabets,
+                                  match_search &Search)
+{
+    uint32 Value = Distance - 1;
+    uint32 Low = Value & 3;
+    if (!Search.LowPriceKnown[Low]) {
+        Search.LowPrice[Low] = GetInverseProbability(Encoder.Low, Low, TroveLowAlphabet);
+        Search.LowPriceKnown[Low] = 1;
+    }
+    return Search.LowPrice[Low] * Search.BandHighPrice *
+           GetInverseProbability(Encoder.Middle[Value >> 10], (Value >> 2) & 0xFF, Alphabets.Middle);
 }
 
 // Prices the candidate Distance bytes back, whose first 4 bytes are Key,
@@ -309,10 +331,10 @@ inline __attribute__((always_inline)) uint32 WeighCandidate(trove_encoder const 
     uint32 Snapped = SnapTroveMatchLength(Length);
     uint32 Symbol = GetTroveLengthSymbol(Snapped);
     if (Snapped >= 2 && MayBeatBest(Encoder, Context, Symbol, Snapped, Search)) {
-        double LengthPrice = PriceLength(Encoder, Context, Symbol);
+        double LengthPrice = Search.LengthPrice[Symbol];
         double Ceiling = GetCeiling(Symbol, Snapped, Search);
         if (LengthPrice * GetBandBound(Encoder, (Distance - 1) >> 10, Alphabets, Search) <= Ceiling) {
-            double Product = LengthPrice * PriceDistance(Encoder, Distance, Alphabets);
+            double Product = LengthPrice * PriceDistanceInBand(Encoder, Distance, Alphabets, Search);
             if (Product <= Ceiling) {
                 double Cost = std::log2(Product) / (double)Snapped;
                 if (Cost < Search.BestCost) {
@@ -451,6 +473,7 @@ trove_match FindMatch(trove_encoder &Encoder, stream_state const &Stream, uint32
     memset(Search.CeilingKnown, 0, sizeof(Search.CeilingKnown));
     Search.LowBound = GetSmallestInverseProbability(Encoder.Low, TroveLowAlphabet);
     Search.BandHigh = ~0u;
+    memset(Search.LowPriceKnown, 0, sizeof(Search.LowPriceKnown));
     uint32 MaxLength = Smaller(TroveMaxMatchLength, Left);
     // Every node of the shorter chains is also in the 4-byte chain, so when
     // that chain was walked to its end, the shorter ones can only add matches
