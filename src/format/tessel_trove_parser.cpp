@@ -84,16 +84,15 @@ void StartChainBlock(trove_encoder &Encoder, stream_state const &Stream, uint32 
     }
     uint32 End = Stream.Size - First > Encoder.RingMask ? First + Encoder.RingMask + 1 : Stream.Size;
     Encoder.BlockEnd = End;
-    trove_chain_block &Block = Encoder.Blocks[Encoder.Block];
-    uint32 *Starts = Block.Starts;
-    memset(Starts, 0, sizeof(uint32) * Encoder.LongHeadCount);
+    trove_chain_bounds *Chains = Encoder.Blocks[Encoder.Block].Chains;
+    memset(Chains, 0, sizeof(trove_chain_bounds) * Encoder.LongHeadCount);
     for (uint32 Position = First; Position < End; ++Position) {
-        ++Starts[GetLongBucket(Encoder, Load32(Stream.Data + Position))];
+        ++Chains[GetLongBucket(Encoder, Load32(Stream.Data + Position))].End;
     }
     uint32 Sum = 0;
     for (uint32 Bucket = 0; Bucket < Encoder.LongHeadCount; ++Bucket) {
-        uint32 Count = Starts[Bucket];
-        Starts[Bucket] = Block.Ends[Bucket] = Sum;
+        uint32 Count = Chains[Bucket].End;
+        Chains[Bucket].Start = Chains[Bucket].End = Sum;
         Sum += Count;
     }
 }
@@ -134,7 +133,7 @@ void InsertPosition(trove_encoder &Encoder, stream_state const &Stream, uint32 P
         uint32 Key = Load32(Data + Position);
         uint32 Absolute = Encoder.Base + Position;
         trove_chain_block &Block = Encoder.Blocks[Encoder.Block];
-        trove_chain_entry &Entry = Block.Entries[Block.Ends[GetLongBucket(Encoder, Key)]++];
+        trove_chain_entry &Entry = Block.Entries[Block.Chains[GetLongBucket(Encoder, Key)].End++];
         Entry.Position = Position;
         Entry.Key = Key;
         trove_link &Link = Encoder.Links[Position & Encoder.RingMask];
@@ -155,9 +154,13 @@ void InsertPosition(trove_encoder &Encoder, stream_state const &Stream, uint32 P
     // The next position's search and entry start at its chain and key
     // tables: they are fetched while this one's work goes on (unless a run
     // keeps it out of the chains).
-    if (Encoder.Skip < 3 && Position + 1 < Encoder.BlockEnd) {
+    if (Encoder.Skip < 3 && Position + 2 < Encoder.BlockEnd) {
+        // The newest entry of the next position's 4-byte chain, and the
+        // bounds of the chain of the one after.
+        trove_chain_block const &Block = Encoder.Blocks[Encoder.Block];
         uint32 Next = Load32(Data + Position + 1);
-        __builtin_prefetch(&Encoder.Blocks[Encoder.Block].Ends[GetLongBucket(Encoder, Next)]);
+        __builtin_prefetch(&Block.Entries[Block.Chains[GetLongBucket(Encoder, Next)].End - 1]);
+        __builtin_prefetch(&Block.Chains[GetLongBucket(Encoder, Load32(Data + Position + 2))]);
         __builtin_prefetch(&Encoder.MiddleHeads[GetMiddleBucket(Encoder, Next)]);
         __builtin_prefetch(&Encoder.ShortKeyPositions[Next & 0xFFFF]);
     }
@@ -357,7 +360,8 @@ inline int32 SearchChainBlock(trove_encoder const &Encoder, trove_chain_block co
                               uint32 MaxLength, distance_alphabets const &Alphabets, match_search &Search)
 {
     trove_chain_entry const *Entries = Block.Entries;
-    for (uint32 Index = Block.Ends[Bucket], Start = Block.Starts[Bucket]; Index-- > Start;) {
+    trove_chain_bounds const Bounds = Block.Chains[Bucket];
+    for (uint32 Index = Bounds.End; Index-- > Bounds.Start;) {
         uint32 Distance = Position - Entries[Index].Position;
         if (Distance > Alphabets.Window) return 0;
         uint32 Length = WeighCandidate(Encoder, Stream, Position, Context, Word, Entries[Index].Key, Distance,
@@ -645,7 +649,7 @@ intaddrx GetTroveEncoderWorkSize(uint32 MaxStreamSize)
     intaddrx Size = (intaddrx)sizeof(trove_link) * Ring;
     Size += (intaddrx)sizeof(uint32) * 65536;
     Size += (intaddrx)sizeof(uint32) << GetMiddleHashBits((uint32)Ring);
-    Size += 2 * ((intaddrx)sizeof(trove_chain_entry) * Ring + 2 * (intaddrx)sizeof(uint32) * GetLongHeadCount());
+    Size += 2 * ((intaddrx)sizeof(trove_chain_entry) * Ring + (intaddrx)sizeof(trove_chain_bounds) * GetLongHeadCount());
     Size += (intaddrx)sizeof(uint16) * GetModelUnits();
     return (Size + 7) & ~(intaddrx)7;
 }
@@ -675,10 +679,8 @@ void BeginTroveEncoder(trove_encoder &Encoder, void *Memory, uint32 MaxStreamSiz
         trove_chain_block &Block = Encoder.Blocks[Index];
         Block.Entries = (trove_chain_entry *)Cursor;
         Cursor += sizeof(trove_chain_entry) * (size_t)RingSize;
-        Block.Starts = (uint32 *)Cursor;
-        Cursor += sizeof(uint32) * Encoder.LongHeadCount;
-        Block.Ends = (uint32 *)Cursor;
-        Cursor += sizeof(uint32) * Encoder.LongHeadCount;
+        Block.Chains = (trove_chain_bounds *)Cursor;
+        Cursor += sizeof(trove_chain_bounds) * Encoder.LongHeadCount;
     }
     uint16 *Units = (uint16 *)Cursor;
     for (int32 Index = 0; Index < TroveLiteralModelCount; ++Index) {

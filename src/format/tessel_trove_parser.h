@@ -39,12 +39,16 @@ struct trove_chain_entry
     uint32 Key;
 };
 
+struct trove_chain_bounds
+{
+    uint32 Start; // the chain's first entry
+    uint32 End;   // the end of those entered so far
+};
+
 struct trove_chain_block
 {
     trove_chain_entry *Entries;
-    // By bucket: its first entry and the end of those entered so far.
-    uint32 *Starts;
-    uint32 *Ends;
+    trove_chain_bounds *Chains; // by bucket
 };
 
 struct trove_encoder
