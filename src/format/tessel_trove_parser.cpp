@@ -136,6 +136,7 @@ void InsertPosition(trove_encoder &Encoder, stream_state const &Stream, uint32 P
         trove_chain_entry &Entry = Block.Entries[Block.Chains[GetLongBucket(Encoder, Key)].End++];
         Entry.Position = Position;
         Entry.Key = Key;
+        Entry.After = Load32(Data + Position + 4);
         trove_link &Link = Encoder.Links[Position & Encoder.RingMask];
         Link.Key = Key;
         uint32 &MiddleHead = Encoder.MiddleHeads[GetMiddleBucket(Encoder, Key)];
@@ -315,22 +316,12 @@ inline double PriceDistanceInBand(trove_encoder const &Encoder, uint32 Distance,
            GetInverseProbability(Encoder.Middle[Value >> 10], (Value >> 2) & 0xFF, Alphabets.Middle);
 }
 
-// Prices the candidate Distance bytes back, whose first 4 bytes are Key,
-// against the best so far; its match length.
-inline __attribute__((always_inline)) uint32 WeighCandidate(trove_encoder const &Encoder, stream_state const &Stream, uint32 Position, uint32 Context,
-                             uint32 Word, uint32 Key, uint32 Distance, uint32 MaxLength,
-                             distance_alphabets const &Alphabets, match_search &Search)
+// Prices a match of Length bytes, Distance bytes back, against the best so
+// far.
+inline __attribute__((always_inline)) void WeighMatch(trove_encoder const &Encoder, uint32 Context, uint32 Length,
+                                                      uint32 Distance, distance_alphabets const &Alphabets,
+                                                      match_search &Search)
 {
-    // The keys give the length up to 4 bytes without touching the data.
-    uint32 Difference = Key ^ Word;
-    if (Difference & 0xFF) return 0;
-    uint32 Length;
-    if (Difference) {
-        Length = Smaller((uint32)__builtin_ctz(Difference) >> 3, MaxLength);
-    } else {
-        uint32 Candidate = Position - Distance;
-        Length = MaxLength <= 4 ? MaxLength : 4 + GetMatchLength(Stream.Data, Position + 4, Candidate + 4, MaxLength - 4);
-    }
     uint32 Snapped = SnapTroveMatchLength(Length);
     uint32 Symbol = GetTroveLengthSymbol(Snapped);
     if (Snapped >= 2 && MayBeatBest(Encoder, Context, Symbol, Snapped, Search)) {
@@ -349,6 +340,26 @@ inline __attribute__((always_inline)) uint32 WeighCandidate(trove_encoder const 
             }
         }
     }
+}
+
+// Prices the candidate Distance bytes back, whose first 4 bytes are Key,
+// against the best so far; its match length.
+inline __attribute__((always_inline)) uint32 WeighCandidate(trove_encoder const &Encoder, stream_state const &Stream,
+                                                            uint32 Position, uint32 Context, uint32 Word, uint32 Key,
+                                                            uint32 Distance, uint32 MaxLength,
+                                                            distance_alphabets const &Alphabets, match_search &Search)
+{
+    // The keys give the length up to 4 bytes without touching the data.
+    uint32 Difference = Key ^ Word;
+    if (Difference & 0xFF) return 0;
+    uint32 Length;
+    if (Difference) {
+        Length = Smaller((uint32)__builtin_ctz(Difference) >> 3, MaxLength);
+    } else {
+        uint32 Candidate = Position - Distance;
+        Length = MaxLength <= 4 ? MaxLength : 4 + GetMatchLength(Stream.Data, Position + 4, Candidate + 4, MaxLength - 4);
+    }
+    WeighMatch(Encoder, Context, Length, Distance, Alphabets, Search);
     return Length;
 }
 
@@ -361,11 +372,24 @@ inline int32 SearchChainBlock(trove_encoder const &Encoder, trove_chain_block co
 {
     trove_chain_entry const *Entries = Block.Entries;
     trove_chain_bounds const Bounds = Block.Chains[Bucket];
+    uint32 const After = Load32(Stream.Data + Position + 4);
     for (uint32 Index = Bounds.End; Index-- > Bounds.Start;) {
-        uint32 Distance = Position - Entries[Index].Position;
+        trove_chain_entry const &Entry = Entries[Index];
+        uint32 Distance = Position - Entry.Position;
         if (Distance > Alphabets.Window) return 0;
-        uint32 Length = WeighCandidate(Encoder, Stream, Position, Context, Word, Entries[Index].Key, Distance,
-                                       MaxLength, Alphabets, Search);
+        // The entry gives the length up to 8 bytes without touching the data.
+        uint32 Difference = Entry.Key ^ Word;
+        if (Difference & 0xFF) continue;
+        uint32 Length;
+        if (Difference) {
+            Length = Smaller((uint32)__builtin_ctz(Difference) >> 3, MaxLength);
+        } else if (Entry.After != After) {
+            Length = Smaller(4 + ((uint32)__builtin_ctz(Entry.After ^ After) >> 3), MaxLength);
+        } else {
+            Length = MaxLength <= 8 ? MaxLength
+                                    : 8 + GetMatchLength(Stream.Data, Position + 8, Entry.Position + 8, MaxLength - 8);
+        }
+        WeighMatch(Encoder, Context, Length, Distance, Alphabets, Search);
         if (Length >= MaxLength) return 1;
     }
     return 2;

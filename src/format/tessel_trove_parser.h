@@ -36,7 +36,8 @@ struct trove_link
 struct trove_chain_entry
 {
     uint32 Position;
-    uint32 Key;
+    uint32 Key;   // the first 4 bytes at the position
+    uint32 After; // the 4 bytes after those
 };
 
 struct trove_chain_bounds
