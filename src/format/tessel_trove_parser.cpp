@@ -6,20 +6,29 @@
 namespace {
 
 // The 4-byte chains: the key folded (remainder plus quotient) until it
-// fits the table, each division done as a multiplication by the table's
-// reciprocal, which is exact for any 32-bit key.
+// fits the table. Each fold keeps the key's remainder by one less than the
+// table size, so the result is that remainder, except that a remainder of
+// 0 may come out as 0 or as the last entry: only then is the fold done, each
+// division as a multiplication by the table's reciprocal (exact for any
+// 32-bit key).
+enum
+{
+    LongHeadCount = TroveRingSize / 4 - 41,
+};
+
 uint32 GetLongHeadCount()
 {
-    return TroveRingSize / 4 - 41;
+    return LongHeadCount;
 }
 
 inline uint32 GetLongBucket(trove_encoder const &Encoder, uint32 Key)
 {
-    uint32 const TableSize = Encoder.LongHeadCount;
+    uint32 Remainder = Key % (uint32)(LongHeadCount - 1);
+    if (Remainder != 0) return Remainder;
     uint64 const Reciprocal = Encoder.LongHeadReciprocal;
-    while (Key >= TableSize) {
+    while (Key >= (uint32)LongHeadCount) {
         uint32 Quotient = (uint32)(((unsigned __int128)Key * Reciprocal) >> 64);
-        Key = (Key - Quotient * TableSize) + Quotient;
+        Key = (Key - Quotient * (uint32)LongHeadCount) + Quotient;
     }
     return Key;
 }
@@ -446,11 +455,21 @@ void SearchShortKey(trove_encoder const &Encoder, stream_state const &Stream, ui
 // The smallest inverse probability any symbol below Alphabet can have.
 double GetSmallestInverseProbability(trove_model const &Model, uint32 Alphabet)
 {
-    double Smallest = 1e300;
-    uint32 Largest = 0;
-    for (uint32 Rank = 1; Rank <= Model.SymbolCount; ++Rank) {
-        if (Model.Counts[Rank] > Largest) Largest = Model.Counts[Rank];
+    // The largest count, eight at a time.
+    typedef uint16 count_lanes __attribute__((vector_size(16)));
+    uint16 const *Counts = Model.Counts + 1;
+    uint32 const SymbolCount = Model.SymbolCount;
+    count_lanes Lanes = {0, 0, 0, 0, 0, 0, 0, 0};
+    uint32 Rank = 0;
+    for (; Rank + 8 <= SymbolCount; Rank += 8) {
+        count_lanes Next;
+        memcpy(&Next, Counts + Rank, sizeof(Next));
+        Lanes = Next > Lanes ? Next : Lanes;
     }
+    uint32 Largest = 0;
+    for (int32 Lane = 0; Lane < 8; ++Lane) Largest = Lanes[Lane] > Largest ? Lanes[Lane] : Largest;
+    for (; Rank < SymbolCount; ++Rank) Largest = Counts[Rank] > Largest ? Counts[Rank] : Largest;
+    double Smallest = 1e300;
     if (Largest) Smallest = (double)Model.Total / (double)Largest;
     if (Model.SymbolCount < Alphabet) {
         double Unseen = (double)Alphabet * (double)Model.Total / (double)(Model.Counts[0] ? Model.Counts[0] : 1);
