@@ -256,6 +256,11 @@ struct match_search
     uint32 BandHigh;
     double BandBound;
     double BandHighPrice;
+    // By length below 8: whether a match of that length may still beat the
+    // best (valid where ShortLengthsKnown has the length's bit; cleared when
+    // the best changes).
+    uint32 ShortLengthsKnown;
+    uint32 ShortLengthsViable;
 };
 
 // Candidates whose least possible cost is this much above the best so far
@@ -345,6 +350,7 @@ inline __attribute__((always_inline)) void WeighMatch(trove_encoder const &Encod
                     Search.Best.Length = Snapped;
                     Search.Best.Distance = Distance;
                     memset(Search.CeilingKnown, 0, sizeof(Search.CeilingKnown));
+                    Search.ShortLengthsKnown = 0;
                 }
             }
         }
@@ -389,11 +395,23 @@ inline int32 SearchChainBlock(trove_encoder const &Encoder, trove_chain_block co
         // The entry gives the length up to 8 bytes without touching the data.
         uint32 Difference = Entry.Key ^ Word;
         if (Difference & 0xFF) continue;
+        uint64 Both = ((uint64)(Entry.After ^ After) << 32) | Difference;
         uint32 Length;
-        if (Difference) {
-            Length = Smaller((uint32)__builtin_ctz(Difference) >> 3, MaxLength);
-        } else if (Entry.After != After) {
-            Length = Smaller(4 + ((uint32)__builtin_ctz(Entry.After ^ After) >> 3), MaxLength);
+        if (Both) {
+            Length = Smaller((uint32)__builtin_ctzll(Both) >> 3, MaxLength);
+            // Most short matches can't win: known by length without pricing.
+            uint32 Bit = 1u << Length;
+            if (!(Search.ShortLengthsKnown & Bit)) {
+                Search.ShortLengthsKnown |= Bit;
+                uint32 Snapped = SnapTroveMatchLength(Length);
+                bool Viable = Snapped >= 2 &&
+                              MayBeatBest(Encoder, Context, GetTroveLengthSymbol(Snapped), Snapped, Search);
+                Search.ShortLengthsViable = (Search.ShortLengthsViable & ~Bit) | (Viable ? Bit : 0);
+            }
+            if (!(Search.ShortLengthsViable & Bit)) {
+                if (Length >= MaxLength) return 1;
+                continue;
+            }
         } else {
             Length = MaxLength <= 8 ? MaxLength
                                     : 8 + GetMatchLength(Stream.Data, Position + 8, Entry.Position + 8, MaxLength - 8);
@@ -518,6 +536,7 @@ trove_match FindMatch(trove_encoder &Encoder, stream_state const &Stream, uint32
     Search.DistanceBound = GetDistanceBound(Encoder, Alphabets);
     memset(Search.LowestCostKnown, 0, sizeof(Search.LowestCostKnown));
     memset(Search.CeilingKnown, 0, sizeof(Search.CeilingKnown));
+    Search.ShortLengthsKnown = 0;
     Search.LowBound = GetSmallestInverseProbability(Encoder.Low, TroveLowAlphabet);
     Search.BandHigh = ~0u;
     memset(Search.LowPriceKnown, 0, sizeof(Search.LowPriceKnown));
