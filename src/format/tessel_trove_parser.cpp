@@ -239,7 +239,7 @@ struct match_search
     // The least cost per byte any match of a length symbol can have, by
     // symbol, whatever its distance (filled as symbols come up).
     double LowestCost[TroveLengthAlphabet];
-    uint8 LowestCostKnown[TroveLengthAlphabet];
+    uint64 LowestCostKnown; // by bit Symbol - 1 (match symbols are 1 to 64)
     // The length prices of those symbols, and the low prices as they come up.
     double LengthPrice[TroveLengthAlphabet];
     double LowPrice[TroveLowAlphabet];
@@ -249,7 +249,7 @@ struct match_search
     // per byte than the best so far (filled as symbols come up, cleared
     // when the best changes).
     double Ceiling[TroveLengthAlphabet];
-    uint8 CeilingKnown[TroveLengthAlphabet];
+    uint64 CeilingKnown; // as LowestCostKnown
     // The least distance price within the present 1024-byte band of
     // distances (the high value is known, low and middle are bounded).
     double LowBound;
@@ -270,10 +270,11 @@ double const PriceMargin = 1e-9;
 inline double GetLowestCost(trove_encoder const &Encoder, uint32 Context, uint32 Symbol, uint32 Snapped,
                             match_search &Search)
 {
-    if (!Search.LowestCostKnown[Symbol]) {
+    uint64 const Bit = (uint64)1 << (Symbol - 1);
+    if (!(Search.LowestCostKnown & Bit)) {
         Search.LengthPrice[Symbol] = PriceLength(Encoder, Context, Symbol);
         Search.LowestCost[Symbol] = std::log2(Search.LengthPrice[Symbol] * Search.DistanceBound) / (double)Snapped;
-        Search.LowestCostKnown[Symbol] = 1;
+        Search.LowestCostKnown |= Bit;
     }
     return Search.LowestCost[Symbol];
 }
@@ -289,9 +290,10 @@ inline bool MayBeatBest(trove_encoder const &Encoder, uint32 Context, uint32 Sym
 // product, so only candidates that can't win are passed over.
 inline double GetCeiling(uint32 Symbol, uint32 Snapped, match_search &Search)
 {
-    if (!Search.CeilingKnown[Symbol]) {
+    uint64 const Bit = (uint64)1 << (Symbol - 1);
+    if (!(Search.CeilingKnown & Bit)) {
         Search.Ceiling[Symbol] = std::exp2(Search.BestCost * (double)Snapped) * (1.0 + 1e-6);
-        Search.CeilingKnown[Symbol] = 1;
+        Search.CeilingKnown |= Bit;
     }
     return Search.Ceiling[Symbol];
 }
@@ -349,7 +351,7 @@ inline __attribute__((always_inline)) void WeighMatch(trove_encoder const &Encod
                     Search.BestCost = Cost;
                     Search.Best.Length = Snapped;
                     Search.Best.Distance = Distance;
-                    memset(Search.CeilingKnown, 0, sizeof(Search.CeilingKnown));
+                    Search.CeilingKnown = 0;
                     Search.ShortLengthsKnown = 0;
                 }
             }
@@ -534,8 +536,8 @@ trove_match FindMatch(trove_encoder &Encoder, stream_state const &Stream, uint32
     if (Left < 2 || Alphabets.Window == 0) return Search.Best;
     Search.BestCost = std::log2(PriceLiteral(Encoder, Context, Position, Stream.Data[Position]));
     Search.DistanceBound = GetDistanceBound(Encoder, Alphabets);
-    memset(Search.LowestCostKnown, 0, sizeof(Search.LowestCostKnown));
-    memset(Search.CeilingKnown, 0, sizeof(Search.CeilingKnown));
+    Search.LowestCostKnown = 0;
+    Search.CeilingKnown = 0;
     Search.ShortLengthsKnown = 0;
     Search.LowBound = GetSmallestInverseProbability(Encoder.Low, TroveLowAlphabet);
     Search.BandHigh = ~0u;
