@@ -83,6 +83,22 @@ void ClearPositionTables(trove_encoder &Encoder)
     Encoder.NextBase = Encoder.Base;
 }
 
+// Puts a block's bounds back to zero: by its positions (in Data) when only
+// their chains were set, whole otherwise.
+void ClearChainBlock(trove_encoder &Encoder, trove_chain_block &Block, uint8 const *Data)
+{
+    if (Block.Clean) return;
+    if (Block.Sparse) {
+        for (uint32 Position = Block.First; Position < Block.End; ++Position) {
+            trove_chain_bounds &Chain = Block.Chains[GetLongBucket(Encoder, Load32(Data + Position))];
+            Chain.Start = Chain.End = 0;
+        }
+    } else {
+        memset(Block.Chains, 0, sizeof(trove_chain_bounds) * Encoder.LongHeadCount);
+    }
+    Block.Clean = true;
+}
+
 // Lays out the 4-byte chains of the block from First on: one place for
 // every position, though positions inside a run are not entered.
 void StartChainBlock(trove_encoder &Encoder, stream_state const &Stream, uint32 First)
@@ -93,12 +109,35 @@ void StartChainBlock(trove_encoder &Encoder, stream_state const &Stream, uint32 
     }
     uint32 End = Stream.Size - First > Encoder.RingMask ? First + Encoder.RingMask + 1 : Stream.Size;
     Encoder.BlockEnd = End;
-    trove_chain_bounds *Chains = Encoder.Blocks[Encoder.Block].Chains;
-    memset(Chains, 0, sizeof(trove_chain_bounds) * Encoder.LongHeadCount);
+    trove_chain_block &Block = Encoder.Blocks[Encoder.Block];
+    // A block of this stream is cleared by its positions; one left by an
+    // earlier stream was either cleared at that stream's end or is whole.
+    ClearChainBlock(Encoder, Block, Stream.Data);
+    Block.First = First;
+    Block.End = End;
+    Block.Clean = false;
+    Block.Sparse = (End - First) * 4 < Encoder.LongHeadCount;
+    trove_chain_bounds *Chains = Block.Chains;
+    uint32 Sum = 0;
+    if (Block.Sparse) {
+        // The chains in use are listed where the entries will go.
+        uint32 *Used = reinterpret_cast<uint32 *>(Block.Entries);
+        uint32 UsedCount = 0;
+        for (uint32 Position = First; Position < End; ++Position) {
+            uint32 Bucket = GetLongBucket(Encoder, Load32(Stream.Data + Position));
+            if (Chains[Bucket].End++ == 0) Used[UsedCount++] = Bucket;
+        }
+        for (uint32 Index = 0; Index < UsedCount; ++Index) {
+            trove_chain_bounds &Chain = Chains[Used[Index]];
+            uint32 Count = Chain.End;
+            Chain.Start = Chain.End = Sum;
+            Sum += Count;
+        }
+        return;
+    }
     for (uint32 Position = First; Position < End; ++Position) {
         ++Chains[GetLongBucket(Encoder, Load32(Stream.Data + Position))].End;
     }
-    uint32 Sum = 0;
     for (uint32 Bucket = 0; Bucket < Encoder.LongHeadCount; ++Bucket) {
         uint32 Count = Chains[Bucket].End;
         Chains[Bucket].Start = Chains[Bucket].End = Sum;
@@ -713,7 +752,9 @@ intaddrx GetTroveEncoderWorkSize(uint32 MaxStreamSize)
     intaddrx Size = (intaddrx)sizeof(trove_link) * Ring;
     Size += (intaddrx)sizeof(uint32) * 65536;
     Size += (intaddrx)sizeof(uint32) << GetMiddleHashBits((uint32)Ring);
-    Size += 2 * ((intaddrx)sizeof(trove_chain_entry) * Ring + (intaddrx)sizeof(trove_chain_bounds) * GetLongHeadCount());
+    // A second block only when a stream may be longer than the ring.
+    intaddrx Blocks = MaxStreamSize > (uint32)Ring ? 2 : 1;
+    Size += Blocks * ((intaddrx)sizeof(trove_chain_entry) * Ring + (intaddrx)sizeof(trove_chain_bounds) * GetLongHeadCount());
     Size += (intaddrx)sizeof(uint16) * GetModelUnits();
     return (Size + 7) & ~(intaddrx)7;
 }
@@ -741,6 +782,14 @@ void BeginTroveEncoder(trove_encoder &Encoder, void *Memory, uint32 MaxStreamSiz
     Encoder.LongHeadReciprocal = ~(uint64)0 / Encoder.LongHeadCount + 1;
     for (int32 Index = 0; Index < 2; ++Index) {
         trove_chain_block &Block = Encoder.Blocks[Index];
+        Block.Clean = false;
+        Block.Sparse = false;
+        Block.First = Block.End = 0;
+        if (Index == 1 && MaxStreamSize <= (uint32)RingSize) {
+            Block.Entries = 0;
+            Block.Chains = 0;
+            continue;
+        }
         Block.Entries = (trove_chain_entry *)Cursor;
         Cursor += sizeof(trove_chain_entry) * (size_t)RingSize;
         Block.Chains = (trove_chain_bounds *)Cursor;
@@ -837,6 +886,10 @@ void EncodeTroveStream(trove_encoder &Encoder, uint8 const *Data, uint32 Size)
         }
     }
 
+    // Short blocks are cleared while their positions can still be read.
+    for (int32 Index = 0; Index < 2; ++Index) {
+        if (Encoder.Blocks[Index].Sparse) ClearChainBlock(Encoder, Encoder.Blocks[Index], Data);
+    }
     if (Size > Reported && Encoder.ProgressCallback) Encoder.ProgressCallback(Encoder.ProgressData, Size - Reported);
     if (Encoder.StreamsCoded < 3) Encoder.Parameters[Encoder.StreamsCoded] = GetStreamParameters(Encoder);
     ++Encoder.StreamsCoded;

@@ -50,6 +50,13 @@ struct trove_chain_block
 {
     trove_chain_entry *Entries;
     trove_chain_bounds *Chains; // by bucket
+    // The positions it was laid out for, whether its bounds are all zero,
+    // and whether only the chains of those positions were set (a short
+    // block is laid out without touching the whole table).
+    uint32 First;
+    uint32 End;
+    bool8 Clean;
+    bool8 Sparse;
 };
 
 struct trove_encoder
