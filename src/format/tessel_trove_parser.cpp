@@ -203,15 +203,19 @@ void InsertPosition(trove_encoder &Encoder, stream_state const &Stream, uint32 P
     // The next position's search and entry start at its chain and key
     // tables: they are fetched while this one's work goes on (unless a run
     // keeps it out of the chains).
-    if (Encoder.Skip < 3 && Position + 2 < Encoder.BlockEnd) {
-        // The newest entry of the next position's 4-byte chain, and the
-        // bounds of the chain of the one after.
+    if (Encoder.Skip < 3 && Position + 3 < Encoder.BlockEnd) {
+        // What the search two positions on reads first (its table entries
+        // were fetched a position ago), and the table entries of the one
+        // after.
         trove_chain_block const &Block = Encoder.Blocks[Encoder.Block];
-        uint32 Next = Load32(Data + Position + 1);
-        __builtin_prefetch(&Block.Entries[Block.Chains[GetLongBucket(Encoder, Next)].End - 1]);
-        __builtin_prefetch(&Block.Chains[GetLongBucket(Encoder, Load32(Data + Position + 2))]);
-        __builtin_prefetch(&Encoder.MiddleHeads[GetMiddleBucket(Encoder, Next)]);
-        __builtin_prefetch(&Encoder.ShortKeyPositions[Next & 0xFFFF]);
+        uint32 const Mask = Encoder.RingMask;
+        uint32 Soon = Load32(Data + Position + 2);
+        __builtin_prefetch(&Block.Entries[Block.Chains[GetLongBucket(Encoder, Soon)].End - 1]);
+        __builtin_prefetch(&Encoder.Links[Encoder.MiddleHeads[GetMiddleBucket(Encoder, Soon)] & Mask]);
+        uint32 Later = Load32(Data + Position + 3);
+        __builtin_prefetch(&Block.Chains[GetLongBucket(Encoder, Later)]);
+        __builtin_prefetch(&Encoder.MiddleHeads[GetMiddleBucket(Encoder, Later)]);
+        __builtin_prefetch(&Encoder.ShortKeyPositions[Later & 0xFFFF]);
     }
 }
 
