@@ -158,6 +158,10 @@ TEST(Compression, Trove1OutputIsPinned)
         // A stream after one with the same bytes: nothing of the first may
         // be left in the match finder.
         {"repeated streams", {MakeText(9000, 25), MakeText(9000, 25), MakeRandomBytes(3000, 26)}, 7860, 0xAA383BB3u},
+        // Streams longer and shorter than the ring in one section: the match
+        // finder lays each out its own way and must leave nothing behind.
+        {"long, short, long", {MakeWrappingMix(), MakeText(3000, 27), MakeWindowCrossing()}, 627129, 0x992F3B35u},
+        {"short, long, short", {MakeVertexArrays(20), MakeWrappingMix(), MakeRepeatingPattern(700, 5, 28)}, 98263, 0xB392CFF3u},
     };
     for (pinned const &Case : Cases) {
         byte_vector Stored;
