@@ -61,6 +61,7 @@ void ResetModel(trove_model &Model, uint32 MaxSymbols, bool Encoder)
     Model.Cumulative[0] = TroveCumulativeBase;
     Model.Cumulative[1] = TroveCumulativeTop;
     Model.Counts[0] = 4;
+    Model.LargestCount = 0;
     if (Encoder) {
         memset(Model.RankMap, 0, sizeof(uint16) * Model.Alphabet);
         memset(Model.SymbolMap, 0, sizeof(uint16) * (MaxSymbols + 1));
@@ -96,11 +97,13 @@ static void HalveModel(trove_model &Model, bool Encoder)
     }
 
     uint32 Last = Model.SymbolCount;
+    Model.LargestCount = Last ? Counts[1] : 0;
     if (Last > 1) {
         uint32 Best = 1;
         for (uint32 Scan = 2; Scan <= Last; ++Scan) {
             if (Counts[Scan] > Counts[Best]) Best = Scan;
         }
+        Model.LargestCount = Counts[Best];
         uint16 Count = Counts[Best];
         Counts[Best] = Counts[Last];
         Counts[Last] = Count;
@@ -183,9 +186,12 @@ void EncodeModelSymbol(range_encoder &Encoder, trove_model &Model, uint32 Symbol
     uint32 Coded = Rank > Model.CodedCount ? 0 : Rank;
     uint32 Start = Model.Cumulative[Coded] - TroveCumulativeBase;
     EncodeRangeShift(Encoder, Start, Model.Cumulative[Coded + 1] - Model.Cumulative[Coded], TroveModelBits);
-    ++Model.Counts[Coded];
+    uint32 Count = ++Model.Counts[Coded];
     ++Model.Total;
-    if (Coded != 0) return;
+    if (Coded != 0) {
+        if (Count > Model.LargestCount) Model.LargestCount = (uint16)Count;
+        return;
+    }
 
     if (Rank != 0) {
         EncodeRange(Encoder, 1, 1, 2);
@@ -199,6 +205,7 @@ void EncodeModelSymbol(range_encoder &Encoder, trove_model &Model, uint32 Symbol
     }
     Model.Counts[Rank] = (uint16)(Model.Counts[Rank] + 2);
     Model.Total = (uint16)(Model.Total + 2);
+    if (Model.Counts[Rank] > Model.LargestCount) Model.LargestCount = Model.Counts[Rank];
 }
 
 bool DecodeEscapedSymbol(range_decoder &Decoder, trove_model &Model, uint32 RawAlphabet, uint32 *Symbol)

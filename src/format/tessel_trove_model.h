@@ -39,6 +39,9 @@ struct trove_model
     uint16 SymbolCount;
     uint16 CodedCount;
     uint16 MaxSymbols;
+    // Encoder: the largest count of a symbol (rank 1 on), kept as counts
+    // change so that the parser's price bounds need no scan.
+    uint16 LargestCount;
     uint32 HighWater;
     uint32 Alphabet;    // symbol values are below this
     uint16 *Cumulative; // MaxSymbols + 2 entries

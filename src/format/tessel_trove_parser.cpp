@@ -518,20 +518,7 @@ void SearchShortKey(trove_encoder const &Encoder, stream_state const &Stream, ui
 // The smallest inverse probability any symbol below Alphabet can have.
 double GetSmallestInverseProbability(trove_model const &Model, uint32 Alphabet)
 {
-    // The largest count, eight at a time.
-    typedef uint16 count_lanes __attribute__((vector_size(16)));
-    uint16 const *Counts = Model.Counts + 1;
-    uint32 const SymbolCount = Model.SymbolCount;
-    count_lanes Lanes = {0, 0, 0, 0, 0, 0, 0, 0};
-    uint32 Rank = 0;
-    for (; Rank + 8 <= SymbolCount; Rank += 8) {
-        count_lanes Next;
-        memcpy(&Next, Counts + Rank, sizeof(Next));
-        Lanes = Next > Lanes ? Next : Lanes;
-    }
-    uint32 Largest = 0;
-    for (int32 Lane = 0; Lane < 8; ++Lane) Largest = Lanes[Lane] > Largest ? Lanes[Lane] : Largest;
-    for (; Rank < SymbolCount; ++Rank) Largest = Counts[Rank] > Largest ? Counts[Rank] : Largest;
+    uint32 Largest = Model.LargestCount;
     double Smallest = 1e300;
     if (Largest) Smallest = (double)Model.Total / (double)Largest;
     if (Model.SymbolCount < Alphabet) {
