@@ -39,6 +39,14 @@ static inline bool EndsWord(char Character)
     return WordEnds.Ends[(unsigned char)Character];
 }
 
+// Characters that stop the scan of a quoted string.
+struct quote_stop_table
+{
+    bool Stops[256];
+    constexpr quote_stop_table() : Stops() { Stops[0] = Stops[(unsigned char)'"'] = Stops[(unsigned char)'&'] = true; }
+};
+static constexpr quote_stop_table QuoteStops;
+
 struct fbx_ascii_parser
 {
     KFbx &Fbx;
@@ -98,14 +106,23 @@ struct fbx_ascii_parser
     bool ParseQuoted()
     {
         int64 Start = Position + 1;
-        char *Close = (char *)memchr(Text + Start, '"', (size_t)(Size - Start));
-        if (!Close) {
-            Fbx.Fail("Unterminated string at line %d", LineAt(Position));
-            return false;
+        // One pass finds the closing quote and the first '&' (strings are
+        // mostly short); a zero byte stops it only at the end of the file.
+        char *At = Text + Start;
+        char *Mark = 0;
+        for (;;) {
+            while (!QuoteStops.Stops[(unsigned char)*At]) ++At;
+            if (*At == '"') break;
+            if (*At == '&') {
+                if (!Mark) Mark = At;
+            } else if (At >= Text + Size) {
+                Fbx.Fail("Unterminated string at line %d", LineAt(Position));
+                return false;
+            }
+            ++At;
         }
-        int64 End = Close - Text;
+        int64 End = At - Text;
         // Text without an '&' stays where it is.
-        char *Mark = (char *)memchr(Text + Start, '&', (size_t)(End - Start));
         int64 Write = Mark ? Mark - Text : End;
         for (int64 Read = Write; Read < End;) {
             if (Text[Read] == '&' && End - Read >= 6 && memcmp(Text + Read, "&quot;", 6) == 0) {
@@ -143,9 +160,10 @@ struct fbx_ascii_parser
         return AddValue(FbxValue_String, (uint32)Start, (uint32)(Position - Start));
     }
 
-    // After a value: the bare words that follow on the line, each after a
-    // comma and blanks, as the general loop would read them. Stops before
-    // anything else (Comma tells whether a comma was taken last).
+    // After a value: the bare words and quoted strings that follow on the
+    // line, each after a comma and blanks, as the general loop would read
+    // them. Stops before anything else (Comma tells whether a comma was
+    // taken last).
     bool ParseBareValues(bool &Comma)
     {
         // The table's end is kept in locals while the run lasts.
@@ -165,6 +183,17 @@ struct fbx_ascii_parser
             }
             ++At;
             while (IsBlank(*At)) ++At;
+            if (*At == '"') {
+                // A quoted string, as the general loop would read it next.
+                Settle();
+                Position = At - Text;
+                if (!ParseQuoted()) return false;
+                At = Text + Position;
+                List = Fbx.Values;
+                Count = Fbx.ValueCount;
+                Capacity = Fbx.ValueCapacity;
+                continue;
+            }
             if (EndsWord(*At) || *At == '*') {
                 Comma = true;
                 break;
@@ -369,64 +398,19 @@ static char const *SkipPlus(char const *Text, char const *End)
     return (Text < End && *Text == '+') ? Text + 1 : Text;
 }
 
-static inline bool IsDigit(char Character)
-{
-    return (unsigned char)(Character - '0') < 10;
-}
-
-// "-ddd.ddd" with at most 2^53 as its digits and at most 22 after the point:
-// both the digits and the power of ten are exact doubles, so one division
-// gives the correctly rounded value, as the general parser would.
-static bool ParsePlainDecimal(char const *Text, char const *End, real64 *Result)
-{
-    static real64 const PowersOfTen[23] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
-                                           1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
-    char const *At = Text;
-    bool Negative = At < End && *At == '-';
-    if (Negative) ++At;
-    // More than 19 digits may wrap the sum: such text is refused below.
-    uint64 Digits = 0;
-    char const *First = At;
-    while (At < End && IsDigit(*At)) Digits = Digits * 10 + (uint64)(*At++ - '0');
-    int64 DigitCount = At - First;
-    if (DigitCount == 0) return false;
-    int32 Scale = 0;
-    if (At < End && *At == '.') {
-        char const *Fraction = ++At;
-        while (At < End && IsDigit(*At)) Digits = Digits * 10 + (uint64)(*At++ - '0');
-        if (At == Fraction) return false;
-        Scale = (int32)(At - Fraction);
-        DigitCount += Scale;
-    }
-    if (At != End || DigitCount > 19 || Digits > ((uint64)1 << 53) || Scale > 22) return false;
-    real64 Value = (real64)Digits;
-    if (Scale) Value /= PowersOfTen[Scale];
-    *Result = Negative ? -Value : Value;
-    return true;
-}
-
-// "-ddd" of at most 18 digits.
-static bool ParsePlainInteger(char const *Text, char const *End, int64 *Result)
-{
-    char const *At = Text;
-    bool Negative = At < End && *At == '-';
-    if (Negative) ++At;
-    if (At == End || End - At > 18) return false;
-    int64 Value = 0;
-    for (; At < End; ++At) {
-        if (!IsDigit(*At)) return false;
-        Value = Value * 10 + (*At - '0');
-    }
-    *Result = Negative ? -Value : Value;
-    return true;
-}
-
 bool ParseFbxTextReal64(char const *Text, int32 Length, real64 *Result)
 {
     if (!Text || Length <= 0) return false;
+    // One character (key letters of curves are probed as numbers first):
+    // only a digit is a number.
+    if (Length == 1) {
+        if (!IsFbxDigit(Text[0])) return false;
+        *Result = (real64)(Text[0] - '0');
+        return true;
+    }
     char const *End = Text + Length;
     char const *Start = SkipPlus(Text, End);
-    if (ParsePlainDecimal(Start, End, Result)) return true;
+    if (ParseFbxPlainDecimal(Start, End, Result)) return true;
     std::from_chars_result Parsed = std::from_chars(Start, End, *Result);
     if (Parsed.ec == std::errc() && Parsed.ptr == End) return true;
     // Older writers print special values as "1.#INF", "-1.#IND" or "1.#QNAN".
@@ -443,7 +427,7 @@ bool ParseFbxTextInt64(char const *Text, int32 Length, int64 *Result)
     if (!Text || Length <= 0) return false;
     char const *End = Text + Length;
     char const *Start = SkipPlus(Text, End);
-    if (ParsePlainInteger(Start, End, Result)) return true;
+    if (ParseFbxPlainInteger(Start, End, Result)) return true;
     std::from_chars_result Parsed = std::from_chars(Start, End, *Result);
     if (Parsed.ec == std::errc() && Parsed.ptr == End) return true;
     real64 Real;

@@ -132,8 +132,8 @@ bool KFbx::ProjectOpenFile(char const *FileName)
         return false;
     }
     if (Reader && Size >= 0) {
-        Bytes = (uint8 *)TesselAllocate((intaddrx)Size + 1);
-        AdviseLargeBlock(Bytes, (int64)Size + 1);
+        Bytes = (uint8 *)TesselAllocate((intaddrx)Size + FbxBytePadding);
+        AdviseLargeBlock(Bytes, (int64)Size + FbxBytePadding);
         if (Bytes && Size > 0 && !ReadExactly(Reader, 0, Size, Bytes)) {
             TesselFree(Bytes);
             Bytes = 0;
@@ -144,7 +144,7 @@ bool KFbx::ProjectOpenFile(char const *FileName)
         Fail("Unable to read %s", FileName);
         return false;
     }
-    Bytes[Size] = 0;
+    memset(Bytes + Size, 0, FbxBytePadding);
     ByteCount = Size;
     return Parse();
 }
@@ -161,14 +161,14 @@ bool KFbx::ProjectOpenMemory(void const *Data, int64 Size)
         Fail("An FBX file of %I64d bytes is not supported", Size);
         return false;
     }
-    Bytes = (uint8 *)TesselAllocate(Size + 1);
+    Bytes = (uint8 *)TesselAllocate(Size + FbxBytePadding);
     if (!Bytes) {
         Fail("Out of memory for an FBX file of %I64d bytes", Size);
         return false;
     }
-    AdviseLargeBlock(Bytes, Size + 1);
+    AdviseLargeBlock(Bytes, Size + FbxBytePadding);
     if (Size) memcpy(Bytes, Data, (size_t)Size);
-    Bytes[Size] = 0;
+    memset(Bytes + Size, 0, FbxBytePadding);
     ByteCount = Size;
     return Parse();
 }
@@ -402,7 +402,9 @@ char const *KFbx::GetFieldName(fbx_field const *Field) const
 bool KFbx::FieldNameIs(fbx_field const *Field, char const *Name) const
 {
     if (!Name || !FieldBelongs(Field, Fields, FieldCount)) return false;
-    return strcmp(Names + Field->NameOffset, Name) == 0;
+    // Most names differ in their first letter: no call for those.
+    char const *Own = Names + Field->NameOffset;
+    return Own[0] == Name[0] && (!Own[0] || strcmp(Own + 1, Name + 1) == 0);
 }
 
 uint32 KFbx::GetFieldFileOffset(fbx_field const *Field) const
@@ -825,7 +827,8 @@ static bool DecodeTextNumbers(KFbx const &Fbx, uint8 const *Bytes, fbx_field con
         case FbxValue_ArrayReal32:
         case FbxValue_ArrayReal64: {
             real64 Real;
-            if (!ParseFbxTextReal64(Text, Length, &Real)) return false;
+            if (!ParseFbxPlainDecimal(Text, Text + Length, &Real) && !ParseFbxTextReal64(Text, Length, &Real))
+                return false;
             if (ElementType == FbxValue_ArrayReal64) {
                 memcpy(Out + Index * 8, &Real, 8);
             } else {
@@ -836,7 +839,8 @@ static bool DecodeTextNumbers(KFbx const &Fbx, uint8 const *Bytes, fbx_field con
         }
         default: {
             int64 Integer;
-            if (!ParseFbxTextInt64(Text, Length, &Integer)) return false;
+            if (!ParseFbxPlainInteger(Text, Text + Length, &Integer) && !ParseFbxTextInt64(Text, Length, &Integer))
+                return false;
             if (ElementType == FbxValue_ArrayInt64) {
                 memcpy(Out + Index * 8, &Integer, 8);
             } else {

@@ -70,6 +70,9 @@ enum
 };
 // ... and never more than this many bytes.
 constexpr int64 FbxMaximumArrayBytes = (int64)1 << 31;
+// Zero bytes after the file's bytes in the container: the text scanners
+// read up to 16 bytes at a time and may look that far past the end.
+constexpr int64 FbxBytePadding = 32;
 
 // Records of the tables. Callers only hold pointers to fields; the members
 // are private to the container.
@@ -244,7 +247,7 @@ private:
     friend struct fbx_binary_parser;
     friend struct fbx_ascii_parser;
 
-    uint8 *Bytes; // the file, followed by a zero byte
+    uint8 *Bytes; // the file, followed by FbxBytePadding zero bytes
     int64 ByteCount;
     fbx_field *Fields;
     int32 FieldCount;

@@ -41,6 +41,60 @@ inline int32 GetFbxScalarSize(int32 Type)
     }
 }
 
+inline bool IsFbxDigit(char Character)
+{
+    return (unsigned char)(Character - '0') < 10;
+}
+
+// "-ddd.ddd" with at most 2^53 as its digits and at most 22 after the point:
+// both the digits and the power of ten are exact doubles, so one division
+// gives the correctly rounded value, as the general parser would. False for
+// any other text, which the general parser then reads. Inline: the array
+// decoders call it for every element.
+inline bool ParseFbxPlainDecimal(char const *Text, char const *End, real64 *Result)
+{
+    static constexpr real64 PowersOfTen[23] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                                               1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+    char const *At = Text;
+    bool Negative = At < End && *At == '-';
+    if (Negative) ++At;
+    // More than 19 digits may wrap the sum: such text is refused below.
+    uint64 Digits = 0;
+    char const *First = At;
+    while (At < End && IsFbxDigit(*At)) Digits = Digits * 10 + (uint64)(*At++ - '0');
+    int64 DigitCount = At - First;
+    if (DigitCount == 0) return false;
+    int32 Scale = 0;
+    if (At < End && *At == '.') {
+        char const *Fraction = ++At;
+        while (At < End && IsFbxDigit(*At)) Digits = Digits * 10 + (uint64)(*At++ - '0');
+        if (At == Fraction) return false;
+        Scale = (int32)(At - Fraction);
+        DigitCount += Scale;
+    }
+    if (At != End || DigitCount > 19 || Digits > ((uint64)1 << 53) || Scale > 22) return false;
+    real64 Value = (real64)Digits;
+    if (Scale) Value /= PowersOfTen[Scale];
+    *Result = Negative ? -Value : Value;
+    return true;
+}
+
+// "-ddd" of at most 18 digits; false for any other text.
+inline bool ParseFbxPlainInteger(char const *Text, char const *End, int64 *Result)
+{
+    char const *At = Text;
+    bool Negative = At < End && *At == '-';
+    if (Negative) ++At;
+    if (At == End || End - At > 18) return false;
+    int64 Value = 0;
+    for (; At < End; ++At) {
+        if (!IsFbxDigit(*At)) return false;
+        Value = Value * 10 + (*At - '0');
+    }
+    *Result = Negative ? -Value : Value;
+    return true;
+}
+
 // Numbers in ASCII text (also used for binary strings). The text need not be
 // zero-terminated. An integer reading accepts a fractional number and
 // truncates it when it fits.

@@ -163,6 +163,30 @@ void ApplyFbxNodeProperty(KFbx &Fbx, fbx_field const *Property, int32 ValueIndex
     }
 }
 
+void CopyFbxNodeProperties(KFbxNode const &From, KFbxNode &To)
+{
+    To.LclTranslation = From.LclTranslation;
+    To.LclRotation = From.LclRotation;
+    To.LclScaling = From.LclScaling;
+    To.RotationOffset = From.RotationOffset;
+    To.RotationPivot = From.RotationPivot;
+    To.ScalingOffset = From.ScalingOffset;
+    To.ScalingPivot = From.ScalingPivot;
+    To.RotationOrder = From.RotationOrder;
+    To.RotationActive = From.RotationActive;
+    To.RotationSpaceForLimitOnly = From.RotationSpaceForLimitOnly;
+    To.InheritType = From.InheritType;
+    To.PreRotation = From.PreRotation;
+    To.PostRotation = From.PostRotation;
+    To.TranslationLimits = From.TranslationLimits;
+    To.RotationLimits = From.RotationLimits;
+    To.ScalingLimits = From.ScalingLimits;
+    To.QuaternionInterpolate = From.QuaternionInterpolate;
+    To.GeometricTranslation = From.GeometricTranslation;
+    To.GeometricRotation = From.GeometricRotation;
+    To.GeometricScaling = From.GeometricScaling;
+}
+
 void ApplyFbxGlobalSetting(KFbx &Fbx, fbx_field const *Property, int32 ValueIndex, KFbxGlobalSettings &Settings)
 {
     char Name[64];

@@ -18,9 +18,17 @@ static bool IsLetterValue(KFbx &Fbx, fbx_field const *Field, int32 Index, char *
 // Reads up to Count numbers from Index on, stopping at the first non-number.
 static int32 ReadFloats(KFbx &Fbx, fbx_field const *Field, int32 &Index, int32 Count, real64 *Values)
 {
+    // As IsFbxNumberValue, keeping the number it reads.
     int32 Read = 0;
-    while (Read < Count && Index < Fbx.GetValueCount(Field) && IsFbxNumberValue(Fbx, Field, Index)) {
-        Values[Read++] = Fbx.GetReal64(Field, Index++, 0.0);
+    while (Read < Count && Index < Fbx.GetValueCount(Field)) {
+        int32 Type = Fbx.GetValueType(Field, Index);
+        real64 Value;
+        if (Type == 0 || Type == FbxValue_Bool || Type == FbxValue_Raw || IsFbxArrayType(Type) ||
+            !Fbx.GetValueReal64(Field, Index, &Value)) {
+            break;
+        }
+        Values[Read++] = Value;
+        ++Index;
     }
     return Read;
 }
