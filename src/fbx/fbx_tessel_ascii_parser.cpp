@@ -6,6 +6,9 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "fbx/fbx_tessel_field_container.h"
 #include "fbx/fbx_tessel_field_internal.h"
@@ -39,13 +42,26 @@ static inline bool EndsWord(char Character)
     return WordEnds.Ends[(unsigned char)Character];
 }
 
-// Characters that stop the scan of a quoted string.
-struct quote_stop_table
+// The first '"', '&' or zero byte at or after At. With SSE2, sixteen
+// characters are tested at once; the container's zero padding after the
+// file makes those reads safe (the zero that ends the text stops the scan).
+static inline char *SkipToQuoteStop(char *At)
 {
-    bool Stops[256];
-    constexpr quote_stop_table() : Stops() { Stops[0] = Stops[(unsigned char)'"'] = Stops[(unsigned char)'&'] = true; }
-};
-static constexpr quote_stop_table QuoteStops;
+#if defined(__SSE2__)
+    __m128i const Zero = _mm_setzero_si128(), Quote = _mm_set1_epi8('"'), Ampersand = _mm_set1_epi8('&');
+    for (;;) {
+        __m128i Chunk = _mm_loadu_si128((__m128i const *)At);
+        __m128i Stops = _mm_or_si128(_mm_cmpeq_epi8(Chunk, Zero),
+                                     _mm_or_si128(_mm_cmpeq_epi8(Chunk, Quote), _mm_cmpeq_epi8(Chunk, Ampersand)));
+        int Mask = _mm_movemask_epi8(Stops);
+        if (Mask) return At + __builtin_ctz((unsigned)Mask);
+        At += 16;
+    }
+#else
+    while (*At != '"' && *At != '&' && *At != 0) ++At;
+    return At;
+#endif
+}
 
 struct fbx_ascii_parser
 {
@@ -111,7 +127,7 @@ struct fbx_ascii_parser
         char *At = Text + Start;
         char *Mark = 0;
         for (;;) {
-            while (!QuoteStops.Stops[(unsigned char)*At]) ++At;
+            At = SkipToQuoteStop(At);
             if (*At == '"') break;
             if (*At == '&') {
                 if (!Mark) Mark = At;
