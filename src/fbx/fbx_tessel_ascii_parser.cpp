@@ -63,6 +63,32 @@ static inline char *SkipToQuoteStop(char *At)
 #endif
 }
 
+// The first line end at or after At, or End: comments are long enough for
+// SkipToQuoteStop's way of reading.
+static inline char const *SkipToLineEnd(char const *At, char const *End)
+{
+#if defined(__SSE2__)
+    __m128i const Zero = _mm_setzero_si128(), NewLine = _mm_set1_epi8('\n'), Return = _mm_set1_epi8('\r');
+    for (;;) {
+        __m128i Chunk = _mm_loadu_si128((__m128i const *)At);
+        __m128i Stops = _mm_or_si128(_mm_cmpeq_epi8(Chunk, Zero),
+                                     _mm_or_si128(_mm_cmpeq_epi8(Chunk, NewLine), _mm_cmpeq_epi8(Chunk, Return)));
+        int Mask = _mm_movemask_epi8(Stops);
+        if (!Mask) {
+            At += 16;
+            continue;
+        }
+        At += __builtin_ctz((unsigned)Mask);
+        // A zero byte inside the file is part of the comment.
+        if (*At || At >= End) return At < End ? At : End;
+        ++At;
+    }
+#else
+    while (At < End && !IsLineEnd(*At)) ++At;
+    return At;
+#endif
+}
+
 struct fbx_ascii_parser
 {
     KFbx &Fbx;
@@ -101,7 +127,7 @@ struct fbx_ascii_parser
             if (IsBlank(Character) || IsLineEnd(Character)) {
                 ++At;
             } else if (Character == ';' && At < End) {
-                while (At < End && !IsLineEnd(*At)) ++At;
+                At = SkipToLineEnd(At, End);
             } else {
                 break;
             }

@@ -258,7 +258,13 @@ int32 KFbx::AddField(int32 Parent, int32 PreviousSibling, uint32 FileOffset, cha
     int32 Index = FieldCount++;
     fbx_field &Field = Fields[Index];
     Field.NameOffset = NameSize;
-    memcpy(Names + NameSize, Name, (size_t)NameLength);
+    if (NameLength <= 16 && NameSize + 16 <= NameCapacity && !Binary) {
+        // Most names are short: one fixed copy, no call. The text is padded
+        // (FbxBytePadding), so reading 16 bytes of it is safe.
+        memcpy(Names + NameSize, Name, 16);
+    } else {
+        memcpy(Names + NameSize, Name, (size_t)NameLength);
+    }
     Names[NameSize + (uint32)NameLength] = 0;
     NameSize += (uint32)NameLength + 1;
     Field.Parent = Parent;

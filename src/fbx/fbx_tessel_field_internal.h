@@ -46,12 +46,17 @@ inline bool IsFbxDigit(char Character)
     return (unsigned char)(Character - '0') < 10;
 }
 
-// "-ddd.ddd" with at most 2^53 as its digits and at most 22 after the point:
-// both the digits and the power of ten are exact doubles, so one division
-// gives the correctly rounded value, as the general parser would. False for
+// "-ddd.ddd" or "-ddd.ddde-dd" with at most 2^53 as its digits and a power
+// of ten of at most 22 either way: both the digits and the power of ten are
+// exact doubles, so one division or multiplication gives the correctly
+// rounded value, as the general parser would. False for
 // any other text, which the general parser then reads. Inline: the array
 // decoders call it for every element.
-inline bool ParseFbxPlainDecimal(char const *Text, char const *End, real64 *Result)
+#if defined(__GNUC__)
+__attribute__((always_inline))
+#endif
+inline bool
+ParseFbxPlainDecimal(char const *Text, char const *End, real64 *Result)
 {
     static constexpr real64 PowersOfTen[23] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
                                                1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
@@ -72,9 +77,23 @@ inline bool ParseFbxPlainDecimal(char const *Text, char const *End, real64 *Resu
         Scale = (int32)(At - Fraction);
         DigitCount += Scale;
     }
-    if (At != End || DigitCount > 19 || Digits > ((uint64)1 << 53) || Scale > 22) return false;
+    // An exponent ("e-05") moves the power of ten; within 22 either way it
+    // stays exact, so that one multiplication or division still rounds once.
+    int32 Power = -Scale;
+    if (At < End && (*At == 'e' || *At == 'E')) {
+        ++At;
+        bool NegativePower = At < End && *At == '-';
+        if (At < End && (*At == '-' || *At == '+')) ++At;
+        char const *PowerDigits = At;
+        int32 Exponent = 0;
+        while (At < End && IsFbxDigit(*At) && At - PowerDigits < 4) Exponent = Exponent * 10 + (*At++ - '0');
+        if (At == PowerDigits) return false;
+        Power += NegativePower ? -Exponent : Exponent;
+    }
+    if (At != End || DigitCount > 19 || Digits > ((uint64)1 << 53) || Power < -22 || Power > 22) return false;
     real64 Value = (real64)Digits;
-    if (Scale) Value /= PowersOfTen[Scale];
+    if (Power > 0) Value *= PowersOfTen[Power];
+    if (Power < 0) Value /= PowersOfTen[-Power];
     *Result = Negative ? -Value : Value;
     return true;
 }
