@@ -9,7 +9,22 @@
 
 static bool IsLetterValue(KFbx &Fbx, fbx_field const *Field, int32 Index, char *Letter)
 {
-    if (Index >= Fbx.GetValueCount(Field) || IsFbxNumberValue(Fbx, Field, Index)) {
+    if (Index >= Fbx.GetValueCount(Field)) {
+        return false;
+    }
+    // The letters of text files: one character that is not a digit (the
+    // only one-character numbers) is a letter, as the general test finds.
+    char const *Text;
+    int32 Length;
+    if (Fbx.GetValueType(Field, Index) == FbxValue_String && Fbx.GetValueString(Field, Index, &Text, &Length) &&
+        Length == 1) {
+        if (Text[0] >= '0' && Text[0] <= '9') {
+            return false;
+        }
+        *Letter = Text[0];
+        return true;
+    }
+    if (IsFbxNumberValue(Fbx, Field, Index)) {
         return false;
     }
     return Fbx.GetValueChar(Field, Index, Letter);
@@ -87,6 +102,8 @@ bool ReadFbxChannelCurve(KFbx &Fbx, fbx_field const *Channel, KFCurve *Curve)
     }
     int32 Expected = Fbx.GetInt32(Fbx.FindChild(Channel, "KeyCount"), 0, -1);
     int32 ValueCount = Fbx.GetValueCount(Keys);
+    // A key takes at least three values: room for the keys the list can hold.
+    Curve->KeyReserve(Expected < ValueCount / 3 ? Expected : ValueCount / 3);
     int32 At = 0;
     int32 Read = 0;
     bool MissingSlopes = false;
