@@ -218,6 +218,22 @@ struct fbx_ascii_parser
         };
         char const *At = Text + Position;
         for (;;) {
+            // Lists of numbers: a comma right before a word, in a loop of its
+            // own that leaves everything else (blanks, quotes, a ':' in the
+            // word, a full table) to the general steps below.
+            while (At[0] == ',' && !EndsWord(At[1]) && At[1] != '*' && Count < Capacity) {
+                char const *Start = At + 1;
+                char const *WordEnd = Start + 1;
+                while (!EndsWord(*WordEnd)) ++WordEnd;
+                if (*WordEnd == ':') break;
+                fbx_value &Value = List[Count++];
+                Value.Offset = (uint32)(Start - Text);
+                Value.Size = (uint32)(WordEnd - Start);
+                Value.Type = FbxValue_String;
+                Value.Pad[0] = Value.Pad[1] = Value.Pad[2] = 0;
+                ++Added;
+                At = WordEnd;
+            }
             while (IsBlank(*At)) ++At;
             if (*At != ',') {
                 Comma = false;
