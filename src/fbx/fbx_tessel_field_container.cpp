@@ -368,12 +368,6 @@ fbx_field const *KFbx::GetFirstChild(fbx_field const *Parent) const
     return Parent->FirstChild >= 0 ? &Fields[Parent->FirstChild] : 0;
 }
 
-fbx_field const *KFbx::GetNextSibling(fbx_field const *Field) const
-{
-    if (!FieldBelongs(Field, Fields, FieldCount)) return 0;
-    return Field->NextSibling >= 0 ? &Fields[Field->NextSibling] : 0;
-}
-
 fbx_field const *KFbx::GetParent(fbx_field const *Field) const
 {
     if (!FieldBelongs(Field, Fields, FieldCount)) return 0;
@@ -408,9 +402,13 @@ char const *KFbx::GetFieldName(fbx_field const *Field) const
 bool KFbx::FieldNameIs(fbx_field const *Field, char const *Name) const
 {
     if (!Name || !FieldBelongs(Field, Fields, FieldCount)) return false;
-    // Most names differ in their first letter: no call for those.
+    // Names are short and mostly differ early: compared in place.
     char const *Own = Names + Field->NameOffset;
-    return Own[0] == Name[0] && (!Own[0] || strcmp(Own + 1, Name + 1) == 0);
+    while (*Own && *Own == *Name) {
+        ++Own;
+        ++Name;
+    }
+    return *Own == *Name;
 }
 
 uint32 KFbx::GetFieldFileOffset(fbx_field const *Field) const
@@ -455,24 +453,6 @@ fbx_field const *KFbx::FindPath(fbx_field const *Parent, char const *Path) const
 
 // ---------------------------------------------------------------------------
 // Values
-
-fbx_value const *KFbx::GetValue(fbx_field const *Field, int32 Index) const
-{
-    if (!FieldBelongs(Field, Fields, FieldCount)) return 0;
-    if (Index < 0 || (uint32)Index >= Field->ValueCount) return 0;
-    return &Values[Field->FirstValue + (uint32)Index];
-}
-
-int32 KFbx::GetValueCount(fbx_field const *Field) const
-{
-    return FieldBelongs(Field, Fields, FieldCount) ? (int32)Field->ValueCount : 0;
-}
-
-int32 KFbx::GetValueType(fbx_field const *Field, int32 Index) const
-{
-    fbx_value const *Value = GetValue(Field, Index);
-    return Value ? Value->Type : 0;
-}
 
 static bool BoolFromChar(uint8 Character, bool *Result)
 {

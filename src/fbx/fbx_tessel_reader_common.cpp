@@ -217,26 +217,29 @@ void ApplyFbxGlobalSetting(KFbx &Fbx, fbx_field const *Property, int32 ValueInde
 {
     char Name[64];
     ReadFbxString(Fbx, Property, 0, Name, sizeof(Name));
+    // Names are told apart by length first (most settings are none of these).
+    size_t Length = strlen(Name);
     struct int_entry
     {
         char const *Name;
+        size_t Length;
         int32 *Member;
     };
     int_entry const Integers[] = {
-        {"UpAxis", &Settings.UpAxis},       {"UpAxisSign", &Settings.UpAxisSign},
-        {"FrontAxis", &Settings.FrontAxis}, {"FrontAxisSign", &Settings.FrontAxisSign},
-        {"CoordAxis", &Settings.CoordAxis}, {"CoordAxisSign", &Settings.CoordAxisSign},
-        {"TimeMode", &Settings.TimeMode},
+        {"UpAxis", 6, &Settings.UpAxis},       {"UpAxisSign", 10, &Settings.UpAxisSign},
+        {"FrontAxis", 9, &Settings.FrontAxis}, {"FrontAxisSign", 13, &Settings.FrontAxisSign},
+        {"CoordAxis", 9, &Settings.CoordAxis}, {"CoordAxisSign", 13, &Settings.CoordAxisSign},
+        {"TimeMode", 8, &Settings.TimeMode},
     };
     for (int_entry const &Entry : Integers) {
-        if (strcmp(Name, Entry.Name) == 0) {
+        if (Length == Entry.Length && memcmp(Name, Entry.Name, Length) == 0) {
             *Entry.Member = Fbx.GetInt32(Property, ValueIndex, *Entry.Member);
             return;
         }
     }
-    if (strcmp(Name, "UnitScaleFactor") == 0) {
+    if (Length == 15 && memcmp(Name, "UnitScaleFactor", 15) == 0) {
         Settings.UnitScaleFactor = Fbx.GetReal64(Property, ValueIndex, Settings.UnitScaleFactor);
-    } else if (strcmp(Name, "CustomFrameRate") == 0) {
+    } else if (Length == 15 && memcmp(Name, "CustomFrameRate", 15) == 0) {
         Settings.CustomFrameRate = Fbx.GetReal64(Property, ValueIndex, Settings.CustomFrameRate);
     }
 }
