@@ -813,8 +813,9 @@ static bool DecodeTextNumbers(KFbx const &Fbx, uint8 const *Bytes, fbx_field con
         case FbxValue_ArrayReal32:
         case FbxValue_ArrayReal64: {
             real64 Real;
-            if (!ParseFbxPlainDecimal(Text, Text + Length, &Real) && !ParseFbxTextReal64(Text, Length, &Real))
-                return false;
+            bool Plain = EndsFbxNumber(Text[Length]) ? ParseFbxPlainDecimalBeforeStop(Text, Text + Length, &Real)
+                                                     : ParseFbxPlainDecimal(Text, Text + Length, &Real);
+            if (!Plain && !ParseFbxTextReal64(Text, Length, &Real)) return false;
             if (ElementType == FbxValue_ArrayReal64) {
                 memcpy(Out + Index * 8, &Real, 8);
             } else {
@@ -825,8 +826,9 @@ static bool DecodeTextNumbers(KFbx const &Fbx, uint8 const *Bytes, fbx_field con
         }
         default: {
             int64 Integer;
-            if (!ParseFbxPlainInteger(Text, Text + Length, &Integer) && !ParseFbxTextInt64(Text, Length, &Integer))
-                return false;
+            bool Plain = EndsFbxNumber(Text[Length]) ? ParseFbxPlainIntegerBeforeStop(Text, Text + Length, &Integer)
+                                                     : ParseFbxPlainInteger(Text, Text + Length, &Integer);
+            if (!Plain && !ParseFbxTextInt64(Text, Length, &Integer)) return false;
             if (ElementType == FbxValue_ArrayInt64) {
                 memcpy(Out + Index * 8, &Integer, 8);
             } else {
