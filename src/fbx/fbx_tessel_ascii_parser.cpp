@@ -29,10 +29,14 @@ static inline bool IsLineEnd(char Character)
 struct word_end_table
 {
     bool Ends[256];
-    constexpr word_end_table() : Ends()
+    // Characters that start a bare word: not an end and not the '*' of an
+    // array mark.
+    bool Starts[256];
+    constexpr word_end_table() : Ends(), Starts()
     {
         char const Enders[] = {0, ' ', '\t', '\f', '\v', '\n', '\r', ',', ':', '{', '}', '"', ';'};
         for (char Character : Enders) Ends[(unsigned char)Character] = true;
+        for (int Character = 0; Character < 256; ++Character) Starts[Character] = !Ends[Character] && Character != '*';
     }
 };
 static constexpr word_end_table WordEnds;
@@ -221,7 +225,7 @@ struct fbx_ascii_parser
             // Lists of numbers: a comma right before a word, in a loop of its
             // own that leaves everything else (blanks, quotes, a ':' in the
             // word, a full table) to the general steps below.
-            while (At[0] == ',' && !EndsWord(At[1]) && At[1] != '*' && Count < Capacity) {
+            while (At[0] == ',' && WordEnds.Starts[(unsigned char)At[1]] && Count < Capacity) {
                 char const *Start = At + 1;
                 char const *WordEnd = Start + 1;
                 while (!EndsWord(*WordEnd)) ++WordEnd;

@@ -117,10 +117,19 @@ inline bool ParseFbxPlainInteger(char const *Text, char const *End, int64 *Resul
 // The same two for text whose next character (at End) cannot continue a
 // number (a digit, '.', 'e', 'E', '+' or '-'): the loops stop on that
 // character instead of testing End at every digit. Same results.
+struct fbx_number_character_table
+{
+    bool Continues[256];
+    constexpr fbx_number_character_table() : Continues()
+    {
+        for (char Character : "0123456789.eE+-") Continues[(unsigned char)Character] = Character != 0;
+    }
+};
+inline constexpr fbx_number_character_table FbxNumberCharacters;
+
 inline bool EndsFbxNumber(char Character)
 {
-    return !IsFbxDigit(Character) && Character != '.' && Character != 'e' && Character != 'E' && Character != '+' &&
-           Character != '-';
+    return !FbxNumberCharacters.Continues[(unsigned char)Character];
 }
 
 #if defined(__GNUC__)
