@@ -797,7 +797,21 @@ static bool DecodeTextNumbers(KFbx const &Fbx, uint8 const *Bytes, fbx_field con
     bool Numeric = ElementType == FbxValue_ArrayReal32 || ElementType == FbxValue_ArrayReal64 ||
                    ElementType == FbxValue_ArrayInt32 || ElementType == FbxValue_ArrayInt64;
     uint8 *Out = (uint8 *)Buffer;
-    for (int64 Index = 0; Index < Count; ++Index) {
+    int64 Index = 0;
+    if (ElementType == FbxValue_ArrayReal64) {
+        // The common case in a loop of its own; the general loop below goes
+        // on from the first element that is not text.
+        for (; Index < Count && List[Index].Type == FbxValue_String; ++Index) {
+            char const *Text = (char const *)Bytes + List[Index].Offset;
+            int32 Length = (int32)List[Index].Size;
+            real64 Real;
+            bool Plain = EndsFbxNumber(Text[Length]) ? ParseFbxPlainDecimalBeforeStop(Text, Text + Length, &Real)
+                                                     : ParseFbxPlainDecimal(Text, Text + Length, &Real);
+            if (!Plain && !ParseFbxTextReal64(Text, Length, &Real)) return false;
+            memcpy(Out + Index * 8, &Real, 8);
+        }
+    }
+    for (; Index < Count; ++Index) {
         fbx_value const &Element = List[Index];
         if (Element.Type != FbxValue_String || !Numeric) {
             int64 Integer = 0;

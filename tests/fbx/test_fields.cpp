@@ -702,6 +702,25 @@ TEST(FbxFields, TextNumbersReadAsTheGeneralParser)
     }
 }
 
+TEST(FbxFields, ListsMixingTextAndTypedNumbersConvertInOrder)
+{
+    // Binary lists may hold numbers as text and typed values in one list:
+    // each converts as the value accessors read it, whatever came before.
+    fbx_test_field Root;
+    Root.Add("Mixed", {FbxS("1.5"), FbxS("-2e3"), FbxD(0.25), FbxS("7"), FbxI(-4), FbxS("+0.5")});
+    KFbx Fbx;
+    ASSERT_TRUE(Open(Fbx, WriteFbxTestBinary(Root, FbxTestBinary(7400)))) << Fbx.GetErrorText();
+    fbx_field const *Mixed = Fbx.FindChild(nullptr, "Mixed");
+    real64 Reals[6];
+    ASSERT_EQ(Fbx.CopyNumbers(Mixed, FbxValue_ArrayReal64, Reals, 6), 6);
+    real64 const Expected[6] = {1.5, -2000.0, 0.25, 7.0, -4.0, 0.5};
+    for (int32 Index = 0; Index < 6; ++Index) EXPECT_EQ(Reals[Index], Expected[Index]) << Index;
+    int32 Integers[6];
+    ASSERT_EQ(Fbx.CopyNumbers(Mixed, FbxValue_ArrayInt32, Integers, 6), 6);
+    int32 const Truncated[6] = {1, -2000, 0, 7, -4, 0};
+    for (int32 Index = 0; Index < 6; ++Index) EXPECT_EQ(Integers[Index], Truncated[Index]) << Index;
+}
+
 TEST(FbxFields, QuotedStringsAndCommentsOfEveryLength)
 {
     // Strings and comments around the sixteen-byte steps of the scans, with
