@@ -6,6 +6,9 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "fbx/fbx_tessel_field_container.h"
 #include "fbx/fbx_tessel_field_internal.h"
@@ -26,10 +29,14 @@ static inline bool IsLineEnd(char Character)
 struct word_end_table
 {
     bool Ends[256];
-    constexpr word_end_table() : Ends()
+    // Characters that start a bare word: not an end and not the '*' of an
+    // array mark.
+    bool Starts[256];
+    constexpr word_end_table() : Ends(), Starts()
     {
         char const Enders[] = {0, ' ', '\t', '\f', '\v', '\n', '\r', ',', ':', '{', '}', '"', ';'};
         for (char Character : Enders) Ends[(unsigned char)Character] = true;
+        for (int Character = 0; Character < 256; ++Character) Starts[Character] = !Ends[Character] && Character != '*';
     }
 };
 static constexpr word_end_table WordEnds;
@@ -37,6 +44,53 @@ static constexpr word_end_table WordEnds;
 static inline bool EndsWord(char Character)
 {
     return WordEnds.Ends[(unsigned char)Character];
+}
+
+// The first '"', '&' or zero byte at or after At. With SSE2, sixteen
+// characters are tested at once; the container's zero padding after the
+// file makes those reads safe (the zero that ends the text stops the scan).
+static inline char *SkipToQuoteStop(char *At)
+{
+#if defined(__SSE2__)
+    __m128i const Zero = _mm_setzero_si128(), Quote = _mm_set1_epi8('"'), Ampersand = _mm_set1_epi8('&');
+    for (;;) {
+        __m128i Chunk = _mm_loadu_si128((__m128i const *)At);
+        __m128i Stops = _mm_or_si128(_mm_cmpeq_epi8(Chunk, Zero),
+                                     _mm_or_si128(_mm_cmpeq_epi8(Chunk, Quote), _mm_cmpeq_epi8(Chunk, Ampersand)));
+        int Mask = _mm_movemask_epi8(Stops);
+        if (Mask) return At + __builtin_ctz((unsigned)Mask);
+        At += 16;
+    }
+#else
+    while (*At != '"' && *At != '&' && *At != 0) ++At;
+    return At;
+#endif
+}
+
+// The first line end at or after At, or End: comments are long enough for
+// SkipToQuoteStop's way of reading.
+static inline char const *SkipToLineEnd(char const *At, char const *End)
+{
+#if defined(__SSE2__)
+    __m128i const Zero = _mm_setzero_si128(), NewLine = _mm_set1_epi8('\n'), Return = _mm_set1_epi8('\r');
+    for (;;) {
+        __m128i Chunk = _mm_loadu_si128((__m128i const *)At);
+        __m128i Stops = _mm_or_si128(_mm_cmpeq_epi8(Chunk, Zero),
+                                     _mm_or_si128(_mm_cmpeq_epi8(Chunk, NewLine), _mm_cmpeq_epi8(Chunk, Return)));
+        int Mask = _mm_movemask_epi8(Stops);
+        if (!Mask) {
+            At += 16;
+            continue;
+        }
+        At += __builtin_ctz((unsigned)Mask);
+        // A zero byte inside the file is part of the comment.
+        if (*At || At >= End) return At < End ? At : End;
+        ++At;
+    }
+#else
+    while (At < End && !IsLineEnd(*At)) ++At;
+    return At;
+#endif
 }
 
 struct fbx_ascii_parser
@@ -77,7 +131,7 @@ struct fbx_ascii_parser
             if (IsBlank(Character) || IsLineEnd(Character)) {
                 ++At;
             } else if (Character == ';' && At < End) {
-                while (At < End && !IsLineEnd(*At)) ++At;
+                At = SkipToLineEnd(At, End);
             } else {
                 break;
             }
@@ -98,14 +152,23 @@ struct fbx_ascii_parser
     bool ParseQuoted()
     {
         int64 Start = Position + 1;
-        char *Close = (char *)memchr(Text + Start, '"', (size_t)(Size - Start));
-        if (!Close) {
-            Fbx.Fail("Unterminated string at line %d", LineAt(Position));
-            return false;
+        // One pass finds the closing quote and the first '&' (strings are
+        // mostly short); a zero byte stops it only at the end of the file.
+        char *At = Text + Start;
+        char *Mark = 0;
+        for (;;) {
+            At = SkipToQuoteStop(At);
+            if (*At == '"') break;
+            if (*At == '&') {
+                if (!Mark) Mark = At;
+            } else if (At >= Text + Size) {
+                Fbx.Fail("Unterminated string at line %d", LineAt(Position));
+                return false;
+            }
+            ++At;
         }
-        int64 End = Close - Text;
+        int64 End = At - Text;
         // Text without an '&' stays where it is.
-        char *Mark = (char *)memchr(Text + Start, '&', (size_t)(End - Start));
         int64 Write = Mark ? Mark - Text : End;
         for (int64 Read = Write; Read < End;) {
             if (Text[Read] == '&' && End - Read >= 6 && memcmp(Text + Read, "&quot;", 6) == 0) {
@@ -143,9 +206,10 @@ struct fbx_ascii_parser
         return AddValue(FbxValue_String, (uint32)Start, (uint32)(Position - Start));
     }
 
-    // After a value: the bare words that follow on the line, each after a
-    // comma and blanks, as the general loop would read them. Stops before
-    // anything else (Comma tells whether a comma was taken last).
+    // After a value: the bare words and quoted strings that follow on the
+    // line, each after a comma and blanks, as the general loop would read
+    // them. Stops before anything else (Comma tells whether a comma was
+    // taken last).
     bool ParseBareValues(bool &Comma)
     {
         // The table's end is kept in locals while the run lasts.
@@ -158,6 +222,22 @@ struct fbx_ascii_parser
         };
         char const *At = Text + Position;
         for (;;) {
+            // Lists of numbers: a comma right before a word, in a loop of its
+            // own that leaves everything else (blanks, quotes, a ':' in the
+            // word, a full table) to the general steps below.
+            while (At[0] == ',' && WordEnds.Starts[(unsigned char)At[1]] && Count < Capacity) {
+                char const *Start = At + 1;
+                char const *WordEnd = Start + 1;
+                while (!EndsWord(*WordEnd)) ++WordEnd;
+                if (*WordEnd == ':') break;
+                fbx_value &Value = List[Count++];
+                Value.Offset = (uint32)(Start - Text);
+                Value.Size = (uint32)(WordEnd - Start);
+                Value.Type = FbxValue_String;
+                Value.Pad[0] = Value.Pad[1] = Value.Pad[2] = 0;
+                ++Added;
+                At = WordEnd;
+            }
             while (IsBlank(*At)) ++At;
             if (*At != ',') {
                 Comma = false;
@@ -165,6 +245,17 @@ struct fbx_ascii_parser
             }
             ++At;
             while (IsBlank(*At)) ++At;
+            if (*At == '"') {
+                // A quoted string, as the general loop would read it next.
+                Settle();
+                Position = At - Text;
+                if (!ParseQuoted()) return false;
+                At = Text + Position;
+                List = Fbx.Values;
+                Count = Fbx.ValueCount;
+                Capacity = Fbx.ValueCapacity;
+                continue;
+            }
             if (EndsWord(*At) || *At == '*') {
                 Comma = true;
                 break;
@@ -369,64 +460,19 @@ static char const *SkipPlus(char const *Text, char const *End)
     return (Text < End && *Text == '+') ? Text + 1 : Text;
 }
 
-static inline bool IsDigit(char Character)
-{
-    return (unsigned char)(Character - '0') < 10;
-}
-
-// "-ddd.ddd" with at most 2^53 as its digits and at most 22 after the point:
-// both the digits and the power of ten are exact doubles, so one division
-// gives the correctly rounded value, as the general parser would.
-static bool ParsePlainDecimal(char const *Text, char const *End, real64 *Result)
-{
-    static real64 const PowersOfTen[23] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
-                                           1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
-    char const *At = Text;
-    bool Negative = At < End && *At == '-';
-    if (Negative) ++At;
-    // More than 19 digits may wrap the sum: such text is refused below.
-    uint64 Digits = 0;
-    char const *First = At;
-    while (At < End && IsDigit(*At)) Digits = Digits * 10 + (uint64)(*At++ - '0');
-    int64 DigitCount = At - First;
-    if (DigitCount == 0) return false;
-    int32 Scale = 0;
-    if (At < End && *At == '.') {
-        char const *Fraction = ++At;
-        while (At < End && IsDigit(*At)) Digits = Digits * 10 + (uint64)(*At++ - '0');
-        if (At == Fraction) return false;
-        Scale = (int32)(At - Fraction);
-        DigitCount += Scale;
-    }
-    if (At != End || DigitCount > 19 || Digits > ((uint64)1 << 53) || Scale > 22) return false;
-    real64 Value = (real64)Digits;
-    if (Scale) Value /= PowersOfTen[Scale];
-    *Result = Negative ? -Value : Value;
-    return true;
-}
-
-// "-ddd" of at most 18 digits.
-static bool ParsePlainInteger(char const *Text, char const *End, int64 *Result)
-{
-    char const *At = Text;
-    bool Negative = At < End && *At == '-';
-    if (Negative) ++At;
-    if (At == End || End - At > 18) return false;
-    int64 Value = 0;
-    for (; At < End; ++At) {
-        if (!IsDigit(*At)) return false;
-        Value = Value * 10 + (*At - '0');
-    }
-    *Result = Negative ? -Value : Value;
-    return true;
-}
-
 bool ParseFbxTextReal64(char const *Text, int32 Length, real64 *Result)
 {
     if (!Text || Length <= 0) return false;
+    // One character (key letters of curves are probed as numbers first):
+    // only a digit is a number.
+    if (Length == 1) {
+        if (!IsFbxDigit(Text[0])) return false;
+        *Result = (real64)(Text[0] - '0');
+        return true;
+    }
     char const *End = Text + Length;
     char const *Start = SkipPlus(Text, End);
-    if (ParsePlainDecimal(Start, End, Result)) return true;
+    if (ParseFbxPlainDecimal(Start, End, Result)) return true;
     std::from_chars_result Parsed = std::from_chars(Start, End, *Result);
     if (Parsed.ec == std::errc() && Parsed.ptr == End) return true;
     // Older writers print special values as "1.#INF", "-1.#IND" or "1.#QNAN".
@@ -443,7 +489,7 @@ bool ParseFbxTextInt64(char const *Text, int32 Length, int64 *Result)
     if (!Text || Length <= 0) return false;
     char const *End = Text + Length;
     char const *Start = SkipPlus(Text, End);
-    if (ParsePlainInteger(Start, End, Result)) return true;
+    if (ParseFbxPlainInteger(Start, End, Result)) return true;
     std::from_chars_result Parsed = std::from_chars(Start, End, *Result);
     if (Parsed.ec == std::errc() && Parsed.ptr == End) return true;
     real64 Real;

@@ -132,8 +132,8 @@ bool KFbx::ProjectOpenFile(char const *FileName)
         return false;
     }
     if (Reader && Size >= 0) {
-        Bytes = (uint8 *)TesselAllocate((intaddrx)Size + 1);
-        AdviseLargeBlock(Bytes, (int64)Size + 1);
+        Bytes = (uint8 *)TesselAllocate((intaddrx)Size + FbxBytePadding);
+        AdviseLargeBlock(Bytes, (int64)Size + FbxBytePadding);
         if (Bytes && Size > 0 && !ReadExactly(Reader, 0, Size, Bytes)) {
             TesselFree(Bytes);
             Bytes = 0;
@@ -144,7 +144,7 @@ bool KFbx::ProjectOpenFile(char const *FileName)
         Fail("Unable to read %s", FileName);
         return false;
     }
-    Bytes[Size] = 0;
+    memset(Bytes + Size, 0, FbxBytePadding);
     ByteCount = Size;
     return Parse();
 }
@@ -161,14 +161,14 @@ bool KFbx::ProjectOpenMemory(void const *Data, int64 Size)
         Fail("An FBX file of %I64d bytes is not supported", Size);
         return false;
     }
-    Bytes = (uint8 *)TesselAllocate(Size + 1);
+    Bytes = (uint8 *)TesselAllocate(Size + FbxBytePadding);
     if (!Bytes) {
         Fail("Out of memory for an FBX file of %I64d bytes", Size);
         return false;
     }
-    AdviseLargeBlock(Bytes, Size + 1);
+    AdviseLargeBlock(Bytes, Size + FbxBytePadding);
     if (Size) memcpy(Bytes, Data, (size_t)Size);
-    Bytes[Size] = 0;
+    memset(Bytes + Size, 0, FbxBytePadding);
     ByteCount = Size;
     return Parse();
 }
@@ -258,7 +258,13 @@ int32 KFbx::AddField(int32 Parent, int32 PreviousSibling, uint32 FileOffset, cha
     int32 Index = FieldCount++;
     fbx_field &Field = Fields[Index];
     Field.NameOffset = NameSize;
-    memcpy(Names + NameSize, Name, (size_t)NameLength);
+    if (NameLength <= 16 && NameSize + 16 <= NameCapacity && !Binary) {
+        // Most names are short: one fixed copy, no call. The text is padded
+        // (FbxBytePadding), so reading 16 bytes of it is safe.
+        memcpy(Names + NameSize, Name, 16);
+    } else {
+        memcpy(Names + NameSize, Name, (size_t)NameLength);
+    }
     Names[NameSize + (uint32)NameLength] = 0;
     NameSize += (uint32)NameLength + 1;
     Field.Parent = Parent;
@@ -362,12 +368,6 @@ fbx_field const *KFbx::GetFirstChild(fbx_field const *Parent) const
     return Parent->FirstChild >= 0 ? &Fields[Parent->FirstChild] : 0;
 }
 
-fbx_field const *KFbx::GetNextSibling(fbx_field const *Field) const
-{
-    if (!FieldBelongs(Field, Fields, FieldCount)) return 0;
-    return Field->NextSibling >= 0 ? &Fields[Field->NextSibling] : 0;
-}
-
 fbx_field const *KFbx::GetParent(fbx_field const *Field) const
 {
     if (!FieldBelongs(Field, Fields, FieldCount)) return 0;
@@ -402,7 +402,13 @@ char const *KFbx::GetFieldName(fbx_field const *Field) const
 bool KFbx::FieldNameIs(fbx_field const *Field, char const *Name) const
 {
     if (!Name || !FieldBelongs(Field, Fields, FieldCount)) return false;
-    return strcmp(Names + Field->NameOffset, Name) == 0;
+    // Names are short and mostly differ early: compared in place.
+    char const *Own = Names + Field->NameOffset;
+    while (*Own && *Own == *Name) {
+        ++Own;
+        ++Name;
+    }
+    return *Own == *Name;
 }
 
 uint32 KFbx::GetFieldFileOffset(fbx_field const *Field) const
@@ -447,24 +453,6 @@ fbx_field const *KFbx::FindPath(fbx_field const *Parent, char const *Path) const
 
 // ---------------------------------------------------------------------------
 // Values
-
-fbx_value const *KFbx::GetValue(fbx_field const *Field, int32 Index) const
-{
-    if (!FieldBelongs(Field, Fields, FieldCount)) return 0;
-    if (Index < 0 || (uint32)Index >= Field->ValueCount) return 0;
-    return &Values[Field->FirstValue + (uint32)Index];
-}
-
-int32 KFbx::GetValueCount(fbx_field const *Field) const
-{
-    return FieldBelongs(Field, Fields, FieldCount) ? (int32)Field->ValueCount : 0;
-}
-
-int32 KFbx::GetValueType(fbx_field const *Field, int32 Index) const
-{
-    fbx_value const *Value = GetValue(Field, Index);
-    return Value ? Value->Type : 0;
-}
 
 static bool BoolFromChar(uint8 Character, bool *Result)
 {
@@ -809,7 +797,21 @@ static bool DecodeTextNumbers(KFbx const &Fbx, uint8 const *Bytes, fbx_field con
     bool Numeric = ElementType == FbxValue_ArrayReal32 || ElementType == FbxValue_ArrayReal64 ||
                    ElementType == FbxValue_ArrayInt32 || ElementType == FbxValue_ArrayInt64;
     uint8 *Out = (uint8 *)Buffer;
-    for (int64 Index = 0; Index < Count; ++Index) {
+    int64 Index = 0;
+    if (ElementType == FbxValue_ArrayReal64) {
+        // The common case in a loop of its own; the general loop below goes
+        // on from the first element that is not text.
+        for (; Index < Count && List[Index].Type == FbxValue_String; ++Index) {
+            char const *Text = (char const *)Bytes + List[Index].Offset;
+            int32 Length = (int32)List[Index].Size;
+            real64 Real;
+            bool Plain = EndsFbxNumber(Text[Length]) ? ParseFbxPlainDecimalBeforeStop(Text, Text + Length, &Real)
+                                                     : ParseFbxPlainDecimal(Text, Text + Length, &Real);
+            if (!Plain && !ParseFbxTextReal64(Text, Length, &Real)) return false;
+            memcpy(Out + Index * 8, &Real, 8);
+        }
+    }
+    for (; Index < Count; ++Index) {
         fbx_value const &Element = List[Index];
         if (Element.Type != FbxValue_String || !Numeric) {
             int64 Integer = 0;
@@ -825,7 +827,9 @@ static bool DecodeTextNumbers(KFbx const &Fbx, uint8 const *Bytes, fbx_field con
         case FbxValue_ArrayReal32:
         case FbxValue_ArrayReal64: {
             real64 Real;
-            if (!ParseFbxTextReal64(Text, Length, &Real)) return false;
+            bool Plain = EndsFbxNumber(Text[Length]) ? ParseFbxPlainDecimalBeforeStop(Text, Text + Length, &Real)
+                                                     : ParseFbxPlainDecimal(Text, Text + Length, &Real);
+            if (!Plain && !ParseFbxTextReal64(Text, Length, &Real)) return false;
             if (ElementType == FbxValue_ArrayReal64) {
                 memcpy(Out + Index * 8, &Real, 8);
             } else {
@@ -836,7 +840,9 @@ static bool DecodeTextNumbers(KFbx const &Fbx, uint8 const *Bytes, fbx_field con
         }
         default: {
             int64 Integer;
-            if (!ParseFbxTextInt64(Text, Length, &Integer)) return false;
+            bool Plain = EndsFbxNumber(Text[Length]) ? ParseFbxPlainIntegerBeforeStop(Text, Text + Length, &Integer)
+                                                     : ParseFbxPlainInteger(Text, Text + Length, &Integer);
+            if (!Plain && !ParseFbxTextInt64(Text, Length, &Integer)) return false;
             if (ElementType == FbxValue_ArrayInt64) {
                 memcpy(Out + Index * 8, &Integer, 8);
             } else {

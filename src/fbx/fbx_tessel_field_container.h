@@ -70,6 +70,9 @@ enum
 };
 // ... and never more than this many bytes.
 constexpr int64 FbxMaximumArrayBytes = (int64)1 << 31;
+// Zero bytes after the file's bytes in the container: the text scanners
+// read up to 16 bytes at a time and may look that far past the end.
+constexpr int64 FbxBytePadding = 32;
 
 // Records of the tables. Callers only hold pointers to fields; the members
 // are private to the container.
@@ -234,6 +237,7 @@ private:
     bool ParseAscii();
     void Fail(char const *Format, ...);
     fbx_value const *GetValue(fbx_field const *Field, int32 Index) const;
+    bool HoldsField(fbx_field const *Field) const;
     bool DecodeArray(fbx_value const &Value, fbx_field const *Field, int32 ElementType, void *Buffer, int64 Count);
     int64 ArrayCountOfValue(fbx_value const &Value, fbx_field const *Field) const;
     fbx_field const *AsciiArrayField(fbx_field const *Field) const;
@@ -244,7 +248,7 @@ private:
     friend struct fbx_binary_parser;
     friend struct fbx_ascii_parser;
 
-    uint8 *Bytes; // the file, followed by a zero byte
+    uint8 *Bytes; // the file, followed by FbxBytePadding zero bytes
     int64 ByteCount;
     fbx_field *Fields;
     int32 FieldCount;
@@ -274,6 +278,36 @@ private:
     int32 CursorValue;
     char CursorText[1024];
 };
+
+// The accessors the readers call for every value, inline.
+inline bool KFbx::HoldsField(fbx_field const *Field) const
+{
+    return Field && Field >= Fields && Field < Fields + FieldCount;
+}
+
+inline fbx_value const *KFbx::GetValue(fbx_field const *Field, int32 Index) const
+{
+    if (!HoldsField(Field)) return 0;
+    if (Index < 0 || (uint32)Index >= Field->ValueCount) return 0;
+    return &Values[Field->FirstValue + (uint32)Index];
+}
+
+inline int32 KFbx::GetValueCount(fbx_field const *Field) const
+{
+    return HoldsField(Field) ? (int32)Field->ValueCount : 0;
+}
+
+inline int32 KFbx::GetValueType(fbx_field const *Field, int32 Index) const
+{
+    fbx_value const *Value = GetValue(Field, Index);
+    return Value ? Value->Type : 0;
+}
+
+inline fbx_field const *KFbx::GetNextSibling(fbx_field const *Field) const
+{
+    if (!HoldsField(Field)) return 0;
+    return Field->NextSibling >= 0 ? &Fields[Field->NextSibling] : 0;
+}
 
 // Detects the 27-byte binary header. Returns true with the byte order and
 // version when the header text matches (case-insensitive).

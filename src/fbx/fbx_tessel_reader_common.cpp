@@ -51,27 +51,53 @@ static bool ReadFlag(KFbx &Fbx, fbx_field const *Property, int32 ValueIndex)
     return Fbx.GetInt32(Property, ValueIndex, 0) != 0;
 }
 
-// Limits: "<Prefix>Active", "<Prefix>Min", "<Prefix>Max", "<Prefix>MinX" ...
-static bool ApplyLimitProperty(KFbx &Fbx, fbx_field const *Property, int32 ValueIndex, char const *Name,
-                               char const *Prefix, fbx_limits &Limits)
+// A property name as ReadFbxString copies it, with its length, so that
+// comparisons with known names are a length test and a fixed compare.
+struct property_name
 {
-    int32 PrefixLength = (int32)strlen(Prefix);
-    if (strncmp(Name, Prefix, PrefixLength) != 0) {
+    char Text[128];
+    int32 Length;
+
+    template <size_t Size>
+    bool Is(char const (&Literal)[Size]) const
+    {
+        return Length == (int32)Size - 1 && memcmp(Text, Literal, Size - 1) == 0;
+    }
+    // The same for the name after its first Skip characters.
+    template <size_t Size>
+    bool RestIs(int32 Skip, char const (&Literal)[Size]) const
+    {
+        return Length - Skip == (int32)Size - 1 && memcmp(Text + Skip, Literal, Size - 1) == 0;
+    }
+    template <size_t Size>
+    bool StartsWith(char const (&Literal)[Size]) const
+    {
+        return Length >= (int32)Size - 1 && memcmp(Text, Literal, Size - 1) == 0;
+    }
+};
+
+// Limits: "<Prefix>Active", "<Prefix>Min", "<Prefix>Max", "<Prefix>MinX" ...
+template <size_t PrefixSize>
+static bool ApplyLimitProperty(KFbx &Fbx, fbx_field const *Property, int32 ValueIndex, property_name const &Name,
+                               char const (&Prefix)[PrefixSize], fbx_limits &Limits)
+{
+    int32 PrefixLength = (int32)PrefixSize - 1;
+    if (!Name.StartsWith(Prefix)) {
         return false;
     }
-    char const *Rest = Name + PrefixLength;
-    if (strcmp(Rest, "Active") == 0) {
+    if (Name.RestIs(PrefixLength, "Active")) {
         Limits.Active = ReadFlag(Fbx, Property, ValueIndex);
         return true;
     }
-    if (strcmp(Rest, "Min") == 0) {
+    if (Name.RestIs(PrefixLength, "Min")) {
         Limits.Min = ReadVector3(Fbx, Property, ValueIndex, Limits.Min);
         return true;
     }
-    if (strcmp(Rest, "Max") == 0) {
+    if (Name.RestIs(PrefixLength, "Max")) {
         Limits.Max = ReadVector3(Fbx, Property, ValueIndex, Limits.Max);
         return true;
     }
+    char const *Rest = Name.Text + PrefixLength;
     bool IsMin = strncmp(Rest, "Min", 3) == 0;
     bool IsMax = strncmp(Rest, "Max", 3) == 0;
     if ((IsMin || IsMax) && Rest[3] >= 'X' && Rest[3] <= 'Z' && Rest[4] == 0) {
@@ -88,74 +114,74 @@ static bool ApplyLimitProperty(KFbx &Fbx, fbx_field const *Property, int32 Value
 
 void ApplyFbxNodeProperty(KFbx &Fbx, fbx_field const *Property, int32 ValueIndex, KFbxNode *Node)
 {
-    char Name[128];
-    ReadFbxString(Fbx, Property, 0, Name, sizeof(Name));
+    property_name Name;
+    ReadFbxString(Fbx, Property, 0, Name.Text, sizeof(Name.Text));
+    Name.Length = (int32)strlen(Name.Text);
     auto Optional = [&](fbx_optional_vector &Member) {
         Member.Value = ReadVector3(Fbx, Property, ValueIndex, KFbxVector4());
         Member.InUse = true;
     };
     // Only the names that start with the same letter are compared.
-    switch (Name[0]) {
+    switch (Name.Text[0]) {
     case 'L':
-        if (strcmp(Name, "Lcl Translation") == 0) {
+        if (Name.Is("Lcl Translation")) {
             Node->LclTranslation = ReadVector3(Fbx, Property, ValueIndex, Node->LclTranslation);
-        } else if (strcmp(Name, "Lcl Rotation") == 0) {
+        } else if (Name.Is("Lcl Rotation")) {
             Node->LclRotation = ReadVector3(Fbx, Property, ValueIndex, Node->LclRotation);
-        } else if (strcmp(Name, "Lcl Scaling") == 0) {
+        } else if (Name.Is("Lcl Scaling")) {
             Node->LclScaling = ReadVector3(Fbx, Property, ValueIndex, Node->LclScaling);
         }
         return;
     case 'G':
-        if (strcmp(Name, "GeometricTranslation") == 0) {
+        if (Name.Is("GeometricTranslation")) {
             Node->GeometricTranslation = ReadVector3(Fbx, Property, ValueIndex, KFbxVector4());
-        } else if (strcmp(Name, "GeometricRotation") == 0) {
+        } else if (Name.Is("GeometricRotation")) {
             Node->GeometricRotation = ReadVector3(Fbx, Property, ValueIndex, KFbxVector4());
-        } else if (strcmp(Name, "GeometricScaling") == 0) {
+        } else if (Name.Is("GeometricScaling")) {
             Node->GeometricScaling = ReadVector3(Fbx, Property, ValueIndex, KFbxVector4(1.0, 1.0, 1.0));
         }
         return;
     case 'P':
-        if (strcmp(Name, "PreRotation") == 0) {
+        if (Name.Is("PreRotation")) {
             Optional(Node->PreRotation);
-        } else if (strcmp(Name, "PostRotation") == 0) {
+        } else if (Name.Is("PostRotation")) {
             Optional(Node->PostRotation);
         }
         return;
     case 'Q':
-        if (strcmp(Name, "QuaternionInterpolate") == 0)
-            Node->QuaternionInterpolate = Fbx.GetInt32(Property, ValueIndex, 0) != 0;
+        if (Name.Is("QuaternionInterpolate")) Node->QuaternionInterpolate = Fbx.GetInt32(Property, ValueIndex, 0) != 0;
         return;
     case 'I':
-        if (strcmp(Name, "InheritType") == 0) {
+        if (Name.Is("InheritType")) {
             int32 Type = Fbx.GetInt32(Property, ValueIndex, 0);
             Node->InheritType = (Type >= 0 && Type <= FbxInherit_Rrs) ? Type : FbxInherit_RrSs;
         }
         return;
     case 'T': ApplyLimitProperty(Fbx, Property, ValueIndex, Name, "Translation", Node->TranslationLimits); return;
     case 'S':
-        if (strcmp(Name, "ScalingOffset") == 0) {
+        if (Name.Is("ScalingOffset")) {
             Optional(Node->ScalingOffset);
-        } else if (strcmp(Name, "ScalingPivot") == 0) {
+        } else if (Name.Is("ScalingPivot")) {
             Optional(Node->ScalingPivot);
         } else {
             ApplyLimitProperty(Fbx, Property, ValueIndex, Name, "Scaling", Node->ScalingLimits);
         }
         return;
     case 'R':
-        if (strcmp(Name, "RotationOffset") == 0) {
+        if (Name.Is("RotationOffset")) {
             Optional(Node->RotationOffset);
-        } else if (strcmp(Name, "RotationPivot") == 0) {
+        } else if (Name.Is("RotationPivot")) {
             Optional(Node->RotationPivot);
-        } else if (strcmp(Name, "RotationOrder") == 0) {
+        } else if (Name.Is("RotationOrder")) {
             int32 Order = Fbx.GetInt32(Property, ValueIndex, 0);
             Node->RotationOrder = (Order >= 0 && Order <= FbxRotationOrder_SphericXYZ) ? Order : 0;
-        } else if (strcmp(Name, "RotationActive") == 0) {
+        } else if (Name.Is("RotationActive")) {
             Node->RotationActive = ReadFlag(Fbx, Property, ValueIndex);
             Node->RotationLimits.Active = Node->RotationActive;
-        } else if (strcmp(Name, "RotationSpaceForLimitOnly") == 0) {
+        } else if (Name.Is("RotationSpaceForLimitOnly")) {
             Node->RotationSpaceForLimitOnly = ReadFlag(Fbx, Property, ValueIndex);
-        } else if (strncmp(Name, "Rotation", 8) == 0 &&
-                   (strncmp(Name + 8, "Min", 3) == 0 || strncmp(Name + 8, "Max", 3) == 0)) {
+        } else if (Name.StartsWith("Rotation") &&
+                   (strncmp(Name.Text + 8, "Min", 3) == 0 || strncmp(Name.Text + 8, "Max", 3) == 0)) {
             ApplyLimitProperty(Fbx, Property, ValueIndex, Name, "Rotation", Node->RotationLimits);
         }
         return;
@@ -163,30 +189,57 @@ void ApplyFbxNodeProperty(KFbx &Fbx, fbx_field const *Property, int32 ValueIndex
     }
 }
 
+void CopyFbxNodeProperties(KFbxNode const &From, KFbxNode &To)
+{
+    To.LclTranslation = From.LclTranslation;
+    To.LclRotation = From.LclRotation;
+    To.LclScaling = From.LclScaling;
+    To.RotationOffset = From.RotationOffset;
+    To.RotationPivot = From.RotationPivot;
+    To.ScalingOffset = From.ScalingOffset;
+    To.ScalingPivot = From.ScalingPivot;
+    To.RotationOrder = From.RotationOrder;
+    To.RotationActive = From.RotationActive;
+    To.RotationSpaceForLimitOnly = From.RotationSpaceForLimitOnly;
+    To.InheritType = From.InheritType;
+    To.PreRotation = From.PreRotation;
+    To.PostRotation = From.PostRotation;
+    To.TranslationLimits = From.TranslationLimits;
+    To.RotationLimits = From.RotationLimits;
+    To.ScalingLimits = From.ScalingLimits;
+    To.QuaternionInterpolate = From.QuaternionInterpolate;
+    To.GeometricTranslation = From.GeometricTranslation;
+    To.GeometricRotation = From.GeometricRotation;
+    To.GeometricScaling = From.GeometricScaling;
+}
+
 void ApplyFbxGlobalSetting(KFbx &Fbx, fbx_field const *Property, int32 ValueIndex, KFbxGlobalSettings &Settings)
 {
     char Name[64];
     ReadFbxString(Fbx, Property, 0, Name, sizeof(Name));
+    // Names are told apart by length first (most settings are none of these).
+    size_t Length = strlen(Name);
     struct int_entry
     {
         char const *Name;
+        size_t Length;
         int32 *Member;
     };
     int_entry const Integers[] = {
-        {"UpAxis", &Settings.UpAxis},       {"UpAxisSign", &Settings.UpAxisSign},
-        {"FrontAxis", &Settings.FrontAxis}, {"FrontAxisSign", &Settings.FrontAxisSign},
-        {"CoordAxis", &Settings.CoordAxis}, {"CoordAxisSign", &Settings.CoordAxisSign},
-        {"TimeMode", &Settings.TimeMode},
+        {"UpAxis", 6, &Settings.UpAxis},       {"UpAxisSign", 10, &Settings.UpAxisSign},
+        {"FrontAxis", 9, &Settings.FrontAxis}, {"FrontAxisSign", 13, &Settings.FrontAxisSign},
+        {"CoordAxis", 9, &Settings.CoordAxis}, {"CoordAxisSign", 13, &Settings.CoordAxisSign},
+        {"TimeMode", 8, &Settings.TimeMode},
     };
     for (int_entry const &Entry : Integers) {
-        if (strcmp(Name, Entry.Name) == 0) {
+        if (Length == Entry.Length && memcmp(Name, Entry.Name, Length) == 0) {
             *Entry.Member = Fbx.GetInt32(Property, ValueIndex, *Entry.Member);
             return;
         }
     }
-    if (strcmp(Name, "UnitScaleFactor") == 0) {
+    if (Length == 15 && memcmp(Name, "UnitScaleFactor", 15) == 0) {
         Settings.UnitScaleFactor = Fbx.GetReal64(Property, ValueIndex, Settings.UnitScaleFactor);
-    } else if (strcmp(Name, "CustomFrameRate") == 0) {
+    } else if (Length == 15 && memcmp(Name, "CustomFrameRate", 15) == 0) {
         Settings.CustomFrameRate = Fbx.GetReal64(Property, ValueIndex, Settings.CustomFrameRate);
     }
 }

@@ -26,6 +26,11 @@ void ApplyFbxGlobalSetting(KFbx &Fbx, fbx_field const *Property, int32 ValueInde
 // Walks a property block (Properties60 or Properties70) with one of the two above.
 void ReadFbxNodeProperties(KFbx &Fbx, fbx_field const *Object, KFbxNode *Node);
 void ReadFbxGlobalSettings(KFbx &Fbx, fbx_field const *Object, KFbxGlobalSettings &Settings);
+// Every member ApplyFbxNodeProperty may set, from one node to another. A
+// file's model property template is applied once to a scratch node and
+// copied into each model, which gives the same members as applying it to
+// each fresh node.
+void CopyFbxNodeProperties(KFbxNode const &From, KFbxNode &To);
 
 // Vertices, polygons and layer elements of a mesh field.
 bool ReadFbxMeshGeometry(KFbx &Fbx, fbx_field const *Object, KFbxMesh *Mesh);

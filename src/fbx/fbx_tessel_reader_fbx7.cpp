@@ -266,6 +266,20 @@ bool KFbxReaderFbx7::Read(KFbxScene *Scene)
     fbx_array<anim_curve_node> CurveNodes;
 
     fbx_field const *ModelTemplate = FindPropertyTemplate(mFbx, "Model");
+    // The template's properties on a fresh node, made once (owned by no
+    // manager) and copied into every model.
+    struct scratch_node
+    {
+        KFbxNode *Node = nullptr;
+        ~scratch_node()
+        {
+            if (Node) Node->Destroy();
+        }
+    } ModelDefaults;
+    if (ModelTemplate) {
+        ModelDefaults.Node = KFbxNode::Create(nullptr, "");
+        if (ModelDefaults.Node) ReadFbxNodeProperties(mFbx, ModelTemplate, ModelDefaults.Node);
+    }
     fbx_field const *StackTemplate = FindPropertyTemplate(mFbx, "AnimationStack");
     fbx_field const *LayerTemplate = FindPropertyTemplate(mFbx, "AnimationLayer");
 
@@ -284,7 +298,9 @@ bool KFbxReaderFbx7::Read(KFbxScene *Scene)
             if (!Node) {
                 return false;
             }
-            if (ModelTemplate) {
+            if (ModelDefaults.Node) {
+                CopyFbxNodeProperties(*ModelDefaults.Node, *Node);
+            } else if (ModelTemplate) {
                 ReadFbxNodeProperties(mFbx, ModelTemplate, Node);
             }
             ReadFbxNodeProperties(mFbx, Object, Node);

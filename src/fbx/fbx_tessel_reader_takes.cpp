@@ -9,7 +9,22 @@
 
 static bool IsLetterValue(KFbx &Fbx, fbx_field const *Field, int32 Index, char *Letter)
 {
-    if (Index >= Fbx.GetValueCount(Field) || IsFbxNumberValue(Fbx, Field, Index)) {
+    if (Index >= Fbx.GetValueCount(Field)) {
+        return false;
+    }
+    // The letters of text files: one character that is not a digit (the
+    // only one-character numbers) is a letter, as the general test finds.
+    char const *Text;
+    int32 Length;
+    if (Fbx.GetValueType(Field, Index) == FbxValue_String && Fbx.GetValueString(Field, Index, &Text, &Length) &&
+        Length == 1) {
+        if (Text[0] >= '0' && Text[0] <= '9') {
+            return false;
+        }
+        *Letter = Text[0];
+        return true;
+    }
+    if (IsFbxNumberValue(Fbx, Field, Index)) {
         return false;
     }
     return Fbx.GetValueChar(Field, Index, Letter);
@@ -18,9 +33,17 @@ static bool IsLetterValue(KFbx &Fbx, fbx_field const *Field, int32 Index, char *
 // Reads up to Count numbers from Index on, stopping at the first non-number.
 static int32 ReadFloats(KFbx &Fbx, fbx_field const *Field, int32 &Index, int32 Count, real64 *Values)
 {
+    // As IsFbxNumberValue, keeping the number it reads.
     int32 Read = 0;
-    while (Read < Count && Index < Fbx.GetValueCount(Field) && IsFbxNumberValue(Fbx, Field, Index)) {
-        Values[Read++] = Fbx.GetReal64(Field, Index++, 0.0);
+    while (Read < Count && Index < Fbx.GetValueCount(Field)) {
+        int32 Type = Fbx.GetValueType(Field, Index);
+        real64 Value;
+        if (Type == 0 || Type == FbxValue_Bool || Type == FbxValue_Raw || IsFbxArrayType(Type) ||
+            !Fbx.GetValueReal64(Field, Index, &Value)) {
+            break;
+        }
+        Values[Read++] = Value;
+        ++Index;
     }
     return Read;
 }
@@ -79,6 +102,8 @@ bool ReadFbxChannelCurve(KFbx &Fbx, fbx_field const *Channel, KFCurve *Curve)
     }
     int32 Expected = Fbx.GetInt32(Fbx.FindChild(Channel, "KeyCount"), 0, -1);
     int32 ValueCount = Fbx.GetValueCount(Keys);
+    // A key takes at least three values: room for the keys the list can hold.
+    Curve->KeyReserve(Expected < ValueCount / 3 ? Expected : ValueCount / 3);
     int32 At = 0;
     int32 Read = 0;
     bool MissingSlopes = false;

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstring>
 #include <string>
@@ -55,6 +56,14 @@ std::string StringValue(KFbx const &Fbx, fbx_field const *Field, int32 Index)
 {
     char Buffer[256];
     return Fbx.CopyValueString(Field, Index, Buffer, sizeof(Buffer)) < 0 ? "<none>" : Buffer;
+}
+
+// The same with every byte, zero bytes included.
+std::string WholeStringValue(KFbx const &Fbx, fbx_field const *Field, int32 Index)
+{
+    char const *Data;
+    int32 Length;
+    return Fbx.GetValueString(Field, Index, &Data, &Length) ? std::string(Data, (size_t)Length) : "<none>";
 }
 
 // Checks every value of SampleTree as the container reads it back.
@@ -601,7 +610,19 @@ TEST(FbxFields, TextNumbersReadAsTheGeneralParser)
                                       "18446744073709551615",
                                       "12345678901234567890.5",
                                       "1.5x",
-                                      "--1"};
+                                      "--1",
+                                      "7",
+                                      "a",
+                                      "e",
+                                      "1e",
+                                      "1e+",
+                                      "1E+22",
+                                      "1e23",
+                                      "-1.5e-22",
+                                      "123456.5e-17",
+                                      "2.5e-30",
+                                      "1e00005",
+                                      "5e-324"};
     uint64_t Seed = 99;
     auto Next = [&] { return Seed = Seed * 6364136223846793005ull + 1442695040888963407ull; };
     for (int Round = 0; Round < 20000; ++Round) {
@@ -611,6 +632,13 @@ TEST(FbxFields, TextNumbersReadAsTheGeneralParser)
         for (int Index = 0; Index < Digits; ++Index) {
             if (Index == Point && Index > 0) Text += '.';
             Text += (char)('0' + (Next() >> 33) % 10);
+        }
+        // Exponents, some beyond what stays exact.
+        if (Next() % 3 == 0) {
+            Text += Next() % 2 ? "e" : "E";
+            uint64_t Sign = Next() % 3;
+            Text += Sign == 0 ? "-" : Sign == 1 ? "+" : "";
+            Text += std::to_string((Next() >> 33) % 40);
         }
         Texts.push_back(Text);
     }
@@ -635,5 +663,93 @@ TEST(FbxFields, TextNumbersReadAsTheGeneralParser)
             ASSERT_TRUE(Ok) << Text;
             EXPECT_EQ(Read, ExpectedInteger) << Text;
         }
+    }
+
+    // Counted arrays decode their elements as the value accessors read them,
+    // in every element type, the last element right before the file's end.
+    std::vector<std::string> Numbers;
+    for (std::string const &Text : Texts) {
+        real64 Real;
+        int64 Integer;
+        if (Text.find('#') == std::string::npos && ParseFbxTextReal64(Text.c_str(), (int32)Text.size(), &Real) &&
+            ParseFbxTextInt64(Text.c_str(), (int32)Text.size(), &Integer))
+            Numbers.push_back(Text);
+    }
+    std::string File = "Numbers: *" + std::to_string(Numbers.size()) + " {\n\ta: ";
+    for (size_t Index = 0; Index < Numbers.size(); ++Index) File += (Index ? "," : "") + Numbers[Index];
+    File += "}";
+    KFbx Fbx;
+    ASSERT_TRUE(Open(Fbx, ::Text(File))) << Fbx.GetErrorText();
+    fbx_field const *Field = Fbx.FindChild(nullptr, "Numbers");
+    fbx_field const *Elements = Fbx.FindChild(Field, "a");
+    int64 Count = (int64)Numbers.size();
+    std::vector<real64> Reals(Count);
+    std::vector<real32> Floats(Count);
+    std::vector<int64> Wide(Count);
+    std::vector<int32> Narrow(Count);
+    ASSERT_EQ(Fbx.CopyArray(Field, 0, FbxValue_ArrayReal64, Reals.data(), Count), Count);
+    ASSERT_EQ(Fbx.CopyArray(Field, 0, FbxValue_ArrayReal32, Floats.data(), Count), Count);
+    ASSERT_EQ(Fbx.CopyArray(Field, 0, FbxValue_ArrayInt64, Wide.data(), Count), Count);
+    ASSERT_EQ(Fbx.CopyArray(Field, 0, FbxValue_ArrayInt32, Narrow.data(), Count), Count);
+    for (int32 Index = 0; Index < (int32)Numbers.size(); ++Index) {
+        real64 Real = Fbx.GetReal64(Elements, Index);
+        real32 Float = (real32)Real;
+        int64 Integer = Fbx.GetInt64(Elements, Index);
+        EXPECT_EQ(memcmp(&Reals[Index], &Real, 8), 0) << Numbers[Index];
+        EXPECT_EQ(memcmp(&Floats[Index], &Float, 4), 0) << Numbers[Index];
+        EXPECT_EQ(Wide[Index], Integer) << Numbers[Index];
+        EXPECT_EQ(Narrow[Index], (int32)std::clamp<int64>(Integer, INT32_MIN, INT32_MAX)) << Numbers[Index];
+    }
+}
+
+TEST(FbxFields, ListsMixingTextAndTypedNumbersConvertInOrder)
+{
+    // Binary lists may hold numbers as text and typed values in one list:
+    // each converts as the value accessors read it, whatever came before.
+    fbx_test_field Root;
+    Root.Add("Mixed", {FbxS("1.5"), FbxS("-2e3"), FbxD(0.25), FbxS("7"), FbxI(-4), FbxS("+0.5")});
+    KFbx Fbx;
+    ASSERT_TRUE(Open(Fbx, WriteFbxTestBinary(Root, FbxTestBinary(7400)))) << Fbx.GetErrorText();
+    fbx_field const *Mixed = Fbx.FindChild(nullptr, "Mixed");
+    real64 Reals[6];
+    ASSERT_EQ(Fbx.CopyNumbers(Mixed, FbxValue_ArrayReal64, Reals, 6), 6);
+    real64 const Expected[6] = {1.5, -2000.0, 0.25, 7.0, -4.0, 0.5};
+    for (int32 Index = 0; Index < 6; ++Index) EXPECT_EQ(Reals[Index], Expected[Index]) << Index;
+    int32 Integers[6];
+    ASSERT_EQ(Fbx.CopyNumbers(Mixed, FbxValue_ArrayInt32, Integers, 6), 6);
+    int32 const Truncated[6] = {1, -2000, 0, 7, -4, 0};
+    for (int32 Index = 0; Index < 6; ++Index) EXPECT_EQ(Integers[Index], Truncated[Index]) << Index;
+}
+
+TEST(FbxFields, QuotedStringsAndCommentsOfEveryLength)
+{
+    // Strings and comments around the sixteen-byte steps of the scans, with
+    // entities, zero bytes and the file's end right after them.
+    for (int Length = 0; Length <= 40; ++Length) {
+        std::string Plain(Length, 'x'), Escaped = Plain, WithZero = Plain;
+        for (int Index = 0; Index < Length; ++Index) Plain[Index] = (char)('a' + Index % 26);
+        Escaped = Plain;
+        if (Length > 2) Escaped.replace(Length / 2, 1, "&quot;");
+        if (Length > 0) WithZero[Length - 1] = '\0';
+        std::string Expected = Escaped;
+        if (Length > 2) Expected.replace(Length / 2, 6, "\"");
+        std::string Comment = ";" + Plain;
+        if (Length > 3) Comment[Length / 3] = '\0';
+        std::string File = Comment + "\nP: \"" + Plain + "\", \"" + Escaped + "\",1,\"" + WithZero + "\" ,\"\", 2\r" +
+                           Comment + "\rQ: \"" + Escaped + "\"";
+        KFbx Fbx;
+        ASSERT_TRUE(Open(Fbx, Text(File))) << Fbx.GetErrorText() << " at length " << Length;
+        ASSERT_EQ(Fbx.GetFieldCount(), 2) << Length;
+        fbx_field const *P = Fbx.FindChild(nullptr, "P");
+        ASSERT_EQ(Fbx.GetValueCount(P), 6) << Length;
+        EXPECT_EQ(WholeStringValue(Fbx, P, 0), Plain);
+        EXPECT_EQ(WholeStringValue(Fbx, P, 1), Expected);
+        EXPECT_EQ(Fbx.GetInt32(P, 2), 1);
+        EXPECT_EQ(WholeStringValue(Fbx, P, 3), WithZero);
+        EXPECT_EQ(WholeStringValue(Fbx, P, 4), "");
+        EXPECT_EQ(Fbx.GetInt32(P, 5), 2);
+        EXPECT_EQ(WholeStringValue(Fbx, Fbx.FindChild(nullptr, "Q"), 0), Expected);
+        KFbx Cut;
+        EXPECT_FALSE(Open(Cut, Text("Q: \"" + Plain))) << "unterminated at length " << Length;
     }
 }

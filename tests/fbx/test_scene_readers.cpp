@@ -3,6 +3,7 @@
 // inline skin links and transforms that live in the takes.
 #include "fbx_scene_test_helpers.h"
 #include "fbx/fbx_tessel_reader.h"
+#include "fbx/fbx_tessel_reader_common.h"
 
 namespace {
 
@@ -103,8 +104,8 @@ TEST(SceneReaders, Fbx7AnimationLayersAndExtrapolationAddOnTopOfTheBase)
     // The whole layer, then half of it.
     for (double Weight : {1.0, 0.5}) {
         if (Weight != 1.0)
-            LayerField.Add("Properties70").Add("P", {FbxS("Weight"), FbxS("Number"), FbxS(""), FbxS("A"),
-                                                     FbxD(Weight * 100.0)});
+            LayerField.Add("Properties70")
+                .Add("P", {FbxS("Weight"), FbxS("Number"), FbxS(""), FbxS("A"), FbxD(Weight * 100.0)});
         for (fbx_test_format Format : {FbxTestBinary(7400), FbxTestAscii(7400)}) {
             loaded_scene Loaded;
             ASSERT_TRUE(LoadFbxBytes(WriteFbxTestFields(Tree, Format), Loaded)) << Loaded.Error;
@@ -253,4 +254,108 @@ TEST(SceneReaders, Fbx7AsciiSlopesWrittenAsFloatBits)
             Samples[Variant][Step] = Node->GetLocalTranslation(KTime(FbxFrameTicks(5 + 10 * Step)))[0];
     }
     for (int Step = 0; Step < 3; ++Step) EXPECT_NEAR(Samples[1][Step], Samples[0][Step], 1e-5) << Step;
+}
+
+namespace {
+
+void ExpectSameNodeProperties(KFbxNode const &Actual, KFbxNode const &Expected, char const *Name)
+{
+    auto Vectors = [&](KFbxVector4 const &A, KFbxVector4 const &B, char const *Member) {
+        for (int32 Axis = 0; Axis < 4; ++Axis) EXPECT_EQ(A[Axis], B[Axis]) << Name << " " << Member << " " << Axis;
+    };
+    auto Optional = [&](fbx_optional_vector const &A, fbx_optional_vector const &B, char const *Member) {
+        EXPECT_EQ(A.InUse, B.InUse) << Name << " " << Member;
+        Vectors(A.Value, B.Value, Member);
+    };
+    auto Limits = [&](fbx_limits const &A, fbx_limits const &B, char const *Member) {
+        EXPECT_EQ(A.Active, B.Active) << Name << " " << Member;
+        EXPECT_EQ(A.Bits, B.Bits) << Name << " " << Member;
+        Vectors(A.Min, B.Min, Member);
+        Vectors(A.Max, B.Max, Member);
+    };
+    Vectors(Actual.LclTranslation, Expected.LclTranslation, "LclTranslation");
+    Vectors(Actual.LclRotation, Expected.LclRotation, "LclRotation");
+    Vectors(Actual.LclScaling, Expected.LclScaling, "LclScaling");
+    Optional(Actual.RotationOffset, Expected.RotationOffset, "RotationOffset");
+    Optional(Actual.RotationPivot, Expected.RotationPivot, "RotationPivot");
+    Optional(Actual.ScalingOffset, Expected.ScalingOffset, "ScalingOffset");
+    Optional(Actual.ScalingPivot, Expected.ScalingPivot, "ScalingPivot");
+    EXPECT_EQ(Actual.RotationOrder, Expected.RotationOrder) << Name;
+    EXPECT_EQ(Actual.RotationActive, Expected.RotationActive) << Name;
+    EXPECT_EQ(Actual.RotationSpaceForLimitOnly, Expected.RotationSpaceForLimitOnly) << Name;
+    EXPECT_EQ(Actual.InheritType, Expected.InheritType) << Name;
+    Optional(Actual.PreRotation, Expected.PreRotation, "PreRotation");
+    Optional(Actual.PostRotation, Expected.PostRotation, "PostRotation");
+    Limits(Actual.TranslationLimits, Expected.TranslationLimits, "TranslationLimits");
+    Limits(Actual.RotationLimits, Expected.RotationLimits, "RotationLimits");
+    Limits(Actual.ScalingLimits, Expected.ScalingLimits, "ScalingLimits");
+    EXPECT_EQ(Actual.QuaternionInterpolate, Expected.QuaternionInterpolate) << Name;
+    Vectors(Actual.GeometricTranslation, Expected.GeometricTranslation, "GeometricTranslation");
+    Vectors(Actual.GeometricRotation, Expected.GeometricRotation, "GeometricRotation");
+    Vectors(Actual.GeometricScaling, Expected.GeometricScaling, "GeometricScaling");
+}
+
+} // namespace
+
+TEST(SceneReaders, Fbx7ModelTemplateGivesEveryModelItsProperties)
+{
+    // A template that moves every property a model reads away from its
+    // default, a model that lists none of its own and one that overrides
+    // some: each must read as the template and then its own properties
+    // applied to a fresh node.
+    char const *Vector3[] = {"Lcl Translation",   "Lcl Rotation",     "Lcl Scaling",    "GeometricTranslation",
+                             "GeometricRotation", "GeometricScaling", "PreRotation",    "PostRotation",
+                             "ScalingOffset",     "ScalingPivot",     "RotationOffset", "RotationPivot",
+                             "TranslationMin",    "TranslationMax",   "ScalingMin",     "ScalingMax",
+                             "RotationMin",       "RotationMax"};
+    char const *Flags[] = {"QuaternionInterpolate", "RotationActive", "RotationSpaceForLimitOnly",
+                           "TranslationActive",     "ScalingActive",  "TranslationMinX",
+                           "TranslationMaxZ",       "ScalingMinY",    "ScalingMaxX",
+                           "RotationMinZ",          "RotationMaxY"};
+    std::string Template;
+    int Step = 1;
+    for (char const *Name : Vector3) {
+        Template += std::string("\t\t\t\tP: \"") + Name + "\", \"Vector3D\", \"\", \"A\"," + std::to_string(Step) +
+                    "," + std::to_string(Step + 1) + ".5,-" + std::to_string(Step + 2) + "\n";
+        Step += 3;
+    }
+    for (char const *Name : Flags) Template += std::string("\t\t\t\tP: \"") + Name + "\", \"bool\", \"\", \"\",1\n";
+    Template += "\t\t\t\tP: \"InheritType\", \"enum\", \"\", \"\",2\n"
+                "\t\t\t\tP: \"RotationOrder\", \"enum\", \"\", \"\",4\n";
+    std::string File = "; FBX 7.4.0 project file\n"
+                       "FBXHeaderExtension:  {\n\tFBXVersion: 7400\n}\n"
+                       "Definitions:  {\n\tObjectType: \"Model\" {\n\t\tPropertyTemplate: \"FbxNode\" {\n"
+                       "\t\t\tProperties70:  {\n" +
+                       Template +
+                       "\t\t\t}\n\t\t}\n\t}\n}\n"
+                       "Objects:  {\n"
+                       "\tModel: 1, \"Model::Plain\", \"Null\" {\n\t}\n"
+                       "\tModel: 2, \"Model::Own\", \"Null\" {\n\t\tProperties70:  {\n"
+                       "\t\t\tP: \"Lcl Rotation\", \"Lcl Rotation\", \"\", \"A\",10,20,30\n"
+                       "\t\t\tP: \"RotationActive\", \"bool\", \"\", \"\",0\n"
+                       "\t\t\tP: \"ScalingMinY\", \"bool\", \"\", \"\",0\n"
+                       "\t\t\tP: \"InheritType\", \"enum\", \"\", \"\",1\n"
+                       "\t\t}\n\t}\n}\n"
+                       "Connections:  {\n\tC: \"OO\",1,0\n\tC: \"OO\",2,0\n}\n";
+    loaded_scene Loaded;
+    ASSERT_TRUE(LoadFbxBytes(std::vector<uint8_t>(File.begin(), File.end()), Loaded)) << Loaded.Error;
+    KFbx Fbx;
+    ASSERT_TRUE(Fbx.ProjectOpenMemory(File.data(), (int64)File.size())) << Fbx.GetErrorText();
+    fbx_field const *TemplateField = Fbx.FindPath(nullptr, "Definitions/ObjectType/PropertyTemplate");
+    fbx_field const *Model = Fbx.FindPath(nullptr, "Objects/Model");
+    for (char const *Name : {"Plain", "Own"}) {
+        KFbxNode *Node = FindFbxNode(Loaded.Scene->GetRootNode(), Name);
+        ASSERT_NE(Node, nullptr) << Name;
+        KFbxNode *Expected = KFbxNode::Create(nullptr, Name);
+        ReadFbxNodeProperties(Fbx, TemplateField, Expected);
+        ReadFbxNodeProperties(Fbx, Model, Expected);
+        ExpectSameNodeProperties(*Node, *Expected, Name);
+        Expected->Destroy();
+        Model = Fbx.GetNextSibling(Model);
+    }
+    // The template did reach the plain model.
+    KFbxNode *Plain = FindFbxNode(Loaded.Scene->GetRootNode(), "Plain");
+    EXPECT_EQ(Plain->ScalingPivot.Value[2], -30.0);
+    EXPECT_EQ(Plain->RotationOrder, 4);
+    EXPECT_TRUE(Plain->RotationLimits.Active);
 }
