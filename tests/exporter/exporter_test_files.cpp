@@ -29,9 +29,17 @@ struct private_temporary_directory
         }
     }
 
+    // Everything goes, the tests' own inputs and outputs too.
     ~private_temporary_directory()
     {
-        for (std::string const &Name : ListTemporaryFiles()) remove((Path + "/" + Name).c_str());
+        if (Path.empty()) return;
+        if (DIR *Directory = opendir(Path.c_str())) {
+            while (dirent *Entry = readdir(Directory)) {
+                std::string Name = Entry->d_name;
+                if (Name != "." && Name != "..") remove((Path + "/" + Name).c_str());
+            }
+            closedir(Directory);
+        }
         rmdir(Path.c_str());
     }
 };
