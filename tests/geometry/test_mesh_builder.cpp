@@ -49,6 +49,17 @@ struct built_mesh
     test_vertex const &Vertex(int32 Index) const { return ((test_vertex const *)Vertices->Vertices.Array)[Index]; }
 };
 
+// Ends the mesh into memory of its own and frees the builder.
+built_mesh EndBuiltMesh(mesh_builder *Builder)
+{
+    built_mesh Result;
+    Result.VertexMemory.resize(GetResultingVertexDataSize(Builder));
+    Result.TopologyMemory.resize(GetResultingTopologySize(Builder));
+    EndMesh(Builder, Result.VertexMemory.data(), Result.TopologyMemory.data(), &Result.Vertices, &Result.Topology);
+    FreeBuilder(Builder);
+    return Result;
+}
+
 // A quad of control points 0..3 in the XY plane; Bones holds the weights.
 struct mesh_fixture
 {
@@ -75,15 +86,7 @@ struct mesh_fixture
         SetMaterial(Builder, Material);
         PushTriangle(Builder);
     }
-    built_mesh End()
-    {
-        built_mesh Result;
-        Result.VertexMemory.resize(GetResultingVertexDataSize(Builder));
-        Result.TopologyMemory.resize(GetResultingTopologySize(Builder));
-        EndMesh(Builder, Result.VertexMemory.data(), Result.TopologyMemory.data(), &Result.Vertices, &Result.Topology);
-        FreeBuilder(Builder);
-        return Result;
-    }
+    built_mesh End() { return EndBuiltMesh(Builder); }
 };
 
 corner Up(int32 Point, real32 U = 0, real32 V = 0)
@@ -300,16 +303,11 @@ TEST(MeshBuilder, LayoutWithoutBoneWeightsWelds)
         SetCornerNormal(Builder, Corner, 0, 0, 1);
     }
     PushTriangle(Builder);
-    std::vector<uint8> VertexMemory(GetResultingVertexDataSize(Builder));
-    std::vector<uint8> TopologyMemory(GetResultingTopologySize(Builder));
-    vertex_data *Vertices = nullptr;
-    tri_topology *Topology = nullptr;
-    EndMesh(Builder, VertexMemory.data(), TopologyMemory.data(), &Vertices, &Topology);
-    ASSERT_NE(Vertices, nullptr);
-    EXPECT_EQ(Vertices->Vertices.Count, 3);
-    real32 const *Second = (real32 const *)((uint8 const *)Vertices->Vertices.Array + 24);
+    built_mesh Mesh = EndBuiltMesh(Builder);
+    ASSERT_NE(Mesh.Vertices, nullptr);
+    EXPECT_EQ(Mesh.Vertices->Vertices.Count, 3);
+    real32 const *Second = (real32 const *)((uint8 const *)Mesh.Vertices->Vertices.Array + 24);
     EXPECT_EQ(std::vector<real32>(Second, Second + 6), (std::vector<real32>{1, 1, 2, 0, 0, 1}));
-    FreeBuilder(Builder);
 }
 
 // A random mesh with frames and three channels of different widths welds as
@@ -408,11 +406,9 @@ TEST(MeshBuilder, RandomCornersWeldToTheFirstVertexWithinTolerance)
             }
             PushTriangle(Builder);
         }
-        std::vector<uint8> VertexMemory(GetResultingVertexDataSize(Builder));
-        std::vector<uint8> TopologyMemory(GetResultingTopologySize(Builder));
-        vertex_data *Vertices = nullptr;
-        tri_topology *Topology = nullptr;
-        EndMesh(Builder, VertexMemory.data(), TopologyMemory.data(), &Vertices, &Topology);
+        built_mesh Mesh = EndBuiltMesh(Builder);
+        vertex_data const *Vertices = Mesh.Vertices;
+        tri_topology const *Topology = Mesh.Topology;
         ASSERT_NE(Vertices, nullptr);
         ASSERT_EQ(Vertices->Vertices.Count, Points + (int32)MadeFrom.size());
         std::vector<int32> Indices; // a material's triangles come out last pushed first
@@ -430,6 +426,5 @@ TEST(MeshBuilder, RandomCornersWeldToTheFirstVertexWithinTolerance)
             if (Layout == General)
                 EXPECT_EQ(std::vector<real32>(Stored + 21, Stored + 24), std::vector<real32>(Stored + 3, Stored + 6));
         }
-        FreeBuilder(Builder);
     }
 }
